@@ -1,0 +1,43 @@
+# How every target of the project is compiled, and the two helpers that the folders use:
+#   tavro_add_objects(NAME SOURCES ...)      a folder's object library
+#   tavro_instruction_set(SET SOURCES ...)   the one instruction set that a kernel file may use
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+# tavro_options: the flags of all our code. No -march: everything but the kernel files runs on any
+# x86-64 processor. Contraction is off so that a sum is rounded exactly as it is written.
+add_library(tavro_options INTERFACE)
+target_include_directories(tavro_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(tavro_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -ffp-contract=off
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<COMPILE_LANGUAGE:CXX>>:-fno-gnu-unique>)
+if(TAVRO_WARNINGS_AS_ERRORS)
+  target_compile_options(tavro_options INTERFACE -Werror)
+endif()
+if(TAVRO_SANITIZE)
+  target_compile_options(tavro_options INTERFACE
+    -fsanitize=${TAVRO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tavro_options INTERFACE -fsanitize=${TAVRO_SANITIZE})
+endif()
+
+function(tavro_add_objects name)
+  add_library(${name} OBJECT ${ARGN})
+  target_link_libraries(${name} PUBLIC tavro_options)
+endfunction()
+
+set(TAVRO_FLAGS_SSSE3 -mssse3)
+set(TAVRO_FLAGS_SSE41 -mssse3 -msse4.1)
+set(TAVRO_FLAGS_F16C -mf16c)
+set(TAVRO_FLAGS_AVX_FMA -mavx -mfma)
+
+function(tavro_instruction_set set)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${TAVRO_FLAGS_${set}}")
+endfunction()

@@ -1,0 +1,75 @@
+#pragma once
+
+// GuardedBuffer<T>: memory whose neighbours can't be touched. The payload lies flush against an
+// unmapped page, behind it or in front of it, and everything else on its pages is filled with a
+// pattern that `intact()` checks. A read or write past the guarded end stops the test program; a
+// write past the other end shows in `intact()`.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+namespace tavro::test {
+
+enum class Guard { behind, inFront };
+
+template <typename T>
+class GuardedBuffer {
+ public:
+  static constexpr uint8_t poison = 0xA5;
+
+  /// Room for `count` elements. With Guard::behind the last byte of the payload, rounded up to
+  /// `alignment`, touches the guard page; with Guard::inFront the first byte does.
+  explicit GuardedBuffer(size_t count, Guard guard = Guard::behind, size_t alignment = alignof(T))
+      : count_(count) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t bytes = (count * sizeof(T) + alignment - 1) / alignment * alignment;
+    payloadPages_ = (bytes + page - 1) / page * page;
+    mapped_ = payloadPages_ + 2 * page;
+    void* base = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (base == MAP_FAILED)
+      throw std::bad_alloc();
+    base_ = static_cast<uint8_t*>(base);
+    pages_ = base_ + page;
+    if (payloadPages_ != 0 && mprotect(pages_, payloadPages_, PROT_READ | PROT_WRITE) != 0)
+      throw std::bad_alloc();
+    std::memset(pages_, poison, payloadPages_);
+    offset_ = guard == Guard::behind ? payloadPages_ - bytes : 0;
+  }
+  ~GuardedBuffer() { munmap(base_, mapped_); }
+  GuardedBuffer(const GuardedBuffer&) = delete;
+  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
+
+  T* data() { return reinterpret_cast<T*>(pages_ + offset_); }
+  const T* data() const { return reinterpret_cast<const T*>(pages_ + offset_); }
+  size_t size() const { return count_; }
+  T& operator[](size_t i) { return data()[i]; }
+  const T& operator[](size_t i) const { return data()[i]; }
+  T* begin() { return data(); }
+  T* end() { return data() + count_; }
+  const T* begin() const { return data(); }
+  const T* end() const { return data() + count_; }
+
+  /// True while no byte of the mapped pages outside the payload has changed.
+  bool intact() const {
+    const size_t last = offset_ + count_ * sizeof(T);
+    for (size_t i = 0; i < payloadPages_; ++i)
+      if ((i < offset_ || i >= last) && pages_[i] != poison)
+        return false;
+    return true;
+  }
+
+ private:
+  size_t count_ = 0;
+  size_t payloadPages_ = 0;
+  size_t mapped_ = 0;
+  size_t offset_ = 0;
+  uint8_t* base_ = nullptr;
+  uint8_t* pages_ = nullptr;
+};
+
+}  // namespace tavro::test

@@ -1,0 +1,40 @@
+#pragma once
+
+// One generator for every random sweep. The seed comes from TAVRO_TEST_SEED or is fixed; tests put
+// `seedNote(seed)` into a SCOPED_TRACE, so that a failure prints how to run the very same case.
+
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+namespace tavro::test {
+
+inline uint64_t baseSeed() {
+  const char* text = std::getenv("TAVRO_TEST_SEED");
+  return text != nullptr ? std::strtoull(text, nullptr, 0) : 20261122U;
+}
+
+inline std::string seedNote(uint64_t seed) {
+  return "replay with TAVRO_TEST_SEED=" + std::to_string(seed);
+}
+
+class Random {
+ public:
+  explicit Random(uint64_t seed) : engine_(seed) {}
+
+  /// A whole number from first to last, both included.
+  int32_t between(int32_t first, int32_t last) {
+    return std::uniform_int_distribution<int32_t>(first, last)(engine_);
+  }
+  float real(float low, float high) {
+    return std::uniform_real_distribution<float>(low, high)(engine_);
+  }
+  bool chance(double probability) { return std::bernoulli_distribution(probability)(engine_); }
+  uint8_t byte() { return static_cast<uint8_t>(between(0, 255)); }
+
+ private:
+  std::mt19937_64 engine_;
+};
+
+}  // namespace tavro::test
