@@ -1,0 +1,63 @@
+#pragma once
+
+// Tensor: the one data container of the engine. Weights, biases and activations are tensors, and a
+// layer sees nothing else. The values can stand in up to three number formats at once; each storage
+// is the tensor's own or borrowed from somebody who keeps it alive. Asking for the float data in a
+// layout repacks it on the spot, once and for good: that is how a weight gets from the constant
+// tables into the order its kernel wants, on the first frame and without a packing step.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TavroRTC::FDModule {
+
+class Layer;
+
+class Tensor {
+ public:
+  Tensor() = default;
+  virtual ~Tensor();
+  Tensor(const Tensor&) = delete;
+  Tensor& operator=(const Tensor&) = delete;
+
+  /// The number of elements in the float storage; of a packed weight, the padded number.
+  uint64_t count() const;
+
+  /// The float data in `layoutCode` (weight_packing.h). Allocates the storage if there is none,
+  /// uninitialised. Null if there is no memory, or if the data stands in an order from which
+  /// nothing can be repacked; nothing changes then.
+  float* data(int32_t layoutCode);
+
+  /// Fills the float storage from the half storage, if there is one.
+  void halfToFloat();
+
+  /// Gives `dst` this tensor's extents, layout and float values. False if there is no memory.
+  bool copyTo(Tensor& dst);
+
+  /// Puts somebody else's memory into a storage, freeing what the tensor owned there. The lender
+  /// keeps it alive and unchanged in size; null leaves the storage alone.
+  void borrow(float* address);
+  void borrow(uint16_t* address);
+  void borrow(uint8_t* address);
+
+  int32_t n = 0;  ///< first extent; of a weight, the output channels
+  int32_t h = 0;
+  int32_t w = 0;
+  int32_t c = 0;
+  uint64_t elementCount = 0;  ///< where it isn't n * h * w * c; 0 where it is
+  int32_t layout = 0;         ///< the layout code of floatData
+  std::string name;
+  float mean[3] = {0, 0, 0};   ///< subtracted from a byte when it becomes a float
+  float scale[3] = {1, 1, 1};  ///< and multiplied with the difference
+  float* floatData = nullptr;
+  uint16_t* halfData = nullptr;
+  uint8_t* byteData = nullptr;
+  bool floatBorrowed = false;
+  bool halfBorrowed = false;
+  bool byteBorrowed = false;
+  Layer* producer = nullptr;      ///< the layer that writes this tensor
+  std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
+};
+
+}  // namespace TavroRTC::FDModule
