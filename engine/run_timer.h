@@ -11,14 +11,15 @@ namespace TavroRTC::FDModule {
 
 class RunTimer {
  public:
-  /// `reportOnClose`: the destructor prints the time since construction. `reportStats`: it prints
-  /// the shortest, longest and mean time between start and stop.
-  RunTimer(std::string name, bool reportOnClose, bool reportStats);
+  /// `printCost`: the destructor prints the time since construction. Otherwise, `printStats`: it
+  /// prints the shortest, longest and mean time between start and stop.
+  RunTimer(std::string timerName, bool printCost, bool printStats);
   ~RunTimer();
   RunTimer(const RunTimer&) = delete;
   RunTimer& operator=(const RunTimer&) = delete;
 
-  /// Begins a step. A label that isn't empty becomes the timer's name, cut to 80 characters.
+  /// Begins a step. A label that isn't empty becomes the timer's name, cut to 80 characters. The
+  /// line about the whole time is given up.
   void start(const std::string& label);
 
   /// Ends a step and prints its line.

@@ -25,18 +25,21 @@ class Tensor {
   uint64_t count() const;
 
   /// The float data in `layoutCode` (weight_packing.h). Allocates the storage if there is none,
-  /// uninitialised. Null if there is no memory, or if the data stands in an order from which
-  /// nothing can be repacked; nothing changes then.
+  /// uninitialised. Null if there is no memory, if the data stands in an order from which nothing
+  /// can be repacked (any but channelsLast and channelsFirst), or if there are fewer values than
+  /// the extents tell; nothing changes then.
   float* data(int32_t layoutCode);
 
-  /// Fills the float storage from the half storage, if there is one.
+  /// Fills the float storage from the half storage, if there is one, on every call.
   void halfToFloat();
 
-  /// Gives `dst` this tensor's extents, layout and float values. False if there is no memory.
+  /// Gives `dst` this tensor's extents, layout and float values; its elementCount stays. False if
+  /// there is no memory or `dst` has a float storage that is too small; `dst` stays as it was then.
   bool copyTo(Tensor& dst);
 
   /// Puts somebody else's memory into a storage, freeing what the tensor owned there. The lender
-  /// keeps it alive and unchanged in size; null leaves the storage alone.
+  /// keeps it alive and unchanged in size. Null leaves the storage alone, and so does the address
+  /// of the storage itself.
   void borrow(float* address);
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
@@ -58,6 +61,10 @@ class Tensor {
   bool byteBorrowed = false;
   Layer* producer = nullptr;      ///< the layer that writes this tensor
   std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
+
+ private:
+  bool allocateFloatData();
+  bool repack(int32_t layoutCode);
 };
 
 }  // namespace TavroRTC::FDModule

@@ -7,6 +7,7 @@
 // of the block before and holds only real weights; only a lone short block is filled up with zeros.
 
 #include <cstdint>
+#include <optional>
 
 namespace TavroRTC::FDModule {
 
@@ -19,7 +20,8 @@ struct TensorExtents {
   int32_t c = 0;
 };
 
-/// The codes that code names; weight_packing.cpp has the table of all of them.
+/// The codes that code names; weight_packing.cpp has the table of all of them. Codes behind the
+/// table's end mean plain channelsLast order, and negative ones mean nothing.
 namespace layout {
 inline constexpr int32_t channelsLast = 0;   ///< n, h, w, c: every activation and bias
 inline constexpr int32_t channelsFirst = 1;  ///< n, c, h, w: the stored weights
@@ -34,15 +36,17 @@ inline constexpr int32_t channelTapsInner = 15;  ///< n, h, c, w
 inline constexpr int32_t allLanes = 20;          ///< h, w, c, then all n as lanes
 }  // namespace layout
 
-/// The number of output channels in a block of `layoutCode` for `n` output channels.
+/// How many output channels `layoutCode` groups, which decides how far the buffer exceeds the
+/// elements: `n` is padded to a multiple of it. 1 for the codes that exist for whole blocks only.
 int32_t layoutBlockSize(int32_t layoutCode, int32_t n);
 
-/// The number of elements of a tensor in `layoutCode`, the repeated or zero lanes included.
-/// 0 if an extent is negative or the number doesn't fit.
-uint64_t packedElementCount(const TensorExtents& extents, int32_t layoutCode);
+/// The number of elements of a tensor in `layoutCode`, the repeated or zero lanes included. None if
+/// an extent or the code is negative or the number doesn't fit.
+std::optional<uint64_t> packedElementCount(const TensorExtents& extents, int32_t layoutCode);
 
 /// Fills `dst`, of packedElementCount elements, with the elements of `src`, which stand in
-/// `sourceCode` (channelsLast or channelsFirst).
+/// `sourceCode` (channelsLast or channelsFirst). Does nothing if there is no such count or the
+/// source is in any other order.
 void packWeights(const float* src, float* dst, const TensorExtents& extents, int32_t sourceCode,
                  int32_t layoutCode);
 

@@ -1,0 +1,135 @@
+#include "engine/tensor.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "engine/aligned_memory.h"
+#include "engine/number_conversion.h"
+#include "engine/weight_packing.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+// Far more than any memory holds; a count made from negative extents lies above it.
+constexpr uint64_t maxFloatCount = std::numeric_limits<int64_t>::max() / sizeof(float);
+
+AlignedBuffer<float> allocateFloats(uint64_t count) {
+  return count > maxFloatCount ? nullptr : allocateAligned<float>(count);
+}
+
+// A product past 32 bits wraps, as unsigned numbers may, and a negative one widens to a count that
+// no allocation grants.
+uint64_t elementsOfShape(const Tensor& tensor) {
+  const uint32_t product = static_cast<uint32_t>(tensor.n) * static_cast<uint32_t>(tensor.h) *
+                           static_cast<uint32_t>(tensor.w) * static_cast<uint32_t>(tensor.c);
+  return static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(product)));
+}
+
+template <typename T>
+void releaseStorage(T*& storage, bool borrowed) {
+  if (!borrowed)
+    alignedFree(storage);
+  storage = nullptr;
+}
+
+template <typename T>
+void borrowStorage(T*& storage, bool& borrowed, T* address) {
+  // A tensor that is lent its own buffer stays the owner: there is nobody else to free it.
+  if (address == nullptr || address == storage)
+    return;
+  releaseStorage(storage, borrowed);
+  storage = address;
+  borrowed = true;
+}
+
+}  // namespace
+
+Tensor::~Tensor() {
+  releaseStorage(floatData, floatBorrowed);
+  releaseStorage(halfData, halfBorrowed);
+  releaseStorage(byteData, byteBorrowed);
+}
+
+uint64_t Tensor::count() const {
+  return elementCount != 0 ? elementCount : elementsOfShape(*this);
+}
+
+float* Tensor::data(int32_t layoutCode) {
+  if (layout == layoutCode)
+    return allocateFloatData() ? floatData : nullptr;
+  return repack(layoutCode) ? floatData : nullptr;
+}
+
+bool Tensor::allocateFloatData() {
+  if (floatData == nullptr) {
+    floatData = allocateFloats(count()).release();
+    floatBorrowed = false;
+  }
+  return floatData != nullptr;
+}
+
+bool Tensor::repack(int32_t layoutCode) {
+  if (layout != layout::channelsLast && layout != layout::channelsFirst)
+    return false;
+  const TensorExtents extents{n, h, w, c};
+  const auto available = packedElementCount(extents, layout);
+  const auto wanted = packedElementCount(extents, layoutCode);
+  // Without storage there are no values yet, only the new order to note.
+  if (!available || !wanted || (floatData != nullptr && count() < *available))
+    return false;
+  AlignedBuffer<float> packed = allocateFloats(*wanted);
+  if (packed == nullptr)
+    return false;
+  if (floatData != nullptr)
+    packWeights(floatData, packed.get(), extents, layout, layoutCode);
+  releaseStorage(floatData, floatBorrowed);
+  floatData = packed.release();
+  floatBorrowed = false;
+  elementCount = *wanted;
+  layout = layoutCode;
+  return true;
+}
+
+void Tensor::halfToFloat() {
+  if (halfData != nullptr && allocateFloatData())
+    FDModule::halfToFloat(halfData, floatData, static_cast<int64_t>(count()));
+}
+
+bool Tensor::copyTo(Tensor& dst) {
+  if (&dst == this)
+    return true;
+  const uint64_t copied = count();
+  // The repeated lanes of a packed weight are copied too, though the shape doesn't count them.
+  const uint64_t needed =
+      std::max(copied, dst.elementCount != 0 ? dst.elementCount : elementsOfShape(*this));
+  if (needed > maxFloatCount || (dst.floatData != nullptr && dst.count() < needed) ||
+      !allocateFloatData())
+    return false;
+  if (dst.floatData == nullptr) {
+    AlignedBuffer<float> storage = allocateFloats(needed);
+    if (storage == nullptr)
+      return false;
+    dst.floatData = storage.release();
+    dst.floatBorrowed = false;
+  }
+  dst.n = n;
+  dst.h = h;
+  dst.w = w;
+  dst.c = c;
+  dst.layout = layout;
+  std::memcpy(dst.floatData, floatData, copied * sizeof(float));
+  return true;
+}
+
+void Tensor::borrow(float* address) {
+  borrowStorage(floatData, floatBorrowed, address);
+}
+void Tensor::borrow(uint16_t* address) {
+  borrowStorage(halfData, halfBorrowed, address);
+}
+void Tensor::borrow(uint8_t* address) {
+  borrowStorage(byteData, byteBorrowed, address);
+}
+
+}  // namespace TavroRTC::FDModule
