@@ -1,0 +1,72 @@
+#pragma once
+
+// ConvProblem: one convolution as its kernels see it: sizes and plain pointers, no layer and no
+// tensor. ConvKernel: one kernel as the selection sees it. Every convolution kernel, of 128 or 256
+// bits, dense or depthwise, is a function of a ConvProblem.
+
+#include <cstdint>
+
+namespace TavroRTC::FDModule {
+
+/// The activation that a kernel applies to each sum before it stores it. `kind` is an
+/// ActivationKind (engine/core/activation.h) or 0 for none.
+struct FusedActivation {
+  int32_t kind = 0;
+  float clipMax = 0;
+  float leakSlope = 0;
+};
+
+struct ConvProblem {
+  int32_t kernelW = 1, kernelH = 1;
+  int32_t padLeft = 0, padRight = 0, padTop = 0, padBottom = 0;
+  int32_t strideW = 1, strideH = 1;
+  int32_t dilationW = 1, dilationH = 1;
+  int32_t group = 1;
+  int32_t inputH = 0, inputW = 0, inputC = 0;
+  int32_t outputH = 0, outputW = 0, outputC = 0;
+
+  const float* input = nullptr;    ///< h, w, c; null if there are only bytes
+  const uint8_t* bytes = nullptr;  ///< h, w, c, for the kernels that read a picture
+  float byteMean = 0;              ///< a byte b stands for (b - byteMean) * byteScale
+  float byteScale = 1;
+  const float* weights = nullptr;  ///< in the layout that the kernel names
+  const float* bias = nullptr;     ///< outputC values, with readable memory behind; null: zeros
+  float* output = nullptr;         ///< h, w, c, with 64 bytes behind that may be written
+  FusedActivation activation;
+
+  bool isKernel(int32_t height, int32_t width) const {
+    return kernelH == height && kernelW == width;
+  }
+  bool isStride(int32_t height, int32_t width) const {
+    return strideH == height && strideW == width;
+  }
+  bool isDilated() const { return dilationH > 1 || dilationW > 1; }
+  bool isPadded() const { return padLeft != 0 || padRight != 0 || padTop != 0 || padBottom != 0; }
+};
+
+/// Bit `kind` set: the kernel can apply that activation itself.
+using ActivationKinds = uint32_t;
+inline constexpr ActivationKinds fusesNone = 0;
+inline constexpr ActivationKinds fusesRelu = 1U << 1;
+inline constexpr ActivationKinds fusesReluFamily = (1U << 1) | (1U << 2) | (1U << 6);
+
+/// What a kernel takes as its input.
+enum class ConvInput : uint8_t {
+  floats,         ///< the float data
+  bytes,          ///< the picture's bytes only
+  floatsOrBytes,  ///< the float data, or the bytes if there is none
+};
+
+struct ConvKernel {
+  const char* name;
+  int32_t weightLayout;
+  ActivationKinds fuses;
+  ConvInput reads;
+  /// True if the kernel gives the right result for these sizes; the selection passes over a kernel
+  /// that doesn't serve.
+  bool (*serves)(const ConvProblem& problem);
+  /// Computes the output. False, with the output as it was, if there is no memory for scratch.
+  bool (*run)(const ConvProblem& problem);
+};
+
+}  // namespace TavroRTC::FDModule

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "engine/layer.h"
+
+namespace TavroRTC::FDModule::core {
+
+/// Reduces each window of each channel to its mean or its maximum; the type string decides which.
+/// Windows are clipped to the image, so padding doesn't lower a mean.
+class Pooling : public virtual Layer {
+ public:
+  bool reshape(RunEnv* env) override;
+  std::string describe() const override;
+
+  int32_t kernelW = 0;
+  int32_t kernelH = 0;
+  int32_t padLeft = 0;
+  int32_t padRight = 0;
+  int32_t padTop = 0;
+  int32_t padBottom = 0;
+  int32_t strideW = 0;
+  int32_t strideH = 0;
+  int32_t dilationW = 1;
+  int32_t dilationH = 1;
+
+ protected:
+  Pooling(const LayerRow& row, TensorMap& tensors, TensorMap& weights);
+
+  bool isMean() const { return type == "AveragePool" || isGlobal(); }
+  /// True if the output's shape is the one that the parameters give for the input.
+  bool fitsTensors() const;
+
+ private:
+  bool isGlobal() const { return type == "GlobalAveragePool"; }
+};
+
+}  // namespace TavroRTC::FDModule::core

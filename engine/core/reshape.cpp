@@ -1,0 +1,64 @@
+#include "engine/core/reshape.h"
+
+#include <algorithm>
+
+#include "engine/weight_packing.h"
+
+namespace TavroRTC::FDModule::core {
+
+Reshape::Reshape(const LayerRow& row, TensorMap& tensors, TensorMap& /*weights*/) : Layer(row) {
+  std::copy_n(row.ints, 4, target);
+  connectOneToOne(row, tensors);
+}
+
+void Reshape::shapeOutput() {
+  Tensor& output = *outputs[0];
+  output.n = target[0];
+  output.h = target[1];
+  output.w = target[2];
+  output.c = target[3];
+  output.layout = layout::channelsLast;
+}
+
+bool Reshape::reshape(RunEnv* /*env*/) {
+  if (!isConnected())
+    return false;
+  int32_t* open = nullptr;
+  uint64_t product = 1;
+  for (int32_t& extent : target) {
+    if (extent >= 1) {
+      if (product > INT32_MAX)
+        return false;
+      product *= static_cast<uint64_t>(extent);
+    } else if (open == nullptr) {
+      open = &extent;
+    } else {
+      return false;
+    }
+  }
+  if (open != nullptr) {
+    const uint64_t rest = inputs[0]->count() / product;
+    if (rest > INT32_MAX)
+      return false;
+    *open = static_cast<int32_t>(rest);
+  }
+  shapeOutput();
+  return true;
+}
+
+// The borrowing is renewed on every run, so that it still holds if the input's buffer has changed.
+bool Reshape::forward(RunEnv* /*env*/) {
+  if (!isConnected())
+    return false;
+  Tensor& input = *inputs[0];
+  Tensor& output = *outputs[0];
+  shapeOutput();
+  // More elements than the input has would let readers run past the borrowed buffer.
+  if (output.count() > input.count())
+    return false;
+  output.borrow(input.floatData);
+  output.borrow(input.halfData);
+  return true;
+}
+
+}  // namespace TavroRTC::FDModule::core

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "engine/core/concat.h"
+
+namespace TavroRTC::FDModule::simd {
+
+class Concat : public core::Concat {
+ public:
+  Concat(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+      : Layer(row), core::Concat(row, tensors, weights) {}
+
+  bool forward(core::RunEnv* env) override;
+};
+
+}  // namespace TavroRTC::FDModule::simd

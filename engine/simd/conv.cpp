@@ -1,0 +1,92 @@
+#include "engine/simd/conv.h"
+
+#include "engine/cpu_info.h"
+#include "engine/simd/activation.h"
+#include "engine/simd/conv_kernels.h"
+#include "engine/weight_packing.h"
+
+namespace TavroRTC::FDModule::simd {
+namespace {
+
+using P = const ConvProblem&;
+
+// The thresholds differ by processor only where a block of 8 channels is a close call. The last row
+// takes everything, whatever limits the kernels above have.
+constexpr ConvChoice convChoices[] = {
+    {[](P p) { return p.isDilated() && p.outputC % 16 == 0; }, &convSseDilated_8x4,
+     &convSseDilated_8x4},
+    {[](P p) { return p.isDilated() && p.outputC % 8 == 0; }, &convSseDilated_4x4,
+     &convSseDilated_8x4},
+    {[](P p) { return p.isDilated() && p.outputC % 4 == 0; }, &convSseDilated_4x4,
+     &convSseDilated_4x4},
+    {[](P p) { return p.isDilated(); }, &convSseScalar, &convSseScalar},
+    {[](P p) { return p.isKernel(3, 3) && p.isStride(2, 2) && p.padLeft == 1 && p.inputC == 3; },
+     &convSse3x3s2c3_4x4, &convSse3x3s2c3_4x4},
+    {[](P p) { return p.isKernel(3, 3) && p.isStride(2, 2) && p.padLeft == 1 && p.inputC == 1; },
+     &convSse3x3s2c1_4x4, &convSse3x3s2c1_4x4},
+    {[](P p) { return p.outputC == 1; }, &convSseSingle, &convSseSingle},
+    {[](P p) { return p.isKernel(1, 1) && p.outputC >= 16; }, &convSse1x1_8x4, &convSse1x1_8x4},
+    {[](P p) { return p.isKernel(1, 1) && p.outputC >= 8; }, &convSse1x1_4x4, &convSse1x1_8x4},
+    {[](P p) { return p.isKernel(1, 1) && p.outputC >= 4; }, &convSse1x1_4x4, &convSse1x1_4x4},
+    {[](P p) { return p.outputC % 16 == 0; }, &convSseDirect_8x4, &convSseDirect_8x4},
+    {[](P p) { return p.outputC % 8 == 0; }, &convSseDirect_4x4, &convSseDirect_8x4},
+    {[](P p) { return p.outputC >= 2; }, &convSseDirect_4x4, &convSseDirect_4x4},
+    {[](P) { return true; }, &convSseScalar, &convSseScalar},
+};
+
+// One output channel of two input channels has its own row, ahead of all others.
+constexpr ConvChoice pairToSingle[] = {
+    {[](P p) { return p.outputC == 1 && p.inputC == 2; }, &convSseSingle, &convSseSingle},
+};
+
+}  // namespace
+
+const ConvKernel* selectKernel(std::span<const ConvChoice> choices, const ConvProblem& problem,
+                               bool avxAndFma) {
+  for (const ConvChoice& choice : choices) {
+    const ConvKernel* kernel = avxAndFma ? choice.withAvxAndFma : choice.without;
+    if (choice.applies(problem) && kernel->serves(problem))
+      return kernel;
+  }
+  return nullptr;
+}
+
+const ConvKernel* selectConvKernel(const ConvProblem& problem, const core::RunEnv& env) {
+  if (!env.halfPrecision)
+    if (const ConvKernel* kernel = selectKernel(pairToSingle, problem, false))
+      return kernel;
+  return selectKernel(convChoices, problem, !env.halfPrecision && cpuInfo().hasAvxAndFma());
+}
+
+bool runConvKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem) {
+  problem.activation = takeFusedActivation(layer, kernel.fuses);
+  Tensor& input = *layer.inputs[0];
+  if (kernel.reads != ConvInput::bytes && input.floatData != nullptr)
+    problem.input = input.data(layout::channelsLast);
+  if (kernel.reads != ConvInput::floats) {
+    problem.bytes = input.byteData;
+    problem.byteMean = input.mean[0];
+    problem.byteScale = input.scale[0];
+  }
+  problem.weights = layer.weight->data(kernel.weightLayout);
+  if (layer.bias != nullptr) {
+    problem.bias = layer.bias->data(layout::channelsLast);
+    if (problem.bias == nullptr)
+      return false;
+  }
+  problem.output = layer.outputs[0]->data(layout::channelsLast);
+  if ((problem.input == nullptr && problem.bytes == nullptr) || problem.weights == nullptr ||
+      problem.output == nullptr)
+    return false;
+  return kernel.run(problem);
+}
+
+bool Conv::forward(core::RunEnv* env) {
+  if (!fitsTensors())
+    return false;
+  const ConvProblem sizes = problem();
+  const ConvKernel* kernel = selectConvKernel(sizes, *env);
+  return kernel != nullptr && runConvKernel(*this, *kernel, sizes);
+}
+
+}  // namespace TavroRTC::FDModule::simd

@@ -1,0 +1,58 @@
+#pragma once
+
+// Float4: four floats in a 128-bit register, as a value. The arithmetic is a separate multiply and
+// add on every processor, so a sum written with it has one result.
+
+#include <emmintrin.h>
+
+#include "engine/conv_problem.h"
+#include "engine/core/activation.h"
+
+namespace TavroRTC::FDModule::simd {
+
+struct Float4 {
+  static constexpr int lanes = 4;
+
+  __m128 value;
+
+  static Float4 zero() { return {_mm_setzero_ps()}; }
+  static Float4 load(const float* address) { return {_mm_loadu_ps(address)}; }
+  static Float4 broadcast(float number) { return {_mm_set1_ps(number)}; }
+  void store(float* address) const { _mm_storeu_ps(address, value); }
+
+  friend Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.value, b.value)}; }
+  friend Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.value, b.value)}; }
+  /// a < b ? a : b and a > b ? a : b, lane by lane; b where a lane is a NaN.
+  friend Float4 smaller(Float4 a, Float4 b) { return {_mm_min_ps(a.value, b.value)}; }
+  friend Float4 larger(Float4 a, Float4 b) { return {_mm_max_ps(a.value, b.value)}; }
+};
+
+/// The activation functions that other layers can merge into their own pass.
+inline Float4 relu(Float4 x) {
+  return larger(x, Float4::zero());
+}
+inline Float4 clippedRelu(Float4 x, float clipMax) {
+  return relu(smaller(x, Float4::broadcast(clipMax)));
+}
+inline Float4 leakyRelu(Float4 x, float slope) {
+  return smaller(x, Float4::zero()) * Float4::broadcast(slope) + larger(x, Float4::zero());
+}
+
+inline Float4 activate(Float4 x, const FusedActivation& activation) {
+  switch (static_cast<core::ActivationKind>(activation.kind)) {
+    case core::ActivationKind::relu:
+      return relu(x);
+    case core::ActivationKind::clippedRelu:
+      return clippedRelu(x, activation.clipMax);
+    case core::ActivationKind::leakyRelu:
+      return leakyRelu(x, activation.leakSlope);
+    default:
+      return x;
+  }
+}
+
+inline float activate(float x, const FusedActivation& activation) {
+  return _mm_cvtss_f32(activate(Float4{_mm_set_ss(x)}, activation).value);
+}
+
+}  // namespace TavroRTC::FDModule::simd

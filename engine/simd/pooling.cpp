@@ -1,0 +1,111 @@
+#include "engine/simd/pooling.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "engine/simd/conv_zones.h"
+#include "engine/simd/float4.h"
+#include "engine/weight_packing.h"
+
+namespace TavroRTC::FDModule::simd {
+namespace {
+
+// A window as one output pixel sees it: its first tap inside the image, how many taps there are,
+// and how far apart they lie.
+struct Window {
+  const float* first;
+  int32_t rows;
+  int32_t columns;
+  ptrdiff_t rowStride;
+  ptrdiff_t columnStride;
+};
+
+Float4 load(const float* address, Float4 /*type*/) {
+  return Float4::load(address);
+}
+float load(const float* address, float /*type*/) {
+  return *address;
+}
+void store(float* address, Float4 value) {
+  value.store(address);
+}
+void store(float* address, float value) {
+  *address = value;
+}
+Float4 broadcast(float number, Float4 /*type*/) {
+  return Float4::broadcast(number);
+}
+float broadcast(float number, float /*type*/) {
+  return number;
+}
+float larger(float a, float b) {
+  return a > b ? a : b;
+}
+
+// One channel, or four at a time: the window's values in the order of the image.
+template <typename Value>
+Value mean(const Window& window, ptrdiff_t channel) {
+  Value sum = broadcast(0.0F, Value{});
+  for (int32_t row = 0; row < window.rows; ++row)
+    for (int32_t column = 0; column < window.columns; ++column)
+      sum =
+          sum + load(window.first + row * window.rowStride + column * window.columnStride + channel,
+                     Value{});
+  return sum * broadcast(1.0F / static_cast<float>(window.rows * window.columns), Value{});
+}
+
+template <typename Value>
+Value maximum(const Window& window, ptrdiff_t channel) {
+  Value largest = broadcast(std::numeric_limits<float>::lowest(), Value{});
+  for (int32_t row = 0; row < window.rows; ++row)
+    for (int32_t column = 0; column < window.columns; ++column)
+      largest = larger(
+          load(window.first + row * window.rowStride + column * window.columnStride + channel,
+               Value{}),
+          largest);
+  return largest;
+}
+
+template <typename Value>
+void reduceChannels(const Window& window, float* output, int32_t channels, bool isMean) {
+  constexpr int32_t lanes = sizeof(Value) / sizeof(float);
+  for (int32_t channel = 0; channel < channels; channel += lanes)
+    store(output + channel,
+          isMean ? mean<Value>(window, channel) : maximum<Value>(window, channel));
+}
+
+}  // namespace
+
+// Four channels at a time where that leaves none over.
+bool Pooling::forward(core::RunEnv* /*env*/) {
+  if (!fitsTensors())
+    return false;
+  Tensor& input = *inputs[0];
+  Tensor& output = *outputs[0];
+  const float* values = input.data(layout::channelsLast);
+  float* results = output.data(layout::channelsLast);
+  if (values == nullptr || results == nullptr)
+    return false;
+  const ptrdiff_t channels = input.c;
+  const auto reduce =
+      channels % Float4::lanes == 0 ? reduceChannels<Float4> : reduceChannels<float>;
+  for (int32_t y = 0; y < output.h; ++y) {
+    const int32_t top = y * strideH - padTop;
+    const TapRange rows = tapsInside(top, input.h, kernelH, dilationH);
+    for (int32_t x = 0; x < output.w; ++x, results += channels) {
+      const int32_t left = x * strideW - padLeft;
+      const TapRange columns = tapsInside(left, input.w, kernelW, dilationW);
+      const ptrdiff_t firstRow = top + rows.begin * dilationH;
+      const ptrdiff_t firstColumn = left + columns.begin * dilationW;
+      // A window in the padding alone has no taps; its mean or maximum is taken over nothing.
+      const Window window = {values + (firstRow * input.w + firstColumn) * channels,
+                             std::max(rows.end - rows.begin, 0),
+                             std::max(columns.end - columns.begin, 0),
+                             dilationH * input.w * channels, dilationW * channels};
+      reduce(window, results, input.c, isMean());
+    }
+  }
+  return true;
+}
+
+}  // namespace TavroRTC::FDModule::simd

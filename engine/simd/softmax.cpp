@@ -1,0 +1,70 @@
+#include "engine/simd/softmax.h"
+
+#include <cmath>
+#include <limits>
+
+namespace TavroRTC::FDModule::simd {
+namespace {
+
+void softmaxPair(const float* x, float* y) {
+  const float largest = x[0] > x[1] ? x[0] : x[1];
+  const float first = std::exp(x[0] - largest);
+  const float second = std::exp(x[1] - largest);
+  const float share = 1.0F / (second + first);
+  y[0] = share * first;
+  y[1] = share * second;
+}
+
+void softmaxTriple(const float* x, float* y) {
+  const float larger = x[0] > x[1] ? x[0] : x[1];
+  const float largest = larger > x[2] ? larger : x[2];
+  const float first = std::exp(x[0] - largest);
+  const float second = std::exp(x[1] - largest);
+  const float third = std::exp(x[2] - largest);
+  const float share = 1.0F / ((second + first) + third);
+  y[0] = share * first;
+  y[1] = share * second;
+  y[2] = share * third;
+}
+
+void softmaxRow(const float* x, float* y, int32_t count) {
+  float largest = std::numeric_limits<float>::min();
+  for (int32_t i = 0; i < count; ++i)
+    largest = x[i] > largest ? x[i] : largest;
+  float sum = 0;
+  for (int32_t i = 0; i < count; ++i) {
+    y[i] = std::exp(x[i] - largest);
+    sum += y[i];
+  }
+  for (int32_t i = 0; i < count; ++i)
+    y[i] /= sum;
+}
+
+}  // namespace
+
+bool Softmax::forward(core::RunEnv* /*env*/) {
+  if (!isConnected())
+    return false;
+  Tensor& input = *inputs[0];
+  Tensor& output = *outputs[0];
+  if (input.n != 1 || output.n != 1 || input.h < 1 || input.w < 1 || input.c < 1 ||
+      output.h != input.h || output.w != input.w || output.c != input.c)
+    return false;
+  const float* x = floatStorage(input);
+  float* y = floatStorage(output);
+  if (x == nullptr || y == nullptr)
+    return false;
+  const int32_t channels = input.c;
+  const int64_t rows = static_cast<int64_t>(input.h) * input.w;
+  for (int64_t row = 0; row < rows; ++row, x += channels, y += channels) {
+    if (channels == 2)
+      softmaxPair(x, y);
+    else if (channels == 3)
+      softmaxTriple(x, y);
+    else
+      softmaxRow(x, y, channels);
+  }
+  return true;
+}
+
+}  // namespace TavroRTC::FDModule::simd
