@@ -1,0 +1,50 @@
+#pragma once
+
+// FaceRects: the host's result sequence. It lends the module a FaceRectSequence, to which the
+// module appends, and frees the elements itself. One object serves any number of frames, so that a
+// frame allocates nothing once the sequence has grown to the usual number of faces.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+
+#include "modules/face_detection/host_interface.h"
+
+namespace tavro::host {
+
+class FaceRects {
+ public:
+  using FaceRect = TavroRTC::FDModule::FaceRect;
+  using FaceRectSequence = TavroRTC::FDModule::FaceRectSequence;
+
+  FaceRects() { sequence_.grow = &FaceRects::grow; }
+  ~FaceRects() { std::free(sequence_.elements); }
+  FaceRects(const FaceRects&) = delete;
+  FaceRects& operator=(const FaceRects&) = delete;
+
+  FaceRectSequence* sequence() { return &sequence_; }
+
+  std::span<const FaceRect> view() const {
+    return {sequence_.elements, static_cast<size_t>(sequence_.size)};
+  }
+  bool empty() const { return sequence_.size == 0; }
+  void clear() { sequence_.size = 0; }
+
+ private:
+  static bool grow(FaceRectSequence* sequence, int32_t capacity) {
+    if (capacity <= sequence->capacity)
+      return true;
+    void* elements =
+        std::realloc(sequence->elements, static_cast<size_t>(capacity) * sizeof(FaceRect));
+    if (elements == nullptr)
+      return false;
+    sequence->elements = static_cast<FaceRect*>(elements);
+    sequence->capacity = capacity;
+    return true;
+  }
+
+  FaceRectSequence sequence_;
+};
+
+}  // namespace tavro::host

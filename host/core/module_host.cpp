@@ -1,0 +1,135 @@
+#include "host/core/module_host.h"
+
+#include <new>
+#include <utility>
+
+#include "host/core/module_registry.h"
+
+namespace tavro::host {
+
+using TavroRTC::FDModule::createInstanceCommand;
+using TavroRTC::FDModule::destroyInstanceCommand;
+using TavroRTC::FDModule::FDWrapper;
+using TavroRTC::FDModule::ModuleCallback;
+using TavroRTC::FDModule::ModuleCommand;
+
+namespace {
+
+/// Runs an operation whose failures are values, memory running out included. The message is short
+/// enough to need no heap of its own.
+template <typename Operation>
+Status guarded(Operation&& operation) {
+  try {
+    return operation();
+  } catch (const std::bad_alloc&) {
+    return {"out of memory"};
+  } catch (const std::exception& failure) {
+    return {failure.what()};
+  }
+}
+
+Status load(const std::string& path, std::string* name) {
+  ModuleRegistry& registry = ModuleRegistry::instance();
+  const std::lock_guard lock(registry.loadLock());
+  const LoadRecord record;
+  SharedLibrary library;
+  if (const std::string error = library.open(path); !error.empty())
+    return {"can't load the module " + path + ": " + error};
+  if (const std::string owner = registry.nameOf(library); !owner.empty())
+    return {"can't load the module " + path + ": it is loaded already, as '" + owner + "'"};
+  if (record.name.empty()) {
+    library.close();
+    registry.forget(record);
+    return {"can't load the module " + path + ": " +
+            (record.refusal.empty() ? "it isn't a module, it registers nothing"
+                                    : "its registration was refused, " + record.refusal)};
+  }
+  registry.adopt(record.name, std::move(library), path);
+  if (name != nullptr)
+    *name = record.name;
+  return {};
+}
+
+Status unload(const std::string& name) {
+  ModuleRegistry& registry = ModuleRegistry::instance();
+  const std::lock_guard lock(registry.loadLock());
+  SharedLibrary library;
+  if (Status status = registry.beginUnload(name, library); !status.ok())
+    return status;
+  library.close();
+  // A module that doesn't unregister itself must not leave a callback into closed memory.
+  registry.remove(name.c_str());
+  return {};
+}
+
+Status create(const std::string& name, FDWrapper** instance) {
+  *instance = nullptr;
+  ModuleRegistry& registry = ModuleRegistry::instance();
+  ModuleCallback callback = nullptr;
+  if (Status status = registry.reserveInstance(name, callback); !status.ok())
+    return status;
+  FDWrapper* made = nullptr;
+  ModuleCommand command{.code = createInstanceCommand, .object = static_cast<void*>(&made)};
+  const int32_t result = callback(nullptr, &command);
+  if (result != 0)
+    made = nullptr;
+  registry.settleInstance(name, made);
+  if (result != 0)
+    return {"module '" + name + "' refused to make an instance: " + std::to_string(result)};
+  if (made == nullptr)
+    return {"module '" + name + "' had no memory for an instance"};
+  *instance = made;
+  return {};
+}
+
+Status destroy(FDWrapper* instance) {
+  ModuleRegistry& registry = ModuleRegistry::instance();
+  std::string name;
+  ModuleCallback callback = nullptr;
+  if (Status status = registry.releaseInstance(instance, name, callback); !status.ok())
+    return status;
+  ModuleCommand command{.code = destroyInstanceCommand, .object = instance};
+  const int32_t result = callback(nullptr, &command);
+  registry.settleInstance(name, nullptr);
+  if (result != 0)
+    return {"module '" + name + "' failed to destroy an instance: " + std::to_string(result)};
+  return {};
+}
+
+}  // namespace
+
+Status loadModule(const std::string& path, std::string* name) {
+  return guarded([&] { return load(path, name); });
+}
+
+Status unloadModule(const std::string& name) {
+  return guarded([&] { return unload(name); });
+}
+
+Status createInstance(const std::string& name, FDWrapper** instance) {
+  return guarded([&] { return create(name, instance); });
+}
+
+Status destroyInstance(FDWrapper* instance) {
+  return guarded([&] { return destroy(instance); });
+}
+
+std::vector<ModuleInfo> modules() {
+  return ModuleRegistry::instance().list();
+}
+
+std::optional<ModuleInfo> findModule(const std::string& name) {
+  for (ModuleInfo& info : ModuleRegistry::instance().list())
+    if (info.name == name)
+      return std::move(info);
+  return std::nullopt;
+}
+
+Status setBoundaryObserver(BoundaryObserver observer) {
+  return guarded([&] {
+    ModuleRegistry::instance().setObserver(std::move(observer));
+    return Status{};
+  });
+}
+
+}  // namespace tavro::host
