@@ -31,9 +31,9 @@ std::string Net::label(const Layer& layer) const {
   if ((labelParts & labelName) != 0)
     text += layer.name;
   if ((labelParts & labelType) != 0)
-    text += ":" + layer.type;
+    text.append(":").append(layer.type);
   if ((labelParts & labelParameters) != 0)
-    text += "_" + layer.describe();
+    text.append("_").append(layer.describe());
   return text;
 }
 

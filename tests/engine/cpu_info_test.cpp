@@ -1,0 +1,110 @@
+#include "engine/cpu_info.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace TavroRTC::FDModule {
+namespace {
+
+constexpr uint32_t junk = 0xDEADBEEF;
+
+struct FakeProcessor {
+  uint32_t maxLeaf;
+  uint32_t maxExtendedLeaf;
+  const char* vendor;  // 12 characters
+  char brand[49];
+};
+
+const FakeProcessor* fake = nullptr;
+
+// A leaf that the processor doesn't have, or another subleaf than 0, answers with junk, as real
+// ones do.
+CpuidRegisters fakeCpuid(uint32_t leaf, uint32_t subleaf) {
+  CpuidRegisters words = {junk, junk, junk, junk};
+  const bool extended = leaf >= 0x80000000;
+  if (subleaf != 0 ||
+      (leaf != 0x80000000 && leaf > (extended ? fake->maxExtendedLeaf : fake->maxLeaf)))
+    return words;
+  if (leaf == 0) {
+    words[0] = fake->maxLeaf;
+    std::memcpy(&words[1], fake->vendor, 4);
+    std::memcpy(&words[3], fake->vendor + 4, 4);
+    std::memcpy(&words[2], fake->vendor + 8, 4);
+  } else if (leaf == 0x80000000) {
+    words[0] = fake->maxExtendedLeaf;
+  } else if (leaf >= 0x80000002 && leaf <= 0x80000004) {
+    std::memcpy(words.data(), fake->brand + (leaf - 0x80000002) * 16, 16);
+  } else {
+    words = {leaf + 0x100, leaf + 0x200, leaf + 0x300, leaf + 0x400};
+  }
+  return words;
+}
+
+TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
+  const char longBrand[] = "Forty-eight characters fill all three leaves ok.";
+  static_assert(sizeof(longBrand) == 49);
+  const FakeProcessor processors[] = {
+      {0, 0x80000000, "GenuineIntel", "unread"},
+      {1, 0x80000001, "AuthenticAMD", "unread"},
+      {6, 0x80000003, "SomebodyElse", "unread"},
+      {7, 0x80000004, "GenuineIntel", "A short brand"},
+      {22, 0x80000008, "AuthenticAMD", "Forty-eight characters fill all three leaves ok."},
+      {0xFFFFFFFF, 0, "genuineintel", "unread"}};
+  for (const FakeProcessor& processor : processors) {
+    SCOPED_TRACE(processor.maxLeaf);
+    fake = &processor;
+    const CpuInfo info = readCpuInfo(fakeCpuid);
+    const auto maxLeaf = static_cast<int32_t>(processor.maxLeaf);
+    const uint32_t maxExtended = processor.maxExtendedLeaf;
+    EXPECT_EQ(info.maxLeaf, maxLeaf);
+    EXPECT_EQ(info.maxExtendedLeaf, maxExtended);
+    EXPECT_EQ(info.vendor, processor.vendor);
+    EXPECT_EQ(info.isIntel, info.vendor == "GenuineIntel");
+    EXPECT_EQ(info.isAmd, info.vendor == "AuthenticAMD");
+    EXPECT_EQ(info.leaf1Ecx, maxLeaf >= 1 ? 0x301U : 0U);
+    EXPECT_EQ(info.leaf1Edx, maxLeaf >= 1 ? 0x401U : 0U);
+    EXPECT_EQ(info.leaf7Ebx, maxLeaf >= 7 ? 0x207U : 0U);
+    EXPECT_EQ(info.leaf7Ecx, maxLeaf >= 7 ? 0x307U : 0U);
+    EXPECT_EQ(info.extendedEcx, maxExtended >= 0x80000001 ? 0x80000301U : 0U);
+    EXPECT_EQ(info.extendedEdx, maxExtended >= 0x80000001 ? 0x80000401U : 0U);
+    EXPECT_EQ(info.brand, maxExtended >= 0x80000004 ? processor.brand : "");
+  }
+}
+
+TEST(CpuInfo, wideKernelsNeedAvxAndFma) {
+  CpuInfo info;
+  EXPECT_FALSE(info.hasAvxAndFma());
+  info.leaf1Ecx = 1U << 28;
+  EXPECT_TRUE(info.hasAvx());
+  EXPECT_FALSE(info.hasAvxAndFma() || info.hasF16c());
+  info.leaf1Ecx = 1U << 12;
+  EXPECT_FALSE(info.hasAvxAndFma() || info.hasAvx());
+  info.leaf1Ecx = ~(1U << 29);
+  EXPECT_TRUE(info.hasAvxAndFma());
+  EXPECT_FALSE(info.hasF16c() || info.hasAvx2() || info.hasAvx512F());
+}
+
+TEST(CpuInfo, agreesWithTheCompilersRuntime) {
+  __builtin_cpu_init();
+  const CpuInfo& info = cpuInfo();
+  // The runtime asks the operating system too, so it may say less but never more.
+  EXPECT_TRUE(info.hasAvx() || !__builtin_cpu_supports("avx"));
+  EXPECT_TRUE(info.hasAvx2() || !__builtin_cpu_supports("avx2"));
+  EXPECT_TRUE(info.hasAvx512F() || !__builtin_cpu_supports("avx512f"));
+  EXPECT_TRUE(info.hasAvxAndFma() || !__builtin_cpu_supports("fma"));
+  EXPECT_EQ(info.isIntel, __builtin_cpu_is("intel") != 0);
+  EXPECT_EQ(info.isAmd, __builtin_cpu_is("amd") != 0);
+}
+
+TEST(CpuInfo, canBeOverriddenAndGivenBack) {
+  const CpuInfo* real = &cpuInfo();
+  const CpuInfo plain;
+  overrideCpuInfo(&plain);
+  EXPECT_EQ(&cpuInfo(), &plain);
+  overrideCpuInfo(nullptr);
+  EXPECT_EQ(&cpuInfo(), real);
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule

@@ -1,0 +1,233 @@
+#include "engine/number_conversion.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "engine/cpu_info.h"
+#include "tests/support/guarded_buffer.h"
+#include "tests/support/random.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+using tavro::test::Guard;
+using tavro::test::GuardedBuffer;
+using tavro::test::Random;
+
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+// While it lives, cpuInfo() describes a processor without any extension.
+class PlainProcessor {
+ public:
+  PlainProcessor() { overrideCpuInfo(&info_); }
+  ~PlainProcessor() { overrideCpuInfo(nullptr); }
+  PlainProcessor(const PlainProcessor&) = delete;
+  PlainProcessor& operator=(const PlainProcessor&) = delete;
+
+ private:
+  CpuInfo info_;
+};
+
+double halfValue(uint32_t half) {
+  const double sign = (half & 0x8000U) != 0 ? -1 : 1;
+  const auto exponent = static_cast<int>(half >> 10 & 31);
+  const int mantissa = half & 1023;
+  if (exponent == 31)
+    return mantissa == 0 ? sign * std::numeric_limits<double>::infinity() : std::nan("");
+  return sign *
+         (exponent == 0 ? std::ldexp(mantissa, -24) : std::ldexp(1024 + mantissa, exponent - 25));
+}
+
+// The half whose magnitude is `value` rounded by `rounding` to the step of its binade. Consecutive
+// patterns are consecutive values, so that a carry into the exponent needs no care.
+uint16_t nearbyHalf(float value, double (*rounding)(double)) {
+  const uint32_t sign = std::signbit(value) ? 0x8000 : 0;
+  const double magnitude = std::fabs(static_cast<double>(value));
+  const int exponent = magnitude == 0 ? -14 : std::max(-14, std::ilogb(magnitude));
+  const double steps = rounding(std::ldexp(magnitude, 10 - exponent));
+  return static_cast<uint16_t>(
+      sign | static_cast<uint32_t>((exponent + 14) * 1024 + static_cast<int>(steps)));
+}
+
+uint16_t truncatedHalf(float value) {
+  if (std::isnan(value))
+    return 0x7FFF;
+  const uint32_t sign = std::signbit(value) ? 0x8000 : 0;
+  if (std::isinf(value))
+    return static_cast<uint16_t>(sign | 0x7C00);
+  if (std::fabs(value) > 65504)
+    return static_cast<uint16_t>(sign | 0x7FFF);
+  return nearbyHalf(value, std::trunc);
+}
+
+uint16_t roundedHalf(float value) {
+  if (std::fabs(value) >= 65520)
+    return std::signbit(value) ? 0xFC00 : 0x7C00;
+  return nearbyHalf(value, std::nearbyint);
+}
+
+bool isHalfNan(uint16_t half) {
+  return (half & 0x7FFFU) > 0x7C00U;
+}
+
+std::vector<uint16_t> allHalves() {
+  std::vector<uint16_t> halves(65536);
+  for (size_t i = 0; i < halves.size(); ++i)
+    halves[i] = static_cast<uint16_t>(i);
+  return halves;
+}
+
+// Around every half: itself, its neighbours among the floats, and the tie with the next half; and
+// random floats of any size. A multiple of 8.
+std::vector<float> floatsToNarrow() {
+  std::vector<float> floats;
+  for (uint32_t half = 0; half < 65536; ++half) {
+    const auto value = static_cast<float>(halfValue(half));
+    const auto next = static_cast<float>(halfValue(half ^ ((half & 0x7FFFU) < 0x7BFFU ? 1U : 0U)));
+    floats.insert(floats.end(), {value, std::nextafter(value, infinity),
+                                 std::nextafter(value, -infinity), (value + next) / 2});
+  }
+  Random random(tavro::test::baseSeed());
+  for (int i = 0; i < 1 << 18; ++i)
+    floats.push_back(std::bit_cast<float>(random.between(INT32_MIN, INT32_MAX)));
+  for (const float value :
+       {65504.0F, 65519.996F, 65520.0F, 65536.0F, 70000.0F, 1e-45F, 0x1p-25F, 0x1.8p-25F})
+    floats.push_back(value);
+  return floats;
+}
+
+void checkWidening(bool byInstruction) {
+  const std::vector<uint16_t> halves = allHalves();
+  std::vector<float> floats(halves.size());
+  halfToFloat(halves.data(), floats.data(), static_cast<int64_t>(halves.size()));
+  for (uint32_t half = 0; half < 65536; ++half) {
+    const double expected = halfValue(half);
+    uint32_t bits = std::bit_cast<uint32_t>(static_cast<float>(expected));
+    if (std::isnan(expected))
+      bits =
+          byInstruction ? (half & 0x8000U) << 16 | 0x7FC00000U | (half & 1023U) << 13 : 0x7FC00000U;
+    ASSERT_EQ(std::bit_cast<uint32_t>(floats[half]), bits) << "half " << half;
+  }
+}
+
+void checkNarrowing(bool byInstruction) {
+  SCOPED_TRACE(tavro::test::seedNote(tavro::test::baseSeed()));
+  const std::vector<float> floats = floatsToNarrow();
+  std::vector<uint16_t> halves(floats.size());
+  floatToHalf(floats.data(), halves.data(), static_cast<int64_t>(floats.size()));
+  for (size_t i = 0; i < floats.size(); ++i) {
+    if (byInstruction && std::isnan(floats[i]))
+      ASSERT_TRUE(isHalfNan(halves[i])) << "element " << i;
+    else
+      ASSERT_EQ(halves[i], byInstruction ? roundedHalf(floats[i]) : truncatedHalf(floats[i]))
+          << floats[i] << " bits " << std::bit_cast<uint32_t>(floats[i]);
+  }
+}
+
+TEST(HalfConversion, scalarRuleMatchesArithmeticOnEveryHalf) {
+  const PlainProcessor plain;
+  checkWidening(false);
+  checkNarrowing(false);
+}
+
+TEST(HalfConversion, instructionMatchesArithmeticOnEveryHalf) {
+  if (!cpuInfo().hasF16c())
+    GTEST_SKIP() << "no F16C";
+  checkWidening(true);
+  checkNarrowing(true);
+}
+
+TEST(HalfConversion, edgesByTheScalarRule) {
+  const PlainProcessor plain;
+  const struct {
+    float value;
+    uint16_t half;
+  } cases[] = {{1, 0x3C00},
+               {1.00097644F, 0x3C00},
+               {70000, 0x7FFF},
+               {-70000, 0xFFFF},
+               {65504, 0x7BFF},
+               {-infinity, 0xFC00},
+               {-std::nanf(""), 0x7FFF},
+               {0x1p-14F, 0x0400},
+               {0x1p-24F, 0x0001},
+               {-0x1.FFFFFEp-25F, 0x8000},
+               {1e-45F, 0}};
+  for (const auto& [value, half] : cases) {
+    uint16_t result = 0;
+    floatToHalf(&value, &result, 1);
+    EXPECT_EQ(result, half) << value;
+  }
+}
+
+TEST(HalfConversion, onlyWholeGroupsAreRounded) {
+  const int64_t groupSize = cpuInfo().hasF16c() ? 8 : 1 << 20;
+  for (int64_t count = 0; count <= 40; ++count) {
+    SCOPED_TRACE(count);
+    const auto size = static_cast<size_t>(count);
+    GuardedBuffer<float> floats(size);
+    GuardedBuffer<uint16_t> halves(size);
+    GuardedBuffer<float> back(size);
+    std::fill(floats.begin(), floats.end(), 1.00097644F);
+    floatToHalf(floats.data(), halves.data(), count);
+    halfToFloat(halves.data(), back.data(), count);
+    for (int64_t i = 0; i < count; ++i) {
+      const bool rounded = i < count / groupSize * groupSize;
+      ASSERT_EQ(halves[static_cast<size_t>(i)], rounded ? 0x3C01 : 0x3C00);
+      ASSERT_EQ(back[static_cast<size_t>(i)], rounded ? 1.0009765625F : 1.0F);
+    }
+    ASSERT_TRUE(halves.intact() && back.intact());
+  }
+}
+
+TEST(ByteConversion, rowsOfEveryWidth) {
+  const uint64_t seed = tavro::test::baseSeed();
+  SCOPED_TRACE(tavro::test::seedNote(seed));
+  Random random(seed);
+  const float scales[] = {0.00392156886F, 1.0F, random.real(-2, 2)};
+  for (int32_t width = 0; width <= 70; ++width) {
+    SCOPED_TRACE(width);
+    const auto pixels = static_cast<size_t>(width);
+    const float mean = width % 2 == 0 ? 0.0F : random.real(0, 255);
+    const float scale = scales[width % 3];
+    const Guard guard = random.chance(0.5) ? Guard::behind : Guard::inFront;
+    GuardedBuffer<uint8_t> bytes(3 * pixels, guard);
+    for (uint8_t& byte : bytes)
+      byte = random.byte();
+
+    GuardedBuffer<float> row(pixels, guard);
+    bytesToFloat(bytes.data(), row.data(), width, mean, scale);
+    for (size_t i = 0; i < pixels; ++i)
+      ASSERT_EQ(row[i], (static_cast<float>(bytes[i]) - mean) * scale) << "element " << i;
+
+    GuardedBuffer<float> planes(3 * (pixels + 2), guard);
+    bytesToFloatPlanes(bytes.data(), planes.data(), width, mean, scale);
+    for (size_t k = 0; k < 3; ++k)
+      for (size_t i = 0; i < pixels + 2; ++i) {
+        const bool border = i == 0 || i == pixels + 1;
+        const float expected =
+            border ? 0 : (static_cast<float>(bytes[3 * (i - 1) + k]) - mean) * scale;
+        ASSERT_EQ(planes[k * (pixels + 2) + i], expected) << "channel " << k << " column " << i;
+      }
+    ASSERT_TRUE(row.intact() && planes.intact() && bytes.intact());
+  }
+}
+
+TEST(ByteConversion, negativeCountsConvertNothing) {
+  float untouched = 7;
+  const uint8_t byte = 1;
+  bytesToFloat(&byte, &untouched, -20, 0, 1);
+  bytesToFloatPlanes(&byte, &untouched, -2, 0, 1);
+  uint16_t half = 0x3C00;
+  halfToFloat(&half, &untouched, -20);
+  floatToHalf(&untouched, &half, -20);
+  EXPECT_EQ(untouched, 7);
+  EXPECT_EQ(half, 0x3C00);
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule

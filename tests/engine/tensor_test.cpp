@@ -1,0 +1,237 @@
+#include "engine/tensor.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <tuple>
+
+#include "engine/aligned_memory.h"
+#include "engine/weight_packing.h"
+#include "tests/support/guarded_buffer.h"
+
+// Leaks, double frees and writes past a buffer show in the build with the address sanitizer.
+
+namespace TavroRTC::FDModule {
+namespace {
+
+using tavro::test::GuardedBuffer;
+
+constexpr int32_t largest = std::numeric_limits<int32_t>::max();
+
+void setExtents(Tensor& tensor, const TensorExtents& extents) {
+  tensor.n = extents.n;
+  tensor.h = extents.h;
+  tensor.w = extents.w;
+  tensor.c = extents.c;
+}
+
+auto stateOf(const Tensor& t) {
+  return std::tuple(t.n, t.h, t.w, t.c, t.elementCount, t.layout, t.floatData, t.floatBorrowed);
+}
+
+bool isAligned(const void* address) {
+  return reinterpret_cast<uintptr_t>(address) % bufferAlignment == 0;
+}
+
+TEST(AlignedMemory, isAlignedAndHasSpareBytes) {
+  for (const size_t size : {0, 1, 8, 56, 63, 64, 65, 120, 128, 4096, 100000}) {
+    void* buffer = alignedAlloc(size);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_TRUE(isAligned(buffer));
+    std::memset(buffer, 1, size + spareBytes);
+    alignedFree(buffer);
+  }
+  alignedFree(nullptr);
+  EXPECT_EQ(alignedAlloc(std::numeric_limits<size_t>::max()), nullptr);
+  EXPECT_EQ(allocateAligned<float>(std::numeric_limits<size_t>::max() / 2), nullptr);
+}
+
+TEST(Tensor, countIsTheProductUnlessItIsGiven) {
+  Tensor tensor;
+  EXPECT_EQ(tensor.count(), 0U);
+  setExtents(tensor, {2, 3, 4, 5});
+  EXPECT_EQ(tensor.count(), 120U);
+  tensor.n = -2;
+  EXPECT_EQ(tensor.count(), static_cast<uint64_t>(-120));
+  setExtents(tensor, {65536, 32768, 1, 1});
+  EXPECT_EQ(tensor.count(), 0xFFFFFFFF80000000U);
+  setExtents(tensor, {largest, largest, 1, 1});
+  EXPECT_EQ(tensor.count(), 1U);
+  tensor.elementCount = 9;
+  EXPECT_EQ(tensor.count(), 9U);
+}
+
+TEST(Tensor, allocatesOnceAndOnRequest) {
+  Tensor empty;
+  EXPECT_TRUE(empty.data(0) != nullptr && isAligned(empty.data(0)));
+
+  Tensor activation;
+  setExtents(activation, {1, 2, 3, 4});
+  float* values = activation.data(0);
+  ASSERT_NE(values, nullptr);
+  std::memset(values, 0, 24 * sizeof(float) + spareBytes);
+  EXPECT_EQ(activation.data(0), values);
+  EXPECT_FALSE(activation.floatBorrowed);
+
+  Tensor unsized;
+  setExtents(unsized, {1, 2, 3, 4});
+  values = unsized.data(layout::block8);
+  ASSERT_NE(values, nullptr);
+  std::memset(values, 0, 8 * 24 * sizeof(float) + spareBytes);
+  EXPECT_EQ(unsized.count(), 192U);
+}
+
+TEST(Tensor, repacksABorrowedWeightIntoItsOwnBuffer) {
+  GuardedBuffer<float> table(10 * 3 * 2);
+  std::iota(table.begin(), table.end(), 1.0F);
+  const std::vector<float> before(table.begin(), table.end());
+  Tensor weight;
+  setExtents(weight, {10, 3, 1, 2});
+  weight.layout = layout::channelsFirst;
+  weight.borrow(table.data());
+  EXPECT_EQ(weight.data(layout::channelsFirst), table.data());
+  EXPECT_TRUE(weight.floatBorrowed);
+
+  const float* packed = weight.data(layout::block8);
+  ASSERT_NE(packed, nullptr);
+  EXPECT_TRUE(packed != table.data() && !weight.floatBorrowed && isAligned(packed));
+  EXPECT_EQ(weight.elementCount, 16U * 3 * 2);
+  EXPECT_EQ(weight.layout, layout::block8);
+  EXPECT_EQ(packed[48], 13);  // the second block starts at output channel 2
+  EXPECT_EQ(weight.data(layout::block8), packed);
+  EXPECT_TRUE(std::equal(table.begin(), table.end(), before.begin()) && table.intact());
+
+  Tensor bias;
+  setExtents(bias, {1, 1, 1, 60});
+  bias.layout = layout::channelsFirst;
+  bias.borrow(table.data());
+  const float* values = bias.data(layout::channelsLast);
+  ASSERT_NE(values, nullptr);
+  EXPECT_NE(values, table.data());
+  EXPECT_TRUE(std::equal(before.begin(), before.end(), values));
+  EXPECT_NE(bias.data(layout::channelsFirst), nullptr) << "a plain order can be left again";
+}
+
+TEST(Tensor, refusesWhatItCannotPackAndStaysAsItWas) {
+  GuardedBuffer<float> table(8);
+  std::fill(table.begin(), table.end(), 1.0F);
+  const struct {
+    const char* reason;
+    TensorExtents extents;
+    int32_t layout;
+    uint64_t elementCount;
+    int32_t wanted;
+    bool borrows;
+  } cases[] = {
+      {"from a blocked order", {8, 1, 1, 1}, layout::block8, 8, 0, true},
+      {"from an order of the same sequence", {8, 1, 1, 1}, 18, 8, 0, true},
+      {"fewer values than the extents tell", {8, 3, 1, 1}, 1, 8, layout::block8, true},
+      {"negative extents", {-8, -1, 1, 1}, 1, 0, layout::block8, true},
+      {"negative code", {8, 1, 1, 1}, 1, 0, -1, true},
+      {"a 32-bit count that wraps", {largest, largest, 1, 1}, 1, 0, layout::block8, true},
+      {"more memory than there is", {largest, largest, 1, 1}, 1, 0, layout::block8, false},
+      {"a count past 64 bits", {largest, largest, largest, 1}, 1, 0, layout::block8, false},
+      {"a negative count", {8, -1, 1, 1}, 0, 0, 0, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.reason);
+    Tensor tensor;
+    setExtents(tensor, c.extents);
+    tensor.layout = c.layout;
+    tensor.elementCount = c.elementCount;
+    if (c.borrows)
+      tensor.borrow(table.data());
+    const auto before = stateOf(tensor);
+    EXPECT_EQ(tensor.data(c.wanted), nullptr);
+    EXPECT_EQ(stateOf(tensor), before);
+  }
+}
+
+TEST(Tensor, ownsOrBorrowsEachStorage) {
+  float floats[4] = {1, 2, 3, 4};
+  uint8_t bytes[4] = {};
+  Tensor tensor;
+  setExtents(tensor, {1, 1, 2, 2});
+  float* own = tensor.data(0);
+  tensor.borrow(static_cast<float*>(nullptr));
+  tensor.borrow(own);
+  EXPECT_TRUE(tensor.floatData == own && !tensor.floatBorrowed);
+  own[3] = 4;  // still allocated
+
+  tensor.borrow(floats);
+  EXPECT_TRUE(tensor.data(0) == floats && tensor.floatBorrowed);
+  tensor.borrow(floats + 2);
+  tensor.borrow(static_cast<float*>(nullptr));
+  EXPECT_TRUE(tensor.floatData == floats + 2 && tensor.floatBorrowed);
+
+  tensor.byteData = static_cast<uint8_t*>(alignedAlloc(4));
+  tensor.borrow(bytes);
+  EXPECT_TRUE(tensor.byteData == bytes && tensor.byteBorrowed && !tensor.halfBorrowed);
+  tensor.halfData = static_cast<uint16_t*>(alignedAlloc(4));
+}
+
+TEST(Tensor, widensItsHalvesOnEveryCall) {
+  Tensor tensor;
+  setExtents(tensor, {1, 1, 1, 10});
+  tensor.halfToFloat();
+  EXPECT_EQ(tensor.floatData, nullptr);
+
+  GuardedBuffer<uint16_t> halves(10);
+  for (const auto& [half, value] : {std::pair<uint16_t, float>{0x3C00, 1}, {0xC000, -2}}) {
+    std::fill(halves.begin(), halves.end(), half);
+    tensor.borrow(halves.data());
+    tensor.halfToFloat();
+    ASSERT_NE(tensor.floatData, nullptr);
+    EXPECT_EQ(std::count(tensor.floatData, tensor.floatData + 10, value), 10);
+  }
+  EXPECT_FALSE(tensor.floatBorrowed);
+
+  Tensor impossible;
+  setExtents(impossible, {-1, 1, 1, 1});
+  impossible.borrow(halves.data());
+  impossible.halfToFloat();
+  EXPECT_EQ(impossible.floatData, nullptr);
+}
+
+TEST(Tensor, copiesShapeAndValues) {
+  GuardedBuffer<float> table(10);
+  std::iota(table.begin(), table.end(), 1.0F);
+  Tensor source;
+  setExtents(source, {10, 1, 1, 1});
+  source.layout = layout::channelsFirst;
+  source.borrow(table.data());
+  const float* packed = source.data(layout::block8);
+  ASSERT_NE(packed, nullptr);
+
+  Tensor copy;
+  ASSERT_TRUE(source.copyTo(copy));
+  EXPECT_EQ(copy.n, 10);
+  EXPECT_EQ(copy.layout, layout::block8);
+  EXPECT_EQ(copy.elementCount, 0U);
+  EXPECT_TRUE(std::equal(packed, packed + 16, copy.data(layout::block8)));
+  EXPECT_TRUE(source.copyTo(source));
+
+  float storage[12] = {};
+  Tensor small;
+  setExtents(small, {1, 1, 1, 12});
+  small.borrow(storage);
+  const auto before = stateOf(small);
+  EXPECT_FALSE(source.copyTo(small)) << "16 values don't fit";
+  EXPECT_EQ(stateOf(small), before);
+
+  Tensor large;
+  large.elementCount = 30;
+  ASSERT_TRUE(source.copyTo(large));
+  EXPECT_EQ(large.count(), 30U);
+  std::memset(large.data(layout::block8), 0, 30 * sizeof(float));
+
+  Tensor impossible;
+  setExtents(impossible, {-1, 1, 1, 1});
+  impossible.borrow(storage);
+  EXPECT_FALSE(impossible.copyTo(copy));
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule
