@@ -1,0 +1,254 @@
+// The prior boxes and the decoder: rows of the prior table worked out by hand, the limits of
+// threshold, overlap and count, and random outputs against a decoder that works in another order
+// and in double precision.
+
+#include "modules/face_detection/box_decoder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <vector>
+
+#include "tests/support/random.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+TEST(PriorBoxes, TellingRows) {
+  struct Row {
+    size_t index;
+    double cx, cy, side;  // in input pixels
+  };
+  const Row rows[] = {{0, 4, 4, 8},        {1, 4, 4, 16},       {2, 4, 4, 32},
+                      {3, 12, 4, 8},       {72, 4, 12, 8},      {1727, 188, 188, 32},
+                      {1728, 8, 8, 64},    {1729, 8, 8, 96},    {2015, 184, 184, 96},
+                      {2016, 16, 16, 128}, {2029, 16, 48, 192}, {2087, 176, 176, 192}};
+  std::array<PriorBox, priorCount> priors;
+  generatePriors(priors);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.index);
+    const PriorBox& prior = priors[row.index];
+    // Each value is one rounding away from the fraction.
+    EXPECT_EQ(prior.cx, static_cast<float>(row.cx / 192));
+    EXPECT_EQ(prior.cy, static_cast<float>(row.cy / 192));
+    EXPECT_EQ(prior.w, static_cast<float>(row.side / 192));
+    EXPECT_EQ(prior.h, prior.w);
+  }
+}
+
+/// A network output without any face, to be filled in by the test.
+struct Outputs {
+  std::vector<float> boxes = std::vector<float>(priorCount * 4, 0.0F);
+  std::vector<float> scores = std::vector<float>(priorCount * 2, 0.0F);
+
+  void setScore(size_t prior, float score) {
+    scores[2 * prior] = 1.0F - score;
+    scores[2 * prior + 1] = score;
+  }
+  /// Makes the prior's box the given one, in pixels of a frame of 192x192.
+  void place(size_t prior, float score, double x1, double y1, double x2, double y2) {
+    std::array<PriorBox, priorCount> priors;
+    generatePriors(priors);
+    const PriorBox& p = priors[prior];
+    setScore(prior, score);
+    boxes[4 * prior] = static_cast<float>(((x1 + x2) / 384 - p.cx) / p.w * 10);
+    boxes[4 * prior + 1] = static_cast<float>(((y1 + y2) / 384 - p.cy) / p.h * 10);
+    boxes[4 * prior + 2] = static_cast<float>(std::log((x2 - x1) / 192 / p.w) * 5);
+    boxes[4 * prior + 3] = static_cast<float>(std::log((y2 - y1) / 192 / p.h) * 5);
+  }
+  std::vector<Detection> decode(int32_t width = 192, int32_t height = 192,
+                                float threshold = 0.5F) const {
+    BoxDecoder decoder;
+    decoder.scoreThreshold = threshold;
+    decoder.keepLimit = 5;
+    generatePriors(decoder.priors);
+    return decoder.decode(width, height, boxes.data(), scores.data());
+  }
+};
+
+std::vector<int32_t> priorsOf(const std::vector<Detection>& detections) {
+  std::vector<int32_t> indices;
+  for (const Detection& box : detections)
+    indices.push_back(box.priorIndex);
+  return indices;
+}
+
+TEST(BoxDecoder, ScoreMustExceedTheThreshold) {
+  Outputs outputs;
+  outputs.setScore(0, 0.5F);
+  outputs.setScore(300, std::nextafter(0.5F, 1.0F));
+  outputs.setScore(600, std::numeric_limits<float>::quiet_NaN());
+  outputs.scores[2 * 900] = 1.0F;  // a sure no
+  EXPECT_EQ(priorsOf(outputs.decode()), std::vector<int32_t>{300});
+  EXPECT_TRUE(Outputs().decode().empty());
+}
+
+TEST(BoxDecoder, BoxIsInPixelsOfTheFrameAndNotClipped) {
+  Outputs outputs;
+  outputs.setScore(2, 0.9F);  // 32 pixels around (4, 4) of the input
+  const std::vector<Detection> found = outputs.decode(1280, 720);
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_NEAR(found[0].x1, -80, 1e-3);
+  EXPECT_NEAR(found[0].y1, -45, 1e-3);
+  EXPECT_NEAR(found[0].x2, 133.3333, 1e-3);
+  EXPECT_NEAR(found[0].y2, 75, 1e-3);
+  EXPECT_EQ(found[0].score, 0.9F);
+  EXPECT_EQ(found[0].suppressed, 1);
+}
+
+TEST(BoxDecoder, KeepsSixOfSevenSeparateBoxes) {
+  Outputs outputs;
+  const std::vector<size_t> priors = {0, 9, 18, 27, 36, 45, 54};  // 24 pixels from one to the next
+  const std::vector<float> scores = {0.7F, 0.95F, 0.6F, 0.8F, 0.55F, 0.9F, 0.99F};
+  for (size_t i = 0; i < priors.size(); ++i)
+    outputs.setScore(priors[i], scores[i]);
+  EXPECT_EQ(priorsOf(outputs.decode()), (std::vector<int32_t>{54, 9, 45, 27, 0, 18}));
+}
+
+TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {
+  // Sides count both ends: these boxes are 100 pixels long and one high, and two of them that are
+  // `shift` apart have 100 - shift pixels in common.
+  const auto keptWithShift = [](double shift, float firstScore) {
+    Outputs outputs;
+    outputs.place(0, firstScore, 10, 10, 109, 10);
+    outputs.place(700, 0.8F, 10 + shift, 10, 109 + shift, 10);
+    return priorsOf(outputs.decode());
+  };
+  EXPECT_EQ(keptWithShift(0, 0.9F), std::vector<int32_t>{0});
+  EXPECT_EQ(keptWithShift(66.4, 0.9F), std::vector<int32_t>{0});  // 33.6 / 166.4
+  EXPECT_EQ(keptWithShift(66.4, 0.7F), std::vector<int32_t>{700});
+  EXPECT_EQ(keptWithShift(66.9, 0.9F), (std::vector<int32_t>{0, 700}));  // 33.1 / 166.9
+  EXPECT_EQ(keptWithShift(150, 0.9F), (std::vector<int32_t>{0, 700}));
+
+  // Exactly one fifth: one pixel in a column of five, both around (4, 4) of the input. With an
+  // offset of minus infinity a side is a single pixel.
+  Outputs outputs;
+  const float onePixel = -std::numeric_limits<float>::infinity();
+  outputs.setScore(0, 0.9F);
+  outputs.setScore(1, 0.9F);
+  outputs.boxes[2] = outputs.boxes[6] = outputs.boxes[7] = onePixel;
+  EXPECT_EQ(outputs.decode(192, 96).size(), 1U);
+  EXPECT_EQ(outputs.decode(192, 97).size(), 2U);
+}
+
+// The same in double precision, choosing the best open box each time instead of sorting.
+struct ReferenceBox {
+  double x1, y1, x2, y2;
+  float score;
+  int32_t priorIndex;
+};
+
+double overlap(const ReferenceBox& a, const ReferenceBox& b) {
+  const auto area = [](double x1, double y1, double x2, double y2) {
+    return std::max(x2 - x1 + 1, 0.0) * std::max(y2 - y1 + 1, 0.0);
+  };
+  const double common =
+      area(std::max(a.x1, b.x1), std::max(a.y1, b.y1), std::min(a.x2, b.x2), std::min(a.y2, b.y2));
+  return common / (area(a.x1, a.y1, a.x2, a.y2) + area(b.x1, b.y1, b.x2, b.y2) - common);
+}
+
+struct Reference {
+  std::vector<ReferenceBox> kept;
+  double closestCall = 1;  // how near an overlap came to the limit
+};
+
+Reference referenceDecode(const Outputs& outputs, int32_t width, int32_t height, float threshold) {
+  struct Level {
+    int cells;
+    std::vector<double> sides;
+  };
+  const Level levels[] = {{24, {8, 16, 32}}, {12, {64, 96}}, {6, {128, 192}}};
+  std::vector<ReferenceBox> open;
+  size_t i = 0;
+  for (const Level& level : levels)
+    for (int cell = 0; cell < level.cells * level.cells; ++cell)
+      for (const double side : level.sides) {
+        const float* offsets = &outputs.boxes[4 * i];
+        const double s = side / 192;
+        const double cx = (cell % level.cells + 0.5) / level.cells + 0.1 * s * offsets[0];
+        const double cy = (cell / level.cells + 0.5) / level.cells + 0.1 * s * offsets[1];
+        const double w = s * std::exp(0.2 * offsets[2]);
+        const double h = s * std::exp(0.2 * offsets[3]);
+        const float score = outputs.scores[2 * i + 1];
+        if (score > threshold)
+          open.push_back({(cx - w / 2) * width, (cy - h / 2) * height, (cx + w / 2) * width,
+                          (cy + h / 2) * height, score, static_cast<int32_t>(i)});
+        ++i;
+      }
+  Reference result;
+  while (!open.empty() && result.kept.size() < 6) {
+    const ReferenceBox best = *std::ranges::max_element(open, {}, &ReferenceBox::score);
+    result.kept.push_back(best);
+    std::erase_if(open, [&](const ReferenceBox& box) {
+      const double common = overlap(best, box);
+      result.closestCall = std::min(result.closestCall, std::abs(common - 0.2));
+      return common >= 0.2;
+    });
+  }
+  return result;
+}
+
+TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {
+  int compared = 0;
+  constexpr int rounds = 60;
+  for (int round = 0; round < rounds; ++round) {
+    const uint64_t seed = tavro::test::baseSeed() + static_cast<uint64_t>(round);
+    SCOPED_TRACE(tavro::test::seedNote(seed));
+    tavro::test::Random random(seed);
+    Outputs outputs;
+    // Distinct scores, so that there is one right order; from a handful of candidates to all.
+    const int32_t candidates = round % 3 == 0 ? 2088 : random.between(1, 100);
+    std::vector<size_t> priors(priorCount);
+    std::iota(priors.begin(), priors.end(), size_t{0});
+    for (size_t i = priorCount - 1; i > 0; --i)
+      std::swap(priors[i], priors[static_cast<size_t>(random.between(0, static_cast<int32_t>(i)))]);
+    for (int32_t k = 0; k < candidates; ++k)
+      outputs.setScore(priors[static_cast<size_t>(k)], 0.65F + 0.0001F * static_cast<float>(k + 1));
+    for (float& value : outputs.boxes)
+      value = random.real(-6, 6);
+    const int32_t width = random.between(1, 4000);
+    const int32_t height = random.between(1, 4000);
+
+    const Reference expected = referenceDecode(outputs, width, height, 0.65F);
+    if (expected.closestCall < 1e-5)
+      continue;  // either answer is right
+    ++compared;
+    const std::vector<Detection> found = outputs.decode(width, height, 0.65F);
+    ASSERT_EQ(found.size(), expected.kept.size());
+    // A coordinate is at most 10 roundings of values up to twice the frame's size.
+    const double tolerance = 10 * std::ldexp(1.0, -24) * 2 * std::max(width, height);
+    for (size_t k = 0; k < found.size(); ++k) {
+      EXPECT_EQ(found[k].priorIndex, expected.kept[k].priorIndex);
+      EXPECT_EQ(found[k].score, expected.kept[k].score);
+      EXPECT_NEAR(found[k].x1, expected.kept[k].x1, tolerance);
+      EXPECT_NEAR(found[k].y1, expected.kept[k].y1, tolerance);
+      EXPECT_NEAR(found[k].x2, expected.kept[k].x2, tolerance);
+      EXPECT_NEAR(found[k].y2, expected.kept[k].y2, tolerance);
+    }
+  }
+  EXPECT_GE(compared, rounds / 2);
+}
+
+TEST(BoxDecoder, OutputsThatAreNotFiniteDoNoHarm) {
+  tavro::test::Random random(tavro::test::baseSeed());
+  SCOPED_TRACE(tavro::test::seedNote(tavro::test::baseSeed()));
+  const float odd[] = {std::numeric_limits<float>::infinity(),
+                       -std::numeric_limits<float>::infinity(),
+                       std::numeric_limits<float>::quiet_NaN(),
+                       1e38F,
+                       -1e38F,
+                       0.0F};
+  Outputs outputs;
+  for (float& value : outputs.boxes)
+    value = odd[random.between(0, 5)];
+  for (float& value : outputs.scores)
+    value = odd[random.between(0, 5)];
+  EXPECT_LE(outputs.decode(32768, 32768).size(), 6U);
+  EXPECT_GE(outputs.decode(32768, 32768).size(), 1U);
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule
