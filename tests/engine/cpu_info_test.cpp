@@ -34,7 +34,7 @@ CpuidRegisters fakeCpuid(uint32_t leaf, uint32_t subleaf) {
   } else if (leaf == 0x80000000) {
     words[0] = fake->maxExtendedLeaf;
   } else if (leaf >= 0x80000002 && leaf <= 0x80000004) {
-    std::memcpy(words.data(), fake->brand + (leaf - 0x80000002) * 16, 16);
+    std::memcpy(words.data(), fake->brand + (leaf - size_t{0x80000002}) * 16, 16);
   } else {
     words = {leaf + 0x100, leaf + 0x200, leaf + 0x300, leaf + 0x400};
   }

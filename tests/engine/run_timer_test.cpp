@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <sstream>
+#include <string>
 #include <thread>
 
 #include "engine/platform/clock.h"

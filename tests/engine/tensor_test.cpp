@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <numeric>
 #include <tuple>
+#include <utility>
+#include <vector>
 
 #include "engine/aligned_memory.h"
 #include "engine/weight_packing.h"
@@ -36,7 +39,7 @@ bool isAligned(const void* address) {
 }
 
 TEST(AlignedMemory, isAlignedAndHasSpareBytes) {
-  for (const size_t size : {0, 1, 8, 56, 63, 64, 65, 120, 128, 4096, 100000}) {
+  for (const size_t size : {0U, 1U, 8U, 56U, 63U, 64U, 65U, 120U, 128U, 4096U, 100000U}) {
     void* buffer = alignedAlloc(size);
     ASSERT_NE(buffer, nullptr);
     EXPECT_TRUE(isAligned(buffer));
@@ -79,12 +82,12 @@ TEST(Tensor, allocatesOnceAndOnRequest) {
   setExtents(unsized, {1, 2, 3, 4});
   values = unsized.data(layout::block8);
   ASSERT_NE(values, nullptr);
-  std::memset(values, 0, 8 * 24 * sizeof(float) + spareBytes);
+  std::memset(values, 0, 192 * sizeof(float) + spareBytes);
   EXPECT_EQ(unsized.count(), 192U);
 }
 
 TEST(Tensor, repacksABorrowedWeightIntoItsOwnBuffer) {
-  GuardedBuffer<float> table(10 * 3 * 2);
+  GuardedBuffer<float> table(60);
   std::iota(table.begin(), table.end(), 1.0F);
   const std::vector<float> before(table.begin(), table.end());
   Tensor weight;
@@ -97,7 +100,7 @@ TEST(Tensor, repacksABorrowedWeightIntoItsOwnBuffer) {
   const float* packed = weight.data(layout::block8);
   ASSERT_NE(packed, nullptr);
   EXPECT_TRUE(packed != table.data() && !weight.floatBorrowed && isAligned(packed));
-  EXPECT_EQ(weight.elementCount, 16U * 3 * 2);
+  EXPECT_EQ(weight.elementCount, 96U);
   EXPECT_EQ(weight.layout, layout::block8);
   EXPECT_EQ(packed[48], 13);  // the second block starts at output channel 2
   EXPECT_EQ(weight.data(layout::block8), packed);

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <numeric>
 #include <string_view>
+#include <vector>
 
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"
@@ -81,17 +84,18 @@ float expectedValue(const Order& order, const TensorExtents& e, int32_t sourceCo
         return std::numeric_limits<int64_t>::max();
     }
   };
-  int64_t digit[128] = {};
+  std::array<int64_t, 128> digits = {};
+  const auto digit = [&](char name) -> int64_t& { return digits[static_cast<uint8_t>(name)]; };
   for (size_t i = order.digits.size(); i-- > 0;) {
     const char name = order.digits[i];
-    digit[static_cast<size_t>(name)] = position % extentOf(name);
+    digit(name) = position % extentOf(name);
     position /= extentOf(name);
   }
-  const int64_t first = std::max<int64_t>(0, std::min<int64_t>(digit['n'] * lanes, e.n - lanes));
-  const int64_t o = first + digit['L'];
-  const int64_t y = digit['h'];
-  const int64_t x = digit['w'];
-  const int64_t i = digit['c'] * order.group + digit['g'];
+  const int64_t first = std::max<int64_t>(0, std::min<int64_t>(digit('n') * lanes, e.n - lanes));
+  const int64_t o = first + digit('L');
+  const int64_t y = digit('h');
+  const int64_t x = digit('w');
+  const int64_t i = digit('c') * order.group + digit('g');
   if (o >= e.n)
     return 0;
   const int64_t element =
@@ -134,14 +138,15 @@ TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
 
 TEST(WeightPacking, lastBlockMovesBackToEndAtTheLastChannel) {
   const TensorExtents e = {20, 3, 3, 2};
-  std::vector<float> source(20 * 18);
+  std::vector<float> source(360);
   std::iota(source.begin(), source.end(), 0.0F);
   std::vector<float> packed(576);
   ASSERT_EQ(packedElementCount(e, layout::block16), packed.size());
   packWeights(source.data(), packed.data(), e, layout::channelsFirst, layout::block16);
-  EXPECT_EQ(packed[288], source[4 * 18]);
-  EXPECT_EQ(packed[289], source[5 * 18]);
-  EXPECT_EQ(packed[575], source[20 * 18 - 1]);
+  // An output channel has 18 elements; the second block begins with channels 4 and 5.
+  EXPECT_EQ(packed[288], source[72]);
+  EXPECT_EQ(packed[289], source[90]);
+  EXPECT_EQ(packed[575], source[359]);
 }
 
 TEST(WeightPacking, sizesThatCannotBeAreRefused) {
