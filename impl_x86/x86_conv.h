@@ -5,8 +5,8 @@
 namespace TavroRTC::FDModule::x86 {
 
 /// The 256-bit kernel for these sizes, or null if there is none or the processor lacks AVX or FMA.
-/// `hasByteImage`: the input is a picture of bytes.
-const ConvKernel* selectConvFma(const ConvProblem& problem, bool hasByteImage);
+/// `problem.bytes` tells whether the input is a picture of bytes.
+const ConvKernel* selectConvFma(const ConvProblem& problem);
 
 class Conv : public simd::Conv {
  public:

@@ -3,13 +3,22 @@
 // Where the taps of a convolution fall: which of them lie inside the image for one position, and
 // which columns of a row need no such test at all.
 
-#include <algorithm>
 #include <cstddef>
 
 #include "engine/conv_problem.h"
 
 namespace TavroRTC::FDModule {
+// Internal to each kernel file: the files are compiled for different instruction sets, and a shared
+// inline function would end up in the program in whichever of its forms the linker meets first.
+// std::min and std::max are such functions, too.
 namespace {
+
+constexpr int32_t least(int32_t a, int32_t b) {
+  return a < b ? a : b;
+}
+constexpr int32_t greatest(int32_t a, int32_t b) {
+  return a > b ? a : b;
+}
 
 /// Taps from begin up to, not including, end.
 struct TapRange {
@@ -19,8 +28,8 @@ struct TapRange {
 
 /// The taps of a window at `position` (negative in the padding) that lie inside 0 to extent - 1.
 inline TapRange tapsInside(int32_t position, int32_t extent, int32_t kernel, int32_t dilation) {
-  return {std::max(0, (dilation - position - 1) / dilation),
-          std::min(kernel, (extent + dilation - 1 - position) / dilation)};
+  return {greatest(0, (dilation - position - 1) / dilation),
+          least(kernel, (extent + dilation - 1 - position) / dilation)};
 }
 
 inline TapRange rowTaps(const ConvProblem& p, int32_t y) {
@@ -41,14 +50,14 @@ struct ColumnZones {
 inline ColumnZones columnZones(const ConvProblem& p, int32_t tile) {
   const int32_t left = (p.padLeft + p.strideW - 1) / p.strideW;
   const int32_t right = (p.padRight + p.strideW - 1) / p.strideW;
-  const int32_t middle = std::max(p.outputW - left - right, 0) / tile * tile;
-  const int32_t begin = std::min(left, p.outputW);
+  const int32_t middle = greatest(p.outputW - left - right, 0) / tile * tile;
+  const int32_t begin = least(left, p.outputW);
   return {begin, begin + middle};
 }
 
 /// The first channel of block `index`: a short last block is moved back to end at the last channel.
 inline int32_t blockStart(int32_t index, int32_t block, int32_t channels) {
-  return std::max(std::min(index * block, channels - block), 0);
+  return greatest(least(index * block, channels - block), 0);
 }
 
 inline int32_t blockCount(int32_t block, int32_t channels) {

@@ -5,6 +5,7 @@
 // Order of a sum after the bias, for each ky: kx 0 and kx 2 in turn for each channel, then kx 1 for
 // each channel.
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <utility>

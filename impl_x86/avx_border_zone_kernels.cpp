@@ -1,0 +1,129 @@
+// Border zones: 3x3 with any padding and dilation, so that several columns at either end of a row
+// have taps outside the image. Those columns go by the pixel path, which clips its taps; the
+// columns between them go in tiles, where all taps are inside.
+//
+// Neighbouring border columns with the same taps share a step. That changes no sum, and it keeps
+// the multiply-add units busy where a single pixel's few sums would wait for each other.
+//
+// Order of the sums: bias, then in a tile, for each ky, for each input channel: kx 0, 1, 2; in the
+// pixel path, for each ky, for each kx: the input channels.
+
+#include "engine/simd/conv_zones.h"
+#include "impl_x86/avx_kernel_limits.h"
+#include "impl_x86/avx_kernels.h"
+#include "impl_x86/avx_vector.h"
+
+namespace TavroRTC::FDModule::x86 {
+namespace {
+
+enum class Path { tile, border };
+enum class Arithmetic { fused, separate };
+
+template <Arithmetic arithmetic, typename Vector>
+Vector accumulate(Vector value, Vector weight, Vector sum) {
+  if constexpr (arithmetic == Arithmetic::fused)
+    return multiplyAdd(value, weight, sum);
+  else
+    return multiplyThenAdd(value, weight, sum);
+}
+
+// One tap of `pixels` pixels and one input channel.
+template <Arithmetic arithmetic, typename Vector, int block, int pixels>
+void addTap(Sums<Vector, block, pixels>& sums, const float* input, ptrdiff_t pixelStride,
+            const float* weights) {
+  constexpr int vectors = Sums<Vector, block, pixels>::vectors;
+  Vector weight[vectors];
+  for (int v = 0; v < vectors; ++v)
+    weight[v] = Vector::load(weights + v * Vector::lanes);
+  for (int pixel = 0; pixel < pixels; ++pixel) {
+    const Vector value = Vector::broadcast(input + pixel * pixelStride);
+    for (int v = 0; v < vectors; ++v)
+      sums.at[pixel][v] = accumulate<arithmetic>(value, weight[v], sums.at[pixel][v]);
+  }
+}
+
+template <typename Vector, int block, int pixels, Path path, Arithmetic arithmetic>
+void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, TapRange columns) {
+  const ptrdiff_t channels = p.inputC;
+  const ptrdiff_t pixelStride = p.strideW * channels;
+  const ptrdiff_t tapStride = p.dilationW * channels;
+  const ptrdiff_t weightTap = channels * block;
+  const ptrdiff_t left = x * p.strideW - p.padLeft;
+  float* output = p.output + (static_cast<ptrdiff_t>(y) * p.outputW + x) * p.outputC;
+
+  const int32_t blocks = blockCount(block, p.outputC);
+  for (int32_t index = 0; index < blocks; ++index) {
+    const int32_t channel = blockStart(index, block, p.outputC);
+    Sums<Vector, block, pixels> sums;
+    sums.start(p.bias != nullptr ? p.bias + channel : nullptr);
+    for (int32_t ky = rows.begin; ky < rows.end; ++ky) {
+      const ptrdiff_t inputY = y * p.strideH - p.padTop + ky * p.dilationH;
+      const float* input = p.input + (inputY * p.inputW + left) * channels;
+      const float* weights = p.weights + (index * 9 + ky * 3) * weightTap;
+      if constexpr (path == Path::tile) {
+        for (ptrdiff_t i = 0; i < channels; ++i)
+          for (int kx = 0; kx < 3; ++kx)
+            addTap<arithmetic>(sums, input + kx * tapStride + i, pixelStride,
+                               weights + kx * weightTap + i * block);
+      } else {
+        for (int32_t kx = columns.begin; kx < columns.end; ++kx)
+          for (ptrdiff_t i = 0; i < channels; ++i)
+            addTap<arithmetic>(sums, input + kx * tapStride + i, pixelStride,
+                               weights + kx * weightTap + i * block);
+      }
+    }
+    sums.store(output + channel, p.outputC, wantsRelu(p));
+  }
+}
+
+// The columns from begin to end - 1, as many at a time as have the same taps, up to a tile.
+template <typename Vector, int block, int tile, Arithmetic arithmetic>
+void computeBorder(const ConvProblem& p, int32_t y, int32_t begin, int32_t end, TapRange rows) {
+  for (int32_t x = begin; x < end;) {
+    const TapRange taps = columnTaps(p, x);
+    int32_t alike = 1;
+    for (; alike < tile && x + alike < end; ++alike) {
+      const TapRange next = columnTaps(p, x + alike);
+      if (next.begin != taps.begin || next.end != taps.end)
+        break;
+    }
+    if (alike == tile) {
+      computePixels<Vector, block, tile, Path::border, arithmetic>(p, y, x, rows, taps);
+      x += tile;
+    } else if (alike >= 2) {
+      computePixels<Vector, block, 2, Path::border, arithmetic>(p, y, x, rows, taps);
+      x += 2;
+    } else {
+      computePixels<Vector, block, 1, Path::border, arithmetic>(p, y, x, rows, taps);
+      x += 1;
+    }
+  }
+}
+
+template <typename Vector, int block, int tile, Arithmetic borderArithmetic>
+bool runKernel(const ConvProblem& p) {
+  const ColumnZones zones = columnZones(p, tile);
+  for (int32_t y = 0; y < p.outputH; ++y) {
+    const TapRange rows = rowTaps(p, y);
+    computeBorder<Vector, block, tile, borderArithmetic>(p, y, 0, zones.tileBegin, rows);
+    for (int32_t x = zones.tileBegin; x < zones.tileEnd; x += tile)
+      computePixels<Vector, block, tile, Path::tile, Arithmetic::fused>(p, y, x, rows, {0, 3});
+    computeBorder<Vector, block, tile, borderArithmetic>(p, y, zones.tileEnd, p.outputW, rows);
+  }
+  return true;
+}
+
+bool servesDilated(const ConvProblem& p) {
+  return is3x3(p) && p.strideW == 1 && fillsBlocks(p.outputC, 16);
+}
+
+}  // namespace
+
+constinit const ConvKernel conv3x3dil_16x4 = {
+    "conv3x3dil_16x4", layout::block16, fusesRelu,
+    ConvInput::floats, servesDilated,   runKernel<Float8, 16, 4, Arithmetic::fused>};
+constinit const ConvKernel conv3x3any_4x6 = {
+    "conv3x3any_4x6",  layout::block4, fusesRelu,
+    ConvInput::floats, is3x3,          runKernel<Float4, 4, 6, Arithmetic::separate>};
+
+}  // namespace TavroRTC::FDModule::x86

@@ -1,0 +1,33 @@
+#pragma once
+
+// The fused multiply-add kernels: twelve for dense convolutions, two for depthwise ones. A name
+// ends in the block of output channels and the tile of output pixels that one step computes. They
+// come in four families and one outline, a file each:
+//
+//   avx_pixel_list_kernels.cpp   1x1: the image is a list of pixels
+//   avx_edge_lane_kernels.cpp    3x3, padding of one tap: a tap in the padding becomes a zero
+//   vector avx_border_zone_kernels.cpp  3x3, any padding: border columns go pixel by pixel
+//   avx_rolling_row_kernels.cpp  3x3 on three planar, zero-bordered input rows; reads pictures
+//   x86_depthwise_conv_64_asm.cpp  3x3, one filter a channel
+
+#include "engine/conv_problem.h"
+
+namespace TavroRTC::FDModule::x86 {
+
+extern const ConvKernel conv1x1_32x3;
+extern const ConvKernel conv1x1_24x3;
+extern const ConvKernel conv1x1_16x4;
+extern const ConvKernel conv3x3s1_16x4;
+extern const ConvKernel conv3x3s2_16x4;
+extern const ConvKernel conv3x3s1_24x3;
+extern const ConvKernel conv3x3s1_4x6;
+extern const ConvKernel conv3x3s2d2_4x6;
+extern const ConvKernel conv3x3dil_16x4;
+extern const ConvKernel conv3x3any_4x6;
+extern const ConvKernel conv3x3bytes_16x4;
+extern const ConvKernel conv3x3single_48;
+
+extern const ConvKernel dwConv3x3_16x4;
+extern const ConvKernel dwConv3x3s1_16x5;
+
+}  // namespace TavroRTC::FDModule::x86
