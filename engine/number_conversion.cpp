@@ -60,7 +60,7 @@ uint16_t truncateToHalf(float value) {
 
 // The number of leading elements that the processor's instruction converts.
 int64_t groupsByInstruction(int64_t count) {
-  return count > 0 && cpuInfo().hasF16c() ? count / f16c::groupSize : 0;
+  return cpuInfo().hasF16c() ? count / f16c::groupSize : 0;
 }
 
 float normalise(uint8_t byte, float mean, float scale) {

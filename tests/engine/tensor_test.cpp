@@ -225,10 +225,10 @@ TEST(Tensor, copiesShapeAndValues) {
   EXPECT_EQ(stateOf(small), before);
 
   Tensor large;
-  large.elementCount = 30;
+  large.elementCount = 100;
   ASSERT_TRUE(source.copyTo(large));
-  EXPECT_EQ(large.count(), 30U);
-  std::memset(large.data(layout::block8), 0, 30 * sizeof(float));
+  EXPECT_EQ(large.count(), 100U);
+  std::memset(large.data(layout::block8), 0, 100 * sizeof(float));
 
   Tensor impossible;
   setExtents(impossible, {-1, 1, 1, 1});
