@@ -1,0 +1,50 @@
+#include "modules/face_detection/fd_wrapper.h"
+
+#include "modules/face_detection/face_detector.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+constexpr float scoreThreshold = 0.65F;
+
+FrameView view(const HostFrame& frame) {
+  FrameView result;
+  result.y = frame.planeData(0);
+  result.u = frame.planeData(1);
+  result.v = frame.planeData(2);
+  result.width = frame.width();
+  result.height = frame.height();
+  result.strideY = frame.planeStride(0);
+  result.strideUV = frame.planeStride(1);
+  return result;
+}
+
+}  // namespace
+
+FDWrapper::FDWrapper() = default;
+FDWrapper::~FDWrapper() = default;
+
+bool FDWrapper::init() {
+  try {
+    detector_ = std::make_shared<FaceDetector>();
+    return detector_->init(scoreThreshold);
+  } catch (...) {
+    return false;
+  }
+}
+
+bool FDWrapper::execute(const HostFrame* frame, FaceRectSequence* faces) {
+  if (frame == nullptr || faces == nullptr)
+    return false;
+  faces->size = 0;
+  if (detector_ == nullptr)
+    return false;
+  try {
+    return detector_->execute(view(*frame), *faces);
+  } catch (...) {
+    faces->size = 0;
+    return false;
+  }
+}
+
+}  // namespace TavroRTC::FDModule

@@ -1,0 +1,28 @@
+// Tells the host about this module while it is being loaded, before any other static object of the
+// module is set up, so that the host knows whom it watches should a later one fail. Only the
+// loadable module has this file: a program that links the detector has no host to register with.
+
+#include <cstdlib>
+
+#include "modules/face_detection/host_interface.h"
+#include "modules/face_detection/module_callback.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+void unregisterAtExit() {
+  qosl_module_unregister(moduleName);
+}
+
+TAVRO_RUN_AT_LOAD(0) void letHostWatch() {
+  if (qosl_so_register(moduleName, reinterpret_cast<const void*>(&letHostWatch)) < 0)
+    qosl_printf("SO register failed, so could not monitor it.");
+}
+
+TAVRO_RUN_AT_LOAD(1) void registerWithHost() {
+  if (qosl_module_register(moduleName, &moduleCallback) < 0 || std::atexit(&unregisterAtExit) != 0)
+    refuseCommands();
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule
