@@ -1,0 +1,54 @@
+#pragma once
+
+// Owning handles for the objects of FFmpeg's libraries, and FFmpeg's error codes as text.
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/frame.h>
+#include <libswscale/swscale.h>
+}
+
+#include <memory>
+#include <string>
+
+namespace tavro::host {
+
+struct FfmpegDeleter {
+  void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+
+using CodecHandle = std::unique_ptr<AVCodecContext, FfmpegDeleter>;
+using FrameHandle = std::unique_ptr<AVFrame, FfmpegDeleter>;
+using PacketHandle = std::unique_ptr<AVPacket, FfmpegDeleter>;
+using ScalerHandle = std::unique_ptr<SwsContext, FfmpegDeleter>;
+
+/// Options for a demuxer, muxer or codec; FFmpeg takes out what it understands.
+class OptionDictionary {
+ public:
+  OptionDictionary() = default;
+  OptionDictionary(const OptionDictionary&) = delete;
+  OptionDictionary& operator=(const OptionDictionary&) = delete;
+  ~OptionDictionary() { av_dict_free(&entries_); }
+
+  void set(const std::string& key, const std::string& value) {
+    av_dict_set(&entries_, key.c_str(), value.c_str(), 0);
+  }
+  bool has(const char* key) const { return av_dict_get(entries_, key, nullptr, 0) != nullptr; }
+  AVDictionary** address() { return &entries_; }
+
+ private:
+  AVDictionary* entries_ = nullptr;
+};
+
+inline std::string ffmpegError(int code) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = "";
+  av_strerror(code, text, sizeof text);
+  return text;
+}
+
+}  // namespace tavro::host

@@ -1,0 +1,44 @@
+#pragma once
+
+// What the user asks for on the command line, and the exit codes of the application.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavro::host {
+
+inline constexpr int exitSuccess = 0;
+inline constexpr int exitIncomplete = 1;  ///< results were written, but not for all of the input
+inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or unwritable output
+
+struct Options {
+  std::string input;        ///< file, URL or device, or "-" for the standard input
+  std::string inputFormat;  ///< FFmpeg's name of the input format; empty: found out
+  std::vector<std::pair<std::string, std::string>> inputOptions;  ///< for FFmpeg's demuxer
+
+  std::string output;    ///< file for the results; empty: the standard output
+  std::string annotate;  ///< .png, .mp4, .mkv or .mov to write; empty: none
+  std::string module;    ///< the detector module's file; empty: looked for beside the program
+
+  int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...
+  int64_t maxFrames = 0;  ///< stop after that many decoded frames; 0: at the end
+  int32_t repeat = 1;     ///< passes over the input; only the first one writes anything
+  bool stats = false;
+};
+
+struct ParsedOptions {
+  Options options;
+  std::optional<int> exitCode;  ///< set if there is nothing to run: help, version or bad usage
+};
+
+/// Parses the command line. Help and version go to the standard output, bad usage to the standard
+/// error as one line.
+ParsedOptions parseOptions(int argumentCount, const char* const* arguments);
+
+/// True if the name ends in `extension`, in upper or lower case.
+bool hasExtension(const std::string& path, const std::string& extension);
+
+}  // namespace tavro::host

@@ -1,0 +1,204 @@
+#include "host/app/run.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include "host/app/annotation.h"
+#include "host/app/detector_session.h"
+#include "host/app/ffmpeg_log.h"
+#include "host/app/json_lines.h"
+#include "host/app/progress.h"
+#include "host/app/standard_output.h"
+#include "host/app/statistics.h"
+#include "host/app/stop_request.h"
+#include "host/app/video_input.h"
+
+namespace tavro::host {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// The state of one run. Every step that can fail for good returns false, with the line for the
+/// user in `error_`.
+class Run {
+ public:
+  explicit Run(const Options& options) : options_(options) {}
+
+  int execute() {
+    StreamHandle standardOutput = divertStandardOutput();
+    const auto start = Clock::now();
+    bool completed = prepare(std::move(standardOutput));
+    for (int32_t pass = 0; completed && pass < options_.repeat && !isStopRequested(); ++pass)
+      completed = runPass(pass);
+    statistics_.seconds = secondsSince(start);
+    completed = closeOutputs() && completed;
+    if (!completed) {
+      std::fprintf(stderr, "tavro-fd: %s\n", error_.c_str());
+      return exitBadInput;
+    }
+    if (options_.stats)
+      std::fputs(statistics_.report().c_str(), stderr);
+    return reportShortcomings();
+  }
+
+ private:
+  bool fail(std::string error) {
+    if (error_.empty())
+      error_ = std::move(error);
+    return false;
+  }
+
+  /// The input is opened first: nothing is overwritten for an input that can't be read.
+  bool prepare(StreamHandle standardOutput) {
+    std::string error;
+    if (!openInput())
+      return false;
+    detector_ = DetectorSession::open(options_.module, error);
+    if (detector_ == nullptr)
+      return fail(error);
+    results_ = options_.output.empty() ? std::move(standardOutput)
+                                       : StreamHandle(std::fopen(options_.output.c_str(), "w"));
+    if (results_ == nullptr)
+      return fail((options_.output.empty() ? "standard output" : options_.output) + ": " +
+                  std::strerror(errno));
+    std::setvbuf(results_.get(), nullptr, _IOLBF, BUFSIZ);  // each frame's line at once
+    return true;
+  }
+
+  bool openInput() {
+    std::string error;
+    const InputRequest request = {options_.input, options_.inputFormat, options_.inputOptions};
+    input_ = VideoInput::open(request, error);
+    return input_ != nullptr || fail(options_.input + ": " + error);
+  }
+
+  bool runPass(int32_t pass) {
+    if (input_ == nullptr && !openInput())
+      return false;
+    const bool writes = pass == 0;
+    int64_t total = input_->expectedFrames();
+    if (options_.maxFrames > 0)
+      total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
+    ProgressLine progress(total * options_.repeat);
+    int64_t frames = 0;
+    while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
+      ++frames;
+      const bool detects = input_->index() % options_.every == 0;
+      const double milliseconds = detects ? detect() : 0.0;
+      if (writes && detects && !writeResult(milliseconds))
+        return false;
+      if (writes && !options_.annotate.empty() && !annotate())
+        return false;
+      progress.update(pass * total + frames);
+    }
+    statistics_.decodedFrames += frames;
+    if (writes)
+      damage_ = input_->damage();
+    input_.reset();
+    if (frames == 0 && !isStopRequested())
+      return fail(options_.input + ": no frame could be decoded" +
+                  (damage_.any() ? ", " + damage_.summary() : ""));
+    return true;
+  }
+
+  /// Milliseconds that the detector took for the current picture.
+  double detect() {
+    const auto start = Clock::now();
+    const bool accepted = detector_->detect(input_->picture(), faces_);
+    const double milliseconds = secondsSince(start) * 1000.0;
+    refusedFrames_ += accepted ? 0 : 1;
+    if (options_.stats)
+      statistics_.milliseconds.push_back(milliseconds);
+    return milliseconds;
+  }
+
+  bool writeResult(double milliseconds) {
+    const FrameResult result = {.frame = input_->index(),
+                                .time = input_->time(),
+                                .width = input_->picture().width(),
+                                .height = input_->picture().height(),
+                                .faces = faces_.view(),
+                                .milliseconds = milliseconds};
+    if (std::fprintf(results_.get(), "%s\n", jsonLine(result).c_str()) >= 0)
+      return true;
+    return fail(std::string("the results can't be written: ") + std::strerror(errno));
+  }
+
+  /// Frames between two detections carry the rectangles of the last one.
+  bool annotate() {
+    std::string error;
+    const I420Frame& picture = input_->picture();
+    if (sink_ == nullptr)
+      sink_ = openSink(options_.annotate,
+                       {.width = picture.width(),
+                        .height = picture.height(),
+                        .frameRate = input_->frameRate(),
+                        .colorSpace = input_->colorSpace()},
+                       error);
+    if (sink_ == nullptr)
+      return fail(options_.annotate + ": " + error);
+    if (++annotatedFrames_ > 1 && sinkTakesOneFrame())
+      return true;
+    const auto drawn = withRectangles(picture, faces_.view());
+    if (!drawn.has_value())
+      return fail("out of memory");
+    return sink_->write(*drawn, input_->time(), error) || fail(options_.annotate + ": " + error);
+  }
+
+  bool sinkTakesOneFrame() const { return hasExtension(options_.annotate, ".png"); }
+
+  /// Completes the files as far as they got, after a failure too.
+  bool closeOutputs() {
+    bool closed = true;
+    std::string error;
+    if (sink_ != nullptr && !sink_->finish(error))
+      closed = fail(options_.annotate + ": " + error);
+    if (results_ != nullptr && std::fclose(results_.release()) != 0)
+      closed = fail(std::string("the results can't be written: ") + std::strerror(errno));
+    return closed;
+  }
+
+  int reportShortcomings() const {
+    if (annotatedFrames_ > 1 && sinkTakesOneFrame())
+      std::fprintf(stderr, "tavro-fd: %s holds the first of %s; a video holds all\n",
+                   options_.annotate.c_str(), counted(annotatedFrames_, "frame").c_str());
+    if (damage_.any())
+      std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", options_.input.c_str(),
+                   damage_.summary().c_str());
+    if (refusedFrames_ != 0)
+      std::fprintf(stderr, "tavro-fd: warning: the detector refused %s\n",
+                   counted(refusedFrames_, "frame").c_str());
+    return damage_.any() || refusedFrames_ != 0 ? exitIncomplete : exitSuccess;
+  }
+
+  const Options& options_;
+  std::unique_ptr<DetectorSession> detector_;
+  std::unique_ptr<VideoInput> input_;
+  StreamHandle results_;
+  std::unique_ptr<FrameSink> sink_;
+  FaceRects faces_;
+  RunStatistics statistics_;
+  StreamDamage damage_;
+  int64_t refusedFrames_ = 0;
+  int64_t annotatedFrames_ = 0;
+  std::string error_;
+};
+
+}  // namespace
+
+int run(const Options& options) {
+  captureFfmpegLog();
+  catchStopSignals();
+  return Run(options).execute();
+}
+
+}  // namespace tavro::host

@@ -1,0 +1,54 @@
+#include "host/app/statistics.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <numeric>
+
+namespace tavro::host {
+
+namespace {
+
+double peakMebibytes() {
+  rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_maxrss) / 1024.0;  // Linux counts in KiB
+}
+
+double perSecond(size_t count, double seconds) {
+  return seconds > 0.0 ? static_cast<double>(count) / seconds : 0.0;
+}
+
+}  // namespace
+
+TimingSummary summarize(std::vector<double> values) {
+  if (values.empty())
+    return {};
+  std::sort(values.begin(), values.end());
+  const size_t count = values.size();
+  const auto rank = static_cast<size_t>(std::ceil(0.99 * static_cast<double>(count)));
+  return {.minimum = values.front(),
+          .median = std::midpoint(values[(count - 1) / 2], values[count / 2]),
+          .p99 = values[rank - 1],
+          .maximum = values.back()};
+}
+
+std::string RunStatistics::report() const {
+  const TimingSummary timing = summarize(milliseconds);
+  const double detecting = std::accumulate(milliseconds.begin(), milliseconds.end(), 0.0) / 1000.0;
+  char text[512];
+  std::snprintf(text, sizeof text,
+                "frames       %lld decoded, %zu analysed\n"
+                "per frame    min %.3f ms, median %.3f ms, p99 %.3f ms, max %.3f ms\n"
+                "throughput   %.1f frames per second, %.1f by the detector alone\n"
+                "peak memory  %.1f MiB\n",
+                static_cast<long long>(decodedFrames), milliseconds.size(), timing.minimum,
+                timing.median, timing.p99, timing.maximum,
+                perSecond(static_cast<size_t>(decodedFrames), seconds),
+                perSecond(milliseconds.size(), detecting), peakMebibytes());
+  return text;
+}
+
+}  // namespace tavro::host

@@ -1,0 +1,253 @@
+// Pictures and videos that aren't stored the way the detector wants them, and the annotated ones
+// that the application writes.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "host/app/annotation.h"
+#include "host/app/video_input.h"
+#include "tests/host/application_runner.h"
+
+namespace tavro::test {
+namespace {
+
+using host::I420Frame;
+using nlohmann::json;
+
+constexpr uint8_t quarterLuma[4] = {60, 110, 160, 210};
+
+/// Mean luma of the four quarters, as the fake detector reports it in its last rectangle.
+std::vector<int> quarterMeans(const json& result) {
+  const json& face = result["faces"].back();
+  return {face["left"], face["top"], face["right"], face["bottom"]};
+}
+
+void expectQuarters(const json& result, const std::vector<int>& expected) {
+  const auto means = quarterMeans(result);
+  for (size_t i = 0; i < 4; ++i)
+    EXPECT_NEAR(means[i], expected[i], 2) << "quarter " << i;
+}
+
+/// An MP4 of `count` equal frames.
+void writeVideo(const std::string& path, const I420Frame& frame, int count) {
+  std::string error;
+  const auto sink = host::openVideoSink(
+      path, {.width = frame.width(), .height = frame.height(), .frameRate = {25, 1}}, error);
+  ASSERT_NE(sink, nullptr) << error;
+  for (int i = 0; i < count; ++i)
+    ASSERT_TRUE(sink->write(frame, i / 25.0, error)) << error;
+  ASSERT_TRUE(sink->finish(error)) << error;
+}
+
+/// A JPEG of the frame, whose samples count as full range.
+std::string jpeg(const I420Frame& frame) {
+  const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MJPEG);
+  const host::CodecHandle encoder(avcodec_alloc_context3(codec));
+  const host::FrameHandle picture(av_frame_alloc());
+  const host::PacketHandle packet(av_packet_alloc());
+  encoder->width = picture->width = frame.width();
+  encoder->height = picture->height = frame.height();
+  encoder->pix_fmt = AV_PIX_FMT_YUVJ420P;
+  picture->format = AV_PIX_FMT_YUVJ420P;
+  encoder->time_base = {1, 25};
+  encoder->flags |= AV_CODEC_FLAG_QSCALE;
+  picture->quality = encoder->global_quality = FF_QP2LAMBDA;
+  for (int32_t plane = 0; plane < host::planeCount; ++plane) {
+    picture->data[plane] = const_cast<uint8_t*>(frame.planeData(plane));
+    picture->linesize[plane] = frame.planeStride(plane);
+  }
+  EXPECT_GE(avcodec_open2(encoder.get(), codec, nullptr), 0);
+  EXPECT_GE(avcodec_send_frame(encoder.get(), picture.get()), 0);
+  avcodec_send_frame(encoder.get(), nullptr);
+  EXPECT_GE(avcodec_receive_packet(encoder.get(), packet.get()), 0);
+  return {reinterpret_cast<const char*>(packet->data), static_cast<size_t>(packet->size)};
+}
+
+/// Puts an Exif block with nothing but the orientation behind the JPEG's first marker.
+std::string withExifOrientation(const std::string& picture, char orientation) {
+  std::string block("Exif\0\0MM\0\x2a\0\0\0\x08\0\1\x01\x12\0\3\0\0\0\1\0?\0\0\0\0\0\0", 32);
+  block[25] = orientation;
+  const auto length = static_cast<char>(block.size() + 2);
+  return picture.substr(0, 2) + "\xff\xe1" + std::string(1, '\0') + length + block +
+         picture.substr(2);
+}
+
+class Formats : public testing::Test {
+ protected:
+  TemporaryFolder folder_;
+};
+
+TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
+  const uint8_t extremes[4] = {0, 255, 128, 64};
+  const std::vector<int> limited = {16, 235, 126, 71};
+  const I420Frame frame = quarters(64, 48, extremes);
+
+  const std::string clip = folder_.file("full.y4m");
+  writeFile(clip, y4m({&frame, 1}, "F25:1 C420jpeg XCOLORRANGE=FULL"));
+  const std::string photo = folder_.file("photo.jpg");
+  writeFile(photo, jpeg(frame));
+  for (const std::string& path : {clip, photo}) {
+    SCOPED_TRACE(path);
+    const Outcome outcome = runWithFake({path});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    const auto results = outcome.results();
+    ASSERT_EQ(results.size(), 1U);
+    expectQuarters(results[0], limited);
+  }
+  // The same samples without the mark are limited range already.
+  writeFile(clip, y4m({&frame, 1}, "F25:1 C420jpeg XCOLORRANGE=LIMITED"));
+  expectQuarters(runWithFake({clip}).results().at(0), {0, 255, 128, 64});
+}
+
+TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
+  // One luma plane is common to all; chroma is neutral and of each format's own size.
+  const I420Frame frame = quarters(34, 26, quarterLuma);
+  const auto luma = [&](int shift) {
+    std::string samples;
+    for (int i = 0; i < 34 * 26; ++i) {
+      const int value = frame.planeData(0)[i] << shift;
+      samples += static_cast<char>(value & 255);
+      if (shift != 0)
+        samples += static_cast<char>(value >> 8);
+    }
+    return samples;
+  };
+  std::string chroma10;
+  for (int i = 0; i < 2 * 17 * 13; ++i)
+    chroma10 += std::string("\0\2", 2);
+  const std::pair<const char*, std::string> cases[] = {
+      {"C444", luma(0) + std::string(2 * 34 * 26, '\x80')},
+      {"C422", luma(0) + std::string(2 * 17 * 26, '\x80')},
+      {"C420p10", luma(2) + chroma10},
+  };
+  const std::string path = folder_.file("clip.y4m");
+  for (const auto& [format, samples] : cases) {
+    SCOPED_TRACE(format);
+    writeFile(path, "YUV4MPEG2 W34 H26 F25:1 " + std::string(format) + "\nFRAME\n" + samples);
+    const Outcome outcome = runWithFake({path});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    const auto results = outcome.results();
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_EQ(results[0]["width"], 34);
+    expectQuarters(results[0], {60, 110, 160, 210});
+  }
+}
+
+TEST_F(Formats, PhotosAreTurnedUpright) {
+  const std::string photo = jpeg(quarters(64, 32, quarterLuma));
+  // Luma of the quarters in full range, brought to limited range.
+  const auto limited = [](int value) { return 16 + value * 219 / 255; };
+  const int a = limited(60);
+  const int b = limited(110);
+  const int c = limited(160);
+  const int d = limited(210);
+  // By the Exif standard: which side of the stored picture is the visual top and left.
+  const struct {
+    char orientation;
+    std::vector<int> seen;
+  } cases[] = {{1, {a, b, c, d}}, {2, {b, a, d, c}}, {3, {d, c, b, a}}, {4, {c, d, a, b}},
+               {5, {a, c, b, d}}, {6, {c, a, d, b}}, {7, {d, b, c, a}}, {8, {b, d, a, c}}};
+  const std::string path = folder_.file("photo.jpg");
+  for (const auto& [orientation, seen] : cases) {
+    SCOPED_TRACE(static_cast<int>(orientation));
+    writeFile(path, withExifOrientation(photo, orientation));
+    const auto results = runWithFake({path}).results();
+    ASSERT_EQ(results.size(), 1U);
+    EXPECT_EQ(results[0]["width"], orientation < 5 ? 64 : 32);
+    EXPECT_EQ(results[0]["height"], orientation < 5 ? 32 : 64);
+    expectQuarters(results[0], seen);
+  }
+}
+
+TEST_F(Formats, VideosAreTurnedUpright) {
+  const std::string path = folder_.file("clip.mp4");
+  writeVideo(path, quarters(64, 32, quarterLuma), 3);
+  std::string content = contentOf(path);
+  // The track header's matrix: 0 -1, 1 0 turned a quarter to the left, as a phone held the other
+  // way round stores it.
+  const size_t header = content.find("tkhd");
+  ASSERT_NE(header, std::string::npos);
+  const std::string matrix("\0\0\0\0\xff\xff\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0\0\0", 24);
+  content.replace(header + 44, matrix.size(), matrix);
+  writeFile(path, content);
+  const Outcome outcome = runWithFake({path});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  const auto results = outcome.results();
+  ASSERT_EQ(results.size(), 3U);
+  EXPECT_EQ(results[0]["width"], 32);
+  EXPECT_EQ(results[0]["height"], 64);
+  expectQuarters(results[0], {110, 210, 60, 160});
+}
+
+TEST_F(Formats, AnyFileNameWillDo) {
+  const std::string photo = jpeg(quarters(16, 16, quarterLuma));
+  for (const char* name : {"with space.jpg", "100%d.jpg", "12:30.jpg", "a:b.jpg"}) {
+    writeFile(folder_.file(name), photo);
+    const Outcome outcome = runWithFake({folder_.file(name)});
+    EXPECT_EQ(outcome.results().size(), 1U) << name << ": " << outcome.errors;
+  }
+}
+
+/// The input's pictures, by the application's own reader.
+std::vector<I420Frame> picturesOf(const std::string& path) {
+  std::vector<I420Frame> pictures;
+  std::string error;
+  const auto input = host::VideoInput::open({.path = path, .format = "", .options = {}}, error);
+  EXPECT_NE(input, nullptr) << error;
+  while (input != nullptr && input->read())
+    pictures.push_back(*host::withRectangles(input->picture(), {}));
+  EXPECT_FALSE(input != nullptr && input->damage().any());
+  return pictures;
+}
+
+TEST_F(Formats, AnnotatedFilesCanBeReadAgain) {
+  // The fake's fourth rectangle has the quarters' luma for corners: one that can be seen.
+  const uint8_t corners[4] = {20, 30, 90, 70};
+  const std::string clip = folder_.file("clip.y4m");
+  std::vector<I420Frame> frames;
+  for (int i = 0; i < 5; ++i)
+    frames.push_back(quarters(129, 97, corners));
+  writeFile(clip, y4m(frames, "F30000:1001 C420jpeg"));
+
+  // Every frame is in the video, and those between two detections keep their rectangles.
+  for (const char* name : {"boxes.mp4", "boxes.MKV", "boxes.mov", "boxes.png"}) {
+    SCOPED_TRACE(name);
+    const std::string annotated = folder_.file(name);
+    const Outcome outcome = runWithFake({clip, "--annotate", annotated, "--every", "3"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    EXPECT_EQ(outcome.results().size(), 2U);
+    const bool isPicture = std::string(name).ends_with("png");
+    EXPECT_EQ(outcome.errors.find("holds the first of 5 frames") != std::string::npos, isPicture);
+    const auto pictures = picturesOf(annotated);
+    ASSERT_EQ(pictures.size(), isPicture ? 1U : 5U);
+    for (const I420Frame& picture : pictures) {
+      EXPECT_EQ(picture.width(), isPicture ? 129 : 130);
+      EXPECT_EQ(picture.height(), isPicture ? 97 : 98);
+      const auto at = [&](int x, int y) {
+        return picture.planeData(0)[y * picture.planeStride(0) + x];
+      };
+      EXPECT_NEAR(at(55, 31), 173, 25);  // on the upper edge
+      EXPECT_NEAR(at(21, 45), 173, 25);  // on the left edge
+      EXPECT_NEAR(at(40, 40), 20, 10);   // inside
+      EXPECT_NEAR(at(10, 10), 20, 10);   // outside
+    }
+  }
+}
+
+TEST_F(Formats, ChangingPictureSizesFitTheVideo) {
+  std::string error;
+  const std::string path = folder_.file("clip.mp4");
+  const auto sink =
+      host::openVideoSink(path, {.width = 64, .height = 32, .frameRate = {25, 1}}, error);
+  ASSERT_NE(sink, nullptr) << error;
+  // Time stamps that stand still or go back must not stop the recording either.
+  for (const auto& [width, height, time] :
+       {std::tuple{64, 32, 0.0}, {128, 128, 0.04}, {31, 33, 0.04}, {64, 32, -1.0}})
+    ASSERT_TRUE(sink->write(quarters(width, height, quarterLuma), time, error)) << error;
+  ASSERT_TRUE(sink->finish(error)) << error;
+  EXPECT_EQ(picturesOf(path).size(), 4U);
+}
+
+}  // namespace
+}  // namespace tavro::test

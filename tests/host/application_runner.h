@@ -1,0 +1,151 @@
+#pragma once
+
+// Runs the application as a user does, in a process of its own, and reads what it leaves.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/core/i420_frame.h"
+
+extern "C" char** environ;
+
+namespace tavro::test {
+
+/// A folder of its own for one test, removed with everything in it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = testing::TempDir() + "tavro-fd-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr)
+      throw std::runtime_error("no temporary folder");
+    path_ = name;
+  }
+  ~TemporaryFolder() {
+    std::error_code failure;
+    std::filesystem::remove_all(path_, failure);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+inline std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+struct Outcome {
+  int exitCode = -1;  ///< -1 if it didn't end by itself
+  std::string output;
+  std::string errors;
+
+  /// The lines of the standard output, each parsed; a line that isn't JSON fails the test.
+  std::vector<nlohmann::json> results() const {
+    std::vector<nlohmann::json> lines;
+    std::istringstream text(output);
+    for (std::string line; std::getline(text, line);) {
+      lines.push_back(nlohmann::json::parse(line, nullptr, false));
+      EXPECT_TRUE(lines.back().is_object()) << line;
+    }
+    return lines;
+  }
+  /// True if the standard error is one line of the application's own.
+  bool hasOneErrorLine() const {
+    return errors.starts_with("tavro-fd: ") && std::count(errors.begin(), errors.end(), '\n') == 1;
+  }
+};
+
+/// Runs the application with the standard input from `input`.
+inline Outcome runApplication(const std::vector<std::string>& arguments,
+                              const std::string& input = "/dev/null") {
+  const TemporaryFolder folder;
+  const std::string outputFile = folder.file("output");
+  const std::string errorFile = folder.file("errors");
+  std::vector<std::string> words = {APPLICATION_FILE};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> pointers;
+  for (std::string& word : words)
+    pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
+  for (const auto& [descriptor, path] :
+       {std::pair{STDOUT_FILENO, &outputFile}, {STDERR_FILENO, &errorFile}})
+    posix_spawn_file_actions_addopen(&actions, descriptor, path->c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t process = 0;
+  const int failure =
+      posix_spawn(&process, APPLICATION_FILE, &actions, nullptr, pointers.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  Outcome outcome;
+  if (failure != 0)
+    return outcome;
+  int status = 0;
+  waitpid(process, &status, 0);
+  if (WIFEXITED(status))
+    outcome.exitCode = WEXITSTATUS(status);
+  outcome.output = contentOf(outputFile);
+  outcome.errors = contentOf(errorFile);
+  return outcome;
+}
+
+/// Runs it with the fake detector, which answers with what it was given.
+inline Outcome runWithFake(std::vector<std::string> arguments,
+                           const std::string& input = "/dev/null") {
+  arguments.insert(arguments.end(), {"--module", FAKE_GOOD_FILE});
+  return runApplication(arguments, input);
+}
+
+/// A YUV4MPEG2 stream of the frames: the simplest of the formats that carry I420 as it is.
+inline std::string y4m(std::span<const host::I420Frame> frames,
+                       const std::string& parameters = "F25:1 C420jpeg") {
+  std::string stream = "YUV4MPEG2 W" + std::to_string(frames.front().width()) + " H" +
+                       std::to_string(frames.front().height()) + " " + parameters + "\n";
+  for (const host::I420Frame& frame : frames) {
+    stream += "FRAME\n";
+    for (int32_t plane = 0; plane < host::planeCount; ++plane)
+      for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
+        stream.append(reinterpret_cast<const char*>(frame.planeData(plane)) +
+                          ptrdiff_t{y} * frame.planeStride(plane),
+                      static_cast<size_t>(frame.planeWidth(plane)));
+  }
+  return stream;
+}
+
+/// A frame whose quarters have the given luma (top left, top right, bottom left, bottom right) and
+/// whose chroma is neutral.
+inline host::I420Frame quarters(int32_t width, int32_t height, const uint8_t (&luma)[4]) {
+  auto frame = host::I420Frame::allocate(width, height);
+  for (int32_t y = 0; y < height; ++y)
+    for (int32_t x = 0; x < width; ++x)
+      frame->writablePlane(0)[y * width + x] = luma[(y >= height / 2 ? 2 : 0) + (x >= width / 2)];
+  for (const int32_t plane : {1, 2})
+    std::fill_n(frame->writablePlane(plane), frame->planeStride(plane) * frame->planeHeight(plane),
+                uint8_t{128});
+  return std::move(*frame);
+}
+
+}  // namespace tavro::test

@@ -1,0 +1,257 @@
+// The host's core library against modules that behave and modules that don't.
+
+#include "host/core/module_host.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/core/face_rects.h"
+#include "host/core/i420_frame.h"
+#include "modules/face_detection/fd_wrapper.h"
+
+namespace tavro::host {
+namespace {
+
+using TavroRTC::FDModule::createInstanceCommand;
+using TavroRTC::FDModule::destroyInstanceCommand;
+using TavroRTC::FDModule::FDWrapper;
+using TavroRTC::FDModule::ModuleCommand;
+using Kind = BoundaryCall::Kind;
+
+class ModuleHostTest : public testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(setBoundaryObserver({}).ok());
+    for (const ModuleInfo& module : modules())
+      EXPECT_EQ(unloadModule(module.name).error, "");
+    EXPECT_TRUE(modules().empty());
+  }
+
+  static FDWrapper* newInstance(const std::string& name) {
+    FDWrapper* instance = nullptr;
+    const Status status = createInstance(name, &instance);
+    EXPECT_EQ(status.error, "");
+    return instance;
+  }
+};
+
+/// True if the status is an error of one line that names `part`.
+testing::AssertionResult failsWith(const Status& status, const std::string& part) {
+  if (!status.ok() && status.error.find(part) != std::string::npos &&
+      status.error.find('\n') == std::string::npos)
+    return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "got: '" << status.error << "'";
+}
+
+TEST_F(ModuleHostTest, LoadsRunsAndUnloads) {
+  for (int round = 0; round < 2; ++round) {  // unloading must leave nothing that bars a new load
+    std::string name;
+    ASSERT_EQ(loadModule(FAKE_GOOD_FILE, &name).error, "");
+    EXPECT_EQ(name, "fake");
+    ASSERT_EQ(loadModule(FAKE_OTHER_FILE).error, "");
+
+    const auto fake = findModule("fake");
+    ASSERT_TRUE(fake.has_value());
+    EXPECT_EQ(fake->path, FAKE_GOOD_FILE);
+    EXPECT_TRUE(fake->watched);
+    EXPECT_FALSE(findModule("other")->watched);
+    EXPECT_FALSE(findModule("nobody").has_value());
+
+    FDWrapper* instance = newInstance("fake");
+    ASSERT_NE(instance, nullptr);
+    EXPECT_TRUE(instance->init());
+    auto frame = I420Frame::allocate(5, 3);
+    FaceRects faces;
+    EXPECT_TRUE(instance->execute(&*frame, faces.sequence()));
+    EXPECT_EQ(faces.view().size(), 4U);
+    EXPECT_EQ(destroyInstance(instance).error, "");
+    EXPECT_EQ(unloadModule("fake").error, "");
+    EXPECT_EQ(unloadModule("other").error, "");
+  }
+}
+
+TEST_F(ModuleHostTest, RefusesWhatIsNoModule) {
+  const std::string textFile = testing::TempDir() + "no_module.so";
+  std::FILE* file = std::fopen(textFile.c_str(), "w");
+  ASSERT_NE(file, nullptr);
+  std::fputs("not a library at all, but long enough to be looked at as one by the loader", file);
+  std::fclose(file);
+
+  const struct {
+    std::string path;
+    const char* reason;
+  } cases[] = {
+      {"", "no such file"},
+      {"/nowhere/libnothing.so", "no such file"},
+      {"libc.so.6", "no such file"},  // the loader would find it, but not here
+      {testing::TempDir(), "directory"},
+      {textFile, textFile.c_str()},
+      {FAKE_SILENT_FILE, "registers nothing"},
+  };
+  for (const auto& [path, reason] : cases) {
+    SCOPED_TRACE(path);
+    std::string name = "untouched";
+    EXPECT_TRUE(failsWith(loadModule(path, &name), reason));
+    EXPECT_EQ(name, "untouched");
+  }
+  EXPECT_TRUE(modules().empty());
+  std::remove(textFile.c_str());
+}
+
+TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {
+  ASSERT_EQ(loadModule(FAKE_GOOD_FILE).error, "");
+  EXPECT_TRUE(failsWith(loadModule(FAKE_GOOD_FILE), "loaded already, as 'fake'"));
+  // Another file with the same name: refused, and the first stays watched and usable.
+  EXPECT_TRUE(failsWith(loadModule(FAKE_NAMESAKE_FILE), "the name 'fake' is taken by"));
+  EXPECT_TRUE(findModule("fake")->watched);
+  FDWrapper* instance = newInstance("fake");
+  EXPECT_TRUE(instance->init());
+  EXPECT_EQ(destroyInstance(instance).error, "");
+
+  // One file is one module: the second name that it claims isn't given.
+  ASSERT_EQ(loadModule(FAKE_TWICE_FILE).error, "");
+  EXPECT_TRUE(findModule("twice").has_value());
+  EXPECT_FALSE(findModule("twice_again").has_value());
+}
+
+TEST_F(ModuleHostTest, KeepsModulesWithLiveInstances) {
+  ASSERT_EQ(loadModule(FAKE_GOOD_FILE).error, "");
+  FDWrapper* first = newInstance("fake");
+  FDWrapper* second = newInstance("fake");
+  EXPECT_EQ(findModule("fake")->liveInstances, 2);
+  EXPECT_TRUE(failsWith(unloadModule("fake"), "2 live instances"));
+  EXPECT_TRUE(first->init());  // the refusal has left everything in place
+
+  EXPECT_EQ(destroyInstance(first).error, "");
+  EXPECT_TRUE(failsWith(unloadModule("fake"), "1 live instance"));
+  EXPECT_TRUE(failsWith(destroyInstance(first), "isn't alive"));
+  EXPECT_TRUE(failsWith(destroyInstance(nullptr), "isn't alive"));
+  EXPECT_EQ(destroyInstance(second).error, "");
+
+  EXPECT_TRUE(failsWith(unloadModule("nobody"), "no module is registered as 'nobody'"));
+  FDWrapper* none = second;
+  EXPECT_TRUE(failsWith(createInstance("nobody", &none), "no module is registered as 'nobody'"));
+  EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(ModuleHostTest, SurvivesModulesThatFail) {
+  ASSERT_EQ(loadModule(FAKE_POOR_FILE).error, "");
+  FDWrapper* instance = nullptr;
+  EXPECT_TRUE(failsWith(createInstance("poor", &instance), "no memory"));
+  EXPECT_EQ(findModule("poor")->liveInstances, 0);
+
+  // It never unregisters; the callback must not outlive the file.
+  ASSERT_EQ(loadModule(FAKE_STICKY_FILE).error, "");
+  ASSERT_EQ(unloadModule("sticky").error, "");
+  EXPECT_FALSE(findModule("sticky").has_value());
+  EXPECT_EQ(loadModule(FAKE_STICKY_FILE).error, "");
+}
+
+TEST_F(ModuleHostTest, ObserverSeesEveryCallAndMayRefuseIt) {
+  std::vector<Kind> kinds;
+  bool unknownCommandsRefused = false;
+  const auto record = [&](const BoundaryCall& call) {
+    kinds.push_back(call.kind);
+    if (call.kind == Kind::add) {
+      // The callback can be called this early: it touches nothing that isn't loaded yet.
+      unknownCommandsRefused = true;
+      for (const int32_t code : {0, createInstanceCommand - 1, destroyInstanceCommand + 1}) {
+        ModuleCommand command{.code = code, .object = nullptr};
+        unknownCommandsRefused = unknownCommandsRefused && call.callback(nullptr, &command) == -1;
+      }
+      // Known by name, but not usable before it is loaded completely.
+      EXPECT_FALSE(findModule(call.name).has_value());
+    }
+    return 0;
+  };
+  ASSERT_TRUE(setBoundaryObserver(record).ok());
+  ASSERT_EQ(loadModule(FAKE_GOOD_FILE).error, "");
+  EXPECT_TRUE(unknownCommandsRefused);
+  ASSERT_EQ(unloadModule("fake").error, "");
+  EXPECT_EQ(kinds, (std::vector<Kind>{Kind::watch, Kind::add, Kind::remove}));
+
+  // Not watched: the module says so in the host's log and works all the same.
+  std::string printed;
+  ASSERT_TRUE(setBoundaryObserver([&](const BoundaryCall& call) {
+                if (call.kind == Kind::print)
+                  printed = call.text;
+                return call.kind == Kind::watch ? -7 : 0;
+              }).ok());
+  ASSERT_EQ(loadModule(FAKE_GOOD_FILE).error, "");
+  EXPECT_EQ(printed, "fake isn't watched\n");
+  EXPECT_FALSE(findModule("fake")->watched);
+  ASSERT_EQ(unloadModule("fake").error, "");
+
+  ASSERT_TRUE(setBoundaryObserver([](const BoundaryCall& call) {
+                return call.kind == Kind::add ? -7 : 0;
+              }).ok());
+  EXPECT_TRUE(failsWith(loadModule(FAKE_GOOD_FILE), "observer refused"));
+}
+
+TEST_F(ModuleHostTest, BoundaryRefusesBadArguments) {
+  const auto callback = [](void*, void*) -> int32_t { return 0; };
+  const int code = 0;
+  EXPECT_LT(qosl_so_register(nullptr, &code), 0);
+  EXPECT_LT(qosl_so_register("", &code), 0);
+  EXPECT_LT(qosl_so_register("linked", nullptr), 0);
+  EXPECT_LT(qosl_module_register(nullptr, callback), 0);
+  EXPECT_LT(qosl_module_register("", callback), 0);
+  EXPECT_LT(qosl_module_register("linked", nullptr), 0);
+  EXPECT_LT(qosl_module_unregister(nullptr), 0);
+  EXPECT_LT(qosl_module_unregister("linked"), 0);
+  EXPECT_LT(qosl_printf(nullptr), 0);
+
+  // A module that is linked in rather than loaded: no file to close.
+  EXPECT_EQ(qosl_module_register("linked", callback), 0);
+  EXPECT_LT(qosl_module_register("linked", callback), 0);
+  EXPECT_TRUE(failsWith(unloadModule("linked"), "wasn't loaded from a file"));
+  EXPECT_EQ(qosl_module_unregister("linked"), 0);
+}
+
+TEST_F(ModuleHostTest, ThreadsMayLoadUseAndUnloadAtOnce) {
+  std::atomic<int> loads = 0;
+  std::atomic<int> uses = 0;
+  const auto work = [&] {
+    for (int round = 0; round < 200; ++round) {
+      loads += loadModule(FAKE_GOOD_FILE).ok() ? 1 : 0;
+      FDWrapper* instance = nullptr;
+      if (createInstance("fake", &instance).ok()) {
+        ++uses;
+        EXPECT_EQ(destroyInstance(instance).error, "");
+      }
+      static_cast<void>(unloadModule("fake"));  // refused while another thread uses it
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back(work);
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_GT(loads, 0);
+  EXPECT_GT(uses, 0);
+  static_cast<void>(unloadModule("fake"));
+}
+
+#if defined(REAL_MODULE_FILE)
+TEST_F(ModuleHostTest, LoadsTheDetector) {
+  std::string name;
+  ASSERT_EQ(loadModule(REAL_MODULE_FILE, &name).error, "");
+  EXPECT_EQ(name, TavroRTC::FDModule::moduleName);
+  EXPECT_TRUE(findModule(name)->watched);
+  FDWrapper* instance = newInstance(name);
+  ASSERT_NE(instance, nullptr);
+  ASSERT_TRUE(instance->init());
+  auto frame = I420Frame::allocate(641, 359, 700, 331);
+  FaceRects faces;
+  EXPECT_TRUE(instance->execute(&*frame, faces.sequence()));
+  EXPECT_TRUE(faces.empty());  // nothing in a black picture
+  EXPECT_EQ(destroyInstance(instance).error, "");
+}
+#endif
+
+}  // namespace
+}  // namespace tavro::host
