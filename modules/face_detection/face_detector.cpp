@@ -71,8 +71,8 @@ struct FaceDetector::State {
 
   void allocateBuffers();
   const char* findProblem(const FrameView& frame) const;
-  bool preparePicture(const FrameView& frame);
-  bool runNetwork(NetworkOutput& output);
+  bool preparePicture(const FrameView& frame) const;
+  bool runNetwork(NetworkOutput& output) const;
   std::vector<FaceRect> findBoxes(const NetworkOutput& output, const FrameView& frame) const;
   bool trackFaces(const std::vector<FaceRect>& boxes, FaceRectSequence& faces);
 
@@ -151,7 +151,7 @@ const char* FaceDetector::State::findProblem(const FrameView& frame) const {
 }
 
 /// The frame, whatever its shape, stretched to the network's square and packed as B, G, R bytes.
-bool FaceDetector::State::preparePicture(const FrameView& frame) {
+bool FaceDetector::State::preparePicture(const FrameView& frame) const {
   const ImageDesc source = describePlanes(frame.y, frame.u, frame.v, frame.width, frame.height,
                                           frame.strideY, frame.strideUV);
   const int32_t pixels = inputWidth * inputHeight;
@@ -168,7 +168,7 @@ bool FaceDetector::State::preparePicture(const FrameView& frame) {
          convertImage(scaled, packed, ColorOp::i420ToBgr24) == 0;
 }
 
-bool FaceDetector::State::runNetwork(NetworkOutput& output) {
+bool FaceDetector::State::runNetwork(NetworkOutput& output) const {
   return runImpl(impl, packedBuffer, &output.boxes, &output.scores) == 0;
 }
 

@@ -58,7 +58,7 @@ Impl* createImpl(int32_t backend, int32_t /*precision*/) {
     return nullptr;
   auto env = std::make_unique<x86::RunEnv>();
   auto impl = std::make_unique<Impl>(env.get());
-  env.release();  // the net owns it now
+  static_cast<void>(env.release());  // the net owns it now
   impl->addConstants(modelTensors());
   impl->addInput(modelInput);
   impl->addOutput(modelScores);

@@ -71,6 +71,7 @@ struct Outputs {
 
 std::vector<int32_t> priorsOf(const std::vector<Detection>& detections) {
   std::vector<int32_t> indices;
+  indices.reserve(detections.size());
   for (const Detection& box : detections)
     indices.push_back(box.priorIndex);
   return indices;
@@ -81,7 +82,7 @@ TEST(BoxDecoder, ScoreMustExceedTheThreshold) {
   outputs.setScore(0, 0.5F);
   outputs.setScore(300, std::nextafter(0.5F, 1.0F));
   outputs.setScore(600, std::numeric_limits<float>::quiet_NaN());
-  outputs.scores[2 * 900] = 1.0F;  // a sure no
+  outputs.scores[1800] = 1.0F;  // a sure no
   EXPECT_EQ(priorsOf(outputs.decode()), std::vector<int32_t>{300});
   EXPECT_TRUE(Outputs().decode().empty());
 }
@@ -164,12 +165,14 @@ Reference referenceDecode(const Outputs& outputs, int32_t width, int32_t height,
   std::vector<ReferenceBox> open;
   size_t i = 0;
   for (const Level& level : levels)
-    for (int cell = 0; cell < level.cells * level.cells; ++cell)
+    for (int cell = 0; cell < level.cells * level.cells; ++cell) {
+      const int row = cell / level.cells;
+      const int column = cell % level.cells;
       for (const double side : level.sides) {
         const float* offsets = &outputs.boxes[4 * i];
         const double s = side / 192;
-        const double cx = (cell % level.cells + 0.5) / level.cells + 0.1 * s * offsets[0];
-        const double cy = (cell / level.cells + 0.5) / level.cells + 0.1 * s * offsets[1];
+        const double cx = (column + 0.5) / level.cells + 0.1 * s * offsets[0];
+        const double cy = (row + 0.5) / level.cells + 0.1 * s * offsets[1];
         const double w = s * std::exp(0.2 * offsets[2]);
         const double h = s * std::exp(0.2 * offsets[3]);
         const float score = outputs.scores[2 * i + 1];
@@ -178,6 +181,7 @@ Reference referenceDecode(const Outputs& outputs, int32_t width, int32_t height,
                           (cy + h / 2) * height, score, static_cast<int32_t>(i)});
         ++i;
       }
+    }
   Reference result;
   while (!open.empty() && result.kept.size() < 6) {
     const ReferenceBox best = *std::ranges::max_element(open, {}, &ReferenceBox::score);

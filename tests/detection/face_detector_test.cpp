@@ -121,18 +121,17 @@ TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
 TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
   // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
   const uint8_t y = 90, u = 140, v = 100;
-  std::vector<uint8_t> packed(192 * 192 * 3);
-  const Picture small(192, 192, y, u, v);
-  ImageDesc source;
-  for (int plane = 0; plane < 3; ++plane) {
-    const auto* samples = std::array{small.view.y, small.view.u, small.view.v}[plane];
-    source.planes[plane] = const_cast<uint8_t*>(samples);
-    source.strides[plane] = plane == 0 ? 192 : 96;
-  }
-  source.widths[0] = source.heights[0] = 192;
+  constexpr int32_t side = 192;
+  std::vector<uint8_t> packed(size_t{3} * side * side);
+  Picture small(side, side, y, u, v);
+  const ImageDesc source = {.planes = {small.luma.data(), small.first.data(), small.second.data()},
+                            .widths = {side, side / 2, side / 2},
+                            .heights = {side, side / 2, side / 2},
+                            .strides = {side, side / 2, side / 2},
+                            .format = ImageFormat::i420};
   ImageDesc target;
   target.planes[0] = packed.data();
-  target.strides[0] = 192 * 3;
+  target.strides[0] = 3 * side;
   ASSERT_EQ(convertImage(source, target, ColorOp::i420ToBgr24), 0);
 
   Impl* const impl = createImpl(0, 0);
@@ -145,9 +144,9 @@ TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
   // 639 with a chroma stride of 319 is allowed; the planes hold the 320th column nonetheless.
   Picture odd(639, 479, y, u, v);
   odd.view.strideUV = 319;
-  const Picture wide(1280, 720, y, u, v);
-  const Picture pixel(1, 1, y, u, v);
-  for (const Picture* picture : {&small, &wide, static_cast<const Picture*>(&odd), &pixel}) {
+  Picture wide(1280, 720, y, u, v);
+  Picture pixel(1, 1, y, u, v);
+  for (const Picture* picture : {&small, &odd, &wide, &pixel}) {
     SCOPED_TRACE(picture->view.width);
     BoxDecoder decoder;
     decoder.keepLimit = 5;

@@ -111,6 +111,7 @@ void track(const std::vector<FaceRect>& boxes, std::vector<FaceTrack>& tracks) {
 
 std::vector<FaceRect> rectsOf(const std::vector<FaceTrack>& tracks) {
   std::vector<FaceRect> rects;
+  rects.reserve(tracks.size());
   for (const FaceTrack& each : tracks)
     rects.push_back(each.faceRect());
   return rects;

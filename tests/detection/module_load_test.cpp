@@ -154,6 +154,7 @@ std::vector<void (*)(int, char**, char**)> initialisers(void* handle) {
       bytes = entry->d_un.d_val;
   }
   std::vector<void (*)(int, char**, char**)> functions(bytes / sizeof(void*));
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader states addresses as numbers
   std::memcpy(functions.data(), reinterpret_cast<const void*>(start), bytes);
   return functions;
 }
