@@ -92,11 +92,13 @@ class Run {
     int64_t frames = 0;
     while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
       ++frames;
+      if (!openAnnotation())
+        return false;
       const bool detects = input_->index() % options_.every == 0;
       const double milliseconds = detects ? detect() : 0.0;
       if (writes && detects && !writeResult(milliseconds))
         return false;
-      if (writes && !options_.annotate.empty() && !annotate())
+      if (writes && sink_ != nullptr && !annotate())
         return false;
       progress.update(pass * total + frames);
     }
@@ -133,19 +135,24 @@ class Run {
     return fail(std::string("the results can't be written: ") + std::strerror(errno));
   }
 
+  /// Made with the first picture, whose size it needs, and before any result is written.
+  bool openAnnotation() {
+    if (options_.annotate.empty() || sink_ != nullptr)
+      return true;
+    std::string error;
+    sink_ = openSink(options_.annotate,
+                     {.width = input_->picture().width(),
+                      .height = input_->picture().height(),
+                      .frameRate = input_->frameRate(),
+                      .colorSpace = input_->colorSpace()},
+                     error);
+    return sink_ != nullptr || fail(options_.annotate + ": " + error);
+  }
+
   /// Frames between two detections carry the rectangles of the last one.
   bool annotate() {
     std::string error;
     const I420Frame& picture = input_->picture();
-    if (sink_ == nullptr)
-      sink_ = openSink(options_.annotate,
-                       {.width = picture.width(),
-                        .height = picture.height(),
-                        .frameRate = input_->frameRate(),
-                        .colorSpace = input_->colorSpace()},
-                       error);
-    if (sink_ == nullptr)
-      return fail(options_.annotate + ": " + error);
     if (++annotatedFrames_ > 1 && sinkTakesOneFrame())
       return true;
     const auto drawn = withRectangles(picture, faces_.view());

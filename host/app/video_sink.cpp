@@ -78,11 +78,14 @@ class VideoSink final : public FrameSink {
     encoder_->framerate = format.frameRate;
     if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    encoder_->flags |= AV_CODEC_FLAG_QSCALE;
-    encoder_->global_quality = 3 * FF_QP2LAMBDA;  // for MPEG-4; libx264 goes by crf
     OptionDictionary options;
-    options.set("preset", "veryfast");
-    options.set("crf", "18");
+    if (codec->id == AV_CODEC_ID_MPEG4) {
+      encoder_->flags |= AV_CODEC_FLAG_QSCALE;
+      encoder_->global_quality = 3 * FF_QP2LAMBDA;
+    } else {
+      options.set("preset", "veryfast");
+      options.set("crf", "18");
+    }
     if (!succeeded(avcodec_open2(encoder_.get(), codec, options.address()), error))
       return false;
     frame_->format = encoder_->pix_fmt;

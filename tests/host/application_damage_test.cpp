@@ -26,7 +26,7 @@ std::vector<I420Frame> movingFrames(int count) {
   return frames;
 }
 
-class Damage : public testing::Test {
+class Damage : public FileTest {
  protected:
   std::string video(const char* name) {
     const std::string path = folder_.file(name);
@@ -52,8 +52,6 @@ class Damage : public testing::Test {
       EXPECT_LE(outcome.results().size(), most);
     }
   }
-
-  TemporaryFolder folder_;
 };
 
 TEST_F(Damage, CutOffY4m) {

@@ -73,10 +73,7 @@ std::string withExifOrientation(const std::string& picture, char orientation) {
          picture.substr(2);
 }
 
-class Formats : public testing::Test {
- protected:
-  TemporaryFolder folder_;
-};
+class Formats : public FileTest {};
 
 TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
   const uint8_t extremes[4] = {0, 255, 128, 64};

@@ -91,6 +91,7 @@ TEST(Annotation, ClipsWhateverTheDetectorSays) {
       {30, 30, 30, 30},
       {40, 20, 10, 10},
       {36, -100, 1000, 1000},
+      {0, 0, 1, 1},
   };
   for (const auto& [width, height] : {std::pair{1, 1}, {37, 21}, {64, 48}}) {
     const auto frame = I420Frame::allocate(width, height);

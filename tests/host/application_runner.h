@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "host/app/ffmpeg_log.h"
 #include "host/core/i420_frame.h"
 
 extern "C" char** environ;
@@ -44,6 +45,14 @@ class TemporaryFolder {
 
  private:
   std::filesystem::path path_;
+};
+
+/// A test with a folder of its own, in which FFmpeg's libraries are as quiet as in the application.
+class FileTest : public testing::Test {
+ protected:
+  FileTest() { host::captureFfmpegLog(); }
+
+  TemporaryFolder folder_;
 };
 
 inline std::string contentOf(const std::string& path) {

@@ -35,7 +35,7 @@ json asJson(const std::vector<TavroRTC::FDModule::FaceRect>& faces) {
   return list;
 }
 
-class Application : public testing::Test {
+class Application : public FileTest {
  protected:
   /// A Y4M file of `count` small frames.
   std::string clip(int count) {
@@ -44,8 +44,6 @@ class Application : public testing::Test {
     writeFile(path, y4m(randomFrames(random, count, 32, 18)));
     return path;
   }
-
-  TemporaryFolder folder_;
 };
 
 TEST_F(Application, Yuv420pReachesTheDetectorByteForByte) {
