@@ -1,0 +1,20 @@
+/* The weight block, taken as it is from weights.bin. */
+
+#if defined(_WIN32)
+	.section .rdata, "dr"
+#else
+	.section .rodata, "a", @progbits
+#endif
+	.globl tavroModelWeights
+#if !defined(_WIN32)
+	.hidden tavroModelWeights
+	.type tavroModelWeights, @object
+#endif
+	.balign 128
+tavroModelWeights:
+	.incbin "engine/model/weights.bin"
+#if !defined(_WIN32)
+	.size tavroModelWeights, . - tavroModelWeights
+
+	.section .note.GNU-stack, "", @progbits
+#endif
