@@ -55,6 +55,14 @@ TEST(OneEuroFilter, KnownAnswersForEachCoordinate) {
   EXPECT_NEAR(track.derivative[0], 4.21102, 1e-4);
 }
 
+TEST(OneEuroFilter, ConstantsToTwoPercent) {
+  // By hand 7.006, 18.995, 71.004 and 71.997: a cut-off at rest or a slope that is 2 % off would
+  // move one of them by a pixel.
+  FaceTrack track(FaceRect{0, 0, 0, 0});
+  ASSERT_TRUE(filterUpdate(track, FaceTrack::Coordinates{9, 22, 75, 76}));
+  EXPECT_EQ(track.rect, (FaceTrack::Coordinates{7, 18, 71, 71}));
+}
+
 TEST(OneEuroFilter, HoldMovesTheFilterAndNotTheRectangle) {
   FaceTrack track(FaceRect{100, 100, 200, 200});
   const FaceTrack::Coordinates shown = track.rect;
@@ -94,6 +102,7 @@ TEST(RectIoU, CountsNoBorderPixel) {
   EXPECT_EQ(rectIoU({0, 0, 10, 10}, {0, 0, 10, 10}), 1.0F);
   EXPECT_EQ(rectIoU({0, 0, 10, 10}, {5, 5, 15, 15}), 25.0F / 175.0F);
   EXPECT_EQ(rectIoU({0, 0, 10, 10}, {10, 0, 20, 10}), 0.0F);
+  EXPECT_EQ(rectIoU({0, 0, 10, 10}, {0, 20, 10, 30}), 0.0F);
   EXPECT_EQ(rectIoU({0, 0, 10, 10}, {20, 20, 30, 30}), 0.0F);  // both sides negative
   EXPECT_TRUE(std::isnan(rectIoU({5, 5, 5, 5}, {7, 7, 7, 7})));
   // Areas beyond 32 bits, as a face far larger than a large frame has.
@@ -144,6 +153,8 @@ TEST(FaceTracker, OverlapDecidesTheUpdate) {
     EXPECT_EQ(result.faceRect() == box, c.expected == reset || c.width == full);
     EXPECT_EQ(result.derivative[2] != 0,
               c.expected == update || (c.expected == hold && c.width != full));
+
+    tracks = {FaceTrack(shown)};
     pruneTracks(Rects{box}, tracks);
     EXPECT_EQ(tracks.size(), c.expected == none ? 0U : 1U);
   }
