@@ -23,8 +23,10 @@ if(TAVRO_WARNINGS_AS_ERRORS)
   target_compile_options(tavro_options INTERFACE -Werror)
 endif()
 if(TAVRO_SANITIZE)
+  # Not vptr: the host calls objects whose class, with its type information, is in the module alone.
   target_compile_options(tavro_options INTERFACE
-    -fsanitize=${TAVRO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=${TAVRO_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
   target_link_options(tavro_options INTERFACE -fsanitize=${TAVRO_SANITIZE})
 endif()
 
