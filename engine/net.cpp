@@ -64,6 +64,7 @@ void Net::addConstants(std::span<const TensorRow> rows) {
 }
 
 void Net::addLayers(std::span<const LayerRow> rows) {
+  layers.reserve(layers.size() + rows.size());  // a layer made must find its place
   for (const LayerRow& row : rows)
     if (Layer* layer = createLayer(env->key(), row, tensors, weights))
       layers.push_back(layer);
