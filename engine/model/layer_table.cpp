@@ -2,7 +2,8 @@
 // name. Kernels are square; a 3x3 has padding 1 unless it says otherwise, a 1x1 has none.
 
 #include <array>
-#include <string_view>
+#include <initializer_list>
+#include <iterator>
 
 #include "engine/model/model_tables.h"
 
@@ -18,9 +19,8 @@ constexpr LayerRow layer(const char* name, const char* type, const char* input) 
   return row;
 }
 
-constexpr LayerRow window(const char* name, const char* type, const char* input,
-                          const char* weight, const char* bias, int32_t kernel, int32_t stride,
-                          int32_t dilation) {
+constexpr LayerRow window(const char* name, const char* type, const char* input, const char* weight,
+                          const char* bias, int32_t kernel, int32_t stride, int32_t dilation) {
   LayerRow row = layer(name, type, input);
   const int32_t padding = kernel / 2 * dilation;
   const int32_t parameters[] = {kernel,  kernel, padding, padding,  padding,
@@ -63,6 +63,7 @@ constexpr LayerRow reshape(const char* name, const char* input, int32_t w, int32
     row.ints[i] = target[i];
   return row;
 }
+
 /// One row of h * w * c values.
 constexpr LayerRow flatten(const char* name, const char* input) {
   return reshape(name, input, 1, -1);
@@ -205,6 +206,8 @@ static_assert(rows.size() == 94);
 
 }  // namespace
 
-std::span<const LayerRow> modelLayers() { return rows; }
+std::span<const LayerRow> modelLayers() {
+  return rows;
+}
 
 }  // namespace TavroRTC::FDModule

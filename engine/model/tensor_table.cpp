@@ -1,5 +1,5 @@
-// The constant tensors by name and extents. Where a tensor's values stand in the weight block follows
-// from the rows above it: each begins at the next multiple of 128 bytes.
+// The constant tensors by name and extents. Where a tensor's values stand in the weight block
+// follows from the rows above it: each begins at the next multiple of 128 bytes.
 
 #include <array>
 #include <string_view>
@@ -27,7 +27,9 @@ constexpr Shape weight(const char* name, int32_t outputs, int32_t height, int32_
                        int32_t inputs) {
   return {name, {outputs, height, width, inputs}};
 }
-constexpr Shape bias(const char* name, int32_t channels) { return {name, {1, 1, 1, channels}}; }
+constexpr Shape bias(const char* name, int32_t channels) {
+  return {name, {1, 1, 1, channels}};
+}
 
 constexpr auto shapes = std::to_array<Shape>({
     // clang-format off
@@ -178,6 +180,8 @@ static_assert(totalSize() == weightBlockSize);
 
 }  // namespace
 
-std::span<const TensorRow> modelTensors() { return rows; }
+std::span<const TensorRow> modelTensors() {
+  return rows;
+}
 
 }  // namespace TavroRTC::FDModule
