@@ -12,8 +12,8 @@ std::string decimal(double value) {
   if (!std::isfinite(value))
     value = 0.0;
   char text[400];  // the longest double in fixed notation has 309 digits before the point
-  const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
-  std::string digits(text, end);
+  const char* end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
+  std::string digits(text, static_cast<size_t>(end - text));
   digits.erase(digits.find_last_not_of('0') + 1);
   if (digits.back() == '.')
     digits += '0';

@@ -6,7 +6,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <string_view>
 
@@ -271,7 +271,7 @@ int64_t VideoInput::expectedFrames() const {
     seconds = static_cast<double>(stream_->duration) * av_q2d(stream_->time_base);
   else if (format_->duration > 0)
     seconds = static_cast<double>(format_->duration) / AV_TIME_BASE;
-  return static_cast<int64_t>(seconds * av_q2d(frameRate_) + 0.5);
+  return std::llround(seconds * av_q2d(frameRate_));
 }
 
 }  // namespace tavro::host

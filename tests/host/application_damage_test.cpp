@@ -42,7 +42,7 @@ class Damage : public FileTest {
   }
 
   /// Some frames, but an exit code and a warning that tell of the rest.
-  void expectIncomplete(const std::string& path, size_t fewest, size_t most) {
+  static void expectIncomplete(const std::string& path, size_t fewest, size_t most) {
     for (const bool piped : {false, true}) {
       SCOPED_TRACE(path + (piped ? " piped" : ""));
       const Outcome outcome = piped ? runWithFake({"-"}, path) : runWithFake({path});

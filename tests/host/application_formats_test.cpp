@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
+#include <iterator>
 
 #include "host/app/annotation.h"
 #include "host/app/video_input.h"
@@ -114,8 +115,8 @@ TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
   for (int i = 0; i < 2 * 17 * 13; ++i)
     chroma10 += std::string("\0\2", 2);
   const std::pair<const char*, std::string> cases[] = {
-      {"C444", luma(0) + std::string(2 * 34 * 26, '\x80')},
-      {"C422", luma(0) + std::string(2 * 17 * 26, '\x80')},
+      {"C444", luma(0) + std::string(size_t{2} * 34 * 26, '\x80')},
+      {"C422", luma(0) + std::string(size_t{2} * 17 * 26, '\x80')},
       {"C420p10", luma(2) + chroma10},
   };
   const std::string path = folder_.file("clip.y4m");
@@ -203,8 +204,7 @@ TEST_F(Formats, AnnotatedFilesCanBeReadAgain) {
   const uint8_t corners[4] = {20, 30, 90, 70};
   const std::string clip = folder_.file("clip.y4m");
   std::vector<I420Frame> frames;
-  for (int i = 0; i < 5; ++i)
-    frames.push_back(quarters(129, 97, corners));
+  std::generate_n(std::back_inserter(frames), 5, [&] { return quarters(129, 97, corners); });
   writeFile(clip, y4m(frames, "F30000:1001 C420jpeg"));
 
   // Every frame is in the video, and those between two detections keep their rectangles.

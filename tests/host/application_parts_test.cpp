@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <numeric>
+#include <random>
 #include <vector>
 
 #include "host/app/annotation.h"
@@ -19,9 +21,9 @@ TEST(Statistics, SummaryByRank) {
   EXPECT_EQ(summarize({}).maximum, 0.0);
   EXPECT_EQ(summarize({3.0}).p99, 3.0);
   EXPECT_EQ(summarize({4.0, 1.0}).median, 2.5);
-  std::vector<double> values;  // 1 to 200, in a scrambled order
-  for (int i = 0; i < 200; ++i)
-    values.push_back((i * 77) % 200 + 1);
+  std::vector<double> values(200);
+  std::iota(values.begin(), values.end(), 1.0);
+  std::shuffle(values.begin(), values.end(), std::minstd_rand(1));
   const TimingSummary summary = summarize(values);
   EXPECT_EQ(summary.minimum, 1.0);
   EXPECT_EQ(summary.median, 100.5);

@@ -21,8 +21,6 @@
 #include "host/app/ffmpeg_log.h"
 #include "host/core/i420_frame.h"
 
-extern "C" char** environ;
-
 namespace tavro::test {
 
 /// A folder of its own for one test, removed with everything in it.
@@ -94,6 +92,7 @@ inline Outcome runApplication(const std::vector<std::string>& arguments,
   std::vector<std::string> words = {APPLICATION_FILE};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words)
     pointers.push_back(word.data());
   pointers.push_back(nullptr);

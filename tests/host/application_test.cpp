@@ -40,7 +40,7 @@ class Application : public FileTest {
   /// A Y4M file of `count` small frames.
   std::string clip(int count) {
     Random random(1);
-    const std::string path = folder_.file("clip.y4m");
+    std::string path = folder_.file("clip.y4m");
     writeFile(path, y4m(randomFrames(random, count, 32, 18)));
     return path;
   }

@@ -2,6 +2,7 @@
 // none. It has the real boundary, class FDWrapper included, and behind it a detector that answers
 // with what it was given (fake_detector.h). It prints diagnostics as the real one does.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -27,11 +28,12 @@ bool FDWrapper::init() {
 
 bool FDWrapper::execute(const HostFrame* frame, FaceRectSequence* faces) {
   std::printf("fake: frame of %d x %d\n", frame->width(), frame->height());
-  for (const FaceRect& face : tavro::test::fakeFaces(*frame)) {
-    if (faces->size == faces->capacity && !faces->grow(faces, faces->size + 1))
-      return false;
-    faces->elements[faces->size++] = face;
-  }
+  const auto found = tavro::test::fakeFaces(*frame);
+  const auto count = static_cast<int32_t>(found.size());
+  if (faces->capacity < count && !faces->grow(faces, count))
+    return false;
+  std::copy(found.begin(), found.end(), faces->elements);
+  faces->size = count;
 #if defined(FAKE_REFUSES_FRAMES)
   return false;
 #else

@@ -35,7 +35,8 @@ TEST(I420Frame, BorrowedPlanesAreReadToTheLastSampleAndNoFurther) {
       const int32_t strideUV = chromaWidth + gap;
       // The last row ends where its samples end: nothing may rely on a whole stride there.
       const auto size = [](int32_t stride, int32_t rows, int32_t row) {
-        return static_cast<size_t>(stride * (rows - 1) + row);
+        return static_cast<size_t>(stride) * static_cast<size_t>(rows - 1) +
+               static_cast<size_t>(row);
       };
       GuardedBuffer<uint8_t> y(size(strideY, height, width));
       GuardedBuffer<uint8_t> u(size(strideUV, chromaHeight, chromaWidth));
@@ -57,7 +58,7 @@ TEST(I420Frame, OwnedPlanesLieApartAndMoveWithTheFrame) {
   ASSERT_TRUE(frame.has_value());
   for (int32_t plane = 0; plane < planeCount; ++plane)
     for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
-      std::fill_n(frame->writablePlane(plane) + y * frame->planeStride(plane),
+      std::fill_n(frame->writablePlane(plane) + ptrdiff_t{y} * frame->planeStride(plane),
                   frame->planeWidth(plane), static_cast<uint8_t>(plane + 1));
   const I420Frame moved = std::move(*frame);
   EXPECT_EQ(sumOfSamples(moved), 7U * 5 * 1 + 4U * 3 * 2 + 4U * 3 * 3);

@@ -226,9 +226,9 @@ TEST_F(ModuleHostTest, ThreadsMayLoadUseAndUnloadAtOnce) {
       static_cast<void>(unloadModule("fake"));  // refused while another thread uses it
     }
   };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back(work);
+  std::thread threads[4];
+  for (std::thread& thread : threads)
+    thread = std::thread(work);
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_GT(loads, 0);
