@@ -17,6 +17,7 @@
 #include "modules/face_detection/impl.h"
 #include "modules/face_detection/truncation.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/print_face_rect.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
@@ -99,16 +100,18 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
     ASSERT_TRUE(faces.sequence()->grow(faces.sequence(), 3));
     faces.sequence()->size = 3;
     CapturedStdout captured;
-    EXPECT_FALSE(detector->execute(frame, *faces.sequence()));
+    const bool found = detector->execute(frame, *faces.sequence());
     EXPECT_EQ(captured.stop(), c.message);
+    EXPECT_FALSE(found);
     EXPECT_TRUE(faces.empty());
     EXPECT_EQ(faces.sequence()->capacity, 3);
   }
 
   FaceRects faces;
   CapturedStdout captured;
-  EXPECT_FALSE(FaceDetector().execute(picture.view, *faces.sequence()));
+  const bool found = FaceDetector().execute(picture.view, *faces.sequence());
   EXPECT_EQ(captured.stop(), threshold);
+  EXPECT_FALSE(found);
 }
 
 TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
@@ -118,36 +121,43 @@ TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
   EXPECT_TRUE(detector->execute(Picture(64, 48).view, none));
 }
 
-TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
-  // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
-  const uint8_t y = 90, u = 140, v = 100;
+/// The network's input for a plain picture of its own size.
+std::vector<uint8_t> packedPlain(uint8_t y, uint8_t u, uint8_t v) {
   constexpr int32_t side = 192;
   std::vector<uint8_t> packed(size_t{3} * side * side);
-  Picture small(side, side, y, u, v);
-  const ImageDesc source = {.planes = {small.luma.data(), small.first.data(), small.second.data()},
+  Picture plain(side, side, y, u, v);
+  const ImageDesc source = {.planes = {plain.luma.data(), plain.first.data(), plain.second.data()},
                             .widths = {side, side / 2, side / 2},
                             .heights = {side, side / 2, side / 2},
                             .strides = {side, side / 2, side / 2},
                             .format = ImageFormat::i420};
-  ImageDesc target;
-  target.planes[0] = packed.data();
-  target.strides[0] = 3 * side;
-  ASSERT_EQ(convertImage(source, target, ColorOp::i420ToBgr24), 0);
+  const ImageDesc target = {.planes = {packed.data()}, .strides = {3 * side}};
+  EXPECT_EQ(convertImage(source, target, ColorOp::i420ToBgr24), 0);
+  return packed;
+}
 
-  Impl* const impl = createImpl(0, 0);
-  float* boxes = nullptr;
-  float* scores = nullptr;
-  ASSERT_EQ(runImpl(impl, packed.data(), &boxes, &scores), 0);
-  for (size_t i = 0; i < priorCount; ++i)
-    ASSERT_NEAR(scores[2 * i] + scores[2 * i + 1], 1, 1e-5) << "prior " << i;
-
-  // 639 with a chroma stride of 319 is allowed; the planes hold the 320th column nonetheless.
-  Picture odd(639, 479, y, u, v);
+TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
+  // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
+  // (The weights with which columns are interpolated add up to 127 of 128.)
+  const uint8_t y = 90, u = 140, v = 100;
+  Picture exact(192, 192, y, u, v), odd(639, 479, y, u, v), wide(1280, 720, y, u, v),
+      pixel(1, 1, y, u, v);
+  // A chroma stride of half the width, rounded down, is allowed; the planes hold the last column
+  // nonetheless.
   odd.view.strideUV = 319;
-  Picture wide(1280, 720, y, u, v);
-  Picture pixel(1, 1, y, u, v);
-  for (const Picture* picture : {&small, &odd, &wide, &pixel}) {
+  for (const Picture* picture : {&exact, &odd, &wide, &pixel}) {
     SCOPED_TRACE(picture->view.width);
+    const auto scaled = [&](uint8_t sample) {
+      return static_cast<uint8_t>(picture == &exact ? sample : sample * 127 / 128);
+    };
+    std::vector<uint8_t> packed = packedPlain(scaled(y), scaled(u), scaled(v));
+    Impl* const impl = createImpl(0, 0);
+    float* boxes = nullptr;
+    float* scores = nullptr;
+    ASSERT_EQ(runImpl(impl, packed.data(), &boxes, &scores), 0);
+    for (size_t i = 0; i < priorCount; ++i)
+      ASSERT_NEAR(scores[2 * i] + scores[2 * i + 1], 1, 1e-5) << "prior " << i;
+
     BoxDecoder decoder;
     decoder.keepLimit = 5;
     decoder.scoreThreshold = anyScore;
@@ -159,8 +169,8 @@ TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
                           truncateToInt32(box.y2)});
     EXPECT_FALSE(expected.empty());
     EXPECT_EQ(detect(*makeDetector(anyScore), picture->view), expected);
+    EXPECT_EQ(releaseImpl(impl), 0);
   }
-  EXPECT_EQ(releaseImpl(impl), 0);
 }
 
 TEST(FaceDetector, TracksSurviveFramesThatFail) {

@@ -10,6 +10,7 @@
 
 #include "modules/face_detection/one_euro_filter.h"
 #include "modules/face_detection/truncation.h"
+#include "tests/support/print_face_rect.h"
 
 namespace TavroRTC::FDModule {
 namespace {

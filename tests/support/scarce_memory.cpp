@@ -3,38 +3,58 @@
 #include <cstdlib>
 #include <new>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size);
+
 namespace tavro::test {
 namespace {
 
-constexpr int64_t unlimited = -1;
-thread_local int64_t allocationsLeft = unlimited;
+struct Budget {
+  bool limited = false;
+  bool failsForGood = false;
+  bool failed = false;
+  int64_t left = 0;
+};
+thread_local Budget budget;
 
-void* allocate(size_t size) {
-  if (allocationsLeft == 0)
-    return nullptr;
-  if (allocationsLeft > 0)
-    --allocationsLeft;
-  return std::malloc(size != 0 ? size : 1);
+bool mayAllocate() {
+  if (!budget.limited || (budget.failed && !budget.failsForGood))
+    return true;
+  if (budget.left > 0) {
+    --budget.left;
+    return true;
+  }
+  budget.failed = true;
+  return false;
 }
 
 }  // namespace
 
-ScarceMemory::ScarceMemory(int64_t allowed) {
-  allocationsLeft = allowed;
+ScarceMemory::ScarceMemory(int64_t allowed, Failing failing) {
+  budget = {.limited = true, .failsForGood = failing == Failing::forGood, .left = allowed};
 }
 ScarceMemory::~ScarceMemory() {
-  allocationsLeft = unlimited;
+  budget = {};
+}
+bool ScarceMemory::hasFailed() const {
+  return budget.failed;
 }
 
 }  // namespace tavro::test
 
+void* __wrap_malloc(size_t size) {
+  return tavro::test::mayAllocate() ? __real_malloc(size) : nullptr;
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
 void* operator new(size_t size) {
-  if (void* block = tavro::test::allocate(size))
+  if (void* block = std::malloc(size != 0 ? size : 1))
     return block;
   throw std::bad_alloc();
 }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return tavro::test::allocate(size);
+  return std::malloc(size != 0 ? size : 1);
 }
 void operator delete(void* block) noexcept {
   std::free(block);
