@@ -27,7 +27,7 @@ class PlanarRows {
     const size_t floats = 3 * static_cast<size_t>(rowLength_);
     memory_ = static_cast<float*>(alignedAlloc(floats * sizeof(float)));
     for (int i = 0; i < 3; ++i)
-      rows_[i] = memory_ + i * rowLength_;
+      rows_[i] = memory_ != nullptr ? memory_ + i * rowLength_ : nullptr;
     for (size_t i = 0; memory_ != nullptr && i < floats; ++i)
       memory_[i] = 0;
   }
