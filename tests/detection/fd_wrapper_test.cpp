@@ -129,7 +129,7 @@ TEST(FDWrapper, SurvivesTheFailureOfAnyAllocation) {
       const bool ready = made != nullptr && made->init();
       faces.sequence()->size = 1;
       const bool found = made != nullptr && made->execute(&*frame, faces.sequence());
-      failed = scarce->hasFailed();
+      failed = ScarceMemory::hasFailed();
       scarce.reset();
 
       ASSERT_EQ(answer, 0);

@@ -167,14 +167,14 @@ TEST_F(ModuleLoading, InitialisersStandInOrder) {
   const auto functions = initialisers(handle);
   ASSERT_GE(functions.size(), 3U);
 
-  // The first call to the host comes from the first initialiser. (A sanitizer's own comes before.)
+  // The first call to the host comes from the first initialiser, or from the next one where the
+  // compiler's runtime has one of its own. (Sanitizers add more.)
   const auto first = std::ranges::find(functions, codeAddress, [](auto function) {
     return reinterpret_cast<const void*>(function);
   });
-#if defined(TAVRO_SANITIZED)
-  EXPECT_NE(first, functions.end());
-#else
-  EXPECT_EQ(first, functions.begin());
+  ASSERT_NE(first, functions.end());
+#if !defined(TAVRO_SANITIZED)
+  EXPECT_LE(first - functions.begin(), 1);
 #endif
 
   // The last one run once more meets its own ten registrations.

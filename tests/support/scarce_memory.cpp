@@ -37,7 +37,7 @@ ScarceMemory::ScarceMemory(int64_t allowed, Failing failing) {
 ScarceMemory::~ScarceMemory() {
   budget = {};
 }
-bool ScarceMemory::hasFailed() const {
+bool ScarceMemory::hasFailed() {
   return budget.failed;
 }
 

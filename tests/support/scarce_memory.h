@@ -19,8 +19,8 @@ class ScarceMemory {
   ScarceMemory(const ScarceMemory&) = delete;
   ScarceMemory& operator=(const ScarceMemory&) = delete;
 
-  /// Whether an allocation has failed.
-  bool hasFailed() const;
+  /// Whether an allocation of this thread has failed.
+  static bool hasFailed();
 };
 
 }  // namespace tavro::test
