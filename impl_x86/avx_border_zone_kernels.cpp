@@ -76,27 +76,34 @@ void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, Ta
   }
 }
 
-// The columns from begin to end - 1, as many at a time as have the same taps, up to a tile.
+// How many columns from x on have the same taps, up to `most`.
+int32_t columnsAlike(const ConvProblem& p, int32_t x, int32_t most) {
+  const TapRange taps = columnTaps(p, x);
+  int32_t alike = 1;
+  for (; alike < most; ++alike) {
+    const TapRange next = columnTaps(p, x + alike);
+    if (next.begin != taps.begin || next.end != taps.end)
+      break;
+  }
+  return alike;
+}
+
+// `count` columns with the same taps, at most `most`.
+template <typename Vector, int block, int most, Arithmetic arithmetic>
+void computeAlike(const ConvProblem& p, int32_t y, int32_t x, int32_t count, TapRange rows) {
+  if (count == most)
+    computePixels<Vector, block, most, Path::border, arithmetic>(p, y, x, rows, columnTaps(p, x));
+  else if constexpr (most > 1)
+    computeAlike<Vector, block, most - 1, arithmetic>(p, y, x, count, rows);
+}
+
+// The columns from begin to end - 1.
 template <typename Vector, int block, int tile, Arithmetic arithmetic>
 void computeBorder(const ConvProblem& p, int32_t y, int32_t begin, int32_t end, TapRange rows) {
   for (int32_t x = begin; x < end;) {
-    const TapRange taps = columnTaps(p, x);
-    int32_t alike = 1;
-    for (; alike < tile && x + alike < end; ++alike) {
-      const TapRange next = columnTaps(p, x + alike);
-      if (next.begin != taps.begin || next.end != taps.end)
-        break;
-    }
-    if (alike == tile) {
-      computePixels<Vector, block, tile, Path::border, arithmetic>(p, y, x, rows, taps);
-      x += tile;
-    } else if (alike >= 2) {
-      computePixels<Vector, block, 2, Path::border, arithmetic>(p, y, x, rows, taps);
-      x += 2;
-    } else {
-      computePixels<Vector, block, 1, Path::border, arithmetic>(p, y, x, rows, taps);
-      x += 1;
-    }
+    const int32_t count = columnsAlike(p, x, least(tile, end - x));
+    computeAlike<Vector, block, tile, arithmetic>(p, y, x, count, rows);
+    x += count;
   }
 }
 

@@ -1,8 +1,10 @@
 // Depthwise: 3x3, one filter a channel. The vector runs over channels of input and output together.
-// A tile's weights of a kernel row stay in registers while its pixels take them in turn; border
-// columns, where a tap may be outside, go pixel by pixel.
+// A row is done block by block of channels: the weights of a kernel row stay in registers while the
+// pixels of a tile take them in turn, and an input column is loaded once for all taps that share
+// it. Columns with taps outside the image go one by one; so do the few that don't fill a tile, in
+// pairs.
 //
-// Order of the sums: bias, then ky, kx. It is the same in both paths, so a pixel's value doesn't
+// Order of the sums: bias, then ky, kx. It is the same for every column, so a pixel's value doesn't
 // depend on the zone or on the kernel that computed it.
 
 #include "engine/simd/conv_zones.h"
@@ -14,97 +16,119 @@ namespace TavroRTC::FDModule::x86 {
 namespace {
 
 constexpr int block = 16;
-using Vector = Float8;
-template <int pixels>
-using Step = Sums<Vector, block, pixels>;
-constexpr int vectors = Step<1>::vectors;
-constexpr int filterSize = 9 * block;
+constexpr int vectors = block / Float8::lanes;
 
-// One kernel row of one vector of channels, all three taps of all pixels. It goes by input columns:
-// each is loaded once and serves every pixel that has a tap there, and a pixel still takes its taps
-// from left to right.
-template <int pixels, int strideW>
-void addTileRow(Step<pixels>& sums, int v, const float* input, ptrdiff_t channels,
-                const float* weights) {
-  const Vector weight[3] = {Vector::load(weights), Vector::load(weights + block),
-                            Vector::load(weights + 2 * block)};
-  constexpr int columns = (pixels - 1) * strideW + 3;
-  for (int column = 0; column < columns; ++column) {
-    const Vector value = Vector::load(input + column * channels);
-    for (int pixel = 0; pixel < pixels; ++pixel) {
-      const int kx = column - pixel * strideW;
-      if (kx >= 0 && kx < 3)
-        sums.at[pixel][v] = multiplyAdd(value, weight[kx], sums.at[pixel][v]);
+// What the columns of one output row have in common, for one block of channels.
+struct RowBlock {
+  const float* input;   // the block's first channel in the first column of the row of ky 0
+  ptrdiff_t rowStride;  // floats between rows, and between columns
+  ptrdiff_t channels;
+  int32_t padLeft;
+  TapRange rows;
+  const float* filter;  // ky, kx, 16 lanes
+  const float* bias;
+  float* output;
+  bool withRelu;
+};
+
+// `pixels` columns from x on, of which all taps from firstTap to endTap - 1 lie inside the image
+// and the others outside.
+template <int pixels, int strideW, int firstTap = 0, int endTap = 3>
+void computeColumns(const RowBlock& row, int32_t x) {
+  constexpr int taps = endTap - firstTap;
+  constexpr int columns = (pixels - 1) * strideW + taps;
+  Sums<Float8, block, pixels> sums;
+  sums.start(row.bias);
+  const ptrdiff_t firstColumn = x * strideW - row.padLeft + firstTap;
+  for (int32_t ky = row.rows.begin; ky < row.rows.end; ++ky) {
+    const float* input = row.input + ky * row.rowStride + firstColumn * row.channels;
+    const float* filter = row.filter + (ky * 3 + firstTap) * block;
+    for (int v = 0; v < vectors; ++v) {
+      Float8 weight[taps];
+      for (int tap = 0; tap < taps; ++tap)
+        weight[tap] = Float8::load(filter + tap * block + v * Float8::lanes);
+      for (int column = 0; column < columns; ++column) {
+        const Float8 value = Float8::load(input + column * row.channels + v * Float8::lanes);
+        for (int pixel = 0; pixel < pixels; ++pixel) {
+          const int tap = column - pixel * strideW;
+          if (tap >= 0 && tap < taps)
+            sums.at[pixel][v] = multiplyAdd(value, weight[tap], sums.at[pixel][v]);
+        }
+      }
     }
   }
+  sums.store(row.output + x * row.channels, row.channels, row.withRelu);
 }
 
-template <int pixels, int strideW>
-void computeTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
-  const ptrdiff_t channels = p.outputC;
-  const ptrdiff_t left = x * strideW - p.padLeft;
-  float* output = p.output + (static_cast<ptrdiff_t>(y) * p.outputW + x) * channels;
-  const float* filter = p.weights;
-  for (ptrdiff_t channel = 0; channel < channels; channel += block, filter += filterSize) {
-    Step<pixels> sums;
-    sums.start(p.bias != nullptr ? p.bias + channel : nullptr);
-    for (int32_t ky = rows.begin; ky < rows.end; ++ky) {
-      const ptrdiff_t inputY = y * p.strideH - p.padTop + ky;
-      const float* input = p.input + (inputY * p.inputW + left) * channels + channel;
+// One column with any range of taps inside; the ranges of a padding of one are unrolled.
+template <int strideW>
+void computeColumn(const RowBlock& row, int32_t x, TapRange taps) {
+  if (taps.begin == 0 && taps.end == 3)
+    return computeColumns<1, strideW>(row, x);
+  if (taps.begin == 1 && taps.end == 3)
+    return computeColumns<1, strideW, 1, 3>(row, x);
+  if (taps.begin == 0 && taps.end == 2)
+    return computeColumns<1, strideW, 0, 2>(row, x);
+
+  Sums<Float8, block, 1> sums;
+  sums.start(row.bias);
+  const ptrdiff_t left = x * strideW - row.padLeft;
+  for (int32_t ky = row.rows.begin; ky < row.rows.end; ++ky)
+    for (int32_t kx = taps.begin; kx < taps.end; ++kx)
       for (int v = 0; v < vectors; ++v)
-        addTileRow<pixels, strideW>(sums, v, input + v * Vector::lanes, channels,
-                                    filter + ky * 3 * block + v * Vector::lanes);
-    }
-    sums.store(output + channel, channels, wantsRelu(p));
-  }
+        sums.at[0][v] = multiplyAdd(
+            Float8::load(row.input + ky * row.rowStride + (left + kx) * row.channels +
+                         v * Float8::lanes),
+            Float8::load(row.filter + (ky * 3 + kx) * block + v * Float8::lanes), sums.at[0][v]);
+  sums.store(row.output + x * row.channels, row.channels, row.withRelu);
 }
 
-void computePixel(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
-  const TapRange columns = columnTaps(p, x);
+template <int tile, int strideW>
+void computeRow(const ConvProblem& p, const RowBlock& row, ColumnZones zones, int32_t fullEnd) {
+  for (int32_t x = 0; x < zones.tileBegin; ++x)
+    computeColumn<strideW>(row, x, columnTaps(p, x));
+  int32_t x = zones.tileBegin;
+  for (; x < zones.tileEnd; x += tile)
+    computeColumns<tile, strideW>(row, x);
+  for (; x + 2 <= fullEnd; x += 2)
+    computeColumns<2, strideW>(row, x);
+  for (; x < p.outputW; ++x)
+    computeColumn<strideW>(row, x, columnTaps(p, x));
+}
+
+template <int tile, int strideW>
+void computeImage(const ConvProblem& p) {
+  const ColumnZones zones = columnZones(p, tile);
+  const int32_t fullEnd = columnZones(p, 1).tileEnd;
   const ptrdiff_t channels = p.outputC;
-  const ptrdiff_t left = x * p.strideW - p.padLeft;
-  float* output = p.output + (static_cast<ptrdiff_t>(y) * p.outputW + x) * channels;
-  const float* filter = p.weights;
-  for (ptrdiff_t channel = 0; channel < channels; channel += block, filter += filterSize) {
-    Step<1> sums;
-    sums.start(p.bias != nullptr ? p.bias + channel : nullptr);
-    for (int32_t ky = rows.begin; ky < rows.end; ++ky) {
-      const ptrdiff_t inputY = y * p.strideH - p.padTop + ky;
-      const float* row = p.input + (inputY * p.inputW + left) * channels + channel;
-      for (int32_t kx = columns.begin; kx < columns.end; ++kx)
-        for (int v = 0; v < vectors; ++v)
-          sums.at[0][v] = multiplyAdd(
-              Vector::load(row + kx * channels + v * Vector::lanes),
-              Vector::load(filter + (ky * 3 + kx) * block + v * Vector::lanes), sums.at[0][v]);
-    }
-    sums.store(output + channel, channels, wantsRelu(p));
-  }
-}
-
-template <int pixels, int strideW>
-void runTiles(const ConvProblem& p) {
-  const ColumnZones zones = columnZones(p, pixels);
+  const ptrdiff_t rowStride = p.inputW * channels;
   for (int32_t y = 0; y < p.outputH; ++y) {
-    const TapRange rows = rowTaps(p, y);
-    for (int32_t x = 0; x < zones.tileBegin; ++x)
-      computePixel(p, y, x, rows);
-    for (int32_t x = zones.tileBegin; x < zones.tileEnd; x += pixels)
-      computeTile<pixels, strideW>(p, y, x, rows);
-    for (int32_t x = zones.tileEnd; x < p.outputW; ++x)
-      computePixel(p, y, x, rows);
+    for (ptrdiff_t channel = 0; channel < channels; channel += block) {
+      const ptrdiff_t top = y * p.strideH - p.padTop;
+      const RowBlock row = {p.input + top * rowStride + channel,
+                            rowStride,
+                            channels,
+                            p.padLeft,
+                            rowTaps(p, y),
+                            p.weights + channel * 9,
+                            p.bias != nullptr ? p.bias + channel : nullptr,
+                            p.output + y * p.outputW * channels + channel,
+                            wantsRelu(p)};
+      computeRow<tile, strideW>(p, row, zones, fullEnd);
+    }
   }
 }
 
 bool run16x4(const ConvProblem& p) {
   if (p.strideW == 1)
-    runTiles<4, 1>(p);
+    computeImage<4, 1>(p);
   else
-    runTiles<4, 2>(p);
+    computeImage<4, 2>(p);
   return true;
 }
 
 bool run16x5(const ConvProblem& p) {
-  runTiles<5, 1>(p);
+  computeImage<5, 1>(p);
   return true;
 }
 

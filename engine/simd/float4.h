@@ -38,17 +38,28 @@ inline Float4 leakyRelu(Float4 x, float slope) {
   return smaller(x, Float4::zero()) * Float4::broadcast(slope) + larger(x, Float4::zero());
 }
 
-inline Float4 activate(Float4 x, const FusedActivation& activation) {
+/// Calls `use` with the function that `activation` names, so that a loop over many values asks for
+/// the kind only once.
+template <typename Use>
+inline void withActivation(const FusedActivation& activation, Use use) {
   switch (static_cast<core::ActivationKind>(activation.kind)) {
     case core::ActivationKind::relu:
-      return relu(x);
+      use([](Float4 x) { return relu(x); });
+      break;
     case core::ActivationKind::clippedRelu:
-      return clippedRelu(x, activation.clipMax);
+      use([limit = activation.clipMax](Float4 x) { return clippedRelu(x, limit); });
+      break;
     case core::ActivationKind::leakyRelu:
-      return leakyRelu(x, activation.leakSlope);
+      use([slope = activation.leakSlope](Float4 x) { return leakyRelu(x, slope); });
+      break;
     default:
-      return x;
+      use([](Float4 x) { return x; });
   }
+}
+
+inline Float4 activate(Float4 x, const FusedActivation& activation) {
+  withActivation(activation, [&x](auto function) { x = function(x); });
+  return x;
 }
 
 inline float activate(float x, const FusedActivation& activation) {

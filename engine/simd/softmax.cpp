@@ -6,10 +6,15 @@
 namespace TavroRTC::FDModule::simd {
 namespace {
 
+// The larger value's own exponential is exp(0), exactly 1. Only a value that isn't finite needs the
+// general form, where the difference of two infinities must come out as what it is.
 void softmaxPair(const float* x, float* y) {
-  const float largest = x[0] > x[1] ? x[0] : x[1];
-  const float first = std::exp(x[0] - largest);
-  const float second = std::exp(x[1] - largest);
+  const bool isFirstLarger = x[0] > x[1];
+  const float largest = isFirstLarger ? x[0] : x[1];
+  const float smaller = std::exp((isFirstLarger ? x[1] : x[0]) - largest);
+  const float larger = std::isfinite(largest) ? 1.0F : std::exp(largest - largest);
+  const float first = isFirstLarger ? larger : smaller;
+  const float second = isFirstLarger ? smaller : larger;
   const float share = 1.0F / (second + first);
   y[0] = share * first;
   y[1] = share * second;

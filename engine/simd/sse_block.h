@@ -29,9 +29,11 @@ struct SseBlock {
   /// Stores pixel by pixel in rising order: lanes that a short block has too many fall on the pixel
   /// behind and are written over by it.
   void store(float* output, ptrdiff_t pixelStride, const FusedActivation& activation) const {
-    for (int pixel = 0; pixel < tile; ++pixel)
-      for (int v = 0; v < vectors; ++v)
-        activate(sum[pixel][v], activation).store(output + pixel * pixelStride + v * Float4::lanes);
+    withActivation(activation, [&](auto function) {
+      for (int pixel = 0; pixel < tile; ++pixel)
+        for (int v = 0; v < vectors; ++v)
+          function(sum[pixel][v]).store(output + pixel * pixelStride + v * Float4::lanes);
+    });
   }
 };
 
