@@ -102,14 +102,14 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
       ->type_name("FILE");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
-      ->check(CLI::Range(int64_t{1}, INT64_MAX));
+      ->check(CLI::PositiveNumber);
   app.add_option("--max-frames", options.maxFrames, "Stop after N frames of the input")
       ->type_name("N")
-      ->check(CLI::Range(int64_t{1}, INT64_MAX));
+      ->check(CLI::PositiveNumber);
   app.add_option("--repeat", options.repeat,
                  "Run over the input N times, for timing; results are those of the first pass")
       ->type_name("N")
-      ->check(CLI::Range(1, INT32_MAX));
+      ->check(CLI::PositiveNumber);
   app.add_flag("--stats", options.stats, "Print timings and peak memory to the standard error");
   app.add_option("--module", options.module, "The detector module's file")->type_name("FILE");
   app.add_option("--input-format", options.inputFormat,

@@ -65,11 +65,15 @@ class Run {
     detector_ = DetectorSession::open(options_.module, error);
     if (detector_ == nullptr)
       return fail(error);
-    results_ = options_.output.empty() ? std::move(standardOutput)
-                                       : StreamHandle(std::fopen(options_.output.c_str(), "w"));
-    if (results_ == nullptr)
-      return fail((options_.output.empty() ? "standard output" : options_.output) + ": " +
-                  std::strerror(errno));
+    if (!options_.output.empty()) {
+      results_.reset(std::fopen(options_.output.c_str(), "w"));
+      if (results_ == nullptr)
+        return fail(options_.output + ": " + std::strerror(errno));
+    } else {
+      results_ = std::move(standardOutput);
+      if (results_ == nullptr)
+        return fail("the standard output is closed");
+    }
     std::setvbuf(results_.get(), nullptr, _IOLBF, BUFSIZ);  // each frame's line at once
     return true;
   }

@@ -76,6 +76,7 @@ class VideoSink final : public FrameSink {
     encoder_->colorspace = format.colorSpace;
     encoder_->time_base = timeBase;
     encoder_->framerate = format.frameRate;
+    encoder_->thread_count = 1;  // keeps the detector's timings its own
     if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     OptionDictionary options;
