@@ -1,0 +1,57 @@
+#pragma once
+
+// The network a second time, as a plain and slow reading in double precision. It shares nothing
+// with the engine but the file of weights: the layers are written down here once more, from the
+// drawing of the network and not from the engine's table, and the places of the tensors in the file
+// follow from that description.
+//
+// Every value carries the error that single precision is expected to make in it, so that a test
+// has its tolerance from the network itself, whatever the weights.
+
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace tavro::test {
+
+struct Reading {
+  double value = 0;
+  double deviation = 0;  ///< standard deviation of the error of a float evaluation
+};
+
+/// Values by name in one file of raw floats: ordered by the names' bytes, each tensor at the next
+/// multiple of 128 bytes.
+class WeightFile {
+ public:
+  /// The values of a tensor. Before load() only notes the tensor, and gives zeros.
+  std::span<const float> values(const std::string& name, size_t count);
+
+  /// Reads the file. Throws std::runtime_error if it doesn't hold just the tensors noted.
+  void load(const std::string& path);
+
+ private:
+  std::map<std::string, std::vector<float>> tensors_;
+};
+
+class ReferenceNetwork {
+ public:
+  static constexpr int32_t side = 192;
+  static constexpr size_t priorCount = 2088;
+
+  explicit ReferenceNetwork(const std::string& weightsPath);
+
+  struct Output {
+    std::vector<Reading> scores;  ///< two probabilities for each prior
+    std::vector<Reading> boxes;   ///< four offsets for each prior
+  };
+
+  /// `picture`: side * side pixels of three bytes B, G, R.
+  Output run(std::span<const uint8_t> picture);
+
+ private:
+  WeightFile weights_;
+};
+
+}  // namespace tavro::test
