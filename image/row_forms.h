@@ -1,0 +1,43 @@
+#pragma once
+
+// The forms of the row kernels, for the tables of row_kernel_selection.cpp. Every form has the type
+// of its family; a block form takes whole blocks only.
+
+#include "image/row_kernels.h"
+
+namespace TavroRTC::FDModule {
+
+namespace plain {
+
+CopyRow copyRow;
+InterpolateRows interpolateRows;
+ColumnsRow filterColumns;
+HalveRow halveRowPoint;
+HalveRow halveRowLinear;
+HalveRow halveRowBox;
+YuvRow yuvRowFourBytes;
+YuvRow yuvRowOpaqueFirst;
+YuvRow yuvRowThreeBytes;
+
+}  // namespace plain
+
+namespace ssse3 {
+
+inline constexpr int32_t copyBlock = 32;
+inline constexpr int32_t interpolateBlock = 16;
+inline constexpr int32_t columnsBlock = 8;
+inline constexpr int32_t halveBlock = 16;
+inline constexpr int32_t yuvBlock = 8;
+
+CopyRow copyRow;
+InterpolateRows interpolateRows;
+ColumnsRow filterColumns;
+HalveRow halveRowPoint;
+HalveRow halveRowBox;
+YuvRow yuvRowFourBytes;
+YuvRow yuvRowOpaqueFirst;
+YuvRow yuvRowThreeBytes;
+
+}  // namespace ssse3
+
+}  // namespace TavroRTC::FDModule

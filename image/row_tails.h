@@ -1,0 +1,101 @@
+#pragma once
+
+// Rows that are not a whole number of blocks. The block form does the whole blocks; what is left
+// goes either through the plain form, or, where the forms differ in more than speed or the plain
+// one is slow, through the block form once more on a scratch block on the stack. Each template
+// makes a kernel of the family's own type out of the forms.
+
+#include <cstring>
+
+#include "image/row_kernels.h"
+
+namespace TavroRTC::FDModule {
+
+/// A width, split into whole blocks and a rest that is shorter than a block; nothing of either for
+/// a width below 1.
+template <int32_t block>
+struct RowSplit {
+  int32_t whole = 0;
+  int32_t rest = 0;
+
+  explicit RowSplit(int32_t width) {
+    if (width > 0) {
+      rest = width % block;
+      whole = width - rest;
+    }
+  }
+};
+
+/// One block of samples: the last few of a row, then zeros.
+template <size_t size>
+class ScratchBlock {
+ public:
+  ScratchBlock() = default;
+  ScratchBlock(const uint8_t* src, int32_t count) {
+    std::memcpy(bytes_, src, static_cast<size_t>(count));
+  }
+
+  uint8_t* data() { return bytes_; }
+  void copyTo(uint8_t* dst, int32_t count) const {
+    std::memcpy(dst, bytes_, static_cast<size_t>(count));
+  }
+
+ private:
+  alignas(16) uint8_t bytes_[size] = {};
+};
+
+template <ColumnsRow* blockForm, ColumnsRow* plainForm, int32_t block>
+void columnsPlainTail(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
+  const RowSplit<block> split(dstWidth);
+  blockForm(dst, src, split.whole, x, dx);
+  const auto tailX = static_cast<int32_t>(x + int64_t{split.whole} * dx);
+  plainForm(dst + split.whole, src, split.rest, tailX, dx);
+}
+
+template <HalveRow* blockForm, HalveRow* plainForm, int32_t block>
+void halvePlainTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth) {
+  const RowSplit<block> split(dstWidth);
+  blockForm(src, srcStride, dst, split.whole);
+  plainForm(src + 2 * ptrdiff_t{split.whole}, srcStride, dst + split.whole, split.rest);
+}
+
+template <CopyRow* blockForm, int32_t block>
+void copyScratchTail(const uint8_t* src, uint8_t* dst, int32_t bytes) {
+  const RowSplit<block> split(bytes);
+  blockForm(src, dst, split.whole);
+  ScratchBlock<block> input(src + split.whole, split.rest);
+  ScratchBlock<block> output;
+  blockForm(input.data(), output.data(), block);
+  output.copyTo(dst + split.whole, split.rest);
+}
+
+template <InterpolateRows* blockForm, int32_t block>
+void interpolateScratchTail(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
+                            int32_t fraction) {
+  const RowSplit<block> split(bytes);
+  blockForm(dst, src, srcStride, split.whole, fraction);
+  // With fraction 0 there may be no second row.
+  const uint8_t* top = src + split.whole;
+  ScratchBlock<size_t{2} * block> input(top, split.rest);
+  if (fraction != 0)
+    std::memcpy(input.data() + block, top + srcStride, static_cast<size_t>(split.rest));
+  ScratchBlock<block> output;
+  blockForm(output.data(), input.data(), block, block, fraction);
+  output.copyTo(dst + split.whole, split.rest);
+}
+
+template <YuvRow* blockForm, int32_t block, int32_t bytesPerPixel>
+void yuvScratchTail(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                    const YuvTable& constants, int32_t width) {
+  const RowSplit<block> split(width);
+  blockForm(y, u, v, dst, constants, split.whole);
+  const int32_t chroma = (split.rest + 1) / 2;
+  ScratchBlock<block> lastY(y + split.whole, split.rest);
+  ScratchBlock<block / 2> lastU(u + split.whole / 2, chroma);
+  ScratchBlock<block / 2> lastV(v + split.whole / 2, chroma);
+  ScratchBlock<size_t{block} * bytesPerPixel> output;
+  blockForm(lastY.data(), lastU.data(), lastV.data(), output.data(), constants, block);
+  output.copyTo(dst + ptrdiff_t{split.whole} * bytesPerPixel, split.rest * bytesPerPixel);
+}
+
+}  // namespace TavroRTC::FDModule

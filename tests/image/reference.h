@@ -1,0 +1,55 @@
+#pragma once
+
+// Planes in guarded memory, and what the scalers and converters must make of them: every sample
+// computed by itself from the formulas, with no rows, rings or blocks.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "tests/support/guarded_buffer.h"
+#include "tests/support/random.h"
+
+namespace tavro::test {
+
+enum class Content { random, zeros, ones, alternating };
+
+/// A plane whose last sample touches a guard page, or whose first one follows one. Between its rows
+/// lie stride - width bytes that belong to nobody.
+struct TestPlane {
+  TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap = 0, Guard guard = Guard::behind);
+
+  void fill(Content content, Random& random);
+  uint8_t at(int32_t x, int32_t y) const;
+
+  int32_t width, height, stride;
+  GuardedBuffer<uint8_t> bytes;
+};
+
+/// A part of a plane. Samples beyond the part are those of its edge, as far as the plane has them.
+struct PlaneView {
+  explicit PlaneView(const TestPlane& source)
+      : PlaneView(source, 0, 0, source.width, source.height) {}
+  PlaneView(const TestPlane& source, int32_t x, int32_t y, int32_t viewWidth, int32_t viewHeight)
+      : plane(source), left(x), top(y), width(viewWidth), height(viewHeight) {}
+
+  int32_t at(int64_t x, int64_t y) const;
+
+  const TestPlane& plane;
+  int32_t left, top, width, height;
+};
+
+/// The plane at another size, row by row; filter by code.
+std::vector<uint8_t> scaledPlane(const PlaneView& src, int32_t width, int32_t height,
+                                 int32_t filter, bool plainRowsOnly = false);
+
+struct Bgr {
+  uint8_t b, g, r;
+};
+Bgr bgrOf(int32_t y, int32_t u, int32_t v);
+
+/// Whether `dst` holds the samples, and the bytes around and between its rows are as they were.
+testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>& expected);
+
+}  // namespace tavro::test

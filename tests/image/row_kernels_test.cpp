@@ -1,0 +1,50 @@
+#include "image/row_kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace TavroRTC::FDModule {
+namespace {
+
+// What the kernels compute is tested through the scalers and converters, at every width.
+
+TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
+  const auto address = [](auto* kernel) { return reinterpret_cast<const void*>(kernel); };
+  const auto kernelsAt = [&](int32_t blocks) {
+    return std::vector{address(chooseCopyRow(blocks * 32)),
+                       address(chooseInterpolateRows(blocks * 4, 4)),
+                       address(chooseColumns(blocks * 8, 1)),
+                       address(chooseHalveRow(blocks * 16, 1, ScaleFilter::nearest)),
+                       address(chooseHalveRow(blocks * 16, 1, ScaleFilter::bilinear)),
+                       address(chooseYuvRow(blocks * 8, PackMode::threeBytes))};
+  };
+  const auto block = kernelsAt(1);
+  EXPECT_EQ(kernelsAt(6), block);
+  setPlainRowsOnly(1);
+  const auto plain = kernelsAt(6);
+  setPlainRowsOnly(0);
+  for (size_t i = 0; i < block.size(); ++i)
+    EXPECT_NE(plain[i], block[i]) << "family " << i;
+}
+
+TEST(RowKernels, widthsBelowOneDoNothing) {
+  for (const int32_t width : {0, -1, -16, -37}) {
+    const uint8_t unread[4] = {};
+    uint8_t untouched = 7;
+    chooseCopyRow(width)(unread, &untouched, width);
+    for (const int32_t fraction : {0, 128, 200})
+      chooseInterpolateRows(width, 1)(&untouched, unread, 1, width, fraction);
+    for (ColumnsRow* columns : {chooseColumns(width, 1), sampleColumns, doubleColumns})
+      columns(&untouched, unread, width, 0, 1);
+    for (const int32_t filter : {0, 1, 2})
+      chooseHalveRow(width, 1, static_cast<ScaleFilter>(filter))(unread, 1, &untouched, width);
+    for (const int32_t mode : {1, 2, 3})
+      chooseYuvRow(width, static_cast<PackMode>(mode))(unread, unread, unread, &untouched,
+                                                       yuvTableBgr, width);
+    EXPECT_EQ(untouched, 7);
+  }
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule
