@@ -174,6 +174,8 @@ def main():
         onnx.save(model, str(arguments.output))
     except (OSError, ValueError, onnx.checker.ValidationError) as error:
         sys.exit(f"export_onnx: {error}")
+    except KeyError as error:
+        sys.exit(f"export_onnx: the table has no {error}")
 
 
 if __name__ == "__main__":

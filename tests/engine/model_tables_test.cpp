@@ -147,10 +147,11 @@ class ShapeWalk {
 
  private:
   Shape convolve(const LayerRow& row, Shape input, bool depthwise) {
-    const auto [kernelW, kernelH] = std::to_array({row.ints[0], row.ints[1]});
-    const auto [padW, padH] = std::to_array({row.ints[2] + row.ints[3], row.ints[4] + row.ints[5]});
-    const auto [strideW, strideH] = std::to_array({row.ints[6], row.ints[7]});
-    const auto [dilationW, dilationH] = std::to_array({row.ints[8], row.ints[9]});
+    const auto [kernelW, kernelH] = std::to_array<int64_t>({row.ints[0], row.ints[1]});
+    const auto [padW, padH] =
+        std::to_array<int64_t>({row.ints[2] + row.ints[3], row.ints[4] + row.ints[5]});
+    const auto [strideW, strideH] = std::to_array<int64_t>({row.ints[6], row.ints[7]});
+    const auto [dilationW, dilationH] = std::to_array<int64_t>({row.ints[8], row.ints[9]});
     EXPECT_EQ(row.ints[10], depthwise ? input.c : 0);
     const TensorRow& weight = *tensors_.at(row.weights[0]);
     const TensorRow& bias = *tensors_.at(row.weights[1]);
@@ -169,7 +170,7 @@ class ShapeWalk {
 
   static Shape reshape(const LayerRow& row, int64_t count) {
     EXPECT_EQ(row.ints[0], 1);
-    std::array<int64_t, 3> target{row.ints[1], row.ints[2], row.ints[3]};
+    std::vector<int64_t> target{row.ints[1], row.ints[2], row.ints[3]};
     const auto open = std::ranges::find_if(target, [](int64_t extent) { return extent < 1; });
     if (open == target.end()) {
       ADD_FAILURE() << "no open extent";
