@@ -1,0 +1,195 @@
+#include "tests/kernels/conv_reference.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace tavro::test {
+namespace {
+
+constexpr double unitRoundoff = 0x1p-24;
+constexpr double smallestDenormal = 0x1p-149;
+
+int32_t positions(int32_t extent, int32_t padding, int32_t kernel, int32_t dilation,
+                  int32_t stride) {
+  const int32_t room = extent + padding - ((kernel - 1) * dilation + 1);
+  return room < 0 ? 0 : room / stride + 1;
+}
+
+int32_t ceilOfQuotient(int32_t a, int32_t b) {
+  return (a + b - 1) / b;
+}
+
+struct Tap {
+  int32_t ky;
+  int32_t kx;
+  int32_t channel;  // within the group
+};
+
+// Reads the operands by the formula's indices.
+struct Terms {
+  const ConvProblem& p;
+  const ConvOperands& operands;
+  OutputPosition at;
+  int32_t channels = p.inputC / p.group;
+  int32_t firstChannel = at.channel / (p.outputC / p.group) * channels;
+
+  bool isRowInside(int32_t ky) const { return inside(inputY(ky), p.inputH); }
+  bool isColumnInside(int32_t kx) const { return inside(inputX(kx), p.inputW); }
+  float input(const Tap& tap) const {
+    const int64_t pixel = int64_t{inputY(tap.ky)} * p.inputW + inputX(tap.kx);
+    return operands.input[pixel * p.inputC + firstChannel + tap.channel];
+  }
+  float weight(const Tap& tap) const {
+    const int64_t filterRow = int64_t{at.channel} * p.kernelH + tap.ky;
+    return operands.weights[(filterRow * p.kernelW + tap.kx) * channels + tap.channel];
+  }
+  float bias() const { return operands.bias != nullptr ? operands.bias[at.channel] : 0.0F; }
+
+ private:
+  static bool inside(int32_t position, int32_t extent) {
+    return position >= 0 && position < extent;
+  }
+  int32_t inputY(int32_t ky) const { return at.y * p.strideH - p.padTop + ky * p.dilationH; }
+  int32_t inputX(int32_t kx) const { return at.x * p.strideW - p.padLeft + kx * p.dilationW; }
+};
+
+// Calls visit(kx, channel) for all terms of a kernel row.
+template <typename Visit>
+void forEachInRow(Sequence sequence, int32_t kernelW, int32_t channels, Visit visit) {
+  switch (sequence) {
+    case Sequence::tapsThenChannels:
+      for (int32_t kx = 0; kx < kernelW; ++kx)
+        for (int32_t i = 0; i < channels; ++i)
+          visit(kx, i);
+      break;
+    case Sequence::channelsThenTaps:
+      for (int32_t i = 0; i < channels; ++i)
+        for (int32_t kx = 0; kx < kernelW; ++kx)
+          visit(kx, i);
+      break;
+    case Sequence::outerTapsFirst:
+      for (int32_t i = 0; i < channels; ++i)
+        for (const int32_t kx : {0, 2})
+          visit(kx, i);
+      for (int32_t i = 0; i < channels; ++i)
+        visit(1, i);
+      break;
+    case Sequence::middleTapLast:
+      for (int32_t i = 0; i < channels; ++i)
+        for (const int32_t kx : {0, 2, 1})
+          visit(kx, i);
+      break;
+  }
+}
+
+float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
+  return arithmetic == Arithmetic::fused ? std::fmaf(a, b, sum) : sum + a * b;
+}
+
+}  // namespace
+
+bool deriveOutputSize(ConvProblem& p) {
+  p.outputH = positions(p.inputH, p.padTop + p.padBottom, p.kernelH, p.dilationH, p.strideH);
+  p.outputW = positions(p.inputW, p.padLeft + p.padRight, p.kernelW, p.dilationW, p.strideW);
+  return p.outputH > 0 && p.outputW > 0;
+}
+
+int64_t termCount(const ConvProblem& p) {
+  return int64_t{p.kernelH} * p.kernelW * (p.inputC / p.group);
+}
+
+// The bound: let k be the number of terms, u the unit roundoff and S the sum of |bias| and of all
+// |x w|. A product is rounded once and takes part in at most k additions, whatever their order;
+// four more are those of the lanes. So the sum is off by at most g S with g = n u / (1 - n u),
+// n = k + 5 (N. Higham, Accuracy and Stability of Numerical Algorithms, 4.2). Where products
+// underflow, each is off by at most half of the smallest denormal as well; sums never are.
+BoundedValue convolveInDouble(const ConvProblem& p, const ConvOperands& operands,
+                              const OutputPosition& at) {
+  const Terms terms{p, operands, at};
+  double sum = terms.bias();
+  double magnitude = std::abs(sum);
+  int32_t count = 0;
+  for (int32_t ky = 0; ky < p.kernelH; ++ky)
+    for (int32_t kx = 0; kx < p.kernelW; ++kx) {
+      if (!terms.isRowInside(ky) || !terms.isColumnInside(kx))
+        continue;
+      for (int32_t i = 0; i < terms.channels; ++i, ++count) {
+        const double term = double{terms.input({ky, kx, i})} * double{terms.weight({ky, kx, i})};
+        sum += term;
+        magnitude += std::abs(term);
+      }
+    }
+  const double roundings = (count + 5) * unitRoundoff;
+  const double error = roundings / (1 - roundings) * magnitude + count * smallestDenormal;
+  return activateInDouble({sum, error}, p.activation);
+}
+
+// None of the functions enlarges a difference, given a slope between -1 and 1; leakyRelu rounds its
+// product once more.
+BoundedValue activateInDouble(BoundedValue x, const FusedActivation& activation) {
+  const double clipMax = activation.clipMax;
+  const double slope = activation.leakSlope;
+  switch (activation.kind) {
+    case 1:
+      return {std::max(x.value, 0.0), x.error};
+    case 2:
+      return {std::max(std::min(x.value, clipMax), 0.0), x.error};
+    case 6:
+      return {std::min(x.value, 0.0) * slope + std::max(x.value, 0.0),
+              x.error + std::abs(x.value) * unitRoundoff + smallestDenormal};
+    default:
+      return x;
+  }
+}
+
+float activateInFloat(float x, const FusedActivation& activation) {
+  const auto relu = [](float v) { return v > 0 ? v : 0.0F; };
+  switch (activation.kind) {
+    case 1:
+      return relu(x);
+    case 2:
+      return relu(x < activation.clipMax ? x : activation.clipMax);
+    case 6:
+      return (x < 0 ? x : 0.0F) * activation.leakSlope + relu(x);
+    default:
+      return x;
+  }
+}
+
+float convolveInOrder(const ConvProblem& p, const ConvOperands& operands, const SumRule& rule,
+                      const OutputPosition& at) {
+  const Terms terms{p, operands, at};
+  const int32_t inLanes = rule.inLanes ? p.kernelW * terms.channels / 4 * 4 : 0;
+  float sum = terms.bias();
+  float lanes[4] = {};
+  for (int32_t ky = 0; ky < p.kernelH; ++ky) {
+    const bool isRowInside = terms.isRowInside(ky);
+    if (!isRowInside && rule.rows == Outside::noTerm)
+      continue;
+    int32_t index = 0;
+    forEachInRow(rule.sequence, p.kernelW, terms.channels, [&](int32_t kx, int32_t i) {
+      const bool isColumnInside = terms.isColumnInside(kx);
+      if (isColumnInside || rule.columns == Outside::zeroTerm) {
+        const Tap tap = {ky, kx, i};
+        const float value = isRowInside && isColumnInside ? terms.input(tap) : 0.0F;
+        float& target = index < inLanes ? lanes[index % 4] : sum;
+        target = addTerm(rule.arithmetic, value, terms.weight(tap), target);
+      }
+      ++index;
+    });
+  }
+  if (rule.inLanes)
+    for (const float lane : lanes)
+      sum += lane;
+  return activateInFloat(sum, p.activation);
+}
+
+bool isInTileZone(const ConvProblem& p, int32_t x, int32_t tile) {
+  const int32_t left = ceilOfQuotient(p.padLeft, p.strideW);
+  const int32_t right = ceilOfQuotient(p.padRight, p.strideW);
+  const int32_t middle = std::max(p.outputW - left - right, 0) / tile * tile;
+  return x >= left && x < left + middle;
+}
+
+}  // namespace tavro::test

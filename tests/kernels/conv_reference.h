@@ -1,0 +1,80 @@
+#pragma once
+
+// Two references for the convolution kernels. Neither shares code with them. One is the plain
+// formula in double precision with a bound on how far a sum in floats may lie from it; the other
+// takes the terms in a kernel's own order and rounding, one float at a time, and the kernel must
+// match it bit for bit.
+
+#include <cstdint>
+#include <vector>
+
+#include "engine/conv_problem.h"
+
+namespace tavro::test {
+
+using TavroRTC::FDModule::ConvProblem;
+using TavroRTC::FDModule::FusedActivation;
+
+/// The operands in plain order: input h, w, c; weights output channel, ky, kx, input channel of the
+/// group; bias null for zeros.
+struct ConvOperands {
+  const float* input = nullptr;
+  const float* weights = nullptr;
+  const float* bias = nullptr;
+};
+
+struct OutputPosition {
+  int32_t y = 0;
+  int32_t x = 0;
+  int32_t channel = 0;
+};
+
+/// Sets the output's height and width from the input and the window; false if nothing fits.
+bool deriveOutputSize(ConvProblem& p);
+
+/// Terms of one output value, the ones in the padding included.
+int64_t termCount(const ConvProblem& p);
+
+/// A value and how far a float computation of it, in any order of its terms, may be off.
+struct BoundedValue {
+  double value = 0;
+  double error = 0;
+};
+
+/// The convolution's formula, with the activation of `p`.
+BoundedValue convolveInDouble(const ConvProblem& p, const ConvOperands& operands,
+                              const OutputPosition& at);
+
+/// The activations that a kernel merges, and the same in floats. Any other kind is the identity.
+BoundedValue activateInDouble(BoundedValue x, const FusedActivation& activation);
+float activateInFloat(float x, const FusedActivation& activation);
+
+/// The order of the terms within one kernel row.
+enum class Sequence : uint8_t {
+  tapsThenChannels,  ///< for each kx: the input channels
+  channelsThenTaps,  ///< for each input channel: kx 0, 1, 2...
+  outerTapsFirst,    ///< kx 0 and kx 2 in turn for each channel, then kx 1 for each channel
+  middleTapLast,     ///< for each input channel: kx 0, 2, 1
+};
+enum class Arithmetic : uint8_t { separate, fused };
+/// What becomes of a tap in the padding: no term at all, or a term with the input value 0, which
+/// counts where the weight is infinite or the sum is -0.
+enum class Outside : uint8_t { noTerm, zeroTerm };
+
+/// How a kernel sums up the value of an output pixel.
+struct SumRule {
+  Sequence sequence = Sequence::tapsThenChannels;
+  Arithmetic arithmetic = Arithmetic::separate;
+  Outside rows = Outside::noTerm;
+  Outside columns = Outside::noTerm;
+  /// Whole groups of four terms of a kernel row go to four sums of their own, added at the end.
+  bool inLanes = false;
+};
+
+float convolveInOrder(const ConvProblem& p, const ConvOperands& operands, const SumRule& rule,
+                      const OutputPosition& at);
+
+/// True if `x` is in the part of a row that a kernel with border zones computes in whole tiles.
+bool isInTileZone(const ConvProblem& p, int32_t x, int32_t tile);
+
+}  // namespace tavro::test
