@@ -121,6 +121,18 @@ TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
   EXPECT_TRUE(detector->execute(Picture(64, 48).view, none));
 }
 
+TEST(FaceDetector, OneFrameWithoutFacesEndsAllTracks) {
+  Picture picture(192, 192);
+  picture.fillWithNoise(1);
+  const auto detector = makeDetector(anyScore);
+  const Rects before = detect(*detector, picture.view);
+  EXPECT_FALSE(before.empty());
+  detector->init(1.5F);
+  EXPECT_TRUE(detect(*detector, picture.view).empty());
+  detector->init(anyScore);
+  EXPECT_EQ(detect(*detector, picture.view), before);
+}
+
 /// The network's input for a plain picture of its own size.
 std::vector<uint8_t> packedPlain(uint8_t y, uint8_t u, uint8_t v) {
   constexpr int32_t side = 192;
@@ -180,10 +192,15 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
   const auto undisturbed = makeDetector(anyScore);
   const Rects before = detect(*undisturbed, first.view);
   ASSERT_NE(detect(*undisturbed, second.view), before);
+  const size_t boxes = detect(*makeDetector(anyScore), second.view).size();
 
   const auto detector = makeDetector(anyScore);
   EXPECT_EQ(detect(*detector, first.view), before);
-  const auto refuses = [](FaceRectSequence*, int32_t) { return false; };
+  static size_t asked = 0;
+  const auto refuses = [](FaceRectSequence*, int32_t capacity) {
+    asked = static_cast<size_t>(capacity);
+    return false;
+  };
   const auto lies = [](FaceRectSequence*, int32_t) { return true; };
   for (bool (*grow)(FaceRectSequence*, int32_t) : {+refuses, +lies, +(decltype(+lies))nullptr}) {
     FaceRect room = {};
@@ -192,6 +209,7 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
     EXPECT_EQ(faces.size, 0);
     EXPECT_EQ(room, FaceRect());
   }
+  EXPECT_EQ(asked, before.size() + boxes);  // room for all that there can be
   FrameView bad = second.view;
   bad.v = nullptr;
   FaceRects faces;
