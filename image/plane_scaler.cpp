@@ -116,10 +116,10 @@ bool reduce(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter) 
     return false;
 
   InterpolateRows* interpolateRows = chooseInterpolateRows(src.width, 1);
-  const int64_t maxY = (src.height - 1) * one;
+  // Starting inside the first step, the positions stay above the last row, or on it where rows are
+  // not blended: there always is a row below.
   int64_t y = slopes.y;
   for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy) {
-    y = std::min(y, maxY);
     const uint8_t* row = src.row(sampleIndex(y));
     if (blendsRows) {
       interpolateRows(work.samples(), row, src.stride, src.width, rowFraction(y));
@@ -141,9 +141,9 @@ bool enlarge(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter)
   if (!columns.prepare() || !ring.allocate(2 * ringStride))
     return false;
 
-  // The last row has no row below, and a single row may be left for position -1.
+  // The last row is its own lower neighbour.
   const auto filterRow = [&](uint8_t* target, int64_t y) {
-    columns.run(target, src.row(std::clamp<int64_t>(y, 0, src.height - 1)));
+    columns.run(target, src.row(std::min<int64_t>(y, src.height - 1)));
   };
   InterpolateRows* interpolateRows = chooseInterpolateRows(dst.width, 1);
   int64_t y = slopes.y;
@@ -259,6 +259,7 @@ void scaleVertical(int32_t srcHeight, int32_t dstWidth, int32_t dstHeight, int32
   InterpolateRows* interpolateRows = chooseInterpolateRows(dstWidth, bytesPerPixel);
   int64_t position = y;
   for (ptrdiff_t i = 0; i < dstHeight; ++i, position += dy) {
+    // The step of a single row stretched to two is -1.
     position = std::clamp<int64_t>(position, 0, maxY);
     const int32_t fraction = filter == ScaleFilter::nearest ? 0 : rowFraction(position);
     interpolateRows(dst + i * dstStride, firstColumn + sampleIndex(position) * srcStride, srcStride,

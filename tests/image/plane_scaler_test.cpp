@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "image/row_kernels.h"
 #include "image/scale_geometry.h"
 #include "tests/image/reference.h"
@@ -86,6 +89,15 @@ TEST_F(PlaneScaler, randomSizes) {
     const auto size = [&] { return random.between(1, limit); };
     checkScaling({size(), size(), size(), size()}, Content::random, random);
   }
+}
+
+TEST(ScaleVertical, oneRowStretchedToTwo) {
+  TestPlane src(6, 1);
+  std::fill(src.bytes.begin(), src.bytes.end(), uint8_t{9});
+  TestPlane dst(6, 2);
+  scaleVertical(1, 2, 2, 6, 6, src.bytes.data(), dst.bytes.data(), 0, 0, fixedRatioLast(1, 2), 3,
+                ScaleFilter::bilinear);
+  EXPECT_TRUE(holds(dst, std::vector<uint8_t>(12, 9)));
 }
 
 TEST(ScaleGeometry, slopesOfKnownSizes) {

@@ -11,21 +11,25 @@ namespace {
 
 TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
   const auto address = [](auto* kernel) { return reinterpret_cast<const void*>(kernel); };
-  const auto kernelsAt = [&](int32_t blocks) {
-    return std::vector{address(chooseCopyRow(blocks * 32)),
-                       address(chooseInterpolateRows(blocks * 4, 4)),
-                       address(chooseColumns(blocks * 8, 1)),
-                       address(chooseHalveRow(blocks * 16, 1, ScaleFilter::nearest)),
-                       address(chooseHalveRow(blocks * 16, 1, ScaleFilter::bilinear)),
-                       address(chooseYuvRow(blocks * 8, PackMode::threeBytes))};
+  const auto kernelsAt = [&](int32_t blocks, int32_t rest) {
+    return std::vector{address(chooseCopyRow(blocks * 32 + rest)),
+                       address(chooseInterpolateRows(blocks * 4 + rest, 4)),
+                       address(chooseColumns(blocks * 8 + rest, 1)),
+                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::nearest)),
+                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::bilinear)),
+                       address(chooseYuvRow(blocks * 8 + rest, PackMode::threeBytes))};
   };
-  const auto block = kernelsAt(1);
-  EXPECT_EQ(kernelsAt(6), block);
+  const auto block = kernelsAt(1, 0);
+  const auto withTail = kernelsAt(1, 1);
+  EXPECT_EQ(kernelsAt(6, 0), block);
+  EXPECT_EQ(kernelsAt(0, 3), withTail);
   setPlainRowsOnly(1);
-  const auto plain = kernelsAt(6);
+  const auto plain = kernelsAt(6, 0);
+  EXPECT_EQ(kernelsAt(6, 1), plain);
   setPlainRowsOnly(0);
   for (size_t i = 0; i < block.size(); ++i)
-    EXPECT_NE(plain[i], block[i]) << "family " << i;
+    EXPECT_TRUE(plain[i] != block[i] && plain[i] != withTail[i] && block[i] != withTail[i])
+        << "family " << i;
 }
 
 TEST(RowKernels, widthsBelowOneDoNothing) {
