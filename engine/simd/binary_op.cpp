@@ -26,9 +26,11 @@ struct Product {
 
 template <typename Operation>
 void sameShape(const float* a, const float* b, float* output, uint64_t count, Operation operation) {
+  constexpr uint64_t step = 4 * Float4::lanes;
   uint64_t i = 0;
-  for (; i + Float4::lanes <= count; i += Float4::lanes)
-    operation(Float4::load(a + i), Float4::load(b + i)).store(output + i);
+  for (; i + step <= count; i += step)
+    for (uint64_t at = i; at < i + step; at += Float4::lanes)
+      operation(Float4::load(a + at), Float4::load(b + at)).store(output + at);
   for (; i < count; ++i)
     output[i] = operation(a[i], b[i]);
 }

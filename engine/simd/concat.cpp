@@ -1,10 +1,22 @@
 #include "engine/simd/concat.h"
 
-#include <cstring>
-
+#include "engine/simd/float4.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
+namespace {
+
+// A pixel has few channels, too few for a call of the library's copy to pay.
+float* copyValues(const float* source, float* destination, int32_t count) {
+  int32_t i = 0;
+  for (; i + Float4::lanes <= count; i += Float4::lanes)
+    Float4::load(source + i).store(destination + i);
+  for (; i < count; ++i)
+    destination[i] = source[i];
+  return destination + count;
+}
+
+}  // namespace
 
 bool Concat::forward(core::RunEnv* /*env*/) {
   if (!isConnected())
@@ -22,13 +34,9 @@ bool Concat::forward(core::RunEnv* /*env*/) {
       channels != output.c)
     return false;
   const int64_t pixels = static_cast<int64_t>(output.h) * output.w;
-  for (int64_t pixel = 0; pixel < pixels; ++pixel) {
-    for (const Tensor* input : inputs) {
-      std::memcpy(destination, input->floatData + pixel * input->c,
-                  static_cast<size_t>(input->c) * sizeof(float));
-      destination += input->c;
-    }
-  }
+  for (int64_t pixel = 0; pixel < pixels; ++pixel)
+    for (const Tensor* input : inputs)
+      destination = copyValues(input->floatData + pixel * input->c, destination, input->c);
   return true;
 }
 

@@ -1,0 +1,228 @@
+// The whole road of a frame, from the host's planes to the rectangles, over a sequence of frames
+// that change their size. The second opinion has its own scaler, colour formula, network, priors,
+// decoding and suppression, all in double precision where the module has single.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "engine/cpu_info.h"
+#include "host/core/face_rects.h"
+#include "host/core/i420_frame.h"
+#include "modules/face_detection/fd_wrapper.h"
+#include "tests/end_to_end/reference_network.h"
+#include "tests/image/reference.h"
+#include "tests/support/captured_stdout.h"
+
+namespace {
+
+using namespace tavro::test;
+using tavro::host::FaceRects;
+using tavro::host::I420Frame;
+using TavroRTC::FDModule::CpuInfo;
+using TavroRTC::FDModule::FaceRect;
+using TavroRTC::FDModule::FDWrapper;
+
+constexpr int32_t side = ReferenceNetwork::side;
+constexpr double threshold = 0.65;
+constexpr size_t mostBoxes = 6;
+
+struct Size {
+  int32_t width, height;
+};
+constexpr Size frameSizes[] = {{1280, 720}, {1279, 719}, {641, 361}, {1, 1},     {16, 4096},
+                               {4096, 16},  {192, 192},  {383, 383}, {384, 384}, {192, 720},
+                               {1280, 192}, {100, 100},  {32768, 2}, {2, 32768}, {333, 500}};
+
+/// The portrait stretched to a frame, on planes of exactly the samples that it has.
+class PortraitFrame {
+ public:
+  explicit PortraitFrame(Size size)
+      : planes_{TestPlane(size.width, size.height, 5),
+                TestPlane((size.width + 1) / 2, (size.height + 1) / 2, 3),
+                TestPlane((size.width + 1) / 2, (size.height + 1) / 2, 3)},
+        frame_(I420Frame::borrow(size.width, size.height, planes_[0].bytes.data(),
+                                 planes_[0].stride, planes_[1].bytes.data(),
+                                 planes_[2].bytes.data(), planes_[1].stride)) {
+    std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
+    const std::vector<char> samples(std::istreambuf_iterator<char>(file), {});
+    constexpr Size portrait[] = {{160, 120}, {80, 60}, {80, 60}};
+    size_t offset = 0;
+    for (size_t i = 0; i < planes_.size(); ++i) {
+      const auto [width, height] = portrait[i];
+      TestPlane& plane = planes_[i];
+      for (int32_t y = 0; y < plane.height; ++y)
+        for (int32_t x = 0; x < plane.width; ++x) {
+          const int64_t source =
+              int64_t{y} * height / plane.height * width + int64_t{x} * width / plane.width;
+          plane.bytes[static_cast<size_t>(y) * static_cast<size_t>(plane.stride) +
+                      static_cast<size_t>(x)] =
+              static_cast<uint8_t>(samples.at(offset + static_cast<size_t>(source)));
+        }
+      offset += static_cast<size_t>(width) * static_cast<size_t>(height);
+    }
+  }
+
+  const I420Frame& frame() const { return *frame_; }
+
+  /// The picture that the network is to see.
+  std::vector<uint8_t> networkInput() const {
+    constexpr int32_t bilinear = 2;
+    std::array<std::vector<uint8_t>, 3> scaled;
+    for (size_t i = 0; i < scaled.size(); ++i) {
+      const int32_t size = i == 0 ? side : side / 2;
+      scaled[i] = scaledPlane(PlaneView(planes_[i]), size, size, bilinear);
+    }
+    std::vector<uint8_t> picture;
+    for (size_t y = 0; y < side; ++y)
+      for (size_t x = 0; x < side; ++x) {
+        const size_t chroma = y / 2 * (side / 2) + x / 2;
+        const Bgr pixel = bgrOf(scaled[0][y * side + x], scaled[1][chroma], scaled[2][chroma]);
+        picture.insert(picture.end(), {pixel.b, pixel.g, pixel.r});
+      }
+    return picture;
+  }
+
+ private:
+  std::array<TestPlane, 3> planes_;
+  std::optional<I420Frame> frame_;
+};
+
+struct Box {
+  double left, top, right, bottom, score;
+
+  double area() const { return (right - left + 1) * (bottom - top + 1); }
+};
+
+double overlap(const Box& a, const Box& b) {
+  const double width = std::min(a.right, b.right) - std::max(a.left, b.left) + 1;
+  const double height = std::min(a.bottom, b.bottom) - std::max(a.top, b.top) + 1;
+  const double shared = std::max(width, 0.0) * std::max(height, 0.0);
+  return shared / (a.area() + b.area() - shared);
+}
+
+struct Expectation {
+  std::vector<Box> boxes;
+  /// A score or an overlap lies so near its limit that rounding may decide it either way.
+  bool isClose = false;
+};
+
+Expectation expectedBoxes(const ReferenceNetwork::Output& output, Size frame) {
+  struct Level {
+    int32_t stride;
+    std::vector<double> sizes;
+  };
+  const Level levels[] = {{8, {8, 16, 32}}, {16, {64, 96}}, {32, {128, 192}}};
+  constexpr double near = 1e-3;
+  Expectation expectation;
+  std::vector<Box> candidates;
+  size_t prior = 0;
+  for (const Level& level : levels)
+    for (int32_t row = 0; row < side / level.stride; ++row)
+      for (int32_t column = 0; column < side / level.stride; ++column)
+        for (const double size : level.sizes) {
+          const double score = output.scores[2 * prior + 1].value;
+          const Reading* offsets = &output.boxes[4 * prior++];
+          expectation.isClose |= std::fabs(score - threshold) < near;
+          if (score <= threshold)
+            continue;
+          const double extent = size / side;
+          const double x = (column + 0.5) * level.stride / side + 0.1 * offsets[0].value * extent;
+          const double y = (row + 0.5) * level.stride / side + 0.1 * offsets[1].value * extent;
+          const double halfWidth = std::exp(0.2 * offsets[2].value) * extent / 2;
+          const double halfHeight = std::exp(0.2 * offsets[3].value) * extent / 2;
+          candidates.push_back({(x - halfWidth) * frame.width, (y - halfHeight) * frame.height,
+                                (x + halfWidth) * frame.width, (y + halfHeight) * frame.height,
+                                score});
+        }
+  std::ranges::stable_sort(candidates, std::greater{}, &Box::score);
+  for (const Box& box : candidates) {
+    bool isOpen = expectation.boxes.size() < mostBoxes;
+    for (const Box& kept : expectation.boxes) {
+      expectation.isClose |= std::fabs(overlap(kept, box) - 0.2) < near;
+      isOpen &= overlap(kept, box) < 0.2;
+    }
+    if (isOpen)
+      expectation.boxes.push_back(box);
+  }
+  for (size_t i = 1; i < candidates.size(); ++i)
+    expectation.isClose |= candidates[i - 1].score - candidates[i].score < 1e-6;
+  return expectation;
+}
+
+/// Truncated corners of what both compute the same to a few parts in a hundred thousand.
+void expectSameRects(std::span<const FaceRect> rects, const std::vector<Box>& boxes, Size frame) {
+  ASSERT_EQ(rects.size(), boxes.size());
+  const double toleranceX = 1 + 1e-4 * frame.width;
+  const double toleranceY = 1 + 1e-4 * frame.height;
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    EXPECT_NEAR(rects[i].left, std::trunc(boxes[i].left), toleranceX);
+    EXPECT_NEAR(rects[i].top, std::trunc(boxes[i].top), toleranceY);
+    EXPECT_NEAR(rects[i].right, std::trunc(boxes[i].right), toleranceX);
+    EXPECT_NEAR(rects[i].bottom, std::trunc(boxes[i].bottom), toleranceY);
+  }
+}
+
+/// A wrapper on this processor or on one without the wide kernels.
+class Detector {
+ public:
+  explicit Detector(bool isWide) {
+    narrow_.leaf1Ecx &= ~CpuInfo::avxAndFma;
+    overrideCpuInfo(isWide ? nullptr : &narrow_);
+    EXPECT_TRUE(wrapper_.init());
+  }
+  ~Detector() { TavroRTC::FDModule::overrideCpuInfo(nullptr); }
+  Detector(const Detector&) = delete;
+  Detector& operator=(const Detector&) = delete;
+
+  std::vector<FaceRect> execute(const PortraitFrame& frame) {
+    EXPECT_TRUE(wrapper_.execute(&frame.frame(), faces_.sequence()));
+    return {faces_.view().begin(), faces_.view().end()};
+  }
+
+ private:
+  CpuInfo narrow_ = TavroRTC::FDModule::cpuInfo();
+  CapturedStdout quiet_;
+  FDWrapper wrapper_;
+  FaceRects faces_;
+};
+
+TEST(Road, FirstFrameOfAnySizeGivesTheExpectedRectangles) {
+  ReferenceNetwork network(TAVRO_WEIGHTS_PATH);
+  int compared = 0;
+  int withFace = 0;
+  for (const Size size : frameSizes) {
+    SCOPED_TRACE(testing::Message() << size.width << "x" << size.height);
+    const PortraitFrame frame(size);
+    const Expectation expected = expectedBoxes(network.run(frame.networkInput()), size);
+    if (expected.isClose)
+      continue;
+    ++compared;
+    withFace += expected.boxes.empty() ? 0 : 1;
+    for (const bool isWide : {true, false})
+      expectSameRects(Detector(isWide).execute(frame), expected.boxes, size);
+  }
+  // The comparison mustn't dwindle to the frames in which nothing is found.
+  EXPECT_GE(compared, 8);
+  EXPECT_GE(withFace, 5);
+}
+
+TEST(Road, SequenceOfChangingSizesIsTheSameEveryTime) {
+  const auto runSequence = [](bool isWide) {
+    Detector detector(isWide);
+    std::vector<std::vector<FaceRect>> results;
+    for (int round = 0; round < 2; ++round)
+      for (const Size size : frameSizes)
+        results.push_back(detector.execute(PortraitFrame(size)));
+    return results;
+  };
+  for (const bool isWide : {true, false})
+    EXPECT_EQ(runSequence(isWide), runSequence(isWide));
+}
+
+}  // namespace
