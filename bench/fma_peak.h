@@ -1,0 +1,23 @@
+#pragma once
+
+// The arithmetic peak of the core: what it does when it has nothing to do but fused multiply-adds
+// on 256-bit registers. Kernels are judged by their share of it.
+
+#include <cstdint>
+
+namespace tavro::bench {
+
+/// Operations of one step: a multiplication and an addition on 8 lanes of 12 accumulators. Twelve
+/// are more than latency times throughput of the units on the processors around (4 x 2 to 5 x 2),
+/// so that no step waits for the one before.
+inline constexpr double fmaOperationsPerStep = 2.0 * 8 * 12;
+
+/// Operations that a core with two 256-bit units does in a cycle. It turns a measured peak into the
+/// core's frequency.
+inline constexpr double fmaOperationsPerCycle = 2.0 * 8 * 2;
+
+/// Does that many steps. The processor must have AVX and FMA. The result means nothing, but whoever
+/// uses it keeps the compiler from leaving the work out.
+float fmaSteps(int64_t steps);
+
+}  // namespace tavro::bench

@@ -1,0 +1,76 @@
+#pragma once
+
+// Programs that solve the same problems in another way, behind three interfaces: they run the
+// exported network, bring a frame to the network's size and colours, or do both. A peer that wasn't
+// there when the benches were built isn't made, and the report says so.
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "bench/sampler.h"
+#include "host/core/i420_frame.h"
+
+namespace tavro::bench {
+
+struct NetworkOutputs {
+  std::vector<float> scores;
+  std::vector<float> boxes;
+};
+
+class NetworkPeer {
+ public:
+  virtual ~NetworkPeer() = default;
+  virtual std::string name() const = 0;
+  /// What it makes of a picture (planesOf in scenes.h), which it keeps for `measure`.
+  virtual NetworkOutputs outputs(const std::vector<float>& planes) = 0;
+  virtual void measure(int runs, RunTimes& times) = 0;
+  /// Median times of the layers during `measure`, by the names that our layers have, in
+  /// nanoseconds; empty if it doesn't tell. Merged layers are missing.
+  virtual std::map<std::string, double> layerTimes() const { return {}; }
+};
+
+/// Makes B, G, R bytes of the network's size out of one frame.
+class ImagePeer {
+ public:
+  virtual ~ImagePeer() = default;
+  virtual std::string name() const = 0;
+  virtual void run() = 0;
+  virtual std::span<const uint8_t> picture() const = 0;
+};
+
+/// Scales a frame and runs the network on it.
+class FramePeer {
+ public:
+  virtual ~FramePeer() = default;
+  virtual std::string name() const = 0;
+  virtual void run() = 0;
+};
+
+/// What peers are made of and for.
+struct PeerSetup {
+  std::string model;          ///< the network as an ONNX file
+  std::string peersFolder;    ///< where onnxruntime.mjs and node_modules are
+  std::string scratchFolder;  ///< for the files that go to and from a child process
+  std::string identityModel;  ///< a network that does nothing; empty if there is none
+};
+
+/// ONNX Runtime in a child process, one thread. All throw std::runtime_error if the peer fails, and
+/// give null if it isn't there.
+std::unique_ptr<NetworkPeer> makeOnnxRuntime(const PeerSetup& setup);
+/// The same with the network that does nothing: what a call costs without any work.
+std::unique_ptr<NetworkPeer> makeOnnxRuntimeIdentity(const PeerSetup& setup);
+
+std::unique_ptr<NetworkPeer> makeOpenCvNetwork(const PeerSetup& setup);
+/// Resizes the three planes and converts what comes out: the order of work of our own.
+std::unique_ptr<ImagePeer> makeOpenCvImage(const host::I420Frame& frame);
+/// Converts the whole frame and resizes the colours, as most programs do.
+std::unique_ptr<ImagePeer> makeOpenCvImageColorsFirst(const host::I420Frame& frame);
+std::unique_ptr<FramePeer> makeOpenCvFrame(const PeerSetup& setup, const host::I420Frame& frame);
+
+std::unique_ptr<ImagePeer> makeSwscale(const host::I420Frame& frame);
+
+}  // namespace tavro::bench

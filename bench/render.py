@@ -1,0 +1,179 @@
+#!/usr/bin/python3
+"""Prints the measurements as one Markdown table and draws them as a plot.
+
+    render.py RESULTS.json PLOT.svg
+"""
+
+import json
+import pathlib
+import sys
+from xml.sax.saxutils import escape
+
+GROUPS = {
+    "layer": "Layers, in the order of execution",
+    "network": "The whole network",
+    "image": "From a frame to the network's picture",
+    "detection": "From the network's output to rectangles",
+    "frame": "Whole frames",
+    "start": "Start, in a fresh process",
+}
+COLUMNS = ["", "time", "GFLOP/s", "of FMA peak", "bound by", "of bound", "beside it (ours / its)"]
+
+
+def time_text(nanoseconds):
+    for unit, size in (("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.{1 if nanoseconds >= 100 * size else 2}f} {unit}"
+    return f"{nanoseconds:.0f} ns"
+
+
+def percent(share):
+    return "" if share is None else f"{100 * share:.0f} %"
+
+
+def number(value, unit):
+    return f"{value:.0f} {unit}".strip() if value >= 100 else f"{value:.3g} {unit}".strip()
+
+
+def peers_text(row):
+    return "; ".join(
+        f"{peer['name']} {time_text(peer['time']['median'])} ({peer['ratio']:.2f})"
+        for peer in row["peers"]
+    )
+
+
+def row_cells(row):
+    name = row["name"] + (f", {row['detail']}" if "detail" in row else "")
+    gflops = f"{row['gflops']:.1f}" if "gflops" in row else ""
+    return [
+        name,
+        time_text(row["time"]["median"]),
+        gflops,
+        percent(row.get("shareOfPeak")),
+        row.get("bound", ""),
+        percent(row.get("shareOfBound")),
+        peers_text(row),
+    ]
+
+
+def markdown(lines):
+    """A table whose columns are padded, so that it reads well as plain text, too."""
+    widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
+    pad = lambda line: "| " + " | ".join(c.ljust(w) for c, w in zip(line, widths)) + " |"
+    rule = ["-" * width for width in widths]
+    return "\n".join([pad(lines[0]), pad(rule)] + [pad(line) for line in lines[1:]])
+
+
+def main_table(results):
+    lines = [COLUMNS]
+    blank = [""] * (len(COLUMNS) - 1)
+    peak = f"{results['peakGflops']:.1f}"
+    if results["peakGflops"] > 0:
+        frequency = f"{results['gigahertz']:.2f} GHz with two 256-bit units"
+        lines.append(["**FMA peak of the core**", "", peak, "100 %", "", "", frequency])
+    for group, title in GROUPS.items():
+        rows = [row for row in results["rows"] if row["group"] == group]
+        if rows:
+            lines.append([f"**{title}**"] + blank)
+            lines += [row_cells(row) for row in rows]
+    lines.append(["**Other quantities**"] + blank)
+    for quantity in results["quantities"]:
+        value = number(quantity["value"], quantity["unit"])
+        lines.append([quantity["name"], value] + blank[1:])
+    return markdown(lines)
+
+
+def target_table(results):
+    lines = [["target", "wanted", "measured", ""]]
+    for target in results["targets"]:
+        wanted = f"{target['goal']} {number(target['limit'], target['unit'])}"
+        measured = number(target["value"], target["unit"])
+        lines.append([target["name"], wanted, measured, "reached" if target["met"] else "missed"])
+    return markdown(lines)
+
+
+def check_table(results):
+    lines = [["compared with ours before its times were taken", "largest difference", "allowed"]]
+    for check in results["checks"]:
+        lines.append([check["name"], f"{check['difference']:.2g}", f"{check['limit']:g}"])
+    return markdown(lines)
+
+
+class Plot:
+    """Horizontal bars in an SVG, from top to bottom."""
+
+    WIDTH, LABEL, LINE, FONT = 1000, 330, 16, 11
+
+    def __init__(self):
+        self.items = []
+        self.y = 10
+
+    def text(self, x, content, anchor="start", weight="normal"):
+        self.items.append(
+            f'<text x="{x:.0f}" y="{self.y + self.FONT}" text-anchor="{anchor}" '
+            f'font-weight="{weight}">{escape(content)}</text>'
+        )
+
+    def title(self, content):
+        self.y += self.LINE // 2
+        self.text(10, content, weight="bold")
+        self.y += self.LINE + 4
+
+    def bar(self, label, value, largest, color, note, inner=None):
+        room = self.WIDTH - self.LABEL - 190
+        width = room * value / largest
+        self.text(self.LABEL - 8, label, anchor="end")
+        parts = [(width, color)] + ([(room * inner / largest, "#1b4f72")] if inner else [])
+        for length, fill in parts:
+            self.items.append(
+                f'<rect x="{self.LABEL}" y="{self.y}" width="{max(length, 1):.1f}" '
+                f'height="{self.LINE - 4}" fill="{fill}"/>'
+            )
+        self.text(self.LABEL + width + 6, note)
+        self.y += self.LINE
+
+    def svg(self):
+        return (
+            f'<svg xmlns="http://www.w3.org/2000/svg" width="{self.WIDTH}" height="{self.y + 10}" '
+            f'font-family="sans-serif" font-size="{self.FONT}">'
+            f'<rect width="100%" height="100%" fill="white"/>{"".join(self.items)}</svg>\n'
+        )
+
+
+def draw(results):
+    plot = Plot()
+    plot.title("Time beside peers that do the same work (shorter is better)")
+    for row in results["rows"]:
+        if row["group"] not in ("network", "image", "frame") or not row["peers"]:
+            continue
+        times = [(row["name"], row["time"]["median"], "#2e86c1")]
+        times += [(peer["name"], peer["time"]["median"], "#bbbbbb") for peer in row["peers"]]
+        largest = max(time for _, time, _ in times)
+        for name, time, color in times:
+            plot.bar(name, time, largest, color, time_text(time))
+        plot.y += 4
+    layers = [row for row in results["rows"] if row["group"] == "layer"]
+    largest = max(row["time"]["median"] for row in layers)
+    plot.title("Layers: time, and in dark what the core needs at least")
+    for row in layers:
+        share = row.get("shareOfBound", 0)
+        time = row["time"]["median"]
+        label = f"{row['name']}, {row.get('detail', '')}"
+        note = f"{time_text(time)}, {percent(share)} of the bound by {row.get('bound', '')}"
+        plot.bar(label, time, largest, "#85c1e9", note, inner=time * share)
+    return plot.svg()
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    results = json.loads(pathlib.Path(sys.argv[1]).read_text())
+    print(f"{results['processor']}, compiled by {results['compiler']}\n")
+    print(main_table(results), target_table(results), check_table(results), sep="\n\n")
+    for note in results["notes"]:
+        print(f"\n{note}")
+    pathlib.Path(sys.argv[2]).write_text(draw(results))
+
+
+if __name__ == "__main__":
+    main()
