@@ -12,10 +12,8 @@ namespace {
 
 // Where the module lies, seen from the program's folder.
 constexpr const char* moduleFolders[] = {
-    ".",
-    "../lib",
-    "../lib/x86_64-linux-gnu",
-    "../../modules/face_detection",
+    ".", TAVRO_LIBRARY_FOLDER,
+    "../../modules/face_detection",  // in the build tree
 };
 
 /// The module's file, or empty with every place that was tried in `error`.
