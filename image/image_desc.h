@@ -19,48 +19,48 @@ namespace TavroRTC::FDModule {
 /// How many planes an image has and how many bytes a pixel of each; the order of the bytes of a
 /// packed pixel makes no difference to scaling.
 enum class ImageFormat : int32_t {
-  packed32 = 0,  ///< 4 bytes per pixel, like the next three
-  packed32Second = 1,
-  packed32Third = 2,
-  packed32Fourth = 3,
-  packed24 = 4,  ///< 3 bytes per pixel
-  bgr24 = 5,     ///< 3 bytes per pixel: the network's input
-  i420 = 6,      ///< planes Y, U, V in 4:2:0 sampling; a chroma plane has (n + 1) / 2 samples for n
-  gray8 = 9,     ///< one plane
+  Packed32 = 0,  ///< 4 bytes per pixel, like the next three
+  Packed32Second = 1,
+  Packed32Third = 2,
+  Packed32Fourth = 3,
+  Packed24 = 4,  ///< 3 bytes per pixel
+  Bgr24 = 5,     ///< 3 bytes per pixel: the network's input
+  I420 = 6,      ///< planes Y, U, V in 4:2:0 sampling; a chroma plane has (n + 1) / 2 samples for n
+  Gray8 = 9,     ///< one plane
 };
 
 enum class ScaleFilter : int32_t {
-  nearest = 0,   ///< point sampling in both directions
-  linear = 1,    ///< interpolates columns; rows only where the width stays the same
-  bilinear = 2,  ///< interpolates columns and rows
+  Nearest = 0,   ///< point sampling in both directions
+  Linear = 1,    ///< interpolates columns; rows only where the width stays the same
+  Bilinear = 2,  ///< interpolates columns and rows
 };
 
 /// The conversions, each named by the bytes of a pixel in ascending address order. A is the opaque
 /// byte, 255 wherever a conversion writes it.
 enum class ColorOp : int32_t {
-  packed24ToPacked32 = 0,
-  packed32ToPacked24 = 1,
-  packed24ToPacked32Swapped = 2,
-  bgr24ToLuma = 6,
-  rgb24ToLuma = 7,
-  bgra32ToLuma = 8,
-  rgba32ToLuma = 9,
-  rgb24ToI420 = 10,
-  bgr24ToI420 = 11,
-  rgba32ToI420 = 12,
-  bgra32ToI420 = 13,
-  argb32ToI420 = 14,
-  abgr32ToI420 = 15,
-  i420ToBgr24 = 16,
-  i420ToRgb24 = 17,
-  i420ToBgra32 = 18,
-  i420ToRgba32 = 19,
-  i420ToAbgr32 = 20,
-  i420ToArgb32 = 21,
-  i420ToNv21 = 22,
-  i420ToNv12 = 23,
-  nv12ToI420 = 24,
-  nv21ToI420 = 25,
+  Packed24ToPacked32 = 0,
+  Packed32ToPacked24 = 1,
+  Packed24ToPacked32Swapped = 2,
+  Bgr24ToLuma = 6,
+  Rgb24ToLuma = 7,
+  Bgra32ToLuma = 8,
+  Rgba32ToLuma = 9,
+  Rgb24ToI420 = 10,
+  Bgr24ToI420 = 11,
+  Rgba32ToI420 = 12,
+  Bgra32ToI420 = 13,
+  Argb32ToI420 = 14,
+  Abgr32ToI420 = 15,
+  I420ToBgr24 = 16,
+  I420ToRgb24 = 17,
+  I420ToBgra32 = 18,
+  I420ToRgba32 = 19,
+  I420ToAbgr32 = 20,
+  I420ToArgb32 = 21,
+  I420ToNv21 = 22,
+  I420ToNv12 = 23,
+  Nv12ToI420 = 24,
+  Nv21ToI420 = 25,
 };
 
 /// One image, for the time of a call: the planes belong to the caller. Entries of planes that the

@@ -169,7 +169,7 @@ constexpr Converter* converters[] = {
     notConverted,                                            // nv12ToI420
     notConverted,                                            // nv21ToI420
 };
-static_assert(std::size(converters) == static_cast<size_t>(ColorOp::nv21ToI420) + 1);
+static_assert(std::size(converters) == static_cast<size_t>(ColorOp::Nv21ToI420) + 1);
 
 }  // namespace
 

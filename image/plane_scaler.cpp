@@ -93,13 +93,13 @@ bool isHalf(const SourcePlane& src, const TargetPlane& dst) {
 void halve(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter) {
   HalveRow* halveRow = chooseHalveRow(dst.width, 1, filter);
   // Point sampling keeps the odd rows, as it does the odd columns.
-  const int32_t firstRow = filter == ScaleFilter::nearest ? 1 : 0;
+  const int32_t firstRow = filter == ScaleFilter::Nearest ? 1 : 0;
   for (int32_t y = 0; y < dst.height; ++y)
     halveRow(src.row(2 * int64_t{y} + firstRow), src.stride, dst.row(y), dst.width);
 }
 
 void samplePoints(const SourcePlane& src, const TargetPlane& dst) {
-  const Slopes slopes(src, dst, ScaleFilter::nearest);
+  const Slopes slopes(src, dst, ScaleFilter::Nearest);
   ColumnsRow* columns = int64_t{2} * src.width == dst.width ? doubleColumns : sampleColumns;
   int64_t y = slopes.y;
   for (int32_t row = 0; row < dst.height; ++row, y += slopes.dy)
@@ -109,7 +109,7 @@ void samplePoints(const SourcePlane& src, const TargetPlane& dst) {
 // Rows first: the columns then run over a row that is already interpolated.
 bool reduce(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter) {
   const Slopes slopes(src, dst, filter);
-  const bool blendsRows = filter != ScaleFilter::linear;
+  const bool blendsRows = filter != ScaleFilter::Linear;
   ColumnFilter columns(src.width, dst.width, slopes);
   WorkRow work;
   if (!columns.prepare() || (blendsRows && !work.allocate(src.width)))
@@ -134,7 +134,7 @@ bool reduce(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter) 
 // destination rows lie between it and the next.
 bool enlarge(const SourcePlane& src, const TargetPlane& dst, ScaleFilter filter) {
   const Slopes slopes(src, dst, filter);
-  const bool blendsRows = filter != ScaleFilter::linear;
+  const bool blendsRows = filter != ScaleFilter::Linear;
   const ptrdiff_t ringStride = (ptrdiff_t{dst.width} + 31) & ~ptrdiff_t{31};
   ColumnFilter columns(src.width, dst.width, slopes);
   WorkRow ring;
@@ -169,7 +169,7 @@ bool areAccepted(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t 
                  ScaleFilter filter) {
   const auto isSourceSize = [](int32_t size) { return size >= 1 && size <= largestSourceSize; };
   return isSourceSize(srcWidth) && isSourceSize(srcHeight) && dstWidth >= 1 && dstHeight >= 1 &&
-         filter >= ScaleFilter::nearest && filter <= ScaleFilter::bilinear;
+         filter >= ScaleFilter::Nearest && filter <= ScaleFilter::Bilinear;
 }
 
 }  // namespace
@@ -217,8 +217,8 @@ bool scalePlane(const uint8_t* src, int32_t srcStride, int32_t srcWidth, int32_t
     return true;
   }
   // Rows that go one to one have nothing to interpolate.
-  if (filter == ScaleFilter::bilinear && dstHeight == srcHeight)
-    filter = ScaleFilter::linear;
+  if (filter == ScaleFilter::Bilinear && dstHeight == srcHeight)
+    filter = ScaleFilter::Linear;
   if (dstWidth == srcWidth) {
     scaleVertical(srcHeight, dstWidth, dstHeight, srcStride, dstStride, src, dst, 0, 0,
                   fixedRatio(srcHeight, dstHeight), 1, filter);
@@ -228,7 +228,7 @@ bool scalePlane(const uint8_t* src, int32_t srcStride, int32_t srcWidth, int32_t
     halve(source, target, filter);
     return true;
   }
-  if (filter == ScaleFilter::nearest) {
+  if (filter == ScaleFilter::Nearest) {
     samplePoints(source, target);
     return true;
   }
@@ -261,7 +261,7 @@ void scaleVertical(int32_t srcHeight, int32_t dstWidth, int32_t dstHeight, int32
   for (ptrdiff_t i = 0; i < dstHeight; ++i, position += dy) {
     // The step of a single row stretched to two is -1.
     position = std::clamp<int64_t>(position, 0, maxY);
-    const int32_t fraction = filter == ScaleFilter::nearest ? 0 : rowFraction(position);
+    const int32_t fraction = filter == ScaleFilter::Nearest ? 0 : rowFraction(position);
     interpolateRows(dst + i * dstStride, firstColumn + sampleIndex(position) * srcStride, srcStride,
                     dstWidth * bytesPerPixel, fraction);
   }

@@ -58,11 +58,11 @@ constexpr int32_t halveCode(ScaleFilter filter, int32_t bytesPerPixel) {
 }
 
 constexpr KernelRow<HalveRow> halveKernels[] = {
-    {halveCode(ScaleFilter::nearest, 1), ssse3::halveBlock, plain::halveRowPoint,
+    {halveCode(ScaleFilter::Nearest, 1), ssse3::halveBlock, plain::halveRowPoint,
      ssse3::halveRowPoint,
      halvePlainTail<ssse3::halveRowPoint, plain::halveRowPoint, ssse3::halveBlock>},
-    {halveCode(ScaleFilter::linear, 1), 1, plain::halveRowLinear, nullptr, nullptr},
-    {halveCode(ScaleFilter::bilinear, 1), ssse3::halveBlock, plain::halveRowBox, ssse3::halveRowBox,
+    {halveCode(ScaleFilter::Linear, 1), 1, plain::halveRowLinear, nullptr, nullptr},
+    {halveCode(ScaleFilter::Bilinear, 1), ssse3::halveBlock, plain::halveRowBox, ssse3::halveRowBox,
      halvePlainTail<ssse3::halveRowBox, plain::halveRowBox, ssse3::halveBlock>},
 };
 

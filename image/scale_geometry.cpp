@@ -45,7 +45,7 @@ int32_t centerStart(int32_t step, int32_t shift) {
 
 void computeScaleSlopes(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t dstHeight,
                         ScaleFilter filter, int32_t& x, int32_t& y, int32_t& dx, int32_t& dy) {
-  if (filter == ScaleFilter::bilinear) {
+  if (filter == ScaleFilter::Bilinear) {
     bilinearAxis(srcWidth, dstWidth, x, dx);
     bilinearAxis(srcHeight, dstHeight, y, dy);
   } else {

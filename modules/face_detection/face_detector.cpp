@@ -38,7 +38,7 @@ ImageDesc describePlanes(const uint8_t* y, const uint8_t* u, const uint8_t* v, i
           .widths = {width, width / 2, width / 2},
           .heights = {height, height / 2, height / 2},
           .strides = {strideY, strideUV, strideUV},
-          .format = ImageFormat::i420};
+          .format = ImageFormat::I420};
 }
 
 std::vector<FaceRect> truncated(const std::vector<Detection>& detections) {
@@ -163,9 +163,9 @@ bool FaceDetector::State::preparePicture(const FrameView& frame) const {
   packed.widths[0] = inputWidth;
   packed.heights[0] = inputHeight;
   packed.strides[0] = inputWidth * bytesPerPixel;
-  packed.format = ImageFormat::bgr24;
-  return scaleImage(source, scaled, ScaleFilter::bilinear) == 0 &&
-         convertImage(scaled, packed, ColorOp::i420ToBgr24) == 0;
+  packed.format = ImageFormat::Bgr24;
+  return scaleImage(source, scaled, ScaleFilter::Bilinear) == 0 &&
+         convertImage(scaled, packed, ColorOp::I420ToBgr24) == 0;
 }
 
 bool FaceDetector::State::runNetwork(NetworkOutput& output) const {

@@ -142,9 +142,9 @@ std::vector<uint8_t> packedPlain(uint8_t y, uint8_t u, uint8_t v) {
                             .widths = {side, side / 2, side / 2},
                             .heights = {side, side / 2, side / 2},
                             .strides = {side, side / 2, side / 2},
-                            .format = ImageFormat::i420};
+                            .format = ImageFormat::I420};
   const ImageDesc target = {.planes = {packed.data()}, .strides = {3 * side}};
-  EXPECT_EQ(convertImage(source, target, ColorOp::i420ToBgr24), 0);
+  EXPECT_EQ(convertImage(source, target, ColorOp::I420ToBgr24), 0);
   return packed;
 }
 

@@ -49,13 +49,13 @@ struct Frame {
     for (TestPlane& plane : planes)
       plane.fill(Content::random, random);
   }
-  ImageDesc describe(ImageFormat format = ImageFormat::i420) {
+  ImageDesc describe(ImageFormat format = ImageFormat::I420) {
     ImageDesc desc = {.planes = {planes[0].bytes.data(), noMemory.data(), noMemory.data()},
                       .widths = {planes[0].width, -5, 1 << 30},
                       .heights = {planes[0].height, 0, -1},
                       .strides = {planes[0].stride, INT32_MIN, INT32_MAX},
                       .format = format};
-    for (int i = 1; i < 3 && format == ImageFormat::i420; ++i) {
+    for (int i = 1; i < 3 && format == ImageFormat::I420; ++i) {
       desc.planes[i] = planes[i].bytes.data();
       desc.strides[i] = planes[i].stride;
     }
@@ -86,7 +86,7 @@ void checkScaling(Frame& src, Frame& dst, const CropRect& rect, ImageFormat form
       isWhole ? scaleImage(source, target, code) : cropAndScaleImage(source, target, rect, code),
       0);
   const auto half = [](int32_t n) { return (n + 1) / 2; };
-  for (int n = 0; n < (format == ImageFormat::i420 ? 3 : 1); ++n) {
+  for (int n = 0; n < (format == ImageFormat::I420 ? 3 : 1); ++n) {
     const PlaneView view = n == 0 ? PlaneView(luma, rect.x, rect.y, rect.width, rect.height)
                                   : PlaneView(src.planes[n], half(rect.x), half(rect.y),
                                               half(rect.width), half(rect.height));
@@ -104,7 +104,7 @@ TEST(ImageDispatch, scalesAndCrops) {
     Frame src(width, height);
     src.fillRandom(random);
     Frame dst(dstWidth, dstHeight);
-    checkScaling(src, dst, {0, 0, width, height}, ImageFormat::i420, 2);
+    checkScaling(src, dst, {0, 0, width, height}, ImageFormat::I420, 2);
   }
   for (int32_t i = 0; i < 400 && !HasFatalFailure(); ++i) {
     const int32_t width = random.between(1, 40), height = random.between(1, 40);
@@ -115,7 +115,7 @@ TEST(ImageDispatch, scalesAndCrops) {
     rect.height = random.chance(0.3) ? height - rect.y : random.between(1, height - rect.y);
     Frame dst(random.chance(0.2) ? rect.width : random.between(1, 40),
               random.chance(0.2) ? rect.height : random.between(1, 40));
-    checkScaling(src, dst, rect, random.chance(0.3) ? ImageFormat::gray8 : ImageFormat::i420,
+    checkScaling(src, dst, rect, random.chance(0.3) ? ImageFormat::Gray8 : ImageFormat::I420,
                  random.between(0, 2));
   }
 }
@@ -129,28 +129,28 @@ TEST(ImageDispatch, cropRectangles) {
   for (const CropRect& rect : bad)
     for (const int format : {0, 4, 6, 7, 9, 10})
       EXPECT_EQ(cropAndScaleImage(src.describe(static_cast<ImageFormat>(format)), target, rect,
-                                  ScaleFilter::bilinear),
+                                  ScaleFilter::Bilinear),
                 -1)
           << rect.x << ' ' << rect.y << ' ' << rect.width << ' ' << rect.height;
   for (const CropRect& empty : {CropRect{3, 3, 0, 2}, {10, 8, 0, 0}, {3, 3, 2, 0}})
-    for (const ImageFormat format : {ImageFormat::i420, ImageFormat::gray8})
-      EXPECT_EQ(cropAndScaleImage(src.describe(format), target, empty, ScaleFilter::linear), -1);
+    for (const ImageFormat format : {ImageFormat::I420, ImageFormat::Gray8})
+      EXPECT_EQ(cropAndScaleImage(src.describe(format), target, empty, ScaleFilter::Linear), -1);
   EXPECT_TRUE(dst.isUntouched());
-  EXPECT_EQ(cropAndScaleImage(src.describe(), target, {6, 4, 4, 4}, ScaleFilter::bilinear), 0);
+  EXPECT_EQ(cropAndScaleImage(src.describe(), target, {6, 4, 4, 4}, ScaleFilter::Bilinear), 0);
 }
 
 TEST(ImageDispatch, refusesWithoutWriting) {
-  for (const ImageFormat format : {ImageFormat::i420, ImageFormat::gray8}) {
+  for (const ImageFormat format : {ImageFormat::I420, ImageFormat::Gray8}) {
     Frame src(20, 20);
     Frame dst(8, 8);
     ImageDesc source = src.describe(format);
     ImageDesc target = dst.describe();
-    const auto expectRefusal = [&](int64_t what, ScaleFilter filter = ScaleFilter::bilinear) {
+    const auto expectRefusal = [&](int64_t what, ScaleFilter filter = ScaleFilter::Bilinear) {
       EXPECT_EQ(scaleImage(source, target, filter), -1) << what;
       EXPECT_EQ(cropAndScaleImage(source, target, {3, 3, 17, 17}, filter), -1) << what;
     };
     for (ImageDesc* desc : {&source, &target})
-      for (int n = 0; n < (format == ImageFormat::i420 ? 3 : 1); ++n) {
+      for (int n = 0; n < (format == ImageFormat::I420 ? 3 : 1); ++n) {
         uint8_t* plane = std::exchange(desc->planes[n], nullptr);
         expectRefusal(n);
         desc->planes[n] = plane;
@@ -172,12 +172,12 @@ TEST(ImageDispatch, refusesWithoutWriting) {
       const int32_t good = *size;
       for (const int32_t bad : {0, -1, INT32_MIN, 32769, INT32_MAX}) {
         *size = bad;
-        EXPECT_EQ(scaleImage(source, target, ScaleFilter::bilinear), -1) << bad;
+        EXPECT_EQ(scaleImage(source, target, ScaleFilter::Bilinear), -1) << bad;
       }
       *size = good;
     }
     EXPECT_TRUE(dst.isUntouched());
-    EXPECT_EQ(scaleImage(source, target, ScaleFilter::bilinear), 0);
+    EXPECT_EQ(scaleImage(source, target, ScaleFilter::Bilinear), 0);
   }
 }
 
@@ -186,8 +186,8 @@ TEST(ImageDispatch, codesThatNameNothingDoNothing) {
   Frame dst(4, 4);
   for (const int32_t format : {-1, 7, 8, 10, INT32_MAX}) {
     const ImageDesc source = src.describe(static_cast<ImageFormat>(format));
-    EXPECT_EQ(scaleImage(source, dst.describe(), ScaleFilter::bilinear), 0) << format;
-    EXPECT_EQ(cropAndScaleImage(source, dst.describe(), {0, 0, 5, 0}, ScaleFilter::linear), 0);
+    EXPECT_EQ(scaleImage(source, dst.describe(), ScaleFilter::Bilinear), 0) << format;
+    EXPECT_EQ(cropAndScaleImage(source, dst.describe(), {0, 0, 5, 0}, ScaleFilter::Linear), 0);
   }
   for (const int32_t op : {-1, 3, 4, 5, 26, INT32_MIN})
     EXPECT_EQ(convertImage(src.describe(), dst.describe(), static_cast<ColorOp>(op)), 0) << op;

@@ -96,7 +96,7 @@ TEST(ScaleVertical, oneRowStretchedToTwo) {
   std::fill(src.bytes.begin(), src.bytes.end(), uint8_t{9});
   TestPlane dst(6, 2);
   scaleVertical(1, 2, 2, 6, 6, src.bytes.data(), dst.bytes.data(), 0, 0, fixedRatioLast(1, 2), 3,
-                ScaleFilter::bilinear);
+                ScaleFilter::Bilinear);
   EXPECT_TRUE(holds(dst, std::vector<uint8_t>(12, 9)));
 }
 
@@ -106,12 +106,12 @@ TEST(ScaleGeometry, slopesOfKnownSizes) {
     ScaleFilter filter;
     int32_t x, y, dx, dy;
   } rows[] = {
-      {{1280, 720, 192, 192}, ScaleFilter::bilinear, 185685, 90112, 436906, 245760},
-      {{1280, 192, 192, 192}, ScaleFilter::linear, 218453, 32768, 436906, 65536},
-      {{100, 100, 192, 192}, ScaleFilter::bilinear, 0, 0, 33968, 33968},
-      {{1, 1, 2, 3}, ScaleFilter::bilinear, 0, 0, -1, 0},
-      {{32768, 32768, 1, 1}, ScaleFilter::nearest, 0x40000000, 0x40000000, INT32_MIN, INT32_MIN},
-      {{32768, 1, 1, 1}, ScaleFilter::bilinear, 0x40008000, 0, INT32_MIN, 65536}};
+      {{1280, 720, 192, 192}, ScaleFilter::Bilinear, 185685, 90112, 436906, 245760},
+      {{1280, 192, 192, 192}, ScaleFilter::Linear, 218453, 32768, 436906, 65536},
+      {{100, 100, 192, 192}, ScaleFilter::Bilinear, 0, 0, 33968, 33968},
+      {{1, 1, 2, 3}, ScaleFilter::Bilinear, 0, 0, -1, 0},
+      {{32768, 32768, 1, 1}, ScaleFilter::Nearest, 0x40000000, 0x40000000, INT32_MIN, INT32_MIN},
+      {{32768, 1, 1, 1}, ScaleFilter::Bilinear, 0x40008000, 0, INT32_MIN, 65536}};
   for (const auto& row : rows) {
     int32_t x = 0, y = 0, dx = 0, dy = 0;
     computeScaleSlopes(row.sizes.srcWidth, row.sizes.srcHeight, row.sizes.dstWidth,
@@ -127,7 +127,7 @@ TEST_F(PlaneScaler, flatFieldsLoseWhatTheBlockWeightsLack) {
     std::fill(src.bytes.begin(), src.bytes.end(), static_cast<uint8_t>(value));
     TestPlane dst(17, 20);
     ASSERT_TRUE(scalePlane(src.bytes.data(), 300, 300, 100, dst.bytes.data(), 17, 17, 20,
-                           ScaleFilter::bilinear));
+                           ScaleFilter::Bilinear));
     for (int32_t x = 0; x < 17; ++x)
       ASSERT_EQ(dst.at(x, 19), x == 16 ? value : value == 255 ? 253 : 127);
   }

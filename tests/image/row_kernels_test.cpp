@@ -15,8 +15,8 @@ TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
     return std::vector{address(chooseCopyRow(blocks * 32 + rest)),
                        address(chooseInterpolateRows(blocks * 4 + rest, 4)),
                        address(chooseColumns(blocks * 8 + rest, 1)),
-                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::nearest)),
-                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::bilinear)),
+                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::Nearest)),
+                       address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::Bilinear)),
                        address(chooseYuvRow(blocks * 8 + rest, PackMode::threeBytes))};
   };
   const auto block = kernelsAt(1, 0);

@@ -65,9 +65,9 @@ TEST(YuvToPacked, everyColourByBothForms) {
 const struct {
   ColorOp op;
   std::vector<int> bytes;
-} layouts[] = {{ColorOp::i420ToBgr24, {0, 1, 2}},     {ColorOp::i420ToRgb24, {2, 1, 0}},
-               {ColorOp::i420ToBgra32, {0, 1, 2, 3}}, {ColorOp::i420ToRgba32, {2, 1, 0, 3}},
-               {ColorOp::i420ToAbgr32, {3, 0, 1, 2}}, {ColorOp::i420ToArgb32, {3, 2, 1, 0}}};
+} layouts[] = {{ColorOp::I420ToBgr24, {0, 1, 2}},     {ColorOp::I420ToRgb24, {2, 1, 0}},
+               {ColorOp::I420ToBgra32, {0, 1, 2, 3}}, {ColorOp::I420ToRgba32, {2, 1, 0, 3}},
+               {ColorOp::I420ToAbgr32, {3, 0, 1, 2}}, {ColorOp::I420ToArgb32, {3, 2, 1, 0}}};
 
 TEST(YuvToPacked, everyLayoutAtEveryWidth) {
   const uint64_t seed = tavro::test::baseSeed();
@@ -85,7 +85,7 @@ TEST(YuvToPacked, everyLayoutAtEveryWidth) {
                         .widths = {width},
                         .heights = {height},
                         .strides = {y.stride, u.stride, v.stride},
-                        .format = ImageFormat::bgr24};
+                        .format = ImageFormat::Bgr24};
     for (const auto& [op, bytes] : layouts) {
       SCOPED_TRACE(testing::Message()
                    << width << "x" << height << " operation " << static_cast<int>(op));
