@@ -32,16 +32,16 @@ Conv::Conv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
 }
 
 bool Conv::fitsTensors() const {
-  if (!isConnected() || weight == nullptr || !areWindowParameters(*this))
+  if (!isConnected() || weight == nullptr || inputs[0] == outputs[0] || !areWindowParameters(*this))
     return false;
   const Tensor& input = *inputs[0];
   const Tensor& output = *outputs[0];
   const int32_t group = groups();
   return group >= 1 && weight->n >= 1 && weight->n % group == 0 && weight->h == kernelH &&
-         weight->w == kernelW && input.n == 1 && input.c >= 1 && weight->c == input.c / group &&
-         input.c % group == 0 &&
+         weight->w == kernelW && holdsItsShape(input) && holdsItsShape(output) && input.n == 1 &&
+         weight->c == input.c / group && input.c % group == 0 &&
          (bias == nullptr || bias->count() >= static_cast<uint64_t>(weight->n)) && output.n == 1 &&
-         output.c == weight->n && output.h >= 1 && output.w >= 1 &&
+         output.c == weight->n &&
          output.h == windowPositions(input.h, kernelH, dilationH, padTop + padBottom, strideH) &&
          output.w == windowPositions(input.w, kernelW, dilationW, padLeft + padRight, strideW);
 }

@@ -36,7 +36,7 @@ Gemm::Gemm(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
     bias = constants[1];
 }
 
-Gemm::Sizes Gemm::sizes() const {
+Gemm::Sizes Gemm::findSizes() const {
   const Matrix a = transposedIf(transA != 0, asMatrix(*inputs[0]));
   const Matrix b = transposedIf(transB != 0, asMatrix(*matrix));
   return {a.rows, a.columns, b.columns};
@@ -45,12 +45,12 @@ Gemm::Sizes Gemm::sizes() const {
 bool Gemm::fitsTensors() const {
   if (!isConnected() || matrix == nullptr || inputs[0] == outputs[0])
     return false;
-  const auto [m, k, n] = sizes();
+  const auto [m, k, n] = sizes;
   if (m < 1 || k < 1 || n < 1 || (m != 1 && n != 1))
     return false;
   const auto inputCount = static_cast<uint64_t>(m) * static_cast<uint64_t>(k);
   const auto matrixCount = static_cast<uint64_t>(k) * static_cast<uint64_t>(n);
-  const auto length = static_cast<uint64_t>(sizes().length());
+  const auto length = static_cast<uint64_t>(sizes.length());
   return inputs[0]->count() >= inputCount && matrix->count() >= matrixCount &&
          outputs[0]->count() >= length && (bias == nullptr || bias->count() >= length);
 }
@@ -58,16 +58,16 @@ bool Gemm::fitsTensors() const {
 bool Gemm::reshape(RunEnv* /*env*/) {
   if (!isConnected() || matrix == nullptr)
     return false;
-  const Sizes size = sizes();
-  if (size.n != 1 && size.m != 1)
+  sizes = findSizes();
+  if (sizes.n != 1 && sizes.m != 1)
     return false;
   const Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
   const bool alongChannels = input.layout == layout::channelsLast;
   output.n = 1;
   output.h = 1;
-  output.w = alongChannels ? 1 : size.length();
-  output.c = alongChannels ? size.length() : 1;
+  output.w = alongChannels ? 1 : sizes.length();
+  output.c = alongChannels ? sizes.length() : 1;
   output.layout = input.layout;
   return fitsTensors();
 }

@@ -27,9 +27,13 @@ class Gemm : public virtual Layer {
     int32_t n = 0;
     int32_t length() const { return n != 1 ? n : m; }
   };
-  Sizes sizes() const;
+  /// As reshape found them: asking the input for its data may change what it counts as.
+  Sizes sizes;
   /// True if one side is a vector and the tensors hold as many values as the product reads.
   bool fitsTensors() const;
+
+ private:
+  Sizes findSizes() const;
 };
 
 }  // namespace TavroRTC::FDModule::core

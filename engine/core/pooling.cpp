@@ -26,8 +26,8 @@ bool Pooling::fitsTensors() const {
     return false;
   const Tensor& input = *inputs[0];
   const Tensor& output = *outputs[0];
-  return areWindowParameters(*this) && input.n == 1 && input.c >= 1 && output.n == 1 &&
-         output.c == input.c && output.h >= 1 && output.w >= 1 &&
+  return areWindowParameters(*this) && holdsItsShape(input) && holdsItsShape(output) &&
+         input.n == 1 && output.n == 1 && output.c == input.c &&
          output.h == windowPositions(input.h, kernelH, dilationH, padTop + padBottom, strideH) &&
          output.w == windowPositions(input.w, kernelW, dilationW, padLeft + padRight, strideW);
 }

@@ -27,9 +27,9 @@ bool Reshape::reshape(RunEnv* /*env*/) {
   uint64_t product = 1;
   for (int32_t& extent : target) {
     if (extent >= 1) {
+      product *= static_cast<uint64_t>(extent);
       if (product > INT32_MAX)
         return false;
-      product *= static_cast<uint64_t>(extent);
     } else if (open == nullptr) {
       open = &extent;
     } else {

@@ -7,6 +7,7 @@
 
 #include "engine/layer.h"
 #include "engine/tensor.h"
+#include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::core {
 
@@ -17,6 +18,14 @@ inline void copyShape(const Tensor& input, Tensor& output) {
   output.w = input.w;
   output.c = input.c;
   output.layout = input.layout;
+}
+
+/// True if all extents are at least 1, their product fits 32 bits and the tensor's storage holds
+/// that many elements: then a loop over the extents stays inside of it.
+inline bool holdsItsShape(const Tensor& tensor) {
+  const auto count =
+      packedElementCount({tensor.n, tensor.h, tensor.w, tensor.c}, layout::channelsLast);
+  return count && *count >= 1 && *count <= INT32_MAX && tensor.count() >= *count;
 }
 
 /// The number of window positions along one direction: how often a window of `kernel` taps,

@@ -80,11 +80,13 @@ FusedActivation takeFusedActivation(const Layer& layer, ActivationKinds kinds) {
   if (layer.successors.empty())
     return {};
   auto* activation = dynamic_cast<Activation*>(layer.successors.front());
-  if (activation == nullptr || activation->kind < 0 || activation->kind > 31 ||
-      (kinds >> activation->kind & 1U) == 0)
+  if (activation == nullptr)
     return {};
-  activation->fused = true;
-  return {activation->kind, activation->clipMax, activation->leakSlope};
+  const int32_t kind = activation->kind;
+  activation->fused = kind >= 0 && kind < 32 && (kinds >> kind & 1U) != 0;
+  if (!activation->fused)
+    return {};
+  return {kind, activation->clipMax, activation->leakSlope};
 }
 
 }  // namespace TavroRTC::FDModule::simd

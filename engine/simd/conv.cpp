@@ -1,8 +1,10 @@
 #include "engine/simd/conv.h"
 
+#include "engine/aligned_memory.h"
 #include "engine/cpu_info.h"
 #include "engine/simd/activation.h"
 #include "engine/simd/conv_kernels.h"
+#include "engine/simd/sse_block.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -39,6 +41,16 @@ constexpr ConvChoice pairToSingle[] = {
     {[](P p) { return p.outputC == 1 && p.inputC == 2; }, &convSseSingle, &convSseSingle},
 };
 
+// Gives the kernel the form of the input that it reads. False if there is none.
+bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
+  const bool readsFloats = reads != ConvInput::bytes && input.floatData != nullptr;
+  problem.input = readsFloats ? input.data(layout::channelsLast) : nullptr;
+  problem.bytes = reads != ConvInput::floats ? input.byteData : nullptr;
+  problem.byteMean = input.mean[0];
+  problem.byteScale = input.scale[0];
+  return problem.input != nullptr || problem.bytes != nullptr;
+}
+
 }  // namespace
 
 const ConvKernel* selectKernel(std::span<const ConvChoice> choices, const ConvProblem& problem,
@@ -60,25 +72,22 @@ const ConvKernel* selectConvKernel(const ConvProblem& problem, const core::RunEn
 
 bool runConvKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem) {
   problem.activation = takeFusedActivation(layer, kernel.fuses);
-  Tensor& input = *layer.inputs[0];
-  if (kernel.reads != ConvInput::bytes && input.floatData != nullptr)
-    problem.input = input.data(layout::channelsLast);
-  if (kernel.reads != ConvInput::floats) {
-    problem.bytes = input.byteData;
-    problem.byteMean = input.mean[0];
-    problem.byteScale = input.scale[0];
-  }
-  problem.weights = layer.weight->data(kernel.weightLayout);
+  if (!takeInput(*layer.inputs[0], kernel.reads, problem))
+    return false;
+  AlignedBuffer<float> biasCopy;
   if (layer.bias != nullptr) {
     problem.bias = layer.bias->data(layout::channelsLast);
+    // Kernels load whole blocks of the bias; behind somebody else's memory there may be nothing.
+    if (layer.bias->floatBorrowed) {
+      biasCopy = paddedBias(problem, problem.outputC);
+      problem.bias = biasCopy.get();
+    }
     if (problem.bias == nullptr)
       return false;
   }
+  problem.weights = layer.weight->data(kernel.weightLayout);
   problem.output = layer.outputs[0]->data(layout::channelsLast);
-  if ((problem.input == nullptr && problem.bytes == nullptr) || problem.weights == nullptr ||
-      problem.output == nullptr)
-    return false;
-  return kernel.run(problem);
+  return problem.weights != nullptr && problem.output != nullptr && kernel.run(problem);
 }
 
 bool Conv::forward(core::RunEnv* env) {

@@ -93,7 +93,7 @@ constexpr Kernels narrowKernels = {dotProductNarrow, columnSums<4>};
 }  // namespace
 
 bool Gemm::forward(core::RunEnv* env) {
-  if (!fitsTensors() || (transA != 0 && sizes().m != 1))
+  if (!fitsTensors() || (transA != 0 && sizes.m != 1))
     return false;
   const float* input = inputs[0]->data(layout::channelsLast);
   float* output = outputs[0]->data(layout::channelsLast);
@@ -103,7 +103,7 @@ bool Gemm::forward(core::RunEnv* env) {
     return false;
   const bool isWide = !env->halfPrecision && cpuInfo().hasAvxAndFma();
   const Kernels& kernels = isWide ? wideKernels : narrowKernels;
-  const auto [m, k, n] = sizes();
+  const auto [m, k, n] = sizes;
   const auto biasAt = [biases](int32_t i) { return biases != nullptr ? biases[i] : 0.0F; };
   if (n == 1 && transA == 0) {
     for (int32_t row = 0; row < m; ++row)

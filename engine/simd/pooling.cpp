@@ -101,7 +101,7 @@ bool Pooling::forward(core::RunEnv* /*env*/) {
       const Window window = {values + (firstRow * input.w + firstColumn) * channels,
                              std::max(rows.end - rows.begin, 0),
                              std::max(columns.end - columns.begin, 0),
-                             dilationH * input.w * channels, dilationW * channels};
+                             channels * dilationH * input.w, channels * dilationW};
       reduce(window, results, input.c, isMean());
     }
   }

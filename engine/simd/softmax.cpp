@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+#include "engine/core/shape.h"
+
 namespace TavroRTC::FDModule::simd {
 namespace {
 
@@ -52,8 +54,9 @@ bool Softmax::forward(core::RunEnv* /*env*/) {
     return false;
   Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
-  if (input.n != 1 || output.n != 1 || input.h < 1 || input.w < 1 || input.c < 1 ||
-      output.h != input.h || output.w != input.w || output.c != input.c)
+  if (input.n != 1 || output.n != 1 || !core::holdsItsShape(input) ||
+      !core::holdsItsShape(output) || output.h != input.h || output.w != input.w ||
+      output.c != input.c)
     return false;
   const float* x = floatStorage(input);
   float* y = floatStorage(output);

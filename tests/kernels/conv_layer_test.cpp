@@ -1,0 +1,219 @@
+// Convolution layers as a net runs them: made from rows, with any geometry, followed by any
+// activation, on a processor with and without AVX and FMA. A layer must be right or refuse.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engine/core/conv.h"
+#include "tests/kernels/conv_reference.h"
+#include "tests/kernels/print_conv_problem.h"
+#include "tests/kernels/small_net.h"
+#include "tests/support/random.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+using tavro::test::BoundedValue;
+using tavro::test::ConvOperands;
+using tavro::test::OutputPosition;
+using tavro::test::Processor;
+using tavro::test::Random;
+using tavro::test::RowOf;
+using tavro::test::SmallNet;
+
+constexpr int caseCount = 4000;
+constexpr int64_t largestCase = 300'000;  // terms of the whole output
+
+// A layer's sizes, and what a row tells besides. Depthwise layers have group counts of all sorts.
+struct LayerCase {
+  ConvProblem sizes;
+  bool isDepthwise = false;
+  bool isPicture = false;
+  std::vector<float> input;
+  std::vector<uint8_t> bytes;
+  std::vector<float> weights;  // output channel, ky, kx, input channel
+  std::vector<float> bias;     // empty: the row names none
+};
+
+std::vector<float> drawValues(size_t count, Random& random) {
+  std::vector<float> values(count);
+  for (float& value : values)
+    value = random.real(-1, 1);
+  return values;
+}
+
+// Half of the windows are of the sizes that kernels are made for.
+ConvProblem drawSizes(Random& random) {
+  ConvProblem p;
+  if (random.chance(0.5)) {
+    p.kernelW = p.kernelH = random.chance(0.3) ? 1 : 3;
+    p.strideW = p.strideH = random.between(1, 2);
+    p.dilationW = p.dilationH = random.chance(0.7) ? 1 : random.between(2, 3);
+    const int32_t padding = p.kernelW / 2 * p.dilationW;
+    p.padLeft = p.padRight = p.padTop = p.padBottom = padding;
+  } else {
+    p.kernelW = random.between(1, 4);
+    p.kernelH = random.between(1, 4);
+    p.strideW = random.between(1, 3);
+    p.strideH = random.between(1, 3);
+    if (random.chance(0.3)) {
+      p.dilationW = random.between(1, 3);
+      p.dilationH = random.between(1, 3);
+    }
+  }
+  // Traits by themselves, so that each of them also comes alone.
+  for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
+    if (random.chance(0.15))
+      *padding = random.between(0, 4);
+  if (random.chance(0.1))
+    p.strideH = random.between(1, 3);
+  if (random.chance(0.1))
+    p.dilationH = random.between(1, 3);
+  p.inputH = random.between(1, 20);
+  p.inputW = random.chance(0.2) ? random.between(48, 70) : random.between(1, 20);
+  constexpr int32_t channels[] = {1, 2, 3, 4, 8, 12, 16, 24, 32};
+  p.inputC = random.chance(0.5) ? random.between(1, 20) : channels[random.between(0, 8)];
+  p.outputC = random.chance(0.5) ? random.between(1, 34) : channels[random.between(0, 8)];
+  return p;
+}
+
+LayerCase drawCase(Random& random) {
+  LayerCase c;
+  ConvProblem& p = c.sizes;
+  do {
+    p = drawSizes(random);
+    c.isDepthwise = random.chance(0.3);
+    if (c.isDepthwise) {
+      p.group = random.chance(0.6) ? p.outputC : random.between(1, 4);
+      p.outputC = p.group * (p.group == p.outputC ? 1 : random.between(1, 16));
+      p.inputC = p.group * (random.chance(0.8) ? 1 : random.between(1, 3));
+    }
+  } while (!tavro::test::deriveOutputSize(p) ||
+           tavro::test::termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
+  c.input = drawValues(static_cast<size_t>(p.inputH * p.inputW * p.inputC), random);
+  c.weights = drawValues(static_cast<size_t>(p.outputC * tavro::test::termCount(p)), random);
+  if (random.chance(0.7))
+    c.bias = drawValues(static_cast<size_t>(p.outputC), random);
+  c.isPicture = random.chance(p.inputC == 3 || p.inputC == 1 ? 0.5 : 0.05);
+  if (c.isPicture)
+    for (float& value : c.input) {
+      const uint8_t byte = c.bytes.emplace_back(random.byte());
+      value = (static_cast<float>(byte) - 127.0F) * (1.0F / 128);
+    }
+  p.activation = {random.between(0, 6), random.real(0, 1), random.real(-1, 1)};
+  return c;
+}
+
+// What a layer may refuse; everything else must be computed.
+bool mayRefuse(const LayerCase& c) {
+  const ConvProblem& p = c.sizes;
+  if (c.isPicture)  // only the kernels of a first layer read bytes
+    return c.isDepthwise || !p.isKernel(3, 3) || !p.isStride(2, 2) || p.isDilated() ||
+           p.padLeft != 1 || p.padTop != 1 || (p.inputC != 1 && p.inputC != 3) ||
+           p.outputC % 4 != 0 || p.outputW < 4 || 2 * p.outputW > p.inputW ||
+           2 * p.outputH > p.inputH;
+  if (!c.isDepthwise)
+    return false;
+  if (p.group == p.outputC)
+    return p.inputC != p.outputC || p.isDilated();
+  return p.outputC / p.group % 4 != 0;
+}
+
+std::vector<float> channelsFirst(const LayerCase& c) {
+  const ConvProblem& p = c.sizes;
+  const auto taps = static_cast<size_t>(p.kernelH * p.kernelW);
+  const auto channels = static_cast<size_t>(p.inputC / p.group);
+  std::vector<float> turned(c.weights.size());
+  for (size_t i = 0; i < turned.size(); ++i) {
+    const size_t output = i / (taps * channels);
+    const size_t channel = i / taps % channels;
+    turned[i] = c.weights[(output * taps + i % taps) * channels + channel];
+  }
+  return turned;
+}
+
+// The layer and an activation behind it, which the layer may merge.
+void build(SmallNet& small, const LayerCase& c) {
+  const ConvProblem& p = c.sizes;
+  if (c.isPicture) {
+    Tensor& picture = small.addPicture("x", {1, p.inputH, p.inputW, p.inputC}, c.bytes);
+    picture.mean[0] = 127;
+    picture.scale[0] = 1.0F / 128;
+  } else {
+    small.addInput("x", {1, p.inputH, p.inputW, p.inputC}, c.input);
+  }
+  small.addConstant("weight", {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group},
+                    channelsFirst(c));
+  if (!c.bias.empty())
+    small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias);
+  small.addLayer({.type = c.isDepthwise ? "DepthwiseConv" : "Conv",
+                  .io = {"x", "sum"},
+                  .ints = {p.kernelW, p.kernelH, p.padLeft, p.padRight, p.padTop, p.padBottom,
+                           p.strideW, p.strideH, p.dilationW, p.dilationH, p.group},
+                  .weights = {"weight", "bias"}});
+  small.addLayer(
+      {.type = "Activation",
+       .io = {"sum", "y"},
+       .ints = {p.activation.kind},
+       .floats = {p.activation.kind == 2 ? p.activation.clipMax : p.activation.leakSlope}});
+  small.net.env->rewriteGraph(&small.net);
+}
+
+// The activations that no kernel merges change slowly enough for the bound of their argument, but
+// for what the library's functions add.
+BoundedValue withActivation(BoundedValue sum, int32_t kind) {
+  constexpr double libraryError = 1e-6;
+  if (kind == 4)
+    return {std::tanh(sum.value), sum.error + libraryError};
+  if (kind == 5)
+    return {1 / (1 + std::exp(-sum.value)), sum.error + libraryError};
+  return sum;
+}
+
+void checkOutput(const LayerCase& c, const std::vector<float>& output) {
+  const ConvProblem& p = c.sizes;
+  ASSERT_EQ(output.size(), static_cast<size_t>(p.outputH * p.outputW * p.outputC));
+  const ConvOperands operands = {c.input.data(), c.weights.data(),
+                                 c.bias.empty() ? nullptr : c.bias.data()};
+  for (int32_t i = 0; std::cmp_less(i, output.size()); ++i) {
+    const OutputPosition at = {i / p.outputC / p.outputW, i / p.outputC % p.outputW, i % p.outputC};
+    const BoundedValue expected =
+        withActivation(tavro::test::convolveInDouble(p, operands, at), p.activation.kind);
+    ASSERT_NEAR(output[static_cast<size_t>(i)], expected.value, expected.error)
+        << "y " << at.y << " x " << at.x << " channel " << at.channel;
+  }
+}
+
+TEST(ConvLayer, computesOrRefusesAnyGeometry) {
+  const uint64_t seed = tavro::test::baseSeed();
+  SCOPED_TRACE(tavro::test::seedNote(seed));
+  Random random(seed);
+  for (int i = 0; i < caseCount; ++i) {
+    const LayerCase c = drawCase(random);
+    for (const bool avxAndFma : tavro::test::availableProcessors()) {
+      SCOPED_TRACE(testing::Message() << "case " << i << (avxAndFma ? " with" : " without")
+                                      << " AVX and FMA, " << (c.isDepthwise ? "depthwise" : "dense")
+                                      << (c.isPicture ? ", picture: " : ": ") << c.sizes);
+      const Processor processor(avxAndFma);
+      SmallNet small;
+      build(small, c);
+      ASSERT_TRUE(small.reshape());
+      for (int run = 0; run < 2; ++run) {  // the weights are packed in the first
+        if (small.run())
+          checkOutput(c, small.values("y"));
+        else
+          ASSERT_TRUE(mayRefuse(c));
+        if (HasFatalFailure())
+          return;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace TavroRTC::FDModule

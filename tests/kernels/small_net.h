@@ -1,0 +1,98 @@
+#pragma once
+
+// SmallNet: a net of a few layers made by hand, from the layer classes that ship. Layers come from
+// the registry through rows of the same form as the model's.
+
+#include <cstdint>
+#include <initializer_list>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "engine/cpu_info.h"
+#include "engine/net.h"
+
+namespace tavro::test {
+
+using TavroRTC::FDModule::CpuInfo;
+using TavroRTC::FDModule::Layer;
+using TavroRTC::FDModule::LayerRow;
+using TavroRTC::FDModule::Net;
+using TavroRTC::FDModule::Tensor;
+
+/// n, h, w, c.
+struct Extents {
+  int32_t n = 1;
+  int32_t h = 1;
+  int32_t w = 1;
+  int32_t c = 1;
+
+  size_t count() const { return static_cast<size_t>(n * h * w * c); }
+};
+
+/// The environment of the machine, without the report that each new one prints.
+class QuietEnv : public TavroRTC::FDModule::core::RunEnv {
+ public:
+  int32_t key() const override;
+  bool rewriteGraph(Net* net) override;
+};
+
+/// A layer's row; unlike LayerRow it can be written in one expression.
+struct RowOf {
+  const char* type = "";
+  std::vector<const char*> io = {};  ///< the inputs, then the output
+  std::vector<int32_t> ints = {};
+  std::vector<float> floats = {};
+  std::vector<const char*> weights = {};
+
+  /// `name` defaults to the output's name.
+  LayerRow row(const char* name = nullptr) const;
+};
+
+class SmallNet {
+ public:
+  SmallNet() : net(new QuietEnv) {}
+
+  /// An activation with values, in plain order of the given layout code.
+  Tensor& addInput(const char* name, const Extents& extents, std::vector<float> values,
+                   int32_t layout = 0);
+  /// A picture: bytes without floats.
+  Tensor& addPicture(const char* name, const Extents& extents, std::vector<uint8_t> bytes);
+  /// A constant, of layout code 1 like the model's.
+  Tensor& addConstant(const char* name, const Extents& extents, std::vector<float> values,
+                      int32_t layout = 1);
+  /// Null if the registry has no such type.
+  Layer* addLayer(const RowOf& row);
+
+  /// Shapes all layers, without the timer line of Net::warmup.
+  bool reshape();
+  bool run() { return net.run(); }
+  /// Shapes and runs; false if either fails.
+  bool compute() { return reshape() && run(); }
+
+  Tensor& tensor(const char* name) { return *net.findTensor(name); }
+  std::vector<float> values(const char* name);
+
+  Net net;
+
+ private:
+  std::list<std::vector<float>> constants_;
+  std::list<std::vector<uint8_t>> pictures_;
+};
+
+/// Imitates a processor for its lifetime: with AVX and FMA, or with neither.
+class Processor {
+ public:
+  explicit Processor(bool avxAndFma);
+  ~Processor();
+  Processor(const Processor&) = delete;
+  Processor& operator=(const Processor&) = delete;
+
+ private:
+  CpuInfo info_;
+};
+
+/// The kinds of processor that can be imitated here: {false}, or both.
+std::vector<bool> availableProcessors();
+
+}  // namespace tavro::test
