@@ -92,6 +92,18 @@ def target_table(results):
     return markdown(lines)
 
 
+def loss_table(results):
+    """The layers that take most of the time above the bound."""
+    lossy = lambda row: row["time"]["median"] * (1 - row.get("shareOfBound", 1))
+    layers = sorted((r for r in results["rows"] if r["group"] == "layer"), key=lossy, reverse=True)
+    total = sum(lossy(row) for row in layers if lossy(row) > 0)
+    lines = [["layers furthest above their bound", "above it", "of all that is above"]]
+    for row in layers[:12]:
+        share = percent(lossy(row) / total) if total > 0 else ""
+        lines.append([row_cells(row)[0], time_text(lossy(row)), share])
+    return markdown(lines)
+
+
 def check_table(results):
     lines = [["compared with ours before its times were taken", "largest difference", "allowed"]]
     for check in results["checks"]:
@@ -169,7 +181,8 @@ def main():
         sys.exit(__doc__)
     results = json.loads(pathlib.Path(sys.argv[1]).read_text())
     print(f"{results['processor']}, compiled by {results['compiler']}\n")
-    print(main_table(results), target_table(results), check_table(results), sep="\n\n")
+    tables = [main_table, loss_table, target_table, check_table]
+    print("\n\n".join(table(results) for table in tables))
     for note in results["notes"]:
         print(f"\n{note}")
     pathlib.Path(sys.argv[2]).write_text(draw(results))

@@ -57,6 +57,7 @@ std::vector<Timing> takeTurns(std::span<const Contender> contenders, int rounds)
       times.assign(count, {});
   }
   std::vector<Timing> timings;
+  timings.reserve(count);
   for (RunTimes& ofOne : times)
     timings.push_back(summarize(std::move(ofOne)));
   return timings;

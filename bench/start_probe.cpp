@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,6 +57,13 @@ double heapBytes() {
   return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
+/// How often the system has had to put memory behind an address so far.
+int64_t pageFaults() {
+  rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_minflt;
+}
+
 /// Bytes of memory that the process has in use.
 double residentBytes() {
   std::ifstream file("/proc/self/statm");
@@ -101,7 +109,9 @@ nlohmann::json probe(const std::string& file) {
   const double heapBefore = heapBytes();
   Instance instance(name);
   const double initialised = now();
+  const int64_t faultsBefore = pageFaults();
   const double firstFrame = instance.frame(*frame);
+  const int64_t faults = pageFaults() - faultsBefore;
   const double heapAfter = heapBytes();
 
   instance.frame(*frame);
@@ -109,6 +119,7 @@ nlohmann::json probe(const std::string& file) {
   instance.frame(*frame);
   const int64_t allocations = allocationCount - allocationsBefore;
   std::vector<double> later;
+  later.reserve(laterFrames);
   for (int i = 0; i < laterFrames; ++i)
     later.push_back(instance.frame(*frame));
   const double residentAfter = residentBytes();
@@ -119,6 +130,7 @@ nlohmann::json probe(const std::string& file) {
   return {{"load", loaded - start},
           {"init", initialised - loaded},
           {"firstFrame", firstFrame},
+          {"firstFrameFaults", faults},
           {"laterFrame", tavro::bench::summarize(later).median},
           {"instanceBytes", heapAfter - heapBefore},
           {"secondInstanceBytes", heapBytes() - heapBeforeSecond},

@@ -36,6 +36,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command) {
   posix_spawn_file_actions_adddup2(&actions, input.readEnd, STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output.writeEnd, STDOUT_FILENO);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
@@ -66,7 +67,7 @@ std::string ChildProcess::ask(const std::string& line) {
   if (process_ != -1 && std::fprintf(toChild_, "%s\n", line.c_str()) > 0 &&
       std::fflush(toChild_) == 0)
     length = getline(&answer, &capacity, fromChild_);
-  const std::string text =
+  std::string text =
       length > 0 ? std::string(answer, static_cast<size_t>(length - 1)) : std::string();
   std::free(answer);
   if (length <= 0)

@@ -29,7 +29,7 @@ std::vector<float> readFloats(const std::string& file, size_t count) {
 
 class OnnxRuntime final : public NetworkPeer {
  public:
-  OnnxRuntime(const PeerSetup& setup, const std::string& model, std::string label)
+  OnnxRuntime(const PeerSetup& setup, const std::string& model, const std::string& label)
       : child_({"node", setup.peersFolder + "/onnxruntime.mjs", model}),
         scratch_(setup.scratchFolder),
         name_("ONNX Runtime " + child_.ask("version") + label) {}

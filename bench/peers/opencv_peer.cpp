@@ -93,7 +93,7 @@ class OpenCvImage : public ImagePeer {
     uint8_t* chroma = scaled_.ptr(inputSide);
     targets_[0] = scaled_.rowRange(0, inputSide);
     targets_[1] = cv::Mat(half, half, CV_8UC1, chroma);
-    targets_[2] = cv::Mat(half, half, CV_8UC1, chroma + half * half);
+    targets_[2] = cv::Mat(half, half, CV_8UC1, chroma + ptrdiff_t{half} * half);
   }
 
   std::string name() const override { return "OpenCV resize+cvtColor"; }

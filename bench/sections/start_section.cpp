@@ -43,6 +43,7 @@ void measureStart(Report& report, const ReportOptions& options) {
   report.quantities.push_back({"heap of another instance, after a frame", instance, "MiB"});
   report.quantities.push_back({"resident memory of module, instance and frames",
                                median("residentBytes") / mebibyte, "MiB"});
+  report.quantities.push_back({"page faults in the first frame", median("firstFrameFaults"), ""});
   report.quantities.push_back(
       {"allocations in a later frame without faces", median("allocationsPerFrame"), ""});
   report.targets.push_back(
