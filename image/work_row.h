@@ -9,13 +9,13 @@
 
 namespace TavroRTC::FDModule {
 
-/// A run of samples on a 64-byte boundary, freed with the object. One more sample may be written
-/// at either end, [-1] and [width], for kernels that look past a row.
+/// A run of samples on a 64-byte boundary, freed with the object. One more pixel may be written
+/// at either end, up to 64 bytes, for kernels that look past a row.
 class WorkRow {
  public:
   /// Not initialised. False if there is no memory.
-  bool allocate(int64_t width) noexcept {
-    const size_t bytes = static_cast<size_t>(width) + 2 * alignment;
+  bool allocate(int64_t count) noexcept {
+    const size_t bytes = static_cast<size_t>(count) + 2 * alignment;
     block_.reset(
         static_cast<uint8_t*>(::operator new (bytes, std::align_val_t{alignment}, std::nothrow)));
     return block_ != nullptr;

@@ -1,0 +1,144 @@
+#include "image/scale_passes.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "image/work_row.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+// Filters the columns of one row after another. A kernel reads the neighbour to the right of every
+// position. Where a position lies beyond the first or on the last pixel of the row, the row is
+// copied first, with its edges repeated; known once per image, so that others pay nothing.
+class ColumnFilter {
+ public:
+  ColumnFilter(int32_t srcWidth, int32_t dstWidth, int32_t x, int32_t dx, int32_t bytesPerPixel)
+      : kernel_(chooseColumns(dstWidth, bytesPerPixel)),
+        srcBytes_(srcWidth * bytesPerPixel),
+        dstWidth_(dstWidth),
+        x_(x),
+        dx_(dx),
+        bytesPerPixel_(bytesPerPixel) {
+    const int64_t last = x_ + (int64_t{dstWidth} - 1) * dx_;
+    leavesRow_ =
+        std::min<int64_t>(x_, last) < 0 || sampleIndex(std::max<int64_t>(x_, last)) + 1 >= srcWidth;
+  }
+
+  // False if there is no memory.
+  bool prepare() {
+    copyRow_ = chooseCopyRow(srcBytes_);
+    return !leavesRow_ || edgedRow_.allocate(srcBytes_);
+  }
+
+  void run(uint8_t* dst, const uint8_t* row) {
+    kernel_(dst, leavesRow_ ? withEdges(row) : row, dstWidth_, x_, dx_);
+  }
+
+ private:
+  const uint8_t* withEdges(const uint8_t* row) {
+    uint8_t* samples = edgedRow_.samples();
+    uint8_t* end = samples + srcBytes_;
+    const auto pixelBytes = static_cast<size_t>(bytesPerPixel_);
+    copyRow_(row, samples, srcBytes_);
+    std::memcpy(samples - bytesPerPixel_, samples, pixelBytes);
+    std::memcpy(end, end - bytesPerPixel_, pixelBytes);
+    return samples;
+  }
+
+  ColumnsRow* kernel_;
+  CopyRow* copyRow_ = nullptr;
+  int32_t srcBytes_, dstWidth_;
+  int32_t x_, dx_;
+  int32_t bytesPerPixel_;
+  bool leavesRow_;
+  WorkRow edgedRow_;
+};
+
+// The columns that a row of the destination reads, widened to multiples of four pixels.
+struct ColumnSpan {
+  int32_t first = 0;
+  int32_t width = 0;
+
+  ColumnSpan(const SourceRows& src, const TargetRows& dst, const Slopes& slopes) {
+    const int64_t last = slopes.x + (int64_t{dst.width} - 1) * slopes.dx;
+    const int64_t end = (sampleIndex(last) + 5) & ~int64_t{3};
+    first = static_cast<int32_t>(sampleIndex(slopes.x)) & ~3;
+    width = static_cast<int32_t>(std::min<int64_t>(end, src.width)) - first;
+  }
+};
+
+}  // namespace
+
+void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
+                  ColumnsRow* columns) {
+  int64_t y = slopes.y;
+  for (int32_t row = 0; row < dst.height; ++row, y += slopes.dy)
+    columns(dst.row(row), src.row(sampleIndex(y)), dst.width, slopes.x, slopes.dx);
+}
+
+// The columns run over a row that is already interpolated.
+bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
+            int32_t bytesPerPixel, ScaleFilter filter) {
+  const bool blendsRows = filter != ScaleFilter::Linear;
+  const ColumnSpan span(src, dst, slopes);
+  const int32_t spanBytes = span.width * bytesPerPixel;
+  ColumnFilter columns(span.width, dst.width, slopes.x - (span.first << 16), slopes.dx,
+                       bytesPerPixel);
+  WorkRow work;
+  if (!columns.prepare() || (blendsRows && !work.allocate(spanBytes)))
+    return false;
+
+  InterpolateRows* interpolateRows = chooseInterpolateRows(span.width, bytesPerPixel);
+  const ptrdiff_t firstByte = ptrdiff_t{span.first} * bytesPerPixel;
+  // Starting inside the first step, the positions stay above the last row, or on it where rows are
+  // not blended: there always is a row below.
+  int64_t y = slopes.y;
+  for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy) {
+    const uint8_t* row = src.row(sampleIndex(y)) + firstByte;
+    if (blendsRows) {
+      interpolateRows(work.samples(), row, src.stride, spanBytes, rowFraction(y));
+      row = work.samples();
+    }
+    columns.run(dst.row(i), row);
+  }
+  return true;
+}
+
+// The columns go into a ring of two rows: each source row is filtered once, however many
+// destination rows lie between it and the next.
+bool enlarge(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
+             int32_t bytesPerPixel, ScaleFilter filter) {
+  const bool blendsRows = filter != ScaleFilter::Linear;
+  const int32_t rowBytes = dst.width * bytesPerPixel;
+  const ptrdiff_t ringStride = (ptrdiff_t{rowBytes} + 31) & ~ptrdiff_t{31};
+  ColumnFilter columns(src.width, dst.width, slopes.x, slopes.dx, bytesPerPixel);
+  WorkRow ring;
+  if (!columns.prepare() || !ring.allocate(2 * ringStride))
+    return false;
+
+  // The last row is its own lower neighbour.
+  const auto filterRow = [&](uint8_t* target, int64_t y) {
+    columns.run(target, src.row(std::min<int64_t>(y, src.height - 1)));
+  };
+  InterpolateRows* interpolateRows = chooseInterpolateRows(dst.width, bytesPerPixel);
+  int64_t y = slopes.y;
+  int64_t upperY = sampleIndex(y);
+  uint8_t* upper = ring.samples();
+  ptrdiff_t toLower = ringStride;
+  filterRow(upper, upperY);
+  filterRow(upper + toLower, upperY + 1);
+  for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy) {
+    // The step is less than a row: one new row at most.
+    if (sampleIndex(y) != upperY) {
+      upperY = sampleIndex(y);
+      filterRow(upper, upperY + 1);
+      upper += toLower;
+      toLower = -toLower;
+    }
+    interpolateRows(dst.row(i), upper, toLower, rowBytes, blendsRows ? rowFraction(y) : 0);
+  }
+  return true;
+}
+
+}  // namespace TavroRTC::FDModule
