@@ -33,6 +33,11 @@ void workInPlace(Layer& layer) {
   std::ranges::replace(before.outputs, input, output);
   output->producer = &before;
   layer.inputs[0] = output;
+  // An activation that already works in place on the tensor goes along with it.
+  for (Layer* follower : before.successors) {
+    std::ranges::replace(follower->inputs, input, output);
+    std::ranges::replace(follower->outputs, input, output);
+  }
   if (std::ranges::find(before.successors, &layer) == before.successors.end())
     before.successors.push_back(&layer);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/core/shape.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::core {
@@ -53,8 +54,9 @@ bool Reshape::forward(RunEnv* /*env*/) {
   Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
   shapeOutput();
-  // More elements than the input has would let readers run past the borrowed buffer.
-  if (output.count() > input.count())
+  // More elements than the input has would let readers run past the borrowed buffer, and a shape
+  // with extents below 1, from targets that couldn't be worked out, has no elements.
+  if (!holdsItsShape(output) || output.count() > input.count())
     return false;
   output.borrow(input.floatData);
   output.borrow(input.halfData);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/core/shape.h"
 #include "engine/simd/activation.h"
 #include "engine/simd/float4.h"
 
@@ -57,10 +58,6 @@ void broadcast(const Operand& a, const Operand& b, const Tensor& shape, float* o
         *output++ = operation(a.at(y, x, channel), b.at(y, x, channel));
 }
 
-bool isEmpty(const Tensor& tensor) {
-  return tensor.h < 1 || tensor.w < 1 || tensor.c < 1;
-}
-
 uint64_t pixelCount(const Tensor& tensor) {
   return static_cast<uint64_t>(tensor.h) * static_cast<uint64_t>(tensor.w);
 }
@@ -82,8 +79,9 @@ bool BinaryOp::forward(core::RunEnv* /*env*/) {
   Tensor& a = *inputs[0];
   Tensor& b = *inputs[1];
   Tensor& output = *outputs[0];
-  if (isEmpty(a) || isEmpty(b) || output.h != std::max(a.h, b.h) ||
-      output.w != std::max(a.w, b.w) || output.c != std::max(a.c, b.c))
+  if (!core::holdsItsShape(a) || !core::holdsItsShape(b) || !core::holdsItsShape(output) ||
+      output.h != std::max(a.h, b.h) || output.w != std::max(a.w, b.w) ||
+      output.c != std::max(a.c, b.c))
     return false;
   if (floatStorage(a) == nullptr || floatStorage(b) == nullptr || floatStorage(output) == nullptr)
     return false;

@@ -1,5 +1,6 @@
 #include "engine/simd/concat.h"
 
+#include "engine/core/shape.h"
 #include "engine/simd/float4.h"
 #include "engine/weight_packing.h"
 
@@ -22,16 +23,18 @@ bool Concat::forward(core::RunEnv* /*env*/) {
   if (!isConnected())
     return false;
   Tensor& output = *outputs[0];
+  if (output.n != 1 || !core::holdsItsShape(output))
+    return false;
   int64_t channels = 0;
   for (Tensor* input : inputs) {
-    if (input == &output || input->n != output.n || input->h != output.h || input->w != output.w ||
-        input->c < 0 || input->data(layout::channelsLast) == nullptr)
+    if (input == &output || !core::holdsItsShape(*input) || input->n != output.n ||
+        input->h != output.h || input->w != output.w ||
+        input->data(layout::channelsLast) == nullptr)
       return false;
     channels += input->c;
   }
   float* destination = output.data(layout::channelsLast);
-  if (destination == nullptr || output.n != 1 || output.h < 0 || output.w < 0 ||
-      channels != output.c)
+  if (destination == nullptr || channels != output.c)
     return false;
   const int64_t pixels = static_cast<int64_t>(output.h) * output.w;
   for (int64_t pixel = 0; pixel < pixels; ++pixel)

@@ -13,6 +13,7 @@
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
+#include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
@@ -212,6 +213,82 @@ TEST(ConvLayer, computesOrRefusesAnyGeometry) {
           return;
       }
     }
+  }
+}
+
+// A 3x3 convolution with padding 1 that works, and what one change makes of it.
+struct Row {
+  int32_t kernel = 3;
+  int32_t padding = 1;
+  int32_t stride = 1;
+  tavro::test::Extents input = {1, 5, 5, 2};
+  tavro::test::Extents weight = {2, 3, 3, 2};
+  int32_t biasCount = 2;
+  int32_t group = 1;
+  std::vector<const char*> io = {"x", "y"};
+  std::vector<const char*> weights = {"weight", "bias"};
+};
+
+TEST(ConvLayer, refusesRowsThatDoNotFitTheirTensors) {
+  const struct {
+    const char* what;
+    Row row;
+    bool isRight = false;
+  } cases[] = {
+      {"as it should be", {}, true},
+      {"no stride", {.stride = 0}},
+      {"negative padding", {.padding = -1}},
+      {"a stride past all sizes", {.stride = 1 << 30}},
+      {"a window larger than the image", {.padding = 0, .input = {1, 2, 5, 2}}},
+      {"another kernel size than the weight", {.weight = {2, 3, 1, 2}}},
+      {"other input channels than the weight", {.weight = {2, 3, 3, 3}}},
+      {"two pictures", {.input = {2, 5, 5, 2}}},
+      {"a short bias", {.biasCount = 1}},
+      {"no weight", {.weights = {"missing"}}},
+      {"no output", {.io = {"x"}}},
+      {"an output that is the input", {.io = {"x", "x"}}},
+      {"an empty input", {.io = {"none", "y"}}},
+      {"groups that don't divide the channels", {.group = 3}},
+      {"a negative group count", {.group = -1}},
+      {"2^32 output values", {.kernel = 1, .padding = 32768, .weight = {2, 1, 1, 2}}},
+      {"no input channels", {.input = {1, 5, 5, 0}}},
+  };
+  for (const auto& c : cases)
+    for (const char* type : {"Conv", "DepthwiseConv"}) {
+      if (c.row.group != 1 && std::string(type) == "Conv")
+        continue;  // which knows no groups
+      SmallNet small;
+      small.addInput("x", c.row.input, std::vector<float>(c.row.input.count(), 1));
+      small.addConstant("weight", c.row.weight, std::vector<float>(c.row.weight.count(), 1));
+      small.addConstant("bias", {1, 1, 1, c.row.biasCount}, std::vector<float>(2));
+      const int32_t p = c.row.padding;
+      small.addLayer({.type = type,
+                      .io = c.row.io,
+                      .ints = {c.row.kernel, c.row.kernel, p, p, p, p, c.row.stride, c.row.stride,
+                               1, 1, c.row.group},
+                      .weights = c.row.weights});
+      const bool isRight = c.isRight && std::string(type) == "Conv";  // two channels in one group
+      EXPECT_EQ(small.compute(), isRight) << type << ": " << c.what;
+    }
+}
+
+// The constants of a test end where their memory does.
+TEST(ConvLayer, readsNothingBehindABorrowedBias) {
+  for (const bool avxAndFma : tavro::test::availableProcessors()) {
+    const Processor processor(avxAndFma);
+    tavro::test::GuardedBuffer<float> bias(9);
+    std::ranges::fill(bias, 1.0F);
+    SmallNet small;
+    small.addInput("x", {1, 1, 1, 1}, {2});
+    small.addConstant("weight", {9, 1, 1, 1}, std::vector<float>(9, 3));
+    Tensor& tensor = small.addConstant("bias", {1, 1, 1, 9}, {}, 0);
+    tensor.borrow(bias.data());
+    small.addLayer({.type = "Conv",
+                    .io = {"x", "y"},
+                    .ints = {1, 1, 0, 0, 0, 0, 1, 1},
+                    .weights = {"weight", "bias"}});
+    ASSERT_TRUE(small.compute());
+    EXPECT_EQ(small.values("y"), std::vector<float>(9, 7));
   }
 }
 
