@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "image/packed_scaler.h"
 #include "image/plane_scaler.h"
 #include "image/work_row.h"
 #include "image/yuv_to_packed.h"
@@ -37,11 +38,10 @@ int32_t scaleGray(const ImageDesc& src, const ImageDesc& dst, ScaleFilter filter
                           dst.planes[0], dst.strides[0], dst.widths[0], dst.heights[0], filter);
 }
 
-// There is no scaler for packed pixels yet. A refusal keeps a caller from taking the untouched
-// destination for a picture.
-int32_t scalePackedPixels(const ImageDesc& /*src*/, const ImageDesc& /*dst*/,
-                          ScaleFilter /*filter*/) {
-  return refused;
+template <int32_t bytesPerPixel>
+int32_t scalePackedPixels(const ImageDesc& src, const ImageDesc& dst, ScaleFilter filter) {
+  return scalePacked(src.planes[0], src.strides[0], src.widths[0], src.heights[0], dst.planes[0],
+                     dst.strides[0], dst.widths[0], dst.heights[0], bytesPerPixel, filter);
 }
 
 struct FormatRow {
@@ -51,16 +51,16 @@ struct FormatRow {
 };
 
 constexpr FormatRow formats[] = {
-    {4, scalePackedPixels},  // packed32
-    {4, scalePackedPixels},  // packed32Second
-    {4, scalePackedPixels},  // packed32Third
-    {4, scalePackedPixels},  // packed32Fourth
-    {3, scalePackedPixels},  // packed24
-    {3, scalePackedPixels},  // bgr24
-    {1, scaleI420, true},    // i420
-    {},                      // 7
-    {},                      // 8
-    {1, scaleGray},          // gray8
+    {4, scalePackedPixels<4>},  // packed32
+    {4, scalePackedPixels<4>},  // packed32Second
+    {4, scalePackedPixels<4>},  // packed32Third
+    {4, scalePackedPixels<4>},  // packed32Fourth
+    {3, scalePackedPixels<3>},  // packed24
+    {3, scalePackedPixels<3>},  // bgr24
+    {1, scaleI420, true},       // i420
+    {},                         // 7
+    {},                         // 8
+    {1, scaleGray},             // gray8
 };
 
 // ---- Cropping
@@ -136,7 +136,8 @@ int32_t i420ToPacked(const ImageDesc& src, const ImageDesc& dst) {
                              src.widths[0], src.heights[0], packMode);
 }
 
-// A known operation that has no converter yet is refused, for the same reason as packed scaling.
+// A known operation that has no converter yet is refused, which keeps a caller from taking the
+// untouched destination for a picture.
 int32_t notConverted(const ImageDesc& /*src*/, const ImageDesc& /*dst*/) {
   return refused;
 }

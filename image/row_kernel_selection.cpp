@@ -51,6 +51,9 @@ constexpr KernelRow<InterpolateRows> interpolateKernels[] = {
 constexpr KernelRow<ColumnsRow> filterColumnsKernels[] = {
     {1, ssse3::columnsBlock, plain::filterColumns, ssse3::filterColumns,
      columnsPlainTail<ssse3::filterColumns, plain::filterColumns, ssse3::columnsBlock>},
+    {3, 1, plain::filterColumns24, ssse3::filterColumns24, nullptr},
+    {4, ssse3::packed32Block, plain::filterColumns32, ssse3::filterColumns32,
+     columnsPlainTail<ssse3::filterColumns32, plain::filterColumns32, ssse3::packed32Block, 4>},
 };
 
 constexpr int32_t halveCode(ScaleFilter filter, int32_t bytesPerPixel) {
@@ -64,6 +67,16 @@ constexpr KernelRow<HalveRow> halveKernels[] = {
     {halveCode(ScaleFilter::Linear, 1), 1, plain::halveRowLinear, nullptr, nullptr},
     {halveCode(ScaleFilter::Bilinear, 1), ssse3::halveBlock, plain::halveRowBox, ssse3::halveRowBox,
      halvePlainTail<ssse3::halveRowBox, plain::halveRowBox, ssse3::halveBlock>},
+    {halveCode(ScaleFilter::Nearest, 3), 1, plain::halveRowPoint24, nullptr, nullptr},
+    {halveCode(ScaleFilter::Linear, 3), 1, plain::halveRowLinear24, nullptr, nullptr},
+    {halveCode(ScaleFilter::Bilinear, 3), ssse3::packed24Block, plain::halveRowBox24,
+     ssse3::halveRowBox24,
+     halvePlainTail<ssse3::halveRowBox24, plain::halveRowBox24, ssse3::packed24Block, 3>},
+    {halveCode(ScaleFilter::Nearest, 4), 1, plain::halveRowPoint32, nullptr, nullptr},
+    {halveCode(ScaleFilter::Linear, 4), 1, plain::halveRowLinear32, nullptr, nullptr},
+    {halveCode(ScaleFilter::Bilinear, 4), ssse3::packed32Block, plain::halveRowBox32,
+     ssse3::halveRowBox32,
+     halvePlainTail<ssse3::halveRowBox32, plain::halveRowBox32, ssse3::packed32Block, 4>},
 };
 
 constexpr KernelRow<YuvRow> yuvKernels[] = {

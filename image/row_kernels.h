@@ -31,13 +31,19 @@ using InterpolateRows = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStri
 ///   sampleColumns              a
 ///   doubleColumns              every sample twice, whatever x and dx
 /// The two forms of filterColumns differ: the block form is what fits 8-bit multiplications, and
-/// its weights add up to 127/128.
+/// its weights add up to 127/128. For packed pixels, whose bytes don't mix, they are
+///   4 bytes, both forms   as the block form above
+///   3 bytes, plain form   as the plain form above
+///   3 bytes, block form   (a * (64 - f) + b * f + 32) >> 6, f the upper 6 bits; for the last two
+///                         pixels of an even width and the last one of an odd width
+///                         a + (((b - a) * f + 64) >> 7), f the upper 7 bits
 using ColumnsRow = void(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 
 /// Two samples to one, by ScaleFilter:
 ///   nearest   the second of the two
 ///   linear    (a + b + 1) >> 1
-///   bilinear  (a + b + c + d + 2) >> 2, with c and d from the row at src + srcStride
+///   bilinear  (a + b + c + d + 2) >> 2, with c and d from the row at src + srcStride. The block
+///             form for packed pixels takes rounded means of a, c and of b, d, and of these again
 using HalveRow = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth);
 
 /// Packed pixels from a row of luma and half as many samples of chroma, by the formula of
@@ -53,8 +59,10 @@ ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
 HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
 YuvRow* chooseYuvRow(int32_t width, PackMode packMode);
 
-/// Kernels without a block form, and so without a chooser; one byte per pixel.
+/// Kernels without a block form, and so without a chooser; the numbers are bits per pixel.
 void sampleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
+void sampleColumns24(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
+void sampleColumns32(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 void doubleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 
 /// While the value is not 0, every chooser returns the plain form; it is 0 at first. For tests: it

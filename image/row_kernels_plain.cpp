@@ -1,20 +1,14 @@
-// The plain forms: what each kernel computes, sample by sample.
+// The plain forms: what each kernel computes, sample by sample. Those for packed pixels are in
+// packed_row_kernels_plain.cpp.
 
 #include <algorithm>
 #include <cstring>
 
+#include "image/each_column.h"
 #include "image/row_forms.h"
 
 namespace TavroRTC::FDModule {
 namespace {
-
-// Positions are summed up in 64 bits: the sum behind the last one may need more than 32.
-template <typename Filter>
-void forEachColumn(int32_t dstWidth, int32_t x, int32_t dx, const Filter& filter) {
-  int64_t position = x;
-  for (int32_t i = 0; i < dstWidth; ++i, position += dx)
-    filter(i, position >> 16, static_cast<int32_t>(position & 0xFFFF));
-}
 
 uint8_t clampToByte(int32_t value) {
   return static_cast<uint8_t>(std::clamp(value, 0, 255));

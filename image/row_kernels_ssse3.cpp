@@ -6,32 +6,11 @@
 
 #include <cstring>
 
+#include "image/block_access.h"
 #include "image/row_forms.h"
 
 namespace TavroRTC::FDModule::ssse3 {
 namespace {
-
-__m128i load16(const void* address) {
-  return _mm_loadu_si128(static_cast<const __m128i*>(address));
-}
-
-__m128i load8(const void* address) {
-  return _mm_loadl_epi64(static_cast<const __m128i*>(address));
-}
-
-__m128i load4(const uint8_t* address) {
-  int32_t word = 0;
-  std::memcpy(&word, address, sizeof(word));
-  return _mm_cvtsi32_si128(word);
-}
-
-void store16(uint8_t* address, __m128i bytes) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(address), bytes);
-}
-
-void store8(uint8_t* address, __m128i bytes) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(address), bytes);
-}
 
 void averageRows(uint8_t* dst, const uint8_t* top, const uint8_t* bottom, int32_t bytes) {
   for (int32_t i = 0; i < bytes; i += interpolateBlock)

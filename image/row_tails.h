@@ -44,19 +44,20 @@ class ScratchBlock {
   alignas(16) uint8_t bytes_[size] = {};
 };
 
-template <ColumnsRow* blockForm, ColumnsRow* plainForm, int32_t block>
+template <ColumnsRow* blockForm, ColumnsRow* plainForm, int32_t block, int32_t bytesPerPixel = 1>
 void columnsPlainTail(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   const RowSplit<block> split(dstWidth);
   blockForm(dst, src, split.whole, x, dx);
   const auto tailX = static_cast<int32_t>(x + int64_t{split.whole} * dx);
-  plainForm(dst + split.whole, src, split.rest, tailX, dx);
+  plainForm(dst + ptrdiff_t{split.whole} * bytesPerPixel, src, split.rest, tailX, dx);
 }
 
-template <HalveRow* blockForm, HalveRow* plainForm, int32_t block>
+template <HalveRow* blockForm, HalveRow* plainForm, int32_t block, int32_t bytesPerPixel = 1>
 void halvePlainTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth) {
   const RowSplit<block> split(dstWidth);
   blockForm(src, srcStride, dst, split.whole);
-  plainForm(src + 2 * ptrdiff_t{split.whole}, srcStride, dst + split.whole, split.rest);
+  const ptrdiff_t wholeBytes = ptrdiff_t{split.whole} * bytesPerPixel;
+  plainForm(src + 2 * wholeBytes, srcStride, dst + wholeBytes, split.rest);
 }
 
 template <CopyRow* blockForm, int32_t block>
