@@ -44,6 +44,24 @@ uint8_t blendedRows(int32_t a, int32_t b, int32_t fraction) {
                                               : (a * (256 - fraction) + b * fraction + 128) >> 8);
 }
 
+// The same for one byte of column i of a row of packed pixels.
+uint8_t filteredPackedColumn(int32_t a, int32_t b, int64_t position, int32_t i, int32_t width,
+                             int32_t bytesPerPixel, bool plainRowsOnly) {
+  if (bytesPerPixel == 4 || plainRowsOnly)
+    return filteredColumn(a, b, position, bytesPerPixel == 4);
+  const auto fraction = static_cast<int32_t>(position & 65535);
+  const bool isLast = width <= 2 || i >= width - (width % 2 == 0 ? 2 : 1);
+  const int32_t f = isLast ? fraction >> 9 : fraction >> 10;
+  return static_cast<uint8_t>(isLast ? a + (((b - a) * f + 64) >> 7)
+                                     : (a * (64 - f) + b * f + 32) >> 6);
+}
+
+// One byte of two pixels of a row and of the two below them.
+int32_t packedBox(int32_t a, int32_t b, int32_t c, int32_t d, bool blockForm) {
+  const auto mean = [](int32_t p, int32_t q) { return (p + q + 1) / 2; };
+  return blockForm ? mean(mean(a, c), mean(b, d)) : (a + b + c + d + 2) / 4;
+}
+
 }  // namespace
 
 TestPlane::TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap, Guard guard)
@@ -120,6 +138,67 @@ std::vector<uint8_t> scaledPlane(const PlaneView& src, int32_t width, int32_t he
   for (int32_t j = 0; j < height; ++j)
     for (int32_t i = 0; i < width; ++i)
       samples.push_back(static_cast<uint8_t>(sample(i, j)));
+  return samples;
+}
+
+int32_t PackedView::at(int64_t x, int64_t y, int32_t byte) const {
+  const int64_t column = left + std::clamp<int64_t>(x, 0, width - 1);
+  const int64_t row = top + std::clamp<int64_t>(y, 0, height - 1);
+  return plane.at(static_cast<int32_t>(column * bytesPerPixel + byte), static_cast<int32_t>(row));
+}
+
+std::vector<uint8_t> scaledPacked(const PackedView& src, int32_t width, int32_t height,
+                                  int32_t filter, bool plainRowsOnly) {
+  const Positions columns(src.width, width, filter);
+  const Positions rows(src.height, height, filter);
+  const auto isWhole = [](int64_t position) { return position % 65536 == 0; };
+  const auto isOdd = [](int64_t step) { return step / 65536 % 2 == 1; };
+  const bool wholeSteps = isWhole(columns.step) && isWhole(rows.step);
+  const bool isHalving = wholeSteps && columns.step == 131072 && !isOdd(rows.step);
+  const bool isOddRatio = wholeSteps && isOdd(columns.step) && isOdd(rows.step);
+  const bool rowsOnly = columns.step == 65536 && isWhole(columns.first);
+  const bool blendsRows = filter == 2 && src.height != height;
+  const int32_t boxBlock = src.bytesPerPixel == 3 ? 16 : 4;
+
+  const auto sample = [&](int32_t i, int32_t j, int32_t byte) -> int32_t {
+    const int64_t x = floorOf(columns.at(i));
+    const int64_t y = floorOf(rows.at(j));
+    const auto fraction = static_cast<int32_t>(rows.at(j) >> 8 & 255);
+    const auto at = [&](int64_t column, int64_t row) { return src.at(column, row, byte); };
+    if (isHalving) {
+      const int64_t left = 2 * int64_t{i}, right = left + 1;
+      if (filter == 0)
+        return at(right, y);
+      if (filter == 1)
+        return (at(left, y) + at(right, y) + 1) / 2;
+      return packedBox(at(left, y), at(right, y), at(left, y + 1), at(right, y + 1),
+                       !plainRowsOnly && i < width / boxBlock * boxBlock);
+    }
+    if (isOddRatio || (filter == 0 && !rowsOnly))
+      return at(x, y);
+    if (rowsOnly) {
+      const int64_t last = src.height > 1 ? (src.height - 1) * int64_t{65536} - 1 : 0;
+      const int64_t clamped = std::min(rows.at(j), last);
+      return blendedRows(at(i, floorOf(clamped)), at(i, floorOf(clamped) + 1),
+                         static_cast<int32_t>(clamped >> 8 & 255));
+    }
+    const auto filtered = [&](int32_t a, int32_t b) {
+      return filteredPackedColumn(a, b, columns.at(i), i, width, src.bytesPerPixel, plainRowsOnly);
+    };
+    if (!blendsRows)
+      return filtered(at(x, y), at(x + 1, y));
+    if (height > src.height)
+      return blendedRows(filtered(at(x, y), at(x + 1, y)), filtered(at(x, y + 1), at(x + 1, y + 1)),
+                         fraction);
+    return filtered(blendedRows(at(x, y), at(x, y + 1), fraction),
+                    blendedRows(at(x + 1, y), at(x + 1, y + 1), fraction));
+  };
+
+  std::vector<uint8_t> samples;
+  for (int32_t j = 0; j < height; ++j)
+    for (int32_t i = 0; i < width; ++i)
+      for (int32_t byte = 0; byte < src.bytesPerPixel; ++byte)
+        samples.push_back(static_cast<uint8_t>(sample(i, j, byte)));
   return samples;
 }
 

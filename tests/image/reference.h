@@ -44,6 +44,26 @@ struct PlaneView {
 std::vector<uint8_t> scaledPlane(const PlaneView& src, int32_t width, int32_t height,
                                  int32_t filter, bool plainRowsOnly = false);
 
+/// A part of an image of packed pixels; the plane that holds them counts its width in bytes. Pixels
+/// beyond the part are those of its edge.
+struct PackedView {
+  PackedView(const TestPlane& source, int32_t pixelBytes)
+      : plane(source),
+        bytesPerPixel(pixelBytes),
+        width(source.width / pixelBytes),
+        height(source.height) {}
+
+  int32_t at(int64_t x, int64_t y, int32_t byte) const;
+
+  const TestPlane& plane;
+  int32_t bytesPerPixel;
+  int32_t left = 0, top = 0, width, height;
+};
+
+/// The image at another size, byte by byte; filter by code.
+std::vector<uint8_t> scaledPacked(const PackedView& src, int32_t width, int32_t height,
+                                  int32_t filter, bool plainRowsOnly = false);
+
 struct Bgr {
   uint8_t b, g, r;
 };
