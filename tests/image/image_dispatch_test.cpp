@@ -33,15 +33,19 @@ namespace {
 using tavro::test::Content;
 using tavro::test::Guard;
 using tavro::test::holds;
+using tavro::test::PackedView;
 using tavro::test::PlaneView;
 using tavro::test::Random;
+using tavro::test::scaledPacked;
 using tavro::test::scaledPlane;
 using tavro::test::TestPlane;
 
-// A 4:2:0 image, each plane in guarded memory of its own; the unread fields hold junk.
+// A 4:2:0 image, each plane in guarded memory of its own, or one whose plane 0 holds packed pixels;
+// the unread fields hold junk.
 struct Frame {
-  Frame(int32_t width, int32_t height, Guard guard = Guard::behind)
-      : planes{{width, height, 3, guard},
+  Frame(int32_t width, int32_t height, Guard guard = Guard::behind, int32_t bytes = 1)
+      : bytesPerPixel(bytes),
+        planes{{width * bytes, height, 3, guard},
                {(width + 1) / 2, (height + 1) / 2, 2, guard},
                {(width + 1) / 2, (height + 1) / 2, 1, guard}} {}
 
@@ -51,7 +55,7 @@ struct Frame {
   }
   ImageDesc describe(ImageFormat format = ImageFormat::I420) {
     ImageDesc desc = {.planes = {planes[0].bytes.data(), noMemory.data(), noMemory.data()},
-                      .widths = {planes[0].width, -5, 1 << 30},
+                      .widths = {planes[0].width / bytesPerPixel, -5, 1 << 30},
                       .heights = {planes[0].height, 0, -1},
                       .strides = {planes[0].stride, INT32_MIN, INT32_MAX},
                       .format = format};
@@ -67,24 +71,43 @@ struct Frame {
     return holds(planes[0], poison) && holds(planes[1], poison) && holds(planes[2], poison);
   }
 
+  int32_t bytesPerPixel;
   TestPlane planes[3];
   tavro::test::GuardedBuffer<uint8_t> noMemory{0};  // its address is one that stops the program
 };
+
+int32_t bytesPerPixelOf(ImageFormat format) {
+  if (format <= ImageFormat::Packed32Fourth)
+    return 4;
+  return format <= ImageFormat::Bgr24 ? 3 : 1;
+}
 
 // The part `rect` of the frame, by scaleImage if it is the whole frame.
 void checkScaling(Frame& src, Frame& dst, const CropRect& rect, ImageFormat format,
                   int32_t filter) {
   const TestPlane& luma = src.planes[0];
-  SCOPED_TRACE(testing::Message() << luma.width << "x" << luma.height << " crop " << rect.x << ","
-                                  << rect.y << " " << rect.width << "x" << rect.height);
+  const int32_t width = luma.width / src.bytesPerPixel;
+  SCOPED_TRACE(testing::Message() << width << "x" << luma.height << " crop " << rect.x << ","
+                                  << rect.y << " " << rect.width << "x" << rect.height << " format "
+                                  << static_cast<int32_t>(format));
   const ImageDesc source = src.describe(format);
   ImageDesc target = dst.describe();
   target.format = static_cast<ImageFormat>(filter + 6);
   const auto code = static_cast<ScaleFilter>(filter);
-  const bool isWhole = rect.width == luma.width && rect.height == luma.height;
+  const bool isWhole = rect.width == width && rect.height == luma.height;
   ASSERT_EQ(
       isWhole ? scaleImage(source, target, code) : cropAndScaleImage(source, target, rect, code),
       0);
+  if (src.bytesPerPixel != 1) {
+    PackedView view(luma, src.bytesPerPixel);
+    view.left = rect.x;
+    view.top = rect.y;
+    view.width = rect.width;
+    view.height = rect.height;
+    ASSERT_TRUE(
+        holds(dst.planes[0], scaledPacked(view, target.widths[0], target.heights[0], filter)));
+    return;
+  }
   const auto half = [](int32_t n) { return (n + 1) / 2; };
   for (int n = 0; n < (format == ImageFormat::I420 ? 3 : 1); ++n) {
     const PlaneView view = n == 0 ? PlaneView(luma, rect.x, rect.y, rect.width, rect.height)
@@ -106,17 +129,20 @@ TEST(ImageDispatch, scalesAndCrops) {
     Frame dst(dstWidth, dstHeight);
     checkScaling(src, dst, {0, 0, width, height}, ImageFormat::I420, 2);
   }
-  for (int32_t i = 0; i < 400 && !HasFatalFailure(); ++i) {
+  for (int32_t i = 0; i < 600 && !HasFatalFailure(); ++i) {
     const int32_t width = random.between(1, 40), height = random.between(1, 40);
-    Frame src(width, height, random.chance(0.5) ? Guard::behind : Guard::inFront);
+    const ImageFormat formats[] = {ImageFormat::I420, ImageFormat::I420, ImageFormat::Gray8,
+                                   static_cast<ImageFormat>(random.between(0, 5))};
+    const ImageFormat format = formats[random.between(0, 3)];
+    const int32_t bytes = bytesPerPixelOf(format);
+    Frame src(width, height, random.chance(0.5) ? Guard::behind : Guard::inFront, bytes);
     src.fillRandom(random);
     CropRect rect = {random.between(0, width - 1), random.between(0, height - 1), 0, 0};
     rect.width = random.chance(0.3) ? width - rect.x : random.between(1, width - rect.x);
     rect.height = random.chance(0.3) ? height - rect.y : random.between(1, height - rect.y);
     Frame dst(random.chance(0.2) ? rect.width : random.between(1, 40),
-              random.chance(0.2) ? rect.height : random.between(1, 40));
-    checkScaling(src, dst, rect, random.chance(0.3) ? ImageFormat::Gray8 : ImageFormat::I420,
-                 random.between(0, 2));
+              random.chance(0.2) ? rect.height : random.between(1, 40), Guard::behind, bytes);
+    checkScaling(src, dst, rect, format, random.between(0, 2));
   }
 }
 
@@ -133,16 +159,18 @@ TEST(ImageDispatch, cropRectangles) {
                 -1)
           << rect.x << ' ' << rect.y << ' ' << rect.width << ' ' << rect.height;
   for (const CropRect& empty : {CropRect{3, 3, 0, 2}, {10, 8, 0, 0}, {3, 3, 2, 0}})
-    for (const ImageFormat format : {ImageFormat::I420, ImageFormat::Gray8})
+    for (const ImageFormat format :
+         {ImageFormat::I420, ImageFormat::Gray8, ImageFormat::Packed32, ImageFormat::Bgr24})
       EXPECT_EQ(cropAndScaleImage(src.describe(format), target, empty, ScaleFilter::Linear), -1);
   EXPECT_TRUE(dst.isUntouched());
   EXPECT_EQ(cropAndScaleImage(src.describe(), target, {6, 4, 4, 4}, ScaleFilter::Bilinear), 0);
 }
 
 TEST(ImageDispatch, refusesWithoutWriting) {
-  for (const ImageFormat format : {ImageFormat::I420, ImageFormat::Gray8}) {
-    Frame src(20, 20);
-    Frame dst(8, 8);
+  for (const ImageFormat format : {ImageFormat::I420, ImageFormat::Gray8, ImageFormat::Packed32,
+                                   ImageFormat::Packed24, ImageFormat::Bgr24}) {
+    Frame src(20, 20, Guard::behind, bytesPerPixelOf(format));
+    Frame dst(8, 8, Guard::behind, bytesPerPixelOf(format));
     ImageDesc source = src.describe(format);
     ImageDesc target = dst.describe();
     const auto expectRefusal = [&](int64_t what, ScaleFilter filter = ScaleFilter::Bilinear) {

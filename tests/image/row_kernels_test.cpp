@@ -15,7 +15,10 @@ TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
     return std::vector{address(chooseCopyRow(blocks * 32 + rest)),
                        address(chooseInterpolateRows(blocks * 4 + rest, 4)),
                        address(chooseColumns(blocks * 8 + rest, 1)),
+                       address(chooseColumns(blocks * 4 + rest, 4)),
                        address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::Nearest)),
+                       address(chooseHalveRow(blocks * 16 + rest, 3, ScaleFilter::Bilinear)),
+                       address(chooseHalveRow(blocks * 4 + rest, 4, ScaleFilter::Bilinear)),
                        address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::Bilinear)),
                        address(chooseYuvRow(blocks * 8 + rest, PackMode::threeBytes))};
   };
@@ -39,10 +42,14 @@ TEST(RowKernels, widthsBelowOneDoNothing) {
     chooseCopyRow(width)(unread, &untouched, width);
     for (const int32_t fraction : {0, 128, 200})
       chooseInterpolateRows(width, 1)(&untouched, unread, 1, width, fraction);
-    for (ColumnsRow* columns : {chooseColumns(width, 1), sampleColumns, doubleColumns})
+    for (ColumnsRow* columns :
+         {chooseColumns(width, 1), chooseColumns(width, 3), chooseColumns(width, 4), sampleColumns,
+          sampleColumns24, sampleColumns32, doubleColumns})
       columns(&untouched, unread, width, 0, 1);
     for (const int32_t filter : {0, 1, 2})
-      chooseHalveRow(width, 1, static_cast<ScaleFilter>(filter))(unread, 1, &untouched, width);
+      for (const int32_t bytes : {1, 3, 4})
+        chooseHalveRow(width, bytes, static_cast<ScaleFilter>(filter))(unread, 1, &untouched,
+                                                                       width);
     for (const int32_t mode : {1, 2, 3})
       chooseYuvRow(width, static_cast<PackMode>(mode))(unread, unread, unread, &untouched,
                                                        yuvTableBgr, width);
