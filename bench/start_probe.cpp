@@ -26,15 +26,20 @@
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the C library's own name
 extern "C" void* __libc_malloc(size_t size);
+extern "C" void* __libc_memalign(size_t alignment, size_t size);
 
 namespace {
 thread_local int64_t allocationCount = 0;
 }
 
-// The module finds this one before the C library's, so that its allocations are counted.
+// The module finds these before the C library's, so that its allocations are counted.
 extern "C" void* malloc(size_t size) {
   ++allocationCount;
   return __libc_malloc(size);
+}
+extern "C" void* aligned_alloc(size_t alignment, size_t size) {
+  ++allocationCount;
+  return __libc_memalign(alignment, size);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
