@@ -96,8 +96,8 @@ LayerCase drawCase(Random& random) {
     }
   } while (!tavro::test::deriveOutputSize(p) ||
            tavro::test::termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
-  c.input = drawValues(static_cast<size_t>(p.inputH * p.inputW * p.inputC), random);
-  c.weights = drawValues(static_cast<size_t>(p.outputC * tavro::test::termCount(p)), random);
+  c.input = drawValues(tavro::test::inputExtents(p).count(), random);
+  c.weights = drawValues(tavro::test::weightExtents(p).count(), random);
   if (random.chance(0.7))
     c.bias = drawValues(static_cast<size_t>(p.outputC), random);
   c.isPicture = random.chance(p.inputC == 3 || p.inputC == 1 ? 0.5 : 0.05);
@@ -127,7 +127,7 @@ bool mayRefuse(const LayerCase& c) {
 
 std::vector<float> channelsFirst(const LayerCase& c) {
   const ConvProblem& p = c.sizes;
-  const auto taps = static_cast<size_t>(p.kernelH * p.kernelW);
+  const auto taps = static_cast<size_t>(p.kernelH) * static_cast<size_t>(p.kernelW);
   const auto channels = static_cast<size_t>(p.inputC / p.group);
   std::vector<float> turned(c.weights.size());
   for (size_t i = 0; i < turned.size(); ++i) {
@@ -142,14 +142,13 @@ std::vector<float> channelsFirst(const LayerCase& c) {
 void build(SmallNet& small, const LayerCase& c) {
   const ConvProblem& p = c.sizes;
   if (c.isPicture) {
-    Tensor& picture = small.addPicture("x", {1, p.inputH, p.inputW, p.inputC}, c.bytes);
+    Tensor& picture = small.addPicture("x", tavro::test::inputExtents(p), c.bytes);
     picture.mean[0] = 127;
     picture.scale[0] = 1.0F / 128;
   } else {
-    small.addInput("x", {1, p.inputH, p.inputW, p.inputC}, c.input);
+    small.addInput("x", tavro::test::inputExtents(p), c.input);
   }
-  small.addConstant("weight", {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group},
-                    channelsFirst(c));
+  small.addConstant("weight", tavro::test::weightExtents(p), channelsFirst(c));
   if (!c.bias.empty())
     small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias);
   small.addLayer({.type = c.isDepthwise ? "DepthwiseConv" : "Conv",
@@ -178,7 +177,7 @@ BoundedValue withActivation(BoundedValue sum, int32_t kind) {
 
 void checkOutput(const LayerCase& c, const std::vector<float>& output) {
   const ConvProblem& p = c.sizes;
-  ASSERT_EQ(output.size(), static_cast<size_t>(p.outputH * p.outputW * p.outputC));
+  ASSERT_EQ(output.size(), tavro::test::outputExtents(p).count());
   const ConvOperands operands = {c.input.data(), c.weights.data(),
                                  c.bias.empty() ? nullptr : c.bias.data()};
   for (int32_t i = 0; std::cmp_less(i, output.size()); ++i) {

@@ -96,7 +96,8 @@ TEST(ConvSelection, modelTakesTheseKernels) {
     small.net.addConstants(modelTensors());
     small.net.addLayers(modelLayers());
     small.net.env->rewriteGraph(&small.net);
-    small.addPicture(modelInput, {1, 192, 192, 3}, std::vector<uint8_t>(192 * 192 * 3, 100));
+    const tavro::test::Extents image = {1, 192, 192, 3};
+    small.addPicture(modelInput, image, std::vector<uint8_t>(image.count(), 100));
     ASSERT_TRUE(small.compute());
 
     std::map<std::string, const core::Conv*> convolutions;

@@ -16,6 +16,7 @@
 #include "engine/cpu_info.h"
 #include "engine/weight_packing.h"
 #include "tests/kernels/conv_reference.h"
+#include "tests/kernels/extents.h"
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/swept_kernels.h"
 #include "tests/support/guarded_buffer.h"
@@ -138,8 +139,8 @@ Case drawCase(const ConvKernel& kernel, const ConvProblem& geometry, Random& ran
   Case c;
   ConvProblem& p = c.problem = geometry;
   c.content = drawContent(random);
-  fill(c.input, static_cast<size_t>(p.inputH * p.inputW * p.inputC), c.content, random);
-  fill(c.weights, static_cast<size_t>(p.outputC * tavro::test::termCount(p)), c.content, random);
+  fill(c.input, tavro::test::inputExtents(p).count(), c.content, random);
+  fill(c.weights, tavro::test::weightExtents(p).count(), c.content, random);
   if (random.chance(0.8))
     fill(c.bias.emplace(), static_cast<size_t>(p.outputC), c.content, random);
   if (kernel.reads == ConvInput::floats)
@@ -171,7 +172,7 @@ struct GuardedOperands {
         bytes(c.bytes.size(), guard),
         weights(*packedElementCount(extents(c), kernel.weightLayout) + spareFloats, guard),
         bias(static_cast<size_t>(c.problem.outputC) + spareFloats, guard),
-        output(outputCount(c) + spareFloats, guard) {
+        output(tavro::test::outputExtents(c.problem).count() + spareFloats, guard) {
     std::ranges::copy(c.input, input.begin());
     std::ranges::copy(c.bytes, bytes.begin());
     std::ranges::fill(weights, spareValue);
@@ -182,12 +183,9 @@ struct GuardedOperands {
       std::ranges::copy(*c.bias, bias.begin());
   }
 
-  static size_t outputCount(const Case& c) {
-    return static_cast<size_t>(c.problem.outputH * c.problem.outputW * c.problem.outputC);
-  }
   static TensorExtents extents(const Case& c) {
-    const ConvProblem& p = c.problem;
-    return {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group};
+    const auto [n, h, w, channels] = tavro::test::weightExtents(c.problem);
+    return {n, h, w, channels};
   }
   bool intact() const { return output.intact(); }
   /// True if the spare room behind the output is as it was.

@@ -281,7 +281,8 @@ TEST(NetPass, keepsNamesOfInputsAndOutputsOnce) {
 
 // A first layer like the model's, and a layer without parameters to tell.
 void addLabelled(SmallNet& small) {
-  small.addPicture("picture", {1, 192, 192, 3}, std::vector<uint8_t>(192 * 192 * 3, 1));
+  const tavro::test::Extents image = {1, 192, 192, 3};
+  small.addPicture("picture", image, std::vector<uint8_t>(image.count(), 1));
   small.addConstant("w", {16, 3, 3, 3}, Values(432, 0.5F));
   small.addLayer({.type = "Conv",
                   .io = {"picture", "235"},

@@ -167,8 +167,8 @@ Reduced reduceWindow(const ConvProblem& p, const std::vector<float>& input, int3
       const int32_t column = x * p.strideW - p.padLeft + kx * p.dilationW;
       if (row < 0 || row >= p.inputH || column < 0 || column >= p.inputW)
         continue;
-      const float value =
-          input[static_cast<size_t>((row * p.inputW + column) * p.inputC + channel)];
+      const int32_t index = (row * p.inputW + column) * p.inputC + channel;
+      const float value = input[static_cast<size_t>(index)];
       ++reduced.count;
       reduced.sum += value;
       reduced.magnitude += std::abs(value);
@@ -180,7 +180,7 @@ Reduced reduceWindow(const ConvProblem& p, const std::vector<float>& input, int3
 // A mean of k values is off by at most the k roundings of its sum and two more.
 void checkPooled(const ConvProblem& p, bool isMean, const std::vector<float>& input,
                  const std::vector<float>& output) {
-  ASSERT_EQ(output.size(), static_cast<size_t>(p.outputH * p.outputW * p.inputC));
+  ASSERT_EQ(output.size(), (Extents{1, p.outputH, p.outputW, p.inputC}.count()));
   for (int32_t y = 0, i = 0; y < p.outputH; ++y)
     for (int32_t x = 0; x < p.outputW; ++x)
       for (int32_t channel = 0; channel < p.inputC; ++channel, ++i) {
@@ -238,9 +238,10 @@ TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
 
 TEST(Pooling, globalMeanCoversTheImage) {
   SmallNet small;
-  std::vector<float> input(5 * 7 * 3);
+  const Extents image = {1, 5, 7, 3};
+  std::vector<float> input(image.count());
   std::iota(input.begin(), input.end(), 0.0F);
-  small.addInput("x", {1, 5, 7, 3}, input);
+  small.addInput("x", image, input);
   ConvProblem p;
   p.strideW = p.padTop = 2;
   const auto layer = makePooling("GlobalAveragePool", p, small);
@@ -283,8 +284,8 @@ struct Product {
 
 void checkProduct(const Product& g, Random& random) {
   const auto [m, k, n, transA, transB, layoutA, layoutB] = g;
-  const std::vector<float> a = drawValues(static_cast<size_t>(m * k), random);
-  const std::vector<float> b = drawValues(static_cast<size_t>(k * n), random);
+  const std::vector<float> a = drawValues(Extents{1, 1, m, k}.count(), random);
+  const std::vector<float> b = drawValues(Extents{1, 1, k, n}.count(), random);
   const int32_t length = n != 1 ? n : m;
   const bool hasBias = random.chance(0.6);
   const std::vector<float> bias = hasBias ? drawValues(static_cast<size_t>(length), random)

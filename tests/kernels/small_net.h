@@ -11,6 +11,7 @@
 
 #include "engine/cpu_info.h"
 #include "engine/net.h"
+#include "tests/kernels/extents.h"
 
 namespace tavro::test {
 
@@ -19,16 +20,6 @@ using TavroRTC::FDModule::Layer;
 using TavroRTC::FDModule::LayerRow;
 using TavroRTC::FDModule::Net;
 using TavroRTC::FDModule::Tensor;
-
-/// n, h, w, c.
-struct Extents {
-  int32_t n = 1;
-  int32_t h = 1;
-  int32_t w = 1;
-  int32_t c = 1;
-
-  size_t count() const { return static_cast<size_t>(n * h * w * c); }
-};
 
 /// The environment of the machine, without the report that each new one prints.
 class QuietEnv : public TavroRTC::FDModule::core::RunEnv {
