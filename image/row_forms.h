@@ -44,6 +44,7 @@ InterpolateRows interpolateRows;
 ColumnsRow filterColumns;
 HalveRow halveRowPoint;
 HalveRow halveRowBox;
+BlendColumnsRow blendColumns;
 ColumnsRow filterColumns24;  // takes any width: its last pixels are a matter of its own
 ColumnsRow filterColumns32;
 HalveRow halveRowBox24;

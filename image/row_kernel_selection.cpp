@@ -102,6 +102,11 @@ ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel) {
   return choose(filterColumnsKernels, bytesPerPixel, dstWidth);
 }
 
+BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel) {
+  const bool isThere = bytesPerPixel == 1 && dstWidth % ssse3::columnsBlock == 0 && blockFormsRun();
+  return isThere ? ssse3::blendColumns : nullptr;
+}
+
 HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter) {
   return choose(halveKernels, halveCode(filter, bytesPerPixel), dstWidth);
 }

@@ -39,6 +39,12 @@ using InterpolateRows = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStri
 ///                         a + (((b - a) * f + 64) >> 7), f the upper 7 bits
 using ColumnsRow = void(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 
+/// interpolateRows and filterColumns in one, in block form, for columns so far apart that most of
+/// an interpolated row would never be read: it blends just the samples that the columns take. The
+/// bytes are those of the two passes.
+using BlendColumnsRow = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride,
+                             int32_t fraction, int32_t dstWidth, int32_t x, int32_t dx);
+
 /// Two samples to one, by ScaleFilter:
 ///   nearest   the second of the two
 ///   linear    (a + b + 1) >> 1
@@ -56,6 +62,8 @@ using YuvRow = void(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_
 CopyRow* chooseCopyRow(int32_t bytes);
 InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel);
 ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
+/// Null for a width that isn't a whole number of blocks, too.
+BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel);
 HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
 YuvRow* chooseYuvRow(int32_t width, PackMode packMode);
 

@@ -17,22 +17,35 @@ void averageRows(uint8_t* dst, const uint8_t* top, const uint8_t* bottom, int32_
     store16(dst + i, _mm_avg_epu8(load16(top + i), load16(bottom + i)));
 }
 
-// The multiplication pairs unsigned with signed bytes, and the weights, up to 255, need the
-// unsigned side. So the samples move down by 128, which makes the sums 32768 too low: they fit 16
-// bits, and the rounding term makes up for it.
+// Blends 16 samples of two rows, `fraction` of 1 to 255 parts in 256 of the lower one. The
+// multiplication pairs unsigned with signed bytes, and the weights, up to 255, need the unsigned
+// side. So the samples move down by 128, which makes the sums 32768 too low: they fit 16 bits, and
+// the rounding term makes up for it.
+class RowBlend {
+ public:
+  explicit RowBlend(int32_t fraction)
+      : weights_(_mm_set1_epi16(static_cast<int16_t>(fraction << 8 | (256 - fraction)))) {}
+
+  __m128i operator()(__m128i top, __m128i bottom) const {
+    const __m128i toSigned = _mm_set1_epi8(-128);
+    const __m128i rounding = _mm_set1_epi16(static_cast<int16_t>(32768 + 128));
+    const __m128i a = _mm_xor_si128(top, toSigned);
+    const __m128i b = _mm_xor_si128(bottom, toSigned);
+    const __m128i low = _mm_maddubs_epi16(weights_, _mm_unpacklo_epi8(a, b));
+    const __m128i high = _mm_maddubs_epi16(weights_, _mm_unpackhi_epi8(a, b));
+    return _mm_packus_epi16(_mm_srli_epi16(_mm_add_epi16(low, rounding), 8),
+                            _mm_srli_epi16(_mm_add_epi16(high, rounding), 8));
+  }
+
+ private:
+  __m128i weights_;
+};
+
 void blendRows(uint8_t* dst, const uint8_t* top, const uint8_t* bottom, int32_t bytes,
                int32_t fraction) {
-  const __m128i weights = _mm_set1_epi16(static_cast<int16_t>(fraction << 8 | (256 - fraction)));
-  const __m128i toSigned = _mm_set1_epi8(-128);
-  const __m128i rounding = _mm_set1_epi16(static_cast<int16_t>(32768 + 128));
-  for (int32_t i = 0; i < bytes; i += interpolateBlock) {
-    const __m128i a = _mm_xor_si128(load16(top + i), toSigned);
-    const __m128i b = _mm_xor_si128(load16(bottom + i), toSigned);
-    const __m128i low = _mm_maddubs_epi16(weights, _mm_unpacklo_epi8(a, b));
-    const __m128i high = _mm_maddubs_epi16(weights, _mm_unpackhi_epi8(a, b));
-    store16(dst + i, _mm_packus_epi16(_mm_srli_epi16(_mm_add_epi16(low, rounding), 8),
-                                      _mm_srli_epi16(_mm_add_epi16(high, rounding), 8)));
-  }
+  const RowBlend blend(fraction);
+  for (int32_t i = 0; i < bytes; i += interpolateBlock)
+    store16(dst + i, blend(load16(top + i), load16(bottom + i)));
 }
 
 // The sample at `position` and its right neighbour, in one load.
@@ -53,6 +66,26 @@ __m128i gatherPairs(const uint8_t* src, int64_t position, int64_t dx) {
   low = _mm_insert_epi16(low, loadPair(src, position + 3 * dx), 3);
   high = _mm_insert_epi16(high, loadPair(src, position + 7 * dx), 3);
   return _mm_unpacklo_epi64(low, high);
+}
+
+// Weights eight pairs of neighbours at a time by the fractions of their positions, block after
+// block along a row. `takePairs` gives the pairs of the block that begins at a position.
+template <typename TakePairs>
+void filterPairs(uint8_t* dst, int32_t dstWidth, int32_t x, int32_t dx, TakePairs takePairs) {
+  const __m128i allBits = _mm_set1_epi16(127);
+  const __m128i step = _mm_set1_epi16(static_cast<int16_t>(dx));
+  const __m128i blockStep = _mm_slli_epi16(step, 3);
+  __m128i fractions = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(x)),
+                                    _mm_mullo_epi16(step, _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
+  int64_t position = x;
+  for (int32_t i = 0; i < dstWidth; i += columnsBlock) {
+    const __m128i f = _mm_srli_epi16(fractions, 9);
+    const __m128i weights = _mm_or_si128(_mm_xor_si128(f, allBits), _mm_slli_epi16(f, 8));
+    const __m128i sums = _mm_maddubs_epi16(takePairs(position), weights);
+    store8(dst + i, _mm_packus_epi16(_mm_srli_epi16(sums, 7), sums));
+    fractions = _mm_add_epi16(fractions, blockStep);
+    position += int64_t{columnsBlock} * dx;
+  }
 }
 
 // Eight pixels of each output byte, in 16 bits and not yet clamped.
@@ -127,20 +160,21 @@ void interpolateRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int3
 // The weights of a pair are 127 - f and f, so that both are signed bytes; 127 - f is f with its 7
 // bits inverted. The fractions of all eight positions live in one vector of their own.
 void filterColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
-  const __m128i allBits = _mm_set1_epi16(127);
-  const __m128i step = _mm_set1_epi16(static_cast<int16_t>(dx));
-  const __m128i blockStep = _mm_slli_epi16(step, 3);
-  __m128i fractions = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(x)),
-                                    _mm_mullo_epi16(step, _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
-  int64_t position = x;
-  for (int32_t i = 0; i < dstWidth; i += columnsBlock) {
-    const __m128i f = _mm_srli_epi16(fractions, 9);
-    const __m128i weights = _mm_or_si128(_mm_xor_si128(f, allBits), _mm_slli_epi16(f, 8));
-    const __m128i sums = _mm_maddubs_epi16(gatherPairs(src, position, dx), weights);
-    store8(dst + i, _mm_packus_epi16(_mm_srli_epi16(sums, 7), sums));
-    fractions = _mm_add_epi16(fractions, blockStep);
-    position += int64_t{columnsBlock} * dx;
+  filterPairs(dst, dstWidth, x, dx,
+              [&](int64_t position) { return gatherPairs(src, position, dx); });
+}
+
+void blendColumns(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t fraction,
+                  int32_t dstWidth, int32_t x, int32_t dx) {
+  if (fraction == 0) {
+    filterColumns(dst, src, dstWidth, x, dx);
+    return;
   }
+  const uint8_t* below = src + srcStride;
+  const RowBlend blend(fraction);
+  filterPairs(dst, dstWidth, x, dx, [&](int64_t position) {
+    return blend(gatherPairs(src, position, dx), gatherPairs(below, position, dx));
+  });
 }
 
 void halveRowPoint(const uint8_t* src, ptrdiff_t /*srcStride*/, uint8_t* dst, int32_t dstWidth) {

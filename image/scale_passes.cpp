@@ -31,6 +31,9 @@ class ColumnFilter {
     return !leavesRow_ || edgedRow_.allocate(srcBytes_);
   }
 
+  /// Whether a kernel must not be given the rows as they are.
+  bool leavesRow() const { return leavesRow_; }
+
   void run(uint8_t* dst, const uint8_t* row) {
     kernel_(dst, leavesRow_ ? withEdges(row) : row, dstWidth_, x_, dx_);
   }
@@ -68,6 +71,9 @@ struct ColumnSpan {
   }
 };
 
+// From this step on the columns take less than every sample of a row.
+constexpr int32_t farApart = 2 << 16;
+
 }  // namespace
 
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
@@ -85,12 +91,22 @@ bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
   const int32_t spanBytes = span.width * bytesPerPixel;
   ColumnFilter columns(span.width, dst.width, slopes.x - (span.first << 16), slopes.dx,
                        bytesPerPixel);
+  const ptrdiff_t firstByte = ptrdiff_t{span.first} * bytesPerPixel;
+  if (blendsRows && !columns.leavesRow() && slopes.dx >= farApart) {
+    if (BlendColumnsRow* blendColumns = chooseBlendColumns(dst.width, bytesPerPixel)) {
+      int64_t y = slopes.y;
+      for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy)
+        blendColumns(dst.row(i), src.row(sampleIndex(y)) + firstByte, src.stride, rowFraction(y),
+                     dst.width, slopes.x - (span.first << 16), slopes.dx);
+      return true;
+    }
+  }
+
   WorkRow work;
   if (!columns.prepare() || (blendsRows && !work.allocate(spanBytes)))
     return false;
 
   InterpolateRows* interpolateRows = chooseInterpolateRows(span.width, bytesPerPixel);
-  const ptrdiff_t firstByte = ptrdiff_t{span.first} * bytesPerPixel;
   // Starting inside the first step, the positions stay above the last row, or on it where rows are
   // not blended: there always is a row below.
   int64_t y = slopes.y;
