@@ -1,0 +1,48 @@
+#pragma once
+
+// Picture: one picture in memory, its planes one after the other without gaps, as in a raw file.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/image_app/catalog.h"
+
+namespace tavro::host::image {
+
+struct Size {
+  int32_t width = 0;
+  int32_t height = 0;
+};
+
+/// Pictures beyond these are refused, long before a size overflows or memory runs out.
+inline constexpr int32_t maximumSide = 32767;
+inline constexpr int64_t maximumPixels = int64_t{1} << 28;
+
+bool isAllowed(Size size);
+/// "640x480".
+std::string asText(Size size);
+/// The bytes of a picture of an allowed size.
+int64_t byteCount(const PictureFormat& format, Size size);
+
+class Picture {
+ public:
+  /// Black, or what zeros are in the format. The size must be allowed; the format must outlive the
+  /// picture.
+  Picture(const PictureFormat& format, Size size);
+
+  const PictureFormat& format() const { return *format_; }
+  Size size() const { return size_; }
+  std::vector<uint8_t>& bytes() { return bytes_; }
+  const std::vector<uint8_t>& bytes() const { return bytes_; }
+
+  /// The planes for the image subsystem; good as long as the picture is.
+  TavroRTC::FDModule::ImageDesc desc();
+
+ private:
+  const PictureFormat* format_;
+  Size size_;
+  std::vector<uint8_t> bytes_;
+};
+
+}  // namespace tavro::host::image

@@ -1,0 +1,119 @@
+#include "host/image_app/picture_file.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+#include "host/image_app/file_bytes.h"
+
+namespace tavro::host::image {
+namespace {
+
+// Room for the largest picture even where it doesn't compress at all.
+constexpr int64_t maximumPngBytes = maximumPixels * 5;
+
+// libpng's record of one picture, released at the end of the scope.
+struct PngImage {
+  png_image image = {};
+
+  PngImage() { image.version = PNG_IMAGE_VERSION; }
+  ~PngImage() { png_image_free(&image); }
+  PngImage(const PngImage&) = delete;
+  PngImage& operator=(const PngImage&) = delete;
+};
+
+// Negative strides would mean bottom-up; here rows follow each other from the top.
+constexpr png_int_32 tightRows = 0;
+
+std::optional<Picture> readRaw(const std::string& path, const PictureFormat& format, Size size,
+                               std::string& error) {
+  const int64_t expected = byteCount(format, size);
+  auto bytes = readBytes(path, expected + 1, error);
+  if (!bytes.has_value())
+    return std::nullopt;
+  const auto found = static_cast<int64_t>(bytes->size());
+  if (found != expected) {
+    const std::string amount = found > expected ? "more bytes" : std::to_string(found) + " bytes";
+    error = path + " has " + amount + ", a picture of " + asText(size) + " " +
+            std::string(format.name) + " has " + std::to_string(expected);
+    return std::nullopt;
+  }
+  Picture picture(format, size);
+  picture.bytes() = std::move(*bytes);
+  return picture;
+}
+
+std::optional<Picture> readPng(const std::string& path, const PictureFormat& format,
+                               std::string& error) {
+  const auto bytes = readBytes(path, maximumPngBytes, error);
+  if (!bytes.has_value())
+    return std::nullopt;
+  const auto refuse = [&](const std::string& reason) {
+    error = path + ": " + reason;
+    return std::nullopt;
+  };
+
+  PngImage png;
+  png_image& image = png.image;
+  if (png_image_begin_read_from_memory(&image, bytes->data(), bytes->size()) == 0)
+    return refuse(image.message);
+  if (image.width > uint32_t{maximumSide} || image.height > uint32_t{maximumSide})
+    return refuse("the picture is too large");
+  const Size size = {static_cast<int32_t>(image.width), static_cast<int32_t>(image.height)};
+  if (!isAllowed(size))
+    return refuse("the picture is too large");
+  // libpng would weigh the colours in its own way, which is none of the conversions.
+  const bool hasColours = (image.format & PNG_FORMAT_FLAG_COLOR) != 0;
+  if (hasColours && (*format.pngFormat & PNG_FORMAT_FLAG_COLOR) == 0)
+    return refuse("has colours; read it as rgb24 and convert that to " + std::string(format.name));
+
+  image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
+  image.format = *format.pngFormat;
+  Picture picture(format, size);
+  const png_color black = {0, 0, 0};
+  if (png_image_finish_read(&image, &black, picture.bytes().data(), tightRows, nullptr) == 0)
+    return refuse(image.message);
+  return picture;
+}
+
+bool writePng(const std::string& path, const Picture& picture, std::string& error) {
+  PngImage png;
+  png_image& image = png.image;
+  image.width = static_cast<uint32_t>(picture.size().width);
+  image.height = static_cast<uint32_t>(picture.size().height);
+  image.format = *picture.format().pngFormat;
+
+  // In memory first: what can't be encoded leaves no file behind.
+  std::vector<uint8_t> file(PNG_IMAGE_PNG_SIZE_MAX(image));
+  png_alloc_size_t size = file.size();
+  if (png_image_write_to_memory(&image, file.data(), &size, 0, picture.bytes().data(), tightRows,
+                                nullptr) == 0) {
+    error = "can't encode " + path + ": " + image.message;
+    return false;
+  }
+  file.resize(size);
+  return writeBytes(path, file, error);
+}
+
+}  // namespace
+
+bool isPngName(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return extension == ".png";
+}
+
+std::optional<Picture> readPicture(const std::string& path, const PictureFormat& format,
+                                   Size rawSize, std::string& error) {
+  return isPngName(path) ? readPng(path, format, error) : readRaw(path, format, rawSize, error);
+}
+
+bool writePicture(const std::string& path, const Picture& picture, std::string& error) {
+  return isPngName(path) ? writePng(path, picture, error)
+                         : writeBytes(path, picture.bytes(), error);
+}
+
+}  // namespace tavro::host::image
