@@ -25,6 +25,7 @@ struct CpuInfo {
   uint32_t extendedEcx = 0;
   uint32_t extendedEdx = 0;
 
+  bool hasSsse3() const { return (leaf1Ecx & (1U << 9)) != 0; }
   bool hasAvx512F() const { return (leaf7Ebx & (1U << 16)) != 0; }
   bool hasAvx2() const { return (leaf7Ebx & (1U << 5)) != 0; }
   bool hasAvx() const { return (leaf1Ecx & (1U << 28)) != 0; }

@@ -41,7 +41,8 @@ struct FaceRectSequence {
 };
 
 /// One video frame of the host: three separate 8-bit planes Y, U, V in 4:2:0 sampling. The chroma
-/// planes hold (width + 1) / 2 by (height + 1) / 2 samples, and both have the stride of plane 1.
+/// planes hold (width + 1) / 2 by (height + 1) / 2 samples, and both have the stride of plane 1, which
+/// is at least the width of such a row.
 /// The module reads the frame during the call only, and writes none of it.
 class HostFrame {
  public:

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <memory>
 
+#include "engine/cpu_info.h"
 #include "engine/log.h"
 #include "engine/model/model_tables.h"
 #include "engine/net.h"
@@ -54,7 +55,8 @@ float* outputValues(Net& net, const std::string& name, uint64_t valuesPerPrior) 
 }  // namespace
 
 Impl* createImpl(int32_t backend, int32_t /*precision*/) {
-  if (backend != processorBackend)
+  // The picture's rows are SSSE3 code; other code for them would give other bytes.
+  if (backend != processorBackend || !cpuInfo().hasSsse3())
     return nullptr;
   auto env = std::make_unique<x86::RunEnv>();
   auto impl = std::make_unique<Impl>(env.get());
