@@ -1,7 +1,10 @@
 #!/usr/bin/python3
 """Prints the measurements as one Markdown table and draws them as a plot.
 
-    render.py RESULTS.json PLOT.svg
+    render.py RESULTS.json PLOT.svg [DOCUMENT.md]
+
+With a document, its text between the two lines that hold these markers is replaced by the tables:
+<!-- bench/report begins --> and <!-- bench/report ends -->
 """
 
 import json
@@ -92,13 +95,48 @@ def target_table(results):
     return markdown(lines)
 
 
+def kind_of(row):
+    """What a layer's kernel is like, for the sums."""
+    _, layer_type = row["name"].split()
+    if layer_type not in ("Conv", "DepthwiseConv"):
+        return "all others"
+    window, shapes = row["detail"].split(", ")
+    source, target = ([int(n) for n in shape.split("x")] for shape in shapes.split(" to "))
+    if source[2] == 3:
+        return "first convolution, from bytes"
+    if layer_type == "DepthwiseConv":
+        return f"depthwise, stride {2 if 's2' in window else 1}"
+    if window == "1x1":
+        return "1x1, 16 outputs and more" if target[2] >= 16 else "1x1, fewer outputs"
+    return "3x3"
+
+
+def kind_table(results):
+    """Sums over layers of the same kind, the longest first."""
+    layers = [row for row in results["rows"] if row["group"] == "layer"]
+    total_time = sum(row["time"]["median"] for row in layers)
+    total_work = sum(row.get("operations", 0) for row in layers)
+    lines = [["kinds of layers", "number", "time", "of the time", "of the work", "of bound"]]
+    groups = {}
+    for row in layers:
+        groups.setdefault(kind_of(row), []).append(row)
+    time_of = lambda rows: sum(row["time"]["median"] for row in rows)
+    for kind, rows in sorted(groups.items(), key=lambda item: -time_of(item[1])):
+        time = time_of(rows)
+        bound = sum(row["time"]["median"] * row.get("shareOfBound", 0) for row in rows)
+        work = sum(row.get("operations", 0) for row in rows)
+        shares = [percent(time / total_time), percent(work / total_work), percent(bound / time)]
+        lines.append([kind, str(len(rows)), time_text(time)] + shares)
+    return markdown(lines)
+
+
 def loss_table(results):
     """The layers that take most of the time above the bound."""
     lossy = lambda row: row["time"]["median"] * (1 - row.get("shareOfBound", 1))
     layers = sorted((r for r in results["rows"] if r["group"] == "layer"), key=lossy, reverse=True)
     total = sum(lossy(row) for row in layers if lossy(row) > 0)
     lines = [["layers furthest above their bound", "above it", "of all that is above"]]
-    for row in layers[:12]:
+    for row in layers[:8]:
         share = percent(lossy(row) / total) if total > 0 else ""
         lines.append([row_cells(row)[0], time_text(lossy(row)), share])
     return markdown(lines)
@@ -176,15 +214,25 @@ def draw(results):
     return plot.svg()
 
 
+def publish(text, document):
+    """Puts the tables between the document's markers."""
+    begin, end = (f"<!-- bench/report {word} -->" for word in ("begins", "ends"))
+    head, rest = document.read_text().split(begin)
+    tail = rest.split(end)[1]
+    document.write_text(f"{head}{begin}\n\n{text}\n\n{end}{tail}")
+
+
 def main():
-    if len(sys.argv) != 3:
+    if len(sys.argv) not in (3, 4):
         sys.exit(__doc__)
     results = json.loads(pathlib.Path(sys.argv[1]).read_text())
-    print(f"{results['processor']}, compiled by {results['compiler']}\n")
-    tables = [main_table, loss_table, target_table, check_table]
-    print("\n\n".join(table(results) for table in tables))
-    for note in results["notes"]:
-        print(f"\n{note}")
+    tables = [main_table, kind_table, loss_table, target_table, check_table]
+    parts = [f"{results['processor']}, {results['compiler']}"]
+    parts += [table(results) for table in tables] + results["notes"]
+    text = "\n\n".join(parts)
+    print(text)
+    if len(sys.argv) == 4:
+        publish(text, pathlib.Path(sys.argv[3]))
     pathlib.Path(sys.argv[2]).write_text(draw(results))
 
 

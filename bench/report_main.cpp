@@ -19,6 +19,12 @@ namespace {
 using namespace tavro::bench;
 using nlohmann::json;
 
+#ifdef __clang__
+constexpr const char* compiler = __VERSION__;
+#else
+constexpr const char* compiler = "GCC " __VERSION__;
+#endif
+
 json toJson(const Timing& timing) {
   return {{"median", timing.median},
           {"lowerQuartile", timing.lowerQuartile},
@@ -53,7 +59,7 @@ json toJson(const Report& report, const Row& row) {
 
 json toJson(const Report& report) {
   const auto& cpu = TavroRTC::FDModule::cpuInfo();
-  json result = {{"processor", cpu.brand},          {"compiler", __VERSION__},
+  json result = {{"processor", cpu.brand},          {"compiler", compiler},
                  {"peakGflops", report.peakGflops}, {"bestPeakGflops", report.bestPeakGflops},
                  {"gigahertz", report.gigahertz()}, {"notes", report.notes},
                  {"rows", json::array()},           {"quantities", json::array()},

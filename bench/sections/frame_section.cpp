@@ -1,6 +1,8 @@
 // Whole frames, as the host hands them to an instance: at the usual sizes beside OpenCV on the same
 // network, and on two cores at the same time.
 
+#include <time.h>
+
 #include <array>
 #include <barrier>
 #include <memory>
@@ -68,10 +70,28 @@ void measureSize(Report& report, const ReportOptions& options, FrameSize size) {
   report.rows.push_back(std::move(row));
 }
 
-/// Frames a second of an instance that has a core for a window of time.
-double framesPerSecond(Instance& instance, int core) {
+/// How many frames an instance does in a second of the clock, and in one of its own processor time,
+/// which leaves out what other programs take from the core.
+struct Rate {
+  double byClock = 0;
+  double byProcessor = 0;
+
+  Rate operator+(const Rate& other) const {
+    return {byClock + other.byClock, byProcessor + other.byProcessor};
+  }
+};
+
+double processorTime() {
+  timespec time = {};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+/// Lets an instance run on a core for a window of time.
+Rate runWindow(Instance& instance, int core) {
   pinToCore(core);
   instance.run();
+  const double processorStart = processorTime();
   const double start = now();
   double end = start;
   int frames = 0;
@@ -79,7 +99,18 @@ double framesPerSecond(Instance& instance, int core) {
     instance.run();
     end = now();
   }
-  return frames / (end - start) * 1e9;
+  return {frames / (end - start) * 1e9, frames / (processorTime() - processorStart) * 1e9};
+}
+
+/// Medians of the windows, by clock and by processor time.
+Rate medianOf(const std::vector<Rate>& rates) {
+  RunTimes byClock;
+  RunTimes byProcessor;
+  for (const Rate& rate : rates) {
+    byClock.push_back(rate.byClock);
+    byProcessor.push_back(rate.byProcessor);
+  }
+  return {summarize(byClock).median, summarize(byProcessor).median};
 }
 
 }  // namespace
@@ -96,31 +127,33 @@ void measureTwoCores(Report& report, const ReportOptions& options) {
   }
   Instance first(windowSize);
   Instance second(windowSize);
-  RunTimes alone;
-  RunTimes together;
+  std::vector<Rate> alone;
+  std::vector<Rate> together;
   for (int window = 0; window < options.rounds(usualWindows); ++window) {
     // Each core has its turn alone, since they needn't be equally fast.
-    double sum = 0;
+    std::array<Rate, 2> rates;
     for (size_t core = 0; core < 2; ++core)
-      std::thread([&] { sum += framesPerSecond(first, options.cores[core]); }).join();
-    alone.push_back(sum / 2);
+      std::thread([&] { rates[core] = runWindow(first, options.cores[core]); }).join();
+    alone.push_back(rates[0] + rates[1]);
 
     std::barrier start(2);
-    std::array<double, 2> rates = {};
     const auto run = [&](size_t lane, Instance& instance) {
       start.arrive_and_wait();
-      rates[lane] = framesPerSecond(instance, options.cores[lane]);
+      rates[lane] = runWindow(instance, options.cores[lane]);
     };
     std::thread other(run, 1, std::ref(second));
     std::thread(run, 0, std::ref(first)).join();
     other.join();
     together.push_back(rates[0] + rates[1]);
   }
-  const double one = summarize(alone).median;
-  const double two = summarize(together).median;
-  report.quantities.push_back({"one instance, 1280x720", one, "frames/s"});
-  report.quantities.push_back({"two instances on two cores, 1280x720", two, "frames/s"});
-  report.targets.push_back({"two instances on two cores", two / one, Goal::atLeast, 1.9, "x"});
+  const Rate sum = medianOf(alone);
+  const Rate both = medianOf(together);
+  report.quantities.push_back({"one instance, 1280x720", sum.byClock / 2, "frames/s"});
+  report.quantities.push_back({"two instances on two cores, 1280x720", both.byClock, "frames/s"});
+  report.quantities.push_back({"two instances on two cores, by their own processor time",
+                               2 * both.byProcessor / sum.byProcessor, "x"});
+  report.targets.push_back(
+      {"two instances on two cores", 2 * both.byClock / sum.byClock, Goal::atLeast, 1.9, "x"});
 }
 
 }  // namespace tavro::bench
