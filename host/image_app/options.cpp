@@ -219,7 +219,8 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
     return badUsage(fault.what());
   }
   if (list) {
-    std::fputs(listing().c_str(), stdout);
+    if (std::fputs(listing().c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+      return badUsage("the list can't be written");
     parsed.exitCode = exitSuccess;
     return parsed;
   }

@@ -209,8 +209,8 @@ ImageDesc descOf(std::string& bytes, const Format& format, int32_t w, int32_t h)
   auto* start = reinterpret_cast<uint8_t*>(bytes.data());
   const int32_t halfWidth = (w + 1) / 2, halfHeight = (h + 1) / 2;
   desc.planes[0] = start;
-  desc.planes[1] = start + w * h;
-  desc.planes[2] = desc.planes[1] + halfWidth * halfHeight;
+  desc.planes[1] = start + ptrdiff_t{w} * h;
+  desc.planes[2] = desc.planes[1] + ptrdiff_t{halfWidth} * halfHeight;
   desc.widths[0] = w;
   desc.heights[0] = h;
   desc.strides[0] = w * pixel;
@@ -218,10 +218,9 @@ ImageDesc descOf(std::string& bytes, const Format& format, int32_t w, int32_t h)
   return desc;
 }
 
-size_t byteCount(const Format& format, int32_t w, int32_t h) {
-  const size_t chroma =
-      format.name == "i420" ? size_t{2} * static_cast<size_t>(((w + 1) / 2) * ((h + 1) / 2)) : 0;
-  return static_cast<size_t>(w * h) * std::max<size_t>(1, format.letters.size()) + chroma;
+size_t byteCount(const Format& format, size_t w, size_t h) {
+  const size_t chroma = format.name == "i420" ? 2 * ((w + 1) / 2) * ((h + 1) / 2) : 0;
+  return w * h * std::max<size_t>(1, format.letters.size()) + chroma;
 }
 
 TEST_F(ImageApplication, ScalesAndCropsAsTheLibraryIsAskedTo) {
@@ -256,13 +255,13 @@ TEST_F(ImageApplication, ScalesAndCropsAsTheLibraryIsAskedTo) {
 
 TEST_F(ImageApplication, ACropWithoutASizeKeepsEverySample) {
   const std::string source = randomFile("in", byteCount(formats[6], width, height));
-  const auto cut = [&](int32_t start, int32_t stride, int32_t x, int32_t y, int32_t w, int32_t h) {
+  const auto cut = [&](size_t start, size_t stride, size_t x, size_t y, size_t w, size_t h) {
     std::string part;
-    for (int32_t row = y; row < y + h; ++row)
-      part += source.substr(static_cast<size_t>(start + row * stride + x), static_cast<size_t>(w));
+    for (size_t row = y; row < y + h; ++row)
+      part += source.substr(start + row * stride + x, w);
     return part;
   };
-  constexpr int32_t u = width * height, v = u + chromaWidth * chromaHeight;
+  constexpr size_t u = size_t{width} * height, v = u + size_t{chromaWidth} * chromaHeight;
   EXPECT_EQ(resultOf({"crop", "--format", "i420", "--size", size, "--rect", "4,2,9,5"}, "in"),
             cut(0, width, 4, 2, 9, 5) + cut(u, chromaWidth, 2, 1, 5, 3) +
                 cut(v, chromaWidth, 2, 1, 5, 3));
