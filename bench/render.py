@@ -170,7 +170,7 @@ class Plot:
         self.y += self.LINE + 4
 
     def bar(self, label, value, largest, color, note, inner=None):
-        room = self.WIDTH - self.LABEL - 190
+        room = self.WIDTH - self.LABEL - 250
         width = room * value / largest
         self.text(self.LABEL - 8, label, anchor="end")
         parts = [(width, color)] + ([(room * inner / largest, "#1b4f72")] if inner else [])
