@@ -2,6 +2,7 @@
 
 // Small pieces of shape inference that several operators share.
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -45,13 +46,11 @@ inline int32_t windowPositions(int32_t extent, int32_t kernel, int32_t dilation,
 /// negative.
 template <typename WindowLayer>
 bool areWindowParameters(const WindowLayer& layer) {
-  constexpr int32_t largest = 1 << 15;
-  for (const int32_t value :
-       {layer.kernelW, layer.kernelH, layer.padLeft, layer.padRight, layer.padTop, layer.padBottom,
-        layer.strideW, layer.strideH, layer.dilationW, layer.dilationH})
-    if (value < 0 || value > largest)
-      return false;
-  return true;
+  const int32_t values[] = {layer.kernelW,   layer.kernelH,   layer.padLeft, layer.padRight,
+                            layer.padTop,    layer.padBottom, layer.strideW, layer.strideH,
+                            layer.dilationW, layer.dilationH};
+  return std::ranges::all_of(values,
+                             [](int32_t value) { return value >= 0 && value <= (1 << 15); });
 }
 
 /// The label of a layer with a window, such as 3x3_s2x2_16x96x96x3: the kernel's height and width,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <type_traits>
 
 #include "engine/simd/conv_zones.h"
 #include "engine/simd/float4.h"
@@ -68,7 +69,7 @@ Value maximum(const Window& window, ptrdiff_t channel) {
 
 template <typename Value>
 void reduceChannels(const Window& window, float* output, int32_t channels, bool isMean) {
-  constexpr int32_t lanes = sizeof(Value) / sizeof(float);
+  constexpr int32_t lanes = std::is_same_v<Value, Float4> ? Float4::lanes : 1;
   for (int32_t channel = 0; channel < channels; channel += lanes)
     store(output + channel,
           isMean ? mean<Value>(window, channel) : maximum<Value>(window, channel));

@@ -41,9 +41,9 @@ struct FaceRectSequence {
 };
 
 /// One video frame of the host: three separate 8-bit planes Y, U, V in 4:2:0 sampling. The chroma
-/// planes hold (width + 1) / 2 by (height + 1) / 2 samples, and both have the stride of plane 1, which
-/// is at least the width of such a row.
-/// The module reads the frame during the call only, and writes none of it.
+/// planes hold (width + 1) / 2 by (height + 1) / 2 samples, and both have the stride of plane 1,
+/// which is at least the width of such a row. The module reads the frame during the call only, and
+/// writes none of it.
 class HostFrame {
  public:
   virtual const uint8_t* planeData(int32_t plane) const = 0;  ///< first sample of plane 0, 1 or 2
