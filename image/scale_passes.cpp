@@ -71,8 +71,9 @@ struct ColumnSpan {
   }
 };
 
-// From this step on the columns take less than every sample of a row.
-constexpr int32_t farApart = 2 << 16;
+// From this step on it costs more to blend whole rows, vector after vector, than to gather the
+// samples that the columns take from two rows instead of one.
+constexpr int32_t farApart = 8 << 16;
 
 }  // namespace
 

@@ -35,9 +35,10 @@ constexpr size_t mostBoxes = 6;
 struct Size {
   int32_t width, height;
 };
-constexpr Size frameSizes[] = {{1280, 720}, {1279, 719}, {641, 361}, {1, 1},     {16, 4096},
-                               {4096, 16},  {192, 192},  {383, 383}, {384, 384}, {192, 720},
-                               {1280, 192}, {100, 100},  {32768, 2}, {2, 32768}, {333, 500}};
+constexpr Size frameSizes[] = {{1280, 720}, {1279, 719}, {641, 361},  {1, 1},
+                               {16, 4096},  {4096, 16},  {192, 192},  {383, 383},
+                               {384, 384},  {192, 720},  {1280, 192}, {2560, 1440},
+                               {100, 100},  {32768, 2},  {2, 32768},  {333, 500}};
 
 /// The portrait stretched to a frame, on planes of exactly the samples that it has.
 class PortraitFrame {
