@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <iterator>
 
+#include "image/layout_conversion.h"
 #include "image/packed_scaler.h"
 #include "image/plane_scaler.h"
+#include "image/rgb_to_yuv.h"
 #include "image/work_row.h"
 #include "image/yuv_to_packed.h"
 
@@ -51,16 +53,16 @@ struct FormatRow {
 };
 
 constexpr FormatRow formats[] = {
-    {4, scalePackedPixels<4>},  // packed32
-    {4, scalePackedPixels<4>},  // packed32Second
-    {4, scalePackedPixels<4>},  // packed32Third
-    {4, scalePackedPixels<4>},  // packed32Fourth
-    {3, scalePackedPixels<3>},  // packed24
-    {3, scalePackedPixels<3>},  // bgr24
-    {1, scaleI420, true},       // i420
+    {4, scalePackedPixels<4>},  // Packed32
+    {4, scalePackedPixels<4>},  // Packed32Second
+    {4, scalePackedPixels<4>},  // Packed32Third
+    {4, scalePackedPixels<4>},  // Packed32Fourth
+    {3, scalePackedPixels<3>},  // Packed24
+    {3, scalePackedPixels<3>},  // Bgr24
+    {1, scaleI420, true},       // I420
     {},                         // 7
     {},                         // 8
-    {1, scaleGray},             // gray8
+    {1, scaleGray},             // Gray8
 };
 
 // ---- Cropping
@@ -136,39 +138,79 @@ int32_t i420ToPacked(const ImageDesc& src, const ImageDesc& dst) {
                              src.widths[0], src.heights[0], packMode);
 }
 
-// A known operation that has no converter yet is refused, which keeps a caller from taking the
-// untouched destination for a picture.
-int32_t notConverted(const ImageDesc& /*src*/, const ImageDesc& /*dst*/) {
-  return refused;
+template <PackedOp op>
+int32_t packedToPacked(const ImageDesc& src, const ImageDesc& dst) {
+  return convertPacked(src.planes[0], src.strides[0], dst.planes[0], dst.strides[0], src.widths[0],
+                       src.heights[0], op);
+}
+
+template <const PixelLayout& layout>
+int32_t toLuma(const ImageDesc& src, const ImageDesc& dst) {
+  return convertToLuma(src.planes[0], src.strides[0], dst.planes[0], dst.strides[0], src.widths[0],
+                       src.heights[0], chooseLumaRow(src.widths[0], layout));
+}
+
+// This one operation has always given the plain form's bytes, at every width.
+int32_t rgb24ToLuma(const ImageDesc& src, const ImageDesc& dst) {
+  return convertToLuma(src.planes[0], src.strides[0], dst.planes[0], dst.strides[0], src.widths[0],
+                       src.heights[0], plainLumaRow(rgb24));
+}
+
+template <const PixelLayout& layout>
+int32_t toI420(const ImageDesc& src, const ImageDesc& dst) {
+  return convertToI420(src.planes[0], src.strides[0], dst.planes[0], dst.strides[0], dst.planes[1],
+                       dst.strides[1], dst.planes[2], dst.strides[2], src.widths[0], src.heights[0],
+                       layout);
+}
+
+// Which of the three planes comes first among the pairs of the two-plane form.
+enum class FirstChroma { u = 1, v = 2 };
+
+template <FirstChroma firstChroma>
+int32_t i420ToNv(const ImageDesc& src, const ImageDesc& dst) {
+  constexpr auto first = static_cast<int32_t>(firstChroma);
+  constexpr int32_t second = 3 - first;
+  return convertI420ToNv(src.planes[0], src.strides[0], src.planes[first], src.strides[first],
+                         src.planes[second], src.strides[second], dst.planes[0], dst.strides[0],
+                         dst.planes[1], dst.strides[1], src.widths[0], src.heights[0]);
+}
+
+template <FirstChroma firstChroma>
+int32_t nvToI420(const ImageDesc& src, const ImageDesc& dst) {
+  constexpr auto first = static_cast<int32_t>(firstChroma);
+  constexpr int32_t second = 3 - first;
+  return convertNvToI420(src.planes[0], src.strides[0], src.planes[1], src.strides[1],
+                         dst.planes[0], dst.strides[0], dst.planes[first], dst.strides[first],
+                         dst.planes[second], dst.strides[second], src.widths[0], src.heights[0]);
 }
 
 constexpr Converter* converters[] = {
-    notConverted,                                            // packed24ToPacked32
-    notConverted,                                            // packed32ToPacked24
-    notConverted,                                            // packed24ToPacked32Swapped
+    packedToPacked<PackedOp::addOpaque>,                     // Packed24ToPacked32
+    packedToPacked<PackedOp::dropLast>,                      // Packed32ToPacked24
+    packedToPacked<PackedOp::addOpaqueSwapped>,              // Packed24ToPacked32Swapped
     nullptr,                                                 // 3
     nullptr,                                                 // 4
     nullptr,                                                 // 5
-    notConverted,                                            // bgr24ToLuma
-    notConverted,                                            // rgb24ToLuma
-    notConverted,                                            // bgra32ToLuma
-    notConverted,                                            // rgba32ToLuma
-    notConverted,                                            // rgb24ToI420
-    notConverted,                                            // bgr24ToI420
-    notConverted,                                            // rgba32ToI420
-    notConverted,                                            // bgra32ToI420
-    notConverted,                                            // argb32ToI420
-    notConverted,                                            // abgr32ToI420
-    i420ToPacked<FirstColour::blue, PackMode::threeBytes>,   // i420ToBgr24
-    i420ToPacked<FirstColour::red, PackMode::threeBytes>,    // i420ToRgb24
-    i420ToPacked<FirstColour::blue, PackMode::fourBytes>,    // i420ToBgra32
-    i420ToPacked<FirstColour::red, PackMode::fourBytes>,     // i420ToRgba32
-    i420ToPacked<FirstColour::blue, PackMode::opaqueFirst>,  // i420ToAbgr32
-    i420ToPacked<FirstColour::red, PackMode::opaqueFirst>,   // i420ToArgb32
-    notConverted,                                            // i420ToNv21
-    notConverted,                                            // i420ToNv12
-    notConverted,                                            // nv12ToI420
-    notConverted,                                            // nv21ToI420
+    toLuma<bgr24>,                                           // Bgr24ToLuma
+    rgb24ToLuma,                                             // Rgb24ToLuma
+    toLuma<bgra32>,                                          // Bgra32ToLuma
+    toLuma<rgba32>,                                          // Rgba32ToLuma
+    toI420<rgb24>,                                           // Rgb24ToI420
+    toI420<bgr24>,                                           // Bgr24ToI420
+    toI420<rgba32>,                                          // Rgba32ToI420
+    toI420<bgra32>,                                          // Bgra32ToI420
+    toI420<argb32>,                                          // Argb32ToI420
+    toI420<abgr32>,                                          // Abgr32ToI420
+    i420ToPacked<FirstColour::blue, PackMode::threeBytes>,   // I420ToBgr24
+    i420ToPacked<FirstColour::red, PackMode::threeBytes>,    // I420ToRgb24
+    i420ToPacked<FirstColour::blue, PackMode::fourBytes>,    // I420ToBgra32
+    i420ToPacked<FirstColour::red, PackMode::fourBytes>,     // I420ToRgba32
+    i420ToPacked<FirstColour::blue, PackMode::opaqueFirst>,  // I420ToAbgr32
+    i420ToPacked<FirstColour::red, PackMode::opaqueFirst>,   // I420ToArgb32
+    i420ToNv<FirstChroma::v>,                                // I420ToNv21
+    i420ToNv<FirstChroma::u>,                                // I420ToNv12
+    nvToI420<FirstChroma::u>,                                // Nv12ToI420
+    nvToI420<FirstChroma::v>,                                // Nv21ToI420
 };
 static_assert(std::size(converters) == static_cast<size_t>(ColorOp::Nv21ToI420) + 1);
 

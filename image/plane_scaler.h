@@ -39,7 +39,7 @@ void copyPlane(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32_t dstS
                int32_t widthBytes, int32_t height);
 
 /// Scales rows only, from the position x, y in steps of dy (16.16); columns stay as they are. Only
-/// `nearest` doesn't interpolate.
+/// `Nearest` doesn't interpolate.
 void scaleVertical(int32_t srcHeight, int32_t dstWidth, int32_t dstHeight, int32_t srcStride,
                    int32_t dstStride, const uint8_t* src, uint8_t* dst, int32_t x, int32_t y,
                    int32_t dy, int32_t bytesPerPixel, ScaleFilter filter);

@@ -7,6 +7,9 @@
 
 namespace TavroRTC::FDModule {
 
+/// False while the plain forms are asked for, and on a processor without SSSE3.
+bool blockFormsRun();
+
 namespace plain {
 
 CopyRow copyRow;

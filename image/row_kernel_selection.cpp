@@ -10,10 +10,6 @@ namespace {
 
 std::atomic<uint8_t> plainRowsSwitch = 0;
 
-bool blockFormsRun() {
-  return plainRowsSwitch.load(std::memory_order_relaxed) == 0 && __builtin_cpu_supports("ssse3");
-}
-
 template <typename Kernel>
 struct KernelRow {
   int32_t code;   // what the family's chooser goes by: pixel size, filter, pack mode
@@ -89,6 +85,10 @@ constexpr KernelRow<YuvRow> yuvKernels[] = {
 };
 
 }  // namespace
+
+bool blockFormsRun() {
+  return plainRowsSwitch.load(std::memory_order_relaxed) == 0 && __builtin_cpu_supports("ssse3");
+}
 
 CopyRow* chooseCopyRow(int32_t bytes) {
   return choose(copyKernels, onlyRow, bytes);

@@ -46,9 +46,9 @@ using BlendColumnsRow = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStri
                              int32_t fraction, int32_t dstWidth, int32_t x, int32_t dx);
 
 /// Two samples to one, by ScaleFilter:
-///   nearest   the second of the two
-///   linear    (a + b + 1) >> 1
-///   bilinear  (a + b + c + d + 2) >> 2, with c and d from the row at src + srcStride. The block
+///   Nearest   the second of the two
+///   Linear    (a + b + 1) >> 1
+///   Bilinear  (a + b + c + d + 2) >> 2, with c and d from the row at src + srcStride. The block
 ///             form for packed pixels takes rounded means of a, c and of b, d, and of these again
 using HalveRow = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth);
 

@@ -19,8 +19,8 @@ int32_t fixedRatioLast(int32_t a, int32_t b);
 /// Half a step, plus `shift`.
 int32_t centerStart(int32_t step, int32_t shift);
 
-/// The first position x, y and the steps dx, dy of a whole image; sizes are at least 1. `nearest`
-/// and `linear` look at the middle of the span that a destination sample covers. `bilinear`
+/// The first position x, y and the steps dx, dy of a whole image; sizes are at least 1. `Nearest`
+/// and `Linear` look at the middle of the span that a destination sample covers. `Bilinear`
 /// interpolates between the middles of samples, half a sample further on, and when it enlarges it
 /// spreads the destination from the first sample to the last.
 void computeScaleSlopes(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t dstHeight,

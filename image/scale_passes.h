@@ -48,7 +48,7 @@ struct Slopes {
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
                   ColumnsRow* columns);
 
-/// For destinations that are not higher than the source: rows first, columns second. `linear` takes
+/// For destinations that are not higher than the source: rows first, columns second. `Linear` takes
 /// the rows as they are. False if there is no memory for a work row; nothing is written then.
 bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
             int32_t bytesPerPixel, ScaleFilter filter);

@@ -1,0 +1,104 @@
+// The plain forms for colours and layouts, pixel by pixel.
+
+#include "image/color_row_forms.h"
+
+namespace TavroRTC::FDModule::plain {
+namespace {
+
+struct Colour {
+  int32_t red, green, blue;
+};
+
+constexpr int32_t rounding = 0x8080;  // half a unit, and 128 to centre chroma
+
+uint8_t lumaOf(const Colour& c) {
+  return static_cast<uint8_t>((66 * c.red + 129 * c.green + 25 * c.blue + 0x1080) >> 8);
+}
+uint8_t blueDifferenceOf(const Colour& c) {
+  return static_cast<uint8_t>((112 * c.blue - 74 * c.green - 38 * c.red + rounding) >> 8);
+}
+uint8_t redDifferenceOf(const Colour& c) {
+  return static_cast<uint8_t>((112 * c.red - 94 * c.green - 18 * c.blue + rounding) >> 8);
+}
+
+template <PixelLayout layout>
+Colour colourAt(const uint8_t* pixel) {
+  return {pixel[layout.red], pixel[layout.green], pixel[layout.blue]};
+}
+
+Colour operator+(const Colour& a, const Colour& b) {
+  return {a.red + b.red, a.green + b.green, a.blue + b.blue};
+}
+Colour operator>>(const Colour& c, int32_t bits) {
+  return {c.red >> bits, c.green >> bits, c.blue >> bits};
+}
+
+}  // namespace
+
+template <PixelLayout layout>
+void lumaRow(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  for (int32_t i = 0; i < width; ++i, src += layout.bytesPerPixel)
+    *dstY++ = lumaOf(colourAt<layout>(src));
+}
+
+template <PixelLayout layout>
+void chromaRow(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+               int32_t width) {
+  constexpr int32_t step = layout.bytesPerPixel;
+  for (int32_t i = 0; i < width; i += 2, src += ptrdiff_t{2} * step) {
+    const Colour left = colourAt<layout>(src) + colourAt<layout>(src + srcStride);
+    const bool isPair = i + 1 < width;
+    const Colour mean =
+        isPair
+            ? (left + colourAt<layout>(src + step) + colourAt<layout>(src + srcStride + step)) >> 2
+            : left >> 1;
+    *dstU++ = blueDifferenceOf(mean);
+    *dstV++ = redDifferenceOf(mean);
+  }
+}
+
+template <PackedOp op>
+void packedRow(const uint8_t* src, uint8_t* dst, int32_t width) {
+  constexpr uint8_t opaque = 255;
+  constexpr int32_t srcStep = op == PackedOp::dropLast ? 4 : 3;
+  constexpr int32_t first = op == PackedOp::addOpaqueSwapped ? 2 : 0;
+  for (int32_t i = 0; i < width; ++i, src += srcStep) {
+    *dst++ = src[first];
+    *dst++ = src[1];
+    *dst++ = src[2 - first];
+    if constexpr (op != PackedOp::dropLast)
+      *dst++ = opaque;
+  }
+}
+
+void mergeChromaRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, int32_t width) {
+  for (int32_t i = 0; i < width; ++i) {
+    *dst++ = first[i];
+    *dst++ = second[i];
+  }
+}
+
+void splitChromaRow(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width) {
+  for (int32_t i = 0; i < width; ++i) {
+    first[i] = *src++;
+    second[i] = *src++;
+  }
+}
+
+template LumaRow lumaRow<rgb24>;
+template LumaRow lumaRow<bgr24>;
+template LumaRow lumaRow<rgba32>;
+template LumaRow lumaRow<bgra32>;
+template LumaRow lumaRow<argb32>;
+template LumaRow lumaRow<abgr32>;
+template ChromaRow chromaRow<rgb24>;
+template ChromaRow chromaRow<bgr24>;
+template ChromaRow chromaRow<rgba32>;
+template ChromaRow chromaRow<bgra32>;
+template ChromaRow chromaRow<argb32>;
+template ChromaRow chromaRow<abgr32>;
+template PackedRow packedRow<PackedOp::addOpaque>;
+template PackedRow packedRow<PackedOp::dropLast>;
+template PackedRow packedRow<PackedOp::addOpaqueSwapped>;
+
+}  // namespace TavroRTC::FDModule::plain

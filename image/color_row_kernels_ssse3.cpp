@@ -1,0 +1,193 @@
+// The block forms for colours and layouts, in SSSE3, 16 pixels or samples at a time. Compiled with
+// its own instruction set; all that isn't a kernel is internal.
+//
+// Pixels of three bytes are spread to four, the last one 0, so that one set of kernels serves all
+// layouts: a colour's coefficient stands at the colour's byte, and a 0 at the byte that isn't one.
+
+#include <tmmintrin.h>
+
+#include "image/block_access.h"
+#include "image/color_row_forms.h"
+
+namespace TavroRTC::FDModule::ssse3 {
+namespace {
+
+/// Sixteen pixels of four bytes, four a vector.
+struct Pixels {
+  __m128i four[4];
+};
+
+// Sixteen pixels of three bytes: 48 of them, of which the last load takes the last 16. A mask's
+// negative entry leaves a 0.
+Pixels spread(const uint8_t* src, __m128i fromStart, __m128i fromFourth) {
+  return {_mm_shuffle_epi8(load16(src), fromStart), _mm_shuffle_epi8(load16(src + 12), fromStart),
+          _mm_shuffle_epi8(load16(src + 24), fromStart),
+          _mm_shuffle_epi8(load16(src + 32), fromFourth)};
+}
+
+template <int32_t bytesPerPixel>
+Pixels loadPixels(const uint8_t* src) {
+  if constexpr (bytesPerPixel == 4) {
+    return {load16(src), load16(src + 16), load16(src + 32), load16(src + 48)};
+  } else {
+    return spread(src, _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1),
+                  _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1));
+  }
+}
+
+// The coefficients of a pixel's bytes, four times over.
+template <PixelLayout layout>
+__m128i coefficients(int32_t red, int32_t green, int32_t blue) {
+  uint32_t bytes = 0;
+  bytes |= static_cast<uint32_t>(red & 255) << (8 * layout.red);
+  bytes |= static_cast<uint32_t>(green & 255) << (8 * layout.green);
+  bytes |= static_cast<uint32_t>(blue & 255) << (8 * layout.blue);
+  return _mm_set1_epi32(static_cast<int32_t>(bytes));
+}
+
+// The weighted sums of eight pixels. Neither a pair nor a whole leaves 16 bits: the coefficients of
+// a pixel add up to 112 at most, on either side of 0, times 255.
+__m128i weightedSums(__m128i pixels0, __m128i pixels4, __m128i weights) {
+  return _mm_hadd_epi16(_mm_maddubs_epi16(pixels0, weights), _mm_maddubs_epi16(pixels4, weights));
+}
+
+template <PixelLayout layout>
+void luma(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  const __m128i weights = coefficients<layout>(33, 65, 13);
+  const __m128i black = _mm_set1_epi8(16);
+  for (int32_t i = 0; i < width; i += colorBlock, src += colorBlock * layout.bytesPerPixel) {
+    const Pixels p = loadPixels<layout.bytesPerPixel>(src);
+    const __m128i low = _mm_srli_epi16(weightedSums(p.four[0], p.four[1], weights), 7);
+    const __m128i high = _mm_srli_epi16(weightedSums(p.four[2], p.four[3], weights), 7);
+    store16(dstY + i, _mm_add_epi8(_mm_packus_epi16(low, high), black));
+  }
+}
+
+// The averages of neighbouring pixels: four from eight.
+__m128i averagePairs(__m128i pixels0, __m128i pixels4) {
+  const __m128 a = _mm_castsi128_ps(pixels0);
+  const __m128 b = _mm_castsi128_ps(pixels4);
+  return _mm_avg_epu8(_mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))),
+                      _mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))));
+}
+
+template <PixelLayout layout>
+void chroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV, int32_t width) {
+  const __m128i weightsU = coefficients<layout>(-38, -74, 112);
+  const __m128i weightsV = coefficients<layout>(112, -94, -18);
+  const __m128i centre = _mm_set1_epi8(-128);  // 128, added without a carry
+  for (int32_t i = 0; i < width; i += colorBlock, src += colorBlock * layout.bytesPerPixel) {
+    const Pixels top = loadPixels<layout.bytesPerPixel>(src);
+    const Pixels bottom = loadPixels<layout.bytesPerPixel>(src + srcStride);
+    __m128i column[4];
+    for (int n = 0; n < 4; ++n)
+      column[n] = _mm_avg_epu8(top.four[n], bottom.four[n]);
+    const __m128i mean0 = averagePairs(column[0], column[1]);
+    const __m128i mean4 = averagePairs(column[2], column[3]);
+    const __m128i u = _mm_srai_epi16(weightedSums(mean0, mean4, weightsU), 8);
+    const __m128i v = _mm_srai_epi16(weightedSums(mean0, mean4, weightsV), 8);
+    const __m128i samples = _mm_add_epi8(_mm_packs_epi16(u, v), centre);
+    store8(dstU + i / 2, samples);
+    store8(dstV + i / 2, _mm_srli_si128(samples, 8));
+  }
+}
+
+void addOpaque(const uint8_t* src, uint8_t* dst, int32_t width, __m128i fromStart,
+               __m128i fromFourth) {
+  const __m128i opaque = _mm_set1_epi32(static_cast<int32_t>(0xFF000000U));
+  for (int32_t i = 0; i < width; i += colorBlock, src += 3 * colorBlock, dst += 4 * colorBlock) {
+    const Pixels pixels = spread(src, fromStart, fromFourth);
+    for (int n = 0; n < 4; ++n)
+      store16(dst + 16 * n, _mm_or_si128(pixels.four[n], opaque));
+  }
+}
+
+}  // namespace
+
+void lumaRowRgb24(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<rgb24>(src, dstY, width);
+}
+void lumaRowBgr24(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<bgr24>(src, dstY, width);
+}
+void lumaRowRgba32(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<rgba32>(src, dstY, width);
+}
+void lumaRowBgra32(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<bgra32>(src, dstY, width);
+}
+void lumaRowArgb32(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<argb32>(src, dstY, width);
+}
+void lumaRowAbgr32(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  luma<abgr32>(src, dstY, width);
+}
+
+void chromaRowRgb24(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                    int32_t width) {
+  chroma<rgb24>(src, srcStride, dstU, dstV, width);
+}
+void chromaRowBgr24(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                    int32_t width) {
+  chroma<bgr24>(src, srcStride, dstU, dstV, width);
+}
+void chromaRowRgba32(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                     int32_t width) {
+  chroma<rgba32>(src, srcStride, dstU, dstV, width);
+}
+void chromaRowBgra32(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                     int32_t width) {
+  chroma<bgra32>(src, srcStride, dstU, dstV, width);
+}
+void chromaRowArgb32(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                     int32_t width) {
+  chroma<argb32>(src, srcStride, dstU, dstV, width);
+}
+void chromaRowAbgr32(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                     int32_t width) {
+  chroma<abgr32>(src, srcStride, dstU, dstV, width);
+}
+
+void packedRowAddOpaque(const uint8_t* src, uint8_t* dst, int32_t width) {
+  addOpaque(src, dst, width, _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1),
+            _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1));
+}
+
+void packedRowAddOpaqueSwapped(const uint8_t* src, uint8_t* dst, int32_t width) {
+  addOpaque(src, dst, width, _mm_setr_epi8(2, 1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9, -1),
+            _mm_setr_epi8(6, 5, 4, -1, 9, 8, 7, -1, 12, 11, 10, -1, 15, 14, 13, -1));
+}
+
+// Four vectors of twelve bytes each, closed up to three of sixteen.
+void packedRowDropLast(const uint8_t* src, uint8_t* dst, int32_t width) {
+  const __m128i keep = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  for (int32_t i = 0; i < width; i += colorBlock, src += 4 * colorBlock, dst += 3 * colorBlock) {
+    __m128i twelve[4];
+    for (int n = 0; n < 4; ++n)
+      twelve[n] = _mm_shuffle_epi8(load16(src + 16 * n), keep);
+    store16(dst, _mm_or_si128(twelve[0], _mm_slli_si128(twelve[1], 12)));
+    store16(dst + 16, _mm_or_si128(_mm_srli_si128(twelve[1], 4), _mm_slli_si128(twelve[2], 8)));
+    store16(dst + 32, _mm_or_si128(_mm_srli_si128(twelve[2], 8), _mm_slli_si128(twelve[3], 4)));
+  }
+}
+
+void mergeChromaRow(const uint8_t* first, const uint8_t* second, uint8_t* dst, int32_t width) {
+  for (int32_t i = 0; i < width; i += colorBlock) {
+    const __m128i a = load16(first + i);
+    const __m128i b = load16(second + i);
+    store16(dst + ptrdiff_t{2} * i, _mm_unpacklo_epi8(a, b));
+    store16(dst + ptrdiff_t{2} * i + 16, _mm_unpackhi_epi8(a, b));
+  }
+}
+
+void splitChromaRow(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width) {
+  const __m128i lower = _mm_set1_epi16(255);
+  for (int32_t i = 0; i < width; i += colorBlock) {
+    const __m128i a = load16(src + ptrdiff_t{2} * i);
+    const __m128i b = load16(src + ptrdiff_t{2} * i + 16);
+    store16(first + i, _mm_packus_epi16(_mm_and_si128(a, lower), _mm_and_si128(b, lower)));
+    store16(second + i, _mm_packus_epi16(_mm_srli_epi16(a, 8), _mm_srli_epi16(b, 8)));
+  }
+}
+
+}  // namespace TavroRTC::FDModule::ssse3
