@@ -16,6 +16,7 @@ GROUPS = {
     "layer": "Layers, in the order of execution",
     "network": "The whole network",
     "image": "From a frame to the network's picture",
+    "formats": "Conversions and packed scaling, 1280x720",
     "detection": "From the network's output to rectangles",
     "frame": "Whole frames",
     "start": "Start, in a fresh process",

@@ -92,6 +92,7 @@ struct ReportOptions {
 // be measured. The network comes first: it measures the peak that others refer to.
 void measureNetwork(Report& report, const ReportOptions& options);
 void measureImage(Report& report, const ReportOptions& options);
+void measureFormats(Report& report, const ReportOptions& options);
 void measureDetection(Report& report, const ReportOptions& options);
 void measureFrames(Report& report, const ReportOptions& options);
 void measureTwoCores(Report& report, const ReportOptions& options);

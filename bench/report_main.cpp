@@ -135,6 +135,7 @@ int run(const ReportOptions& options) {
   };
   section("the network and its layers", measureNetwork);
   section("scaling and conversion", measureImage);
+  section("formats", measureFormats);
   section("decoding and tracking", measureDetection);
   section("whole frames", measureFrames);
   section("two instances", measureTwoCores);

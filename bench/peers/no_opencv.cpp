@@ -1,6 +1,7 @@
 // Stands in for opencv_peer.cpp where OpenCV isn't installed.
 
 #include "bench/peers/peers.h"
+#include "bench/peers/picture_tasks.h"
 
 namespace tavro::bench {
 
@@ -16,6 +17,13 @@ std::unique_ptr<ImagePeer> makeOpenCvImageColorsFirst(const host::I420Frame& /*f
 std::unique_ptr<FramePeer> makeOpenCvFrame(const PeerSetup& /*setup*/,
                                            const host::I420Frame& /*frame*/) {
   return nullptr;
+}
+
+PictureTask openCvConversion(TavroRTC::FDModule::ColorOp /*op*/, FrameSize /*size*/) {
+  return {};
+}
+PictureTask openCvScale(int32_t /*bytesPerPixel*/, FrameSize /*from*/, FrameSize /*to*/) {
+  return {};
 }
 
 }  // namespace tavro::bench
