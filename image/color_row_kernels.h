@@ -33,7 +33,7 @@ using MergeChromaRow = void(const uint8_t* first, const uint8_t* second, uint8_t
 /// The reverse, to `width` samples of each.
 using SplitChromaRow = void(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width);
 
-/// Choosers; null for a layout that has no kernel.
+/// Choosers; null for a layout or an operation that has no kernel.
 LumaRow* chooseLumaRow(int32_t width, const PixelLayout& layout);
 ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout);
 PackedRow* choosePackedRow(int32_t width, PackedOp op);

@@ -45,9 +45,9 @@ template <PixelLayout layout>
 void chromaRow(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
                int32_t width) {
   constexpr int32_t step = layout.bytesPerPixel;
-  for (int32_t i = 0; i < width; i += 2, src += ptrdiff_t{2} * step) {
+  for (int32_t rest = width; rest > 0; rest -= 2, src += ptrdiff_t{2} * step) {
     const Colour left = colourAt<layout>(src) + colourAt<layout>(src + srcStride);
-    const bool isPair = i + 1 < width;
+    const bool isPair = rest > 1;
     const Colour mean =
         isPair
             ? (left + colourAt<layout>(src + step) + colourAt<layout>(src + srcStride + step)) >> 2

@@ -35,14 +35,14 @@ Pixels loadPixels(const uint8_t* src) {
   }
 }
 
-// The coefficients of a pixel's bytes, four times over.
-template <PixelLayout layout>
-__m128i coefficients(int32_t red, int32_t green, int32_t blue) {
-  uint32_t bytes = 0;
-  bytes |= static_cast<uint32_t>(red & 255) << (8 * layout.red);
-  bytes |= static_cast<uint32_t>(green & 255) << (8 * layout.green);
-  bytes |= static_cast<uint32_t>(blue & 255) << (8 * layout.blue);
-  return _mm_set1_epi32(static_cast<int32_t>(bytes));
+// The coefficients of a pixel's bytes, as they lie in memory.
+constexpr int32_t coefficients(const PixelLayout& layout, int32_t red, int32_t green,
+                               int32_t blue) {
+  const auto at = [](int32_t byte, int32_t value) {
+    return static_cast<uint32_t>(value & 255) << (8 * byte);
+  };
+  return static_cast<int32_t>(at(layout.red, red) | at(layout.green, green) |
+                              at(layout.blue, blue));
 }
 
 // The weighted sums of eight pixels. Neither a pair nor a whole leaves 16 bits: the coefficients of
@@ -53,7 +53,8 @@ __m128i weightedSums(__m128i pixels0, __m128i pixels4, __m128i weights) {
 
 template <PixelLayout layout>
 void luma(const uint8_t* src, uint8_t* dstY, int32_t width) {
-  const __m128i weights = coefficients<layout>(33, 65, 13);
+  constexpr int32_t pixelWeights = coefficients(layout, 33, 65, 13);
+  const __m128i weights = _mm_set1_epi32(pixelWeights);
   const __m128i black = _mm_set1_epi8(16);
   for (int32_t i = 0; i < width; i += colorBlock, src += colorBlock * layout.bytesPerPixel) {
     const Pixels p = loadPixels<layout.bytesPerPixel>(src);
@@ -73,8 +74,10 @@ __m128i averagePairs(__m128i pixels0, __m128i pixels4) {
 
 template <PixelLayout layout>
 void chroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV, int32_t width) {
-  const __m128i weightsU = coefficients<layout>(-38, -74, 112);
-  const __m128i weightsV = coefficients<layout>(112, -94, -18);
+  constexpr int32_t pixelWeightsU = coefficients(layout, -38, -74, 112);
+  constexpr int32_t pixelWeightsV = coefficients(layout, 112, -94, -18);
+  const __m128i weightsU = _mm_set1_epi32(pixelWeightsU);
+  const __m128i weightsV = _mm_set1_epi32(pixelWeightsV);
   const __m128i centre = _mm_set1_epi8(-128);  // 128, added without a carry
   for (int32_t i = 0; i < width; i += colorBlock, src += colorBlock * layout.bytesPerPixel) {
     const Pixels top = loadPixels<layout.bytesPerPixel>(src);

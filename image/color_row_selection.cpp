@@ -1,6 +1,8 @@
 // Which form of a colour or layout kernel runs: a table for each family, one row for each layout or
 // operation. All of these finish a row with a scratch block (row_tails.h says why).
 
+#include <iterator>
+
 #include "image/color_row_forms.h"
 #include "image/row_forms.h"
 #include "image/row_tails.h"
@@ -154,7 +156,8 @@ ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout) {
 }
 
 PackedRow* choosePackedRow(int32_t width, PackedOp op) {
-  return packedRows[static_cast<size_t>(op)].choose(width);
+  const auto index = static_cast<size_t>(op);
+  return index < std::size(packedRows) ? packedRows[index].choose(width) : nullptr;
 }
 
 MergeChromaRow* chooseMergeChromaRow(int32_t width) {

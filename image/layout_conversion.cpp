@@ -33,6 +33,8 @@ int32_t convertPacked(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32
   const int64_t dstBytes = op == PackedOp::dropLast ? 3 : 4;
   const RowRun run(width, height, srcStride == width * srcBytes && dstStride == width * dstBytes);
   PackedRow* convertRow = choosePackedRow(run.width, op);
+  if (convertRow == nullptr)
+    return -1;
   for (ptrdiff_t y = 0; y < run.rows; ++y)
     convertRow(src + y * srcStride, dst + y * dstStride, run.width);
   return 0;

@@ -34,7 +34,6 @@ YuvRow yuvRowThreeBytes;
 
 namespace ssse3 {
 
-inline constexpr int32_t copyBlock = 32;
 inline constexpr int32_t interpolateBlock = 16;
 inline constexpr int32_t columnsBlock = 8;
 inline constexpr int32_t halveBlock = 16;
@@ -42,7 +41,6 @@ inline constexpr int32_t packed24Block = 16;
 inline constexpr int32_t packed32Block = 4;
 inline constexpr int32_t yuvBlock = 8;
 
-CopyRow copyRow;
 InterpolateRows interpolateRows;
 ColumnsRow filterColumns;
 HalveRow halveRowPoint;

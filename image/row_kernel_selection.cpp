@@ -34,8 +34,8 @@ Kernel* choose(const KernelRow<Kernel> (&table)[count], int32_t code, int64_t wi
 constexpr int32_t onlyRow = 0;
 
 constexpr KernelRow<CopyRow> copyKernels[] = {
-    {onlyRow, ssse3::copyBlock, plain::copyRow, ssse3::copyRow,
-     copyScratchTail<ssse3::copyRow, ssse3::copyBlock>},
+    // The C library copies in blocks of its own, as wide as the processor has them.
+    {onlyRow, 1, plain::copyRow, nullptr, nullptr},
 };
 
 constexpr KernelRow<InterpolateRows> interpolateKernels[] = {

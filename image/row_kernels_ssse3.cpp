@@ -136,15 +136,6 @@ void storeThreeBytes(uint8_t* dst, const Colours& colours) {
 
 }  // namespace
 
-void copyRow(const uint8_t* src, uint8_t* dst, int32_t bytes) {
-  for (int32_t i = 0; i < bytes; i += copyBlock) {
-    const __m128i first = load16(src + i);
-    const __m128i second = load16(src + i + 16);
-    store16(dst + i, first);
-    store16(dst + i + 16, second);
-  }
-}
-
 void interpolateRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
                      int32_t fraction) {
   if (fraction == 0) {

@@ -60,16 +60,6 @@ void halvePlainTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32
   plainForm(src + 2 * wholeBytes, srcStride, dst + wholeBytes, split.rest);
 }
 
-template <CopyRow* blockForm, int32_t block>
-void copyScratchTail(const uint8_t* src, uint8_t* dst, int32_t bytes) {
-  const RowSplit<block> split(bytes);
-  blockForm(src, dst, split.whole);
-  ScratchBlock<block> input(src + split.whole, split.rest);
-  ScratchBlock<block> output;
-  blockForm(input.data(), output.data(), block);
-  output.copyTo(dst + split.whole, split.rest);
-}
-
 template <InterpolateRows* blockForm, int32_t block>
 void interpolateScratchTail(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
                             int32_t fraction) {
