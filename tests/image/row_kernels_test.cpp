@@ -12,8 +12,7 @@ namespace {
 TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
   const auto address = [](auto* kernel) { return reinterpret_cast<const void*>(kernel); };
   const auto kernelsAt = [&](int32_t blocks, int32_t rest) {
-    return std::vector{address(chooseCopyRow(blocks * 32 + rest)),
-                       address(chooseInterpolateRows(blocks * 4 + rest, 4)),
+    return std::vector{address(chooseInterpolateRows(blocks * 4 + rest, 4)),
                        address(chooseColumns(blocks * 8 + rest, 1)),
                        address(chooseColumns(blocks * 4 + rest, 4)),
                        address(chooseHalveRow(blocks * 16 + rest, 1, ScaleFilter::Nearest)),
