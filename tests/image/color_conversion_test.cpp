@@ -192,10 +192,13 @@ const Operation operations[] = {
     {ColorOp::Nv21ToI420, twoPlanes, threePlanes, split(1)},
 };
 
-Planes makePlanes(const std::vector<PlaneShape>& shapes, Size size, int32_t gap, Guard guard) {
+// Each plane has a gap of its own between its rows, or none: an image may go as one row only if
+// none of its planes has one.
+Planes makePlanes(const std::vector<PlaneShape>& shapes, Size size, Random& random, Guard guard) {
   Planes planes;
   for (const PlaneShape& shape : shapes)
-    planes.emplace_back(shape(size).width, shape(size).height, gap, guard);
+    planes.emplace_back(shape(size).width, shape(size).height,
+                        random.chance(0.7) ? 0 : random.between(1, 5), guard);
   return planes;
 }
 
@@ -226,14 +229,12 @@ TEST_P(ColorConversion, givesTheFormulasBytes) {
         const Size size = {width, height};
         const Content content =
             random.chance(0.7) ? Content::random : static_cast<Content>(random.between(1, 3));
-        // Without gaps the whole image may go as one row.
-        const int32_t gap = random.chance(0.5) ? 0 : random.between(1, 5);
-        Planes src = makePlanes(operation.src, size, gap, guard);
-        Planes dst = makePlanes(operation.dst, size, gap, guard);
+        Planes src = makePlanes(operation.src, size, random, guard);
+        Planes dst = makePlanes(operation.dst, size, random, guard);
         for (TestPlane& plane : src)
           plane.fill(content, random);
-        SCOPED_TRACE(testing::Message() << size.width << "x" << size.height << " gap " << gap
-                                        << " plain " << plainOnly);
+        SCOPED_TRACE(testing::Message()
+                     << size.width << "x" << size.height << " plain " << plainOnly);
         setPlainRowsOnly(plainOnly ? 1 : 0);
         const int32_t result = convertImage(describe(src, size), describe(dst, size), operation.op);
         setPlainRowsOnly(0);
@@ -247,8 +248,9 @@ TEST_P(ColorConversion, givesTheFormulasBytes) {
 TEST_P(ColorConversion, refusesWithoutWriting) {
   const Operation& operation = GetParam();
   const Size size = {20, 6};
-  Planes src = makePlanes(operation.src, size, 0, Guard::behind);
-  Planes dst = makePlanes(operation.dst, size, 0, Guard::behind);
+  Random random(tavro::test::baseSeed());
+  Planes src = makePlanes(operation.src, size, random, Guard::behind);
+  Planes dst = makePlanes(operation.dst, size, random, Guard::behind);
   const auto expectRefusal = [&](const std::function<void(ImageDesc&, ImageDesc&)>& spoil) {
     ImageDesc source = describe(src, size);
     ImageDesc target = describe(dst, size);
@@ -284,9 +286,9 @@ TEST(ColorConversionLayouts, twoPlanesAndBackGiveTheSameImage) {
                {ColorOp::I420ToNv21, ColorOp::Nv12ToI420, false}};
   for (const auto& trip : trips)
     for (const Size size : {Size{1, 1}, {5, 3}, {33, 7}, {64, 48}, {161, 91}}) {
-      Planes start = makePlanes(threePlanes, size, 0, Guard::behind);
-      Planes between = makePlanes(twoPlanes, size, 3, Guard::behind);
-      Planes end = makePlanes(threePlanes, size, 2, Guard::inFront);
+      Planes start = makePlanes(threePlanes, size, random, Guard::behind);
+      Planes between = makePlanes(twoPlanes, size, random, Guard::behind);
+      Planes end = makePlanes(threePlanes, size, random, Guard::inFront);
       for (TestPlane& plane : start)
         plane.fill(Content::random, random);
       ASSERT_EQ(convertImage(describe(start, size), describe(between, size), trip.there), 0);
