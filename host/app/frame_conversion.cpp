@@ -59,8 +59,7 @@ std::optional<I420Frame> FrameConverter::convert(const AVFrame& decoded, Orienta
 
 std::optional<I420Frame> FrameConverter::rescaled(const AVFrame& decoded, std::string& error) {
   const char* format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(decoded.format));
-  auto picture = I420Frame::allocate(decoded.width, decoded.height);
-  if (!picture.has_value()) {
+  if (!preparePicture(decoded)) {
     error = "out of memory";
     return std::nullopt;
   }
@@ -69,17 +68,29 @@ std::optional<I420Frame> FrameConverter::rescaled(const AVFrame& decoded, std::s
             " can't be converted to yuv420p";
     return std::nullopt;
   }
-  uint8_t* planes[4] = {picture->writablePlane(0), picture->writablePlane(1),
-                        picture->writablePlane(2), nullptr};
-  const int strides[4] = {picture->planeStride(0), picture->planeStride(1), picture->planeStride(2),
-                          0};
-  const int rows =
-      sws_scale(scaler_.get(), decoded.data, decoded.linesize, 0, decoded.height, planes, strides);
+  const int rows = sws_scale(scaler_.get(), decoded.data, decoded.linesize, 0, decoded.height,
+                             picture_->data, picture_->linesize);
   if (rows < 0) {
     error = ffmpegError(rows);
     return std::nullopt;
   }
-  return picture;
+  return lent(*picture_);
+}
+
+bool FrameConverter::preparePicture(const AVFrame& decoded) {
+  if (picture_ != nullptr && picture_->width == decoded.width && picture_->height == decoded.height)
+    return true;
+  picture_.reset(av_frame_alloc());
+  if (picture_ == nullptr)
+    return false;
+  picture_->width = decoded.width;
+  picture_->height = decoded.height;
+  picture_->format = AV_PIX_FMT_YUV420P;
+  constexpr int alignment = 64;
+  if (av_frame_get_buffer(picture_.get(), alignment) >= 0)
+    return true;
+  picture_.reset();
+  return false;
 }
 
 bool FrameConverter::prepareScaler(const AVFrame& decoded, bool fullRange) {

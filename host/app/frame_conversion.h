@@ -16,17 +16,20 @@ namespace tavro::host {
 
 class FrameConverter {
  public:
-  /// The frame as an upright picture. It may lend `decoded`'s planes and is good as long as
-  /// `decoded` is. Nothing on failure, with the reason in `error`.
+  /// The frame as an upright picture. It may lend `decoded`'s planes, or planes of this converter's
+  /// own, and is good as long as `decoded` is and until the next call. Nothing on failure, with the
+  /// reason in `error`.
   std::optional<I420Frame> convert(const AVFrame& decoded, Orientation orientation,
                                    std::string& error);
 
  private:
   std::optional<I420Frame> rescaled(const AVFrame& decoded, std::string& error);
+  bool preparePicture(const AVFrame& decoded);
   bool prepareScaler(const AVFrame& decoded, bool fullRange);
 
   ScalerHandle scaler_;
-  int width_ = 0;  ///< the scaler's source geometry
+  FrameHandle picture_;  ///< what the scaler writes: it stores whole vectors, to aligned rows
+  int width_ = 0;        ///< the scaler's source geometry
   int height_ = 0;
   int format_ = AV_PIX_FMT_NONE;
   bool fullRange_ = false;

@@ -1,6 +1,11 @@
 // Pictures and videos that aren't stored the way the detector wants them, and the annotated ones
 // that the application writes.
 
+extern "C" {
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+}
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -130,6 +135,28 @@ TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
     EXPECT_EQ(results[0]["width"], 34);
     expectQuarters(results[0], {60, 110, 160, 210});
   }
+}
+
+// Cameras give NV12; widths that fit no vector once made the converter write beside its rows.
+TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
+  struct Size {
+    int width, height;
+  };
+  for (const char* format : {"nv12", "nv21", "yuv422p", "rgb24"})
+    for (const Size size : {Size{854, 480}, {200, 150}, {33, 17}, {2, 2}, {1, 1}}) {
+      const std::string sizeText = std::to_string(size.width) + "x" + std::to_string(size.height);
+      SCOPED_TRACE(std::string(format) + " " + sizeText);
+      const int bytes =
+          av_image_get_buffer_size(av_get_pix_fmt(format), size.width, size.height, 1);
+      ASSERT_GT(bytes, 0);
+      const std::string path = folder_.file("raw");
+      writeFile(path, std::string(static_cast<size_t>(bytes) * 2, '\x80'));
+      const Outcome outcome = runWithFake({path, "--input-format", "rawvideo", "--input-option",
+                                           "video_size=" + sizeText, "--input-option",
+                                           std::string("pixel_format=") + format});
+      EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+      EXPECT_EQ(outcome.results().size(), 2U);
+    }
 }
 
 TEST_F(Formats, PhotosAreTurnedUpright) {
