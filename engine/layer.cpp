@@ -39,14 +39,6 @@ Tensor* obtainTensor(const char* name, TensorMap& tensors) {
   return &tensor;
 }
 
-float* floatStorage(Tensor& tensor) {
-  if (tensor.floatData == nullptr) {
-    tensor.floatData = allocateAligned<float>(tensor.count()).release();
-    tensor.floatBorrowed = false;
-  }
-  return tensor.floatData;
-}
-
 void Layer::connectInputs(std::span<const char* const> names, TensorMap& tensors) {
   for (const char* tensorName : names) {
     inputs.push_back(obtainTensor(tensorName, tensors));

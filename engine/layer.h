@@ -87,8 +87,4 @@ std::vector<Tensor*> findWeights(const LayerRow& row, TensorMap& weights);
 /// The tensor of that name, made if it doesn't exist yet.
 Tensor* obtainTensor(const char* name, TensorMap& tensors);
 
-/// A tensor's float storage, allocated if it is missing, whatever its layout code. Null without
-/// memory.
-float* floatStorage(Tensor& tensor);
-
 }  // namespace TavroRTC::FDModule

@@ -31,12 +31,13 @@ void registerLayer(int32_t key, const std::string& type, LayerCreator creator) {
 }
 
 Layer* createLayer(int32_t key, const LayerRow& row, TensorMap& tensors, TensorMap& weights) {
-  if (isKey(key)) {
+  const char* type = row.type != nullptr ? row.type : "";
+  if (isKey(key) && row.name != nullptr) {
     const Creators& creators = registry()[static_cast<size_t>(key)];
-    if (const auto entry = creators.find(row.type); entry != creators.end())
+    if (const auto entry = creators.find(type); entry != creators.end())
       return entry->second(row, tensors, weights);
   }
-  std::cout << "Implementation not exists: [" << key << "," << row.type << "]" << std::endl;
+  std::cout << "Implementation not exists: [" << key << "," << type << "]" << std::endl;
   return nullptr;
 }
 

@@ -44,6 +44,8 @@ Net::~Net() {
 
 void Net::addConstants(std::span<const TensorRow> rows) {
   for (const TensorRow& row : rows) {
+    if (row.name == nullptr)
+      continue;
     Tensor& tensor = weights[row.name];
     tensor.n = row.dims[0];
     tensor.h = row.dims[1];

@@ -61,12 +61,26 @@ float* Tensor::data(int32_t layoutCode) {
   return repack(layoutCode) ? floatData : nullptr;
 }
 
+void Tensor::noteStorage(uint64_t capacity) {
+  notedStorage_ = floatData;
+  notedCapacity_ = capacity;
+}
+
+bool Tensor::storageFits() const {
+  return floatData == nullptr || floatData != notedStorage_ || count() <= notedCapacity_;
+}
+
 bool Tensor::allocateFloatData() {
   if (floatData == nullptr) {
     floatData = allocateFloats(count()).release();
     floatBorrowed = false;
+    noteStorage(count());
   }
-  return floatData != nullptr;
+  return floatData != nullptr && storageFits();
+}
+
+float* Tensor::floatStorage() {
+  return allocateFloatData() ? floatData : nullptr;
 }
 
 bool Tensor::repack(int32_t layoutCode) {
@@ -76,7 +90,7 @@ bool Tensor::repack(int32_t layoutCode) {
   const auto available = packedElementCount(extents, layout);
   const auto wanted = packedElementCount(extents, layoutCode);
   // Without storage there are no values yet, only the new order to note.
-  if (!available || !wanted || (floatData != nullptr && count() < *available))
+  if (!available || !wanted || (floatData != nullptr && (count() < *available || !storageFits())))
     return false;
   AlignedBuffer<float> packed = allocateFloats(*wanted);
   if (packed == nullptr)
@@ -86,13 +100,15 @@ bool Tensor::repack(int32_t layoutCode) {
   releaseStorage(floatData, floatBorrowed);
   floatData = packed.release();
   floatBorrowed = false;
+  noteStorage(*wanted);
   elementCount = *wanted;
   layout = layoutCode;
   return true;
 }
 
 void Tensor::halfToFloat() {
-  if (halfData != nullptr && allocateFloatData())
+  // A packed tensor counts more values than the half storage has.
+  if (halfData != nullptr && count() == elementsOfShape(*this) && allocateFloatData())
     FDModule::halfToFloat(halfData, floatData, static_cast<int64_t>(count()));
 }
 
@@ -103,8 +119,8 @@ bool Tensor::copyTo(Tensor& dst) {
   // The repeated lanes of a packed weight are copied too, though the shape doesn't count them.
   const uint64_t needed =
       std::max(copied, dst.elementCount != 0 ? dst.elementCount : elementsOfShape(*this));
-  if (needed > maxFloatCount || (dst.floatData != nullptr && dst.count() < needed) ||
-      !allocateFloatData())
+  if (needed > maxFloatCount || !allocateFloatData() ||
+      (dst.floatData != nullptr && (dst.count() < needed || !dst.storageFits())))
     return false;
   if (dst.floatData == nullptr) {
     AlignedBuffer<float> storage = allocateFloats(needed);
@@ -112,6 +128,7 @@ bool Tensor::copyTo(Tensor& dst) {
       return false;
     dst.floatData = storage.release();
     dst.floatBorrowed = false;
+    dst.noteStorage(needed);
   }
   dst.n = n;
   dst.h = h;
@@ -124,6 +141,9 @@ bool Tensor::copyTo(Tensor& dst) {
 
 void Tensor::borrow(float* address) {
   borrowStorage(floatData, floatBorrowed, address);
+  // A lender gives the tensor its shape first, where it knows it.
+  if (address != nullptr && count() != 0)
+    noteStorage(count());
 }
 void Tensor::borrow(uint16_t* address) {
   borrowStorage(halfData, halfBorrowed, address);

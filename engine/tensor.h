@@ -62,9 +62,22 @@ class Tensor {
   Layer* producer = nullptr;      ///< the layer that writes this tensor
   std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
 
+  /// The float storage whatever its layout, allocated if there is none. Null without memory, or if
+  /// the shape has outgrown the storage.
+  float* floatStorage();
+
+  /// False if the shape has outgrown the float storage. Storage that was put in by hand, past the
+  /// functions above, counts as large enough.
+  bool storageFits() const;
+
  private:
   bool allocateFloatData();
   bool repack(int32_t layoutCode);
+  void noteStorage(uint64_t capacity);
+
+  // How many elements the float storage has; known for one address at a time.
+  const float* notedStorage_ = nullptr;
+  uint64_t notedCapacity_ = 0;
 };
 
 }  // namespace TavroRTC::FDModule

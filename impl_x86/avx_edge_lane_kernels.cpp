@@ -15,8 +15,7 @@
 namespace TavroRTC::FDModule::x86 {
 namespace {
 
-// The geometry along a row: the distances between pixels and between taps are the same in both
-// directions of a kernel, so padLeft equals the distance of the taps.
+// The geometry along a row. These kernels serve a left padding of just one tap's distance.
 template <int strideW, int dilationW>
 struct Columns {
   static constexpr int stride = strideW;

@@ -4,10 +4,10 @@
 // ends in the block of output channels and the tile of output pixels that one step computes. They
 // come in four families and one outline, a file each:
 //
-//   avx_pixel_list_kernels.cpp   1x1: the image is a list of pixels
-//   avx_edge_lane_kernels.cpp    3x3, padding of one tap: a tap in the padding becomes a zero
-//   vector avx_border_zone_kernels.cpp  3x3, any padding: border columns go pixel by pixel
-//   avx_rolling_row_kernels.cpp  3x3 on three planar, zero-bordered input rows; reads pictures
+//   avx_pixel_list_kernels.cpp     1x1: the image is a list of pixels
+//   avx_edge_lane_kernels.cpp      3x3, one tap of padding: a tap outside is a zero vector
+//   avx_border_zone_kernels.cpp    3x3, any padding: border columns go by themselves
+//   avx_rolling_row_kernels.cpp    3x3 on three planar, zero-bordered rows; reads pictures
 //   x86_depthwise_conv_64_asm.cpp  3x3, one filter a channel
 
 #include "engine/conv_problem.h"

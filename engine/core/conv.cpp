@@ -38,8 +38,9 @@ bool Conv::fitsTensors() const {
   const Tensor& output = *outputs[0];
   const int32_t group = groups();
   return group >= 1 && weight->n >= 1 && weight->n % group == 0 && weight->h == kernelH &&
-         weight->w == kernelW && holdsItsShape(input) && holdsItsShape(output) && input.n == 1 &&
-         weight->c == input.c / group && input.c % group == 0 &&
+         weight->w == kernelW && holdsItsShape(input) && holdsItsShape(output) &&
+         holdsItsShape(*weight) && input.n == 1 && weight->c == input.c / group &&
+         input.c % group == 0 &&
          (bias == nullptr || bias->count() >= static_cast<uint64_t>(weight->n)) && output.n == 1 &&
          output.c == weight->n &&
          output.h == windowPositions(input.h, kernelH, dilationH, padTop + padBottom, strideH) &&

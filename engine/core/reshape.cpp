@@ -53,11 +53,14 @@ bool Reshape::forward(RunEnv* /*env*/) {
     return false;
   Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
-  shapeOutput();
-  // More elements than the input has would let readers run past the borrowed buffer, and a shape
-  // with extents below 1, from targets that couldn't be worked out, has no elements.
-  if (!holdsItsShape(output) || output.count() > input.count())
+  // More elements than the input has would let readers run past the borrowed buffer, and targets
+  // that couldn't be worked out have none.
+  const auto count =
+      packedElementCount({target[0], target[1], target[2], target[3]}, layout::channelsLast);
+  if (&input == &output || !count || *count == 0 || *count > input.count() ||
+      !input.storageFits() || (input.floatData == nullptr && input.halfData == nullptr))
     return false;
+  shapeOutput();
   output.borrow(input.floatData);
   output.borrow(input.halfData);
   return true;

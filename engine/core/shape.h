@@ -26,7 +26,8 @@ inline void copyShape(const Tensor& input, Tensor& output) {
 inline bool holdsItsShape(const Tensor& tensor) {
   const auto count =
       packedElementCount({tensor.n, tensor.h, tensor.w, tensor.c}, layout::channelsLast);
-  return count && *count >= 1 && *count <= INT32_MAX && tensor.count() >= *count;
+  return count && *count >= 1 && *count <= INT32_MAX && tensor.count() >= *count &&
+         tensor.storageFits();
 }
 
 /// The number of window positions along one direction: how often a window of `kernel` taps,

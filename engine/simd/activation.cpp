@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "engine/core/shape.h"
 #include "engine/simd/float4.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -45,8 +46,8 @@ bool Activation::forward(core::RunEnv* /*env*/) {
     fused = false;
     return true;
   }
-  const float* values = floatStorage(input);
-  float* results = floatStorage(output);
+  const float* values = input.floatStorage();
+  float* results = output.floatStorage();
   if (values == nullptr || results == nullptr || output.count() < input.count())
     return false;
   const uint64_t count = input.count();
@@ -60,7 +61,8 @@ bool Activation::forward(core::RunEnv* /*env*/) {
     case core::ActivationKind::prelu:
       if (slopes == nullptr)
         break;
-      if (slopes->floatData == nullptr || slopes->count() < static_cast<uint64_t>(input.c))
+      if (!core::holdsItsShape(input) || slopes->floatData == nullptr ||
+          slopes->count() < static_cast<uint64_t>(input.c))
         return false;
       simd::prelu(input, slopes->floatData, values, results);
       break;

@@ -81,9 +81,10 @@ bool BinaryOp::forward(core::RunEnv* /*env*/) {
   Tensor& output = *outputs[0];
   if (!core::holdsItsShape(a) || !core::holdsItsShape(b) || !core::holdsItsShape(output) ||
       output.h != std::max(a.h, b.h) || output.w != std::max(a.w, b.w) ||
-      output.c != std::max(a.c, b.c))
+      output.c != std::max(a.c, b.c) || a.n != 1 || b.n != 1 || output.n != 1)
     return false;
-  if (floatStorage(a) == nullptr || floatStorage(b) == nullptr || floatStorage(output) == nullptr)
+  if (a.floatStorage() == nullptr || b.floatStorage() == nullptr ||
+      output.floatStorage() == nullptr)
     return false;
   switch (static_cast<core::BinaryOperation>(op)) {
     case core::BinaryOperation::add:

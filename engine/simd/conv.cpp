@@ -75,8 +75,14 @@ bool runConvKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem prob
   if (!takeInput(*layer.inputs[0], kernel.reads, problem))
     return false;
   AlignedBuffer<float> biasCopy;
+  if (layer.weight->floatData == nullptr)
+    return false;
   if (layer.bias != nullptr) {
+    if (layer.bias->floatData == nullptr)
+      return false;
     problem.bias = layer.bias->data(layout::channelsLast);
+    if (problem.bias == nullptr)
+      return false;
     // Kernels load whole blocks of the bias; behind somebody else's memory there may be nothing.
     if (layer.bias->floatBorrowed) {
       biasCopy = paddedBias(problem, problem.outputC);

@@ -58,8 +58,8 @@ bool Softmax::forward(core::RunEnv* /*env*/) {
       !core::holdsItsShape(output) || output.h != input.h || output.w != input.w ||
       output.c != input.c)
     return false;
-  const float* x = floatStorage(input);
-  float* y = floatStorage(output);
+  const float* x = input.floatStorage();
+  float* y = output.floatStorage();
   if (x == nullptr || y == nullptr)
     return false;
   const int32_t channels = input.c;
