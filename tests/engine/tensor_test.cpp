@@ -236,5 +236,29 @@ TEST(Tensor, copiesShapeAndValues) {
   EXPECT_FALSE(impossible.copyTo(copy));
 }
 
+TEST(Tensor, ShapeThatOutgrowsItsStorageIsRefused) {
+  std::vector<float> lent(10, 1.0F);
+  Tensor owned;
+  Tensor borrowed;
+  for (Tensor* tensor : {&owned, &borrowed}) {
+    tensor->n = tensor->h = tensor->w = 1;
+    tensor->c = 10;
+  }
+  ASSERT_NE(owned.data(layout::channelsLast), nullptr);
+  borrowed.borrow(lent.data());
+  for (Tensor* tensor : {&owned, &borrowed}) {
+    for (const int32_t channels : {11, 1000}) {
+      tensor->c = channels;
+      EXPECT_EQ(tensor->data(layout::channelsLast), nullptr);
+      EXPECT_EQ(tensor->data(layout::block4), nullptr);
+      EXPECT_EQ(tensor->floatStorage(), nullptr);
+      Tensor copy;
+      EXPECT_FALSE(tensor->copyTo(copy));
+    }
+    tensor->c = 10;
+    EXPECT_NE(tensor->data(layout::channelsLast), nullptr);
+  }
+}
+
 }  // namespace
 }  // namespace TavroRTC::FDModule
