@@ -75,6 +75,16 @@ struct ColumnSpan {
 // samples that the columns take from two rows instead of one.
 constexpr int32_t farApart = 8 << 16;
 
+// Far apart columns mean large frames, whose rows are in memory and not in a cache. A gather waits
+// for each of its lines, so they are asked for one row ahead.
+void prefetchRowPair(const uint8_t* row, ptrdiff_t stride, int32_t bytes) {
+  constexpr int32_t cacheLine = 64;
+  for (int32_t at = 0; at < bytes; at += cacheLine) {
+    __builtin_prefetch(row + at);
+    __builtin_prefetch(row + stride + at);
+  }
+}
+
 }  // namespace
 
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
@@ -96,9 +106,12 @@ bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
   if (blendsRows && !columns.leavesRow() && slopes.dx >= farApart) {
     if (BlendColumnsRow* blendColumns = chooseBlendColumns(dst.width, bytesPerPixel)) {
       int64_t y = slopes.y;
-      for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy)
+      for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy) {
+        if (i + 1 < dst.height)
+          prefetchRowPair(src.row(sampleIndex(y + slopes.dy)) + firstByte, src.stride, spanBytes);
         blendColumns(dst.row(i), src.row(sampleIndex(y)) + firstByte, src.stride, rowFraction(y),
                      dst.width, slopes.x - (span.first << 16), slopes.dx);
+      }
       return true;
     }
   }
