@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 
@@ -44,10 +45,27 @@ std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string
   return std::pair{text.substr(0, equals), text.substr(equals + 1)};
 }
 
+/// Whether two names lead to one file, be it there yet or not.
 bool sameFile(const std::string& first, const std::string& second) {
   std::error_code failure;
-  return std::filesystem::equivalent(first, second, failure);
+  const auto place = [&failure](const std::string& name) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, failure), failure);
+  };
+  return std::filesystem::equivalent(first, second, failure) || place(first) == place(second);
 }
+
+/// The numbers of frames and passes. The limit keeps their products within 64 bits.
+const CLI::Validator wholeNumber(
+    [](const std::string& text) -> std::string {
+      constexpr int64_t limit = 1000000000;
+      int64_t value = 0;
+      const char* end = text.data() + text.size();
+      const auto [rest, failure] = std::from_chars(text.data(), end, value);
+      if (failure == std::errc() && rest == end && value >= 1 && value <= limit)
+        return {};
+      return "must be a whole number from 1 to " + std::to_string(limit) + ", not " + text;
+    },
+    "");
 
 /// Faults that only show between options. Empty if there is none.
 std::string contradiction(const Options& options) {
@@ -62,7 +80,8 @@ std::string contradiction(const Options& options) {
   for (const std::string& target : {options.output, options.annotate})
     if (!target.empty() && sameFile(target, options.input))
       return "the input would be overwritten: " + target;
-  if (!options.output.empty() && options.output == options.annotate)
+  if (!options.output.empty() && !options.annotate.empty() &&
+      sameFile(options.output, options.annotate))
     return "--output and --annotate name the same file: " + options.output;
   return {};
 }
@@ -102,14 +121,14 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
       ->type_name("FILE");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(wholeNumber);
   app.add_option("--max-frames", options.maxFrames, "Stop after N frames of the input")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(wholeNumber);
   app.add_option("--repeat", options.repeat,
                  "Run over the input N times, for timing; results are those of the first pass")
       ->type_name("N")
-      ->check(CLI::PositiveNumber);
+      ->check(wholeNumber);
   app.add_flag("--stats", options.stats, "Print timings and peak memory to the standard error");
   app.add_option("--module", options.module, "The detector module's file")->type_name("FILE");
   app.add_option("--input-format", options.inputFormat,

@@ -1,5 +1,7 @@
 #include "host/app/run.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -71,6 +73,7 @@ class Run {
         return fail(options_.output + ": " + std::strerror(errno));
     } else {
       results_ = std::move(standardOutput);
+      resultsAreShown_ = results_ != nullptr && isatty(fileno(results_.get())) == 1;
       if (results_ == nullptr)
         return fail("the standard output is closed");
     }
@@ -92,7 +95,8 @@ class Run {
     int64_t total = input_->expectedFrames();
     if (options_.maxFrames > 0)
       total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
-    ProgressLine progress(total * options_.repeat);
+    // Results on the same terminal would stand behind the line.
+    ProgressLine progress(resultsAreShown_ ? 0 : total * options_.repeat);
     int64_t frames = 0;
     while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
       ++frames;
@@ -195,6 +199,7 @@ class Run {
   std::unique_ptr<DetectorSession> detector_;
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;
+  bool resultsAreShown_ = false;  ///< on a terminal
   std::unique_ptr<FrameSink> sink_;
   FaceRects faces_;
   RunStatistics statistics_;
