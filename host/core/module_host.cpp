@@ -63,6 +63,8 @@ Status unload(const std::string& name) {
 }
 
 Status create(const std::string& name, FDWrapper** instance) {
+  if (instance == nullptr)
+    return {"there is no place for the instance to make"};
   *instance = nullptr;
   ModuleRegistry& registry = ModuleRegistry::instance();
   ModuleCallback callback = nullptr;

@@ -50,7 +50,8 @@ TAVRO_HOST_API std::optional<ModuleInfo> findModule(const std::string& name);
 TAVRO_HOST_API std::vector<ModuleInfo> modules();
 
 /// Makes an instance with the module's callback. The module owns its memory: it goes back through
-/// destroyInstance(), never through delete. `*instance` is null on failure.
+/// destroyInstance(), never through delete. `*instance` is null on failure. A null `instance` is
+/// refused.
 TAVRO_HOST_API Status createInstance(const std::string& name,
                                      TavroRTC::FDModule::FDWrapper** instance);
 

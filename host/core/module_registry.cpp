@@ -77,9 +77,18 @@ int32_t ModuleRegistry::remove(const char* name) {
 }
 
 std::string ModuleRegistry::nameOf(const SharedLibrary& library) {
-  const std::lock_guard lock(mutex_);
-  for (const auto& [name, module] : modules_)
-    if (module.library.handle() == library.handle())
+  std::vector<std::pair<std::string, ModuleCallback>> cameInAnotherWay;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [name, module] : modules_)
+      if (module.library.handle() == library.handle())
+        return name;
+      else if (module.library.handle() == nullptr && module.ready)
+        cameInAnotherWay.emplace_back(name, module.callback);
+  }
+  // The loader's own lock is held around initialisers, which want the mutex: never in this order.
+  for (const auto& [name, callback] : cameInAnotherWay)
+    if (library.holds(reinterpret_cast<const void*>(callback)))
       return name;
   return {};
 }

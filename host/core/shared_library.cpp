@@ -8,6 +8,7 @@
 #include <windows.h>
 #else
 #include <dlfcn.h>
+#include <link.h>
 #endif
 
 namespace tavro::host {
@@ -25,6 +26,14 @@ void* openFile(const std::filesystem::path& path, std::string& error) {
 
 void closeFile(void* handle) {
   FreeLibrary(static_cast<HMODULE>(handle));
+}
+
+HMODULE moduleAt(const void* address) {
+  HMODULE module = nullptr;
+  const bool found = GetModuleHandleExW(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      static_cast<const wchar_t*>(address), &module);
+  return found ? module : nullptr;
 }
 
 #else
@@ -77,14 +86,24 @@ void SharedLibrary::close() {
     closeFile(handle);
 }
 
+bool SharedLibrary::holds(const void* address) const {
+  if (handle_ == nullptr)
+    return false;
+#if defined(_WIN32)
+  return moduleAt(address) == handle_;
+#else
+  const link_map* library = nullptr;
+  if (dlinfo(handle_, RTLD_DI_LINKMAP, static_cast<void*>(&library)) != 0 || library == nullptr)
+    return false;
+  return fileOf(address) == library->l_name;
+#endif
+}
+
 std::string SharedLibrary::fileOf(const void* address) {
 #if defined(_WIN32)
-  HMODULE module = nullptr;
+  HMODULE module = moduleAt(address);
   wchar_t file[MAX_PATH] = {};
-  if (!GetModuleHandleExW(
-          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          static_cast<const wchar_t*>(address), &module) ||
-      GetModuleFileNameW(module, file, MAX_PATH) == 0)
+  if (module == nullptr || GetModuleFileNameW(module, file, MAX_PATH) == 0)
     return {};
   return std::filesystem::path(file).string();
 #else

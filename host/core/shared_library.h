@@ -26,6 +26,9 @@ class SharedLibrary {
   /// The platform's handle: equal for two objects that hold the same file.
   void* handle() const { return handle_; }
 
+  /// True if the code at `address` is part of this library.
+  bool holds(const void* address) const;
+
   /// File that holds the code at `address`, or empty.
   static std::string fileOf(const void* address);
 

@@ -2,6 +2,7 @@
 
 #include "host/core/module_host.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -116,6 +117,13 @@ TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {
   ASSERT_EQ(loadModule(FAKE_TWICE_FILE).error, "");
   EXPECT_TRUE(findModule("twice").has_value());
   EXPECT_FALSE(findModule("twice_again").has_value());
+
+  // One that somebody else has opened is registered without this host's doing.
+  void* handle = dlopen(FAKE_OTHER_FILE, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(handle, nullptr);
+  EXPECT_TRUE(failsWith(loadModule(FAKE_OTHER_FILE), "loaded already, as 'other'"));
+  dlclose(handle);
+  EXPECT_FALSE(findModule("other").has_value());
 }
 
 TEST_F(ModuleHostTest, KeepsModulesWithLiveInstances) {
@@ -136,6 +144,7 @@ TEST_F(ModuleHostTest, KeepsModulesWithLiveInstances) {
   FDWrapper* none = second;
   EXPECT_TRUE(failsWith(createInstance("nobody", &none), "no module is registered as 'nobody'"));
   EXPECT_EQ(none, nullptr);
+  EXPECT_TRUE(failsWith(createInstance("fake", nullptr), "no place"));
 }
 
 TEST_F(ModuleHostTest, SurvivesModulesThatFail) {
