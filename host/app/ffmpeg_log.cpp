@@ -7,6 +7,8 @@ extern "C" {
 #include <cstdio>
 #include <mutex>
 
+#include "host/app/ffmpeg_handles.h"
+
 namespace tavro::host {
 
 namespace {
@@ -53,6 +55,13 @@ std::string latestFfmpegError() {
   CapturedLog& log = capturedLog();
   const std::lock_guard lock(log.mutex);
   return log.latest;
+}
+
+std::string explainedError(int code, int64_t errorsBefore) {
+  std::string text = ffmpegError(code);
+  if (ffmpegErrorCount() > errorsBefore)
+    text += " (" + latestFfmpegError() + ")";
+  return text;
 }
 
 }  // namespace tavro::host

@@ -17,4 +17,8 @@ int64_t ffmpegErrorCount();
 /// The latest error logged, as one line; empty if there is none.
 std::string latestFfmpegError();
 
+/// The text of FFmpeg's error code, with the latest error logged if there is one since
+/// `errorsBefore`, a count of ffmpegErrorCount().
+std::string explainedError(int code, int64_t errorsBefore);
+
 }  // namespace tavro::host

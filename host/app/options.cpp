@@ -15,7 +15,7 @@ constexpr const char* description =
     "Finds the faces in a video and prints their rectangles, one JSON object per frame:\n"
     R"({"frame":0,"time":0.0,"width":1280,"height":720,)"
     "\n"
-    R"( "faces":[{"left":1,"top":2,"right":3,"bottom":4}],"ms":1.23})"
+    R"( "faces":[{"left":426,"top":167,"right":670,"bottom":435}],"ms":1.318})"
     "\n"
     "left, top, right, bottom are corners in pixels of the upright picture, time is in seconds,\n"
     "ms is what the detector took.";
@@ -86,6 +86,16 @@ std::string contradiction(const Options& options) {
   return {};
 }
 
+/// What to say of a fault. Arguments left over come first: a mistyped option, or a file named like
+/// one, is why INPUT is missing.
+std::string faultOf(const CLI::App& app, const CLI::ParseError& fault) {
+  const std::vector<std::string> extra = app.remaining();
+  if (extra.empty())
+    return fault.what();
+  return (extra.front().starts_with('-') ? "unknown option " : "unexpected argument ") +
+         extra.front();
+}
+
 ParsedOptions badUsage(std::string message) {
   std::replace(message.begin(), message.end(), '\n', ' ');
   std::fprintf(stderr, "tavro-fd: %s (see tavro-fd --help)\n", message.c_str());
@@ -146,7 +156,7 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
     parsed.exitCode = app.exit(request);
     return parsed;
   } catch (const CLI::ParseError& fault) {
-    return badUsage(fault.what());
+    return badUsage(faultOf(app, fault));
   }
   for (const std::string& text : inputOptions) {
     auto option = keyAndValue(text);

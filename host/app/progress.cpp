@@ -12,28 +12,28 @@ constexpr std::chrono::milliseconds interval{100};
 constexpr const char* eraseLine = "\r\033[K";
 }  // namespace
 
-ProgressLine::ProgressLine(int64_t total)
-    : total_(total),
-      enabled_(total > 1 && isatty(STDERR_FILENO) == 1),
-      next_(std::chrono::steady_clock::now() + interval) {}
+ProgressLine::ProgressLine()
+    : enabled_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now() + interval) {}
 
-ProgressLine::~ProgressLine() {
+void ProgressLine::erase() {
   if (shown_)
     std::fputs(eraseLine, stderr);
+  shown_ = false;
 }
 
-void ProgressLine::update(int64_t done) {
-  if (!enabled_)
+void ProgressLine::update(int64_t done, int64_t total) {
+  if (!enabled_ || total <= 1)
     return;
   const auto now = std::chrono::steady_clock::now();
   if (now < next_)
     return;
   next_ = now + interval;
   shown_ = true;
-  const int64_t percent = std::min<int64_t>(100, done * 100 / total_);
-  std::fprintf(stderr, "%stavro-fd: %lld %% (%lld of %lld frames)", eraseLine,
-               static_cast<long long>(percent), static_cast<long long>(done),
-               static_cast<long long>(total_));
+  const double percent =
+      std::min(100.0, 100.0 * static_cast<double>(done) / static_cast<double>(total));
+  std::fprintf(stderr, "%stavro-fd: %d %% (%lld of %lld frames)", eraseLine,
+               static_cast<int>(percent), static_cast<long long>(done),
+               static_cast<long long>(total));
 }
 
 }  // namespace tavro::host

@@ -10,16 +10,19 @@ namespace tavro::host {
 
 class ProgressLine {
  public:
-  /// `total` frames in all, 0 if unknown.
-  explicit ProgressLine(int64_t total);
-  ~ProgressLine();
+  ProgressLine();
+  ~ProgressLine() { erase(); }
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  void update(int64_t done);
+  /// Where the results go to a terminal, they would stand behind the line.
+  void disable() { enabled_ = false; }
+  /// `done` of `total` frames in all, 0 if unknown.
+  void update(int64_t done, int64_t total);
+  /// Makes room for other lines.
+  void erase();
 
  private:
-  int64_t total_;
   bool shown_ = false;
   bool enabled_;
   std::chrono::steady_clock::time_point next_;

@@ -36,13 +36,13 @@ class Run {
   explicit Run(const Options& options) : options_(options) {}
 
   int execute() {
-    StreamHandle standardOutput = divertStandardOutput();
     const auto start = Clock::now();
-    bool completed = prepare(std::move(standardOutput));
+    bool completed = openInput() && openResults();
     for (int32_t pass = 0; completed && pass < options_.repeat && !isStopRequested(); ++pass)
       completed = runPass(pass);
     statistics_.seconds = secondsSince(start);
     completed = closeOutputs() && completed;
+    progress_.erase();
     if (!completed) {
       std::fprintf(stderr, "tavro-fd: %s\n", error_.c_str());
       return exitBadInput;
@@ -59,33 +59,38 @@ class Run {
     return false;
   }
 
-  /// The input is opened first: nothing is overwritten for an input that can't be read.
-  bool prepare(StreamHandle standardOutput) {
-    std::string error;
-    if (!openInput())
-      return false;
-    detector_ = DetectorSession::open(options_.module, error);
-    if (detector_ == nullptr)
-      return fail(error);
-    if (!options_.output.empty()) {
-      results_.reset(std::fopen(options_.output.c_str(), "w"));
-      if (results_ == nullptr)
-        return fail(options_.output + ": " + std::strerror(errno));
-    } else {
-      results_ = std::move(standardOutput);
-      resultsAreShown_ = results_ != nullptr && isatty(fileno(results_.get())) == 1;
-      if (results_ == nullptr)
-        return fail("the standard output is closed");
-    }
-    std::setvbuf(results_.get(), nullptr, _IOLBF, BUFSIZ);  // each frame's line at once
-    return true;
-  }
-
   bool openInput() {
     std::string error;
     const InputRequest request = {options_.input, options_.inputFormat, options_.inputOptions};
     input_ = VideoInput::open(request, error);
     return input_ != nullptr || fail(options_.input + ": " + error);
+  }
+
+  /// Opened after the input: nothing is overwritten for one that can't be read.
+  bool openResults() {
+    if (!options_.output.empty()) {
+      results_.reset(std::fopen(options_.output.c_str(), "w"));
+      if (results_ == nullptr)
+        return fail(options_.output + ": " + std::strerror(errno));
+    }
+    StreamHandle standardOutput = divertStandardOutput();
+    if (results_ == nullptr)
+      results_ = std::move(standardOutput);
+    if (results_ == nullptr)
+      return fail("the standard output is closed");
+    if (isatty(fileno(results_.get())) == 1)
+      progress_.disable();
+    std::setvbuf(results_.get(), nullptr, _IOLBF, BUFSIZ);  // each frame's line at once
+    return true;
+  }
+
+  /// Done with the first picture at hand, since the module prints lines of its own: what is wrong
+  /// with the input or the outputs has been told in one line by then.
+  bool openDetector() {
+    std::string error;
+    if (detector_ == nullptr)
+      detector_ = DetectorSession::open(options_.module, error);
+    return detector_ != nullptr || fail(error);
   }
 
   bool runPass(int32_t pass) {
@@ -95,12 +100,10 @@ class Run {
     int64_t total = input_->expectedFrames();
     if (options_.maxFrames > 0)
       total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
-    // Results on the same terminal would stand behind the line.
-    ProgressLine progress(resultsAreShown_ ? 0 : total * options_.repeat);
     int64_t frames = 0;
     while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
       ++frames;
-      if (!openAnnotation())
+      if (!openAnnotation() || !openDetector())
         return false;
       const bool detects = input_->index() % options_.every == 0;
       const double milliseconds = detects ? detect() : 0.0;
@@ -108,7 +111,7 @@ class Run {
         return false;
       if (writes && sink_ != nullptr && !annotate())
         return false;
-      progress.update(pass * total + frames);
+      progress_.update(pass * total + frames, total * options_.repeat);
     }
     statistics_.decodedFrames += frames;
     if (writes)
@@ -199,7 +202,7 @@ class Run {
   std::unique_ptr<DetectorSession> detector_;
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;
-  bool resultsAreShown_ = false;  ///< on a terminal
+  ProgressLine progress_;
   std::unique_ptr<FrameSink> sink_;
   FaceRects faces_;
   RunStatistics statistics_;

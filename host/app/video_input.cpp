@@ -19,12 +19,11 @@ namespace {
 
 constexpr const char* y4mFormat = "yuv4mpegpipe";
 
-/// FFmpeg's message, with what its libraries have logged about it.
-std::string explained(int code, int64_t errorsBefore) {
-  std::string text = ffmpegError(code);
-  if (ffmpegErrorCount() > errorsBefore)
-    text += " (" + latestFfmpegError() + ")";
-  return text;
+/// The device file if the path leads to a camera, be it by a link as in /dev/v4l/by-id; else empty.
+std::string cameraAt(const std::string& path) {
+  std::error_code failure;
+  std::string file = std::filesystem::canonical(path, failure).string();
+  return file.starts_with("/dev/video") ? file : std::string();
 }
 
 /// The name under which FFmpeg opens the input. A file may be called anything, so an existing one
@@ -32,6 +31,8 @@ std::string explained(int code, int64_t errorsBefore) {
 std::string ffmpegUrl(const std::string& path) {
   if (path == "-")
     return "pipe:0";
+  if (std::string camera = cameraAt(path); !camera.empty())
+    return camera;
   std::error_code failure;
   if (path.find(':') != std::string::npos && std::filesystem::exists(path, failure))
     return "file:" + path;
@@ -57,7 +58,7 @@ VideoInput::~VideoInput() {
 
 bool VideoInput::openFormat(const InputRequest& request, std::string& error) {
   std::string formatName = request.format;
-  if (formatName.empty() && request.path.starts_with("/dev/video"))
+  if (formatName.empty() && !cameraAt(request.path).empty())
     formatName = "v4l2";
   const AVInputFormat* inputFormat = nullptr;
   if (!formatName.empty()) {
@@ -87,7 +88,7 @@ bool VideoInput::openFormat(const InputRequest& request, std::string& error) {
   if (result >= 0)
     result = avformat_find_stream_info(format_, nullptr);
   if (result < 0) {
-    error = explained(result, errorsBefore);
+    error = explainedError(result, errorsBefore);
     return false;
   }
   for (const auto& [key, value] : request.options)
@@ -127,7 +128,7 @@ bool VideoInput::openDecoder(std::string& error) {
   if (result >= 0)
     result = avcodec_open2(decoder_.get(), codec, nullptr);
   if (result < 0) {
-    error = explained(result, errorsBefore);
+    error = explainedError(result, errorsBefore);
     return false;
   }
   if (const AVRational rate = av_guess_frame_rate(format_, stream_, nullptr);
@@ -264,14 +265,16 @@ AVColorSpace VideoInput::colorSpace() const {
 }
 
 int64_t VideoInput::expectedFrames() const {
-  if (stream_->nb_frames > 0)
+  constexpr double most = 1e9;  // what claims more is damaged
+  if (stream_->nb_frames > 0 && stream_->nb_frames <= std::llround(most))
     return stream_->nb_frames;
   double seconds = 0.0;
   if (stream_->duration > 0)
     seconds = static_cast<double>(stream_->duration) * av_q2d(stream_->time_base);
   else if (format_->duration > 0)
     seconds = static_cast<double>(format_->duration) / AV_TIME_BASE;
-  return std::llround(seconds * av_q2d(frameRate_));
+  const double frames = seconds * av_q2d(frameRate_);
+  return frames <= most ? std::llround(frames) : 0;
 }
 
 }  // namespace tavro::host

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 #include "host/app/annotation.h"
+#include "host/app/ffmpeg_log.h"
 
 namespace tavro::host {
 
@@ -34,9 +36,17 @@ class VideoSink final : public FrameSink {
       error = "out of memory";
       return false;
     }
-    // The file comes first: a name that can't be written is the likelier fault.
-    return succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error) &&
-           openEncoder(format, error) && writeHeader(error);
+    // The file comes after the encoder, which refuses some sizes: no empty file is left then.
+    if (!openEncoder(format, error) ||
+        !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
+      return false;
+    if (writeHeader(error))
+      return true;
+    avio_closep(&muxer_->pb);
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(path, failure))
+      std::filesystem::remove(path, failure);
+    return false;
   }
 
   bool write(const I420Frame& frame, double time, std::string& error) override {
@@ -54,9 +64,9 @@ class VideoSink final : public FrameSink {
   }
 
  private:
-  static bool succeeded(int result, std::string& error) {
+  bool succeeded(int result, std::string& error) const {
     if (result < 0)
-      error = ffmpegError(result);
+      error = explainedError(result, errorsBefore_);
     return result >= 0;
   }
 
@@ -150,6 +160,7 @@ class VideoSink final : public FrameSink {
   PacketHandle packet_;
   ScalerHandle scaler_;
   int64_t lastTime_ = -1;
+  int64_t errorsBefore_ = ffmpegErrorCount();
 };
 
 }  // namespace

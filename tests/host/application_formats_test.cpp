@@ -14,6 +14,8 @@ extern "C" {
 #include "host/app/annotation.h"
 #include "host/app/video_input.h"
 #include "tests/host/application_runner.h"
+#include "tests/host/fake_detector.h"
+#include "tests/support/random.h"
 
 namespace tavro::test {
 namespace {
@@ -157,6 +159,37 @@ TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
       EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
       EXPECT_EQ(outcome.results().size(), 2U);
     }
+}
+
+TEST_F(Formats, CameraPicturesKeepTheirSamples) {
+  const uint64_t seed = baseSeed();
+  SCOPED_TRACE(seedNote(seed));
+  Random random(seed);
+  for (const auto& [width, height] : {std::pair{854, 480}, {33, 17}, {1, 1}}) {
+    auto frame = I420Frame::allocate(width, height);
+    for (int32_t plane = 0; plane < host::planeCount; ++plane)
+      for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
+        frame->writablePlane(plane)[i] = random.byte();
+    const auto faces = fakeFaces(*frame);
+    for (const bool isNv12 : {true, false}) {
+      SCOPED_TRACE(testing::Message() << width << "x" << height << (isNv12 ? " nv12" : " nv21"));
+      std::string samples(reinterpret_cast<const char*>(frame->planeData(0)),
+                          static_cast<size_t>(width) * static_cast<size_t>(height));
+      for (int32_t i = 0; i < frame->planeStride(1) * frame->planeHeight(1); ++i)
+        for (const int32_t plane : {isNv12 ? 1 : 2, isNv12 ? 2 : 1})
+          samples += static_cast<char>(frame->planeData(plane)[i]);
+      const std::string path = folder_.file("raw");
+      writeFile(path, samples);
+      const auto results =
+          runWithFake({path, "--input-format", "rawvideo", "--input-option",
+                       "video_size=" + std::to_string(width) + "x" + std::to_string(height),
+                       "--input-option", isNv12 ? "pixel_format=nv12" : "pixel_format=nv21"})
+              .results();
+      ASSERT_EQ(results.size(), 1U);
+      for (size_t i = 0; i < faces.size(); ++i)
+        EXPECT_EQ(results[0]["faces"][i]["left"], faces[i].left) << "rectangle " << i;
+    }
+  }
 }
 
 TEST_F(Formats, PhotosAreTurnedUpright) {

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <span>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/app/ffmpeg_log.h"
@@ -83,12 +85,10 @@ struct Outcome {
   }
 };
 
-/// Runs the application with the standard input from `input`.
-inline Outcome runApplication(const std::vector<std::string>& arguments,
-                              const std::string& input = "/dev/null") {
-  const TemporaryFolder folder;
-  const std::string outputFile = folder.file("output");
-  const std::string errorFile = folder.file("errors");
+/// Starts the application with its three standard streams on the files named, and waits for its
+/// end. Its exit code, or -1 if it didn't end by itself.
+inline int spawnApplication(const std::vector<std::string>& arguments, const std::string& input,
+                            const std::string& output, const std::string& errors) {
   std::vector<std::string> words = {APPLICATION_FILE};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
@@ -101,23 +101,52 @@ inline Outcome runApplication(const std::vector<std::string>& arguments,
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
   for (const auto& [descriptor, path] :
-       {std::pair{STDOUT_FILENO, &outputFile}, {STDERR_FILENO, &errorFile}})
+       {std::pair{STDOUT_FILENO, &output}, {STDERR_FILENO, &errors}})
     posix_spawn_file_actions_addopen(&actions, descriptor, path->c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+                                     O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, 0600);
   pid_t process = 0;
   const int failure =
       posix_spawn(&process, APPLICATION_FILE, &actions, nullptr, pointers.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  Outcome outcome;
   if (failure != 0)
-    return outcome;
+    return -1;
   int status = 0;
   waitpid(process, &status, 0);
-  if (WIFEXITED(status))
-    outcome.exitCode = WEXITSTATUS(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// Runs the application with the standard input from `input`.
+inline Outcome runApplication(const std::vector<std::string>& arguments,
+                              const std::string& input = "/dev/null") {
+  const TemporaryFolder folder;
+  const std::string outputFile = folder.file("output");
+  const std::string errorFile = folder.file("errors");
+  Outcome outcome;
+  outcome.exitCode = spawnApplication(arguments, input, outputFile, errorFile);
   outcome.output = contentOf(outputFile);
   outcome.errors = contentOf(errorFile);
   return outcome;
+}
+
+/// What a terminal shows that gets the standard error and, if `outputToo`, the standard output.
+inline std::string shownOnTerminal(const std::vector<std::string>& arguments, bool outputToo) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+    return "there is no terminal";
+  const std::string terminal = ptsname(master);
+  const int slave = open(terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  std::string shown;
+  std::thread reader([&] {
+    char text[4096];
+    for (ssize_t size = 0; (size = read(master, text, sizeof text)) > 0;)
+      shown.append(text, static_cast<size_t>(size));
+  });
+  EXPECT_EQ(spawnApplication(arguments, "/dev/null", outputToo ? terminal : "/dev/null", terminal),
+            0);
+  close(slave);  // the last one that writes: the reader comes to its end
+  reader.join();
+  close(master);
+  return shown;
 }
 
 /// Runs it with the fake detector, which answers with what it was given.

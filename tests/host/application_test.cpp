@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -132,6 +133,8 @@ TEST_F(Application, BadUsageIsOneLineAndExitCode2) {
                                  52));
   const std::string headerOnly = folder_.file("empty.y4m");
   writeFile(headerOnly, "YUV4MPEG2 W32 H18 F25:1\n");
+  writeFile(folder_.file("linked.mp4"), "");
+  std::filesystem::create_hard_link(folder_.file("linked.mp4"), folder_.file("link.mp4"));
   const std::vector<std::string> cases[] = {
       {},
       {path, "--no-such-option"},
@@ -142,6 +145,7 @@ TEST_F(Application, BadUsageIsOneLineAndExitCode2) {
       {path, "--every", "99999999999999999999"},
       {path, "--max-frames", "0"},
       {path, "--output", "o.mp4", "--annotate", "./o.mp4"},
+      {path, "--output", folder_.file("link.mp4"), "--annotate", folder_.file("linked.mp4")},
       {path, "--repeat", "0"},
       {path, "--annotate", "boxes.txt"},
       {path, "--annotate", path},
@@ -149,7 +153,6 @@ TEST_F(Application, BadUsageIsOneLineAndExitCode2) {
       {path, "--output", "/nowhere/faces.jsonl"},
       {path, "--annotate", "/nowhere/boxes.mp4"},
       {path, "--annotate", "/nowhere/boxes.png"},
-      {path, "--output", "/dev/full"},
       {path, "--input-format", "no-such-format"},
       {path, "--input-option", "novalue"},
       {path, "--input-option", "no_such_option=1"},
@@ -162,20 +165,51 @@ TEST_F(Application, BadUsageIsOneLineAndExitCode2) {
       {headerOnly},
   };
   for (std::vector<std::string> arguments : cases) {
-    // A module that says nothing of its own: the one line must be the application's.
+    // A module that prints lines of its own: they must not hide the application's.
     arguments.insert(arguments.end(), {"--module", FAKE_GOOD_FILE});
     SCOPED_TRACE(testing::PrintToString(arguments));
-    Outcome outcome = runApplication(arguments);
-    std::erase_if(outcome.errors, [](char sign) { return sign == '\0'; });
-    const size_t own = outcome.errors.find("tavro-fd: ");
-    ASSERT_NE(own, std::string::npos) << outcome.errors;
-    outcome.errors.erase(0, own);
+    const Outcome outcome = runApplication(arguments);
     EXPECT_EQ(outcome.exitCode, 2);
     EXPECT_TRUE(outcome.hasOneErrorLine()) << outcome.errors;
     EXPECT_EQ(outcome.output, "");
   }
   // An input that was named as an output is still there.
   EXPECT_EQ(runWithFake({path}).results().size(), 2U);
+
+  const Outcome full = runWithFake({path, "--output", "/dev/full"});
+  EXPECT_EQ(full.exitCode, 2);
+  EXPECT_NE(full.errors.find("\ntavro-fd: the results can't be written: "), std::string::npos);
+}
+
+TEST_F(Application, FaultsAreToldByTheirCause) {
+  Random random(1);
+  const std::string wide = folder_.file("wide.y4m");
+  writeFile(wide, y4m(randomFrames(random, 1, 32768, 2)));
+  const std::string video = folder_.file("boxes.mp4");
+  const struct {
+    std::vector<std::string> arguments;
+    std::string cause;
+  } cases[] = {
+      {{"-x.jpg"}, "unknown option -x.jpg "},
+      {{clip(1), "extra"}, "unexpected argument extra "},
+      {{clip(1), "--every", "0"}, "--every: must be a whole number from 1 to 1000000000, not 0 "},
+      {{wide, "--annotate", video}, "32768x2"},  // the encoder's own words
+  };
+  for (const auto& [arguments, cause] : cases) {
+    const Outcome outcome = runWithFake(arguments);
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_NE(outcome.errors.find(cause), std::string::npos) << outcome.errors;
+  }
+  EXPECT_FALSE(std::filesystem::exists(video));
+}
+
+TEST_F(Application, ProgressIsShownUnlessItDisturbsTheResults) {
+  // Passes too short for a line each, which take long enough all together.
+  const std::vector<std::string> arguments = {clip(2),        "--repeat", "5000", "--module",
+                                              FAKE_GOOD_FILE, "--every",  "2"};
+  const std::string line = "\r\033[Ktavro-fd: ";
+  EXPECT_NE(shownOnTerminal(arguments, false).find(line), std::string::npos);
+  EXPECT_EQ(shownOnTerminal(arguments, true).find(line), std::string::npos);
 }
 
 TEST_F(Application, BadModulesAreOneLineAndExitCode2) {
