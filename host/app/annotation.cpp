@@ -46,7 +46,9 @@ void outline(I420Frame& frame, const FaceRect& face, int64_t thickness) {
 }  // namespace
 
 std::optional<I420Frame> withRectangles(const I420Frame& frame, std::span<const FaceRect> faces) {
-  auto drawn = I420Frame::allocate(frame.width(), frame.height());
+  // The sinks hand the copy to swscale, which reads narrow rows in whole vectors.
+  const auto padded = [&frame](int32_t plane) { return (frame.planeWidth(plane) + 63) / 64 * 64; };
+  auto drawn = I420Frame::allocate(frame.width(), frame.height(), padded(0), padded(1));
   if (!drawn.has_value())
     return std::nullopt;
   for (int32_t plane = 0; plane < planeCount; ++plane)
