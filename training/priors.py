@@ -1,0 +1,53 @@
+"""The prior boxes, and boxes as offsets from them.
+
+Three grids of square priors, fine to coarse, row by row, sizes of a cell next to each other. Boxes
+are x1, y1, x2, y2 in pixels of the network's input here.
+"""
+
+import torch
+
+from training.network import PRIOR_COUNT, SIDE
+
+GRIDS = [(24, 8, (8, 16, 32)), (12, 16, (64, 96)), (6, 32, (128, 192))]  # cells, stride, sizes
+CENTRE_VARIANCE, SIZE_VARIANCE = 0.1, 0.2
+
+
+def priorBoxes():
+    """2088 x 4: centre x, centre y, width, height in input pixels."""
+    rows = [((column + 0.5) * stride, (row + 0.5) * stride, size, size)
+            for cells, stride, sizes in GRIDS
+            for row in range(cells) for column in range(cells) for size in sizes]
+    assert len(rows) == PRIOR_COUNT
+    return torch.tensor(rows)
+
+
+def corners(boxes):
+    """Centre and size -> corners."""
+    return torch.cat([boxes[..., :2] - boxes[..., 2:] / 2, boxes[..., :2] + boxes[..., 2:] / 2], -1)
+
+
+def decode(offsets, priors):
+    """Offsets ... x 2088 x 4 -> boxes."""
+    centre = offsets[..., :2] * CENTRE_VARIANCE * priors[:, 2:] + priors[:, :2]
+    size = torch.exp(offsets[..., 2:] * SIZE_VARIANCE) * priors[:, 2:]
+    return corners(torch.cat([centre, size], -1))
+
+
+def encode(boxes, priors):
+    """Boxes -> offsets; both n x 4, each with its own prior."""
+    centre = (boxes[..., :2] + boxes[..., 2:]) / 2
+    size = (boxes[..., 2:] - boxes[..., :2]).clamp(min=1)
+    return torch.cat([(centre - priors[..., :2]) / (CENTRE_VARIANCE * priors[..., 2:]),
+                      torch.log(size / priors[..., 2:]) / SIZE_VARIANCE], -1)
+
+
+def overlaps(a, b):
+    """Intersections and areas of boxes a (... x n x 4) and b (... x m x 4): ... x n x m, n, m."""
+    low = torch.maximum(a[..., :, None, :2], b[..., None, :, :2])
+    high = torch.minimum(a[..., :, None, 2:], b[..., None, :, 2:])
+    side = (high - low).clamp_(min=0)
+    areaOf = lambda boxes: (boxes[..., 2] - boxes[..., 0]) * (boxes[..., 3] - boxes[..., 1])
+    return side[..., 0] * side[..., 1], areaOf(a), areaOf(b)
+
+
+assert SIDE == GRIDS[0][0] * GRIDS[0][1]

@@ -1,0 +1,49 @@
+"""The weight block: all constant tensors of the network in one file, as the engine embeds it.
+
+Tensors stand in the byte-wise order of their names, each as little-endian float32 in the order
+output channel, input channel, kernel row, kernel column, and each begins at a 128-byte boundary.
+The block ends with the last tensor's padding left out.
+"""
+
+import numpy
+
+ALIGNMENT = 128
+BLOCK_BYTES = 391296
+
+
+def offsets(shapes):
+    """Where each tensor begins and where the last one ends: ({name: byte}, end).
+
+    `shapes` gives the extents by name.
+    """
+    begin, end = {}, 0
+    for name in sorted(shapes, key=str.encode):
+        begin[name] = -(-end // ALIGNMENT) * ALIGNMENT
+        end = begin[name] + 4 * int(numpy.prod(shapes[name]))
+    return begin, end
+
+
+def read(path, shapes):
+    """The tensors of the file by name, float32, with the given extents."""
+    with open(path, "rb") as file:
+        block = file.read()
+    if len(block) != BLOCK_BYTES:
+        raise ValueError(f"{path}: has {len(block)} bytes, a weight block has {BLOCK_BYTES}")
+    begin, _ = offsets(shapes)
+    return {name: numpy.frombuffer(block, "<f4", int(numpy.prod(shape)), begin[name])
+            .reshape(shape).copy() for name, shape in shapes.items()}
+
+
+def write(path, tensors):
+    """Writes the tensors, a mapping from name to array."""
+    begin, end = offsets({name: values.shape for name, values in tensors.items()})
+    block = bytearray(-(-end // ALIGNMENT) * ALIGNMENT)
+    if len(block) != BLOCK_BYTES:
+        raise ValueError(f"these tensors fill {len(block)} bytes, not {BLOCK_BYTES}")
+    for name, values in tensors.items():
+        if not numpy.isfinite(values).all():
+            raise ValueError(f"{name} has values that are not finite")
+        data = numpy.ascontiguousarray(values, "<f4").tobytes()
+        block[begin[name]:begin[name] + len(data)] = data
+    with open(path, "wb") as file:
+        file.write(block)
