@@ -1,0 +1,80 @@
+"""What training makes small: a loss of the scores and a loss of the boxes.
+
+Scores: focal loss (Lin and others, 2017), or cross-entropy over the hardest negatives (Liu and
+others, 2016). Boxes: the complete intersection over union (Zheng and others, 2020), or smooth L1 of
+the offsets. README.md tells which is taken and why.
+"""
+
+import math
+
+import torch
+from torch.nn import functional
+
+from training.assignment import assign
+from training.priors import decode, encode
+
+FOCUS, POSITIVE_WEIGHT = 2.0, 0.5
+NEGATIVES_PER_POSITIVE, FEWEST_NEGATIVES = 4, 20
+
+
+def focal(logit, positive, negative):
+    """Sum over all priors that are asked. `logit` is that of "face" against "no face"."""
+    target = positive.float()
+    entropy = functional.binary_cross_entropy_with_logits(logit, target, reduction="none")
+    wrong = 1 - torch.exp(-entropy)  # the probability of the wrong answer
+    weight = torch.where(positive, POSITIVE_WEIGHT, 1 - POSITIVE_WEIGHT)
+    return (4 * weight * wrong ** FOCUS * entropy)[positive | negative].sum()
+
+
+def hardest(logit, positive, negative):
+    """Sum over positives and, in each picture, the negatives that are most like faces."""
+    entropy = functional.binary_cross_entropy_with_logits(logit, positive.float(),
+                                                          reduction="none")
+    count = (positive.sum(1) * NEGATIVES_PER_POSITIVE).clamp(min=FEWEST_NEGATIVES)
+    candidates = entropy.detach().masked_fill(~negative, -1)
+    rank = candidates.argsort(1, descending=True).argsort(1)
+    return entropy[positive | negative & (rank < count[:, None])].sum()
+
+
+def completeOverlap(found, truth):
+    """1 - CIoU of boxes n x 4."""
+    low, high = torch.maximum(found[:, :2], truth[:, :2]), torch.minimum(found[:, 2:], truth[:, 2:])
+    inter = (high - low).clamp(min=0).prod(1)
+    sizeFound, sizeTruth = found[:, 2:] - found[:, :2], truth[:, 2:] - truth[:, :2]
+    overlap = inter / (sizeFound.prod(1) + sizeTruth.prod(1) - inter)
+    hull = torch.maximum(found[:, 2:], truth[:, 2:]) - torch.minimum(found[:, :2], truth[:, :2])
+    apart = (found[:, :2] + found[:, 2:] - truth[:, :2] - truth[:, 2:]) / 2
+    shape = 4 / math.pi ** 2 * (torch.atan(sizeFound[:, 0] / sizeFound[:, 1]) -
+                                torch.atan(sizeTruth[:, 0] / sizeTruth[:, 1])) ** 2
+    with torch.no_grad():
+        weight = shape / (1 - overlap + shape + 1e-6)
+    return 1 - overlap + (apart ** 2).sum(1) / (hull ** 2).sum(1) + weight * shape
+
+
+class Loss:
+    """Both losses of a batch, each divided by the number of positives."""
+
+    scoreLosses = {"focal": focal, "hardest": hardest}
+    boxLosses = ("complete", "smooth")
+
+    def __init__(self, priors, scoreLoss="focal", boxLoss="complete", boxWeight=2.0):
+        self.priors = priors
+        self.scoreLoss = self.scoreLosses[scoreLoss]
+        self.boxLoss = boxLoss
+        self.boxWeight = boxWeight
+
+    def __call__(self, logits, offsets, boxes, kinds):
+        """Outputs of the network; boxes and kinds as `assign` takes them. Gives (score, box)."""
+        with torch.no_grad():
+            positive, negative, index = assign(boxes, kinds, self.priors)
+        score = self.scoreLoss(logits[..., 1] - logits[..., 0], positive, negative)
+        count = positive.sum().clamp(min=1)
+        picture, prior = positive.nonzero(as_tuple=True)
+        truth = boxes[picture, index[picture, prior]]
+        found, priors = offsets[picture, prior], self.priors[prior]
+        if self.boxLoss == "complete":
+            # The exponential of a wild guess must not overflow.
+            box = completeOverlap(decode(found.clamp(-20, 20), priors), truth).sum()
+        else:
+            box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="sum")
+        return score / count, self.boxWeight * box / count

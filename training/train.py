@@ -1,0 +1,281 @@
+"""Trains the network and writes a weight block.
+
+    python3 -m training.train --data PATH --run DIR
+    python3 -m training.train --data PATH --run DIR --resume
+
+PATH is a folder of pictures and boxes (see faces.py). DIR receives `checkpoint.pt`, from which
+--resume goes on, `weights.bin`, `log.jsonl` and `curves.png`. On a processor one process a core
+trains, each on batches of its own, and gradients are averaged; on a CUDA device one process does
+all and keeps the pictures there. An interrupted run writes its checkpoint first.
+"""
+
+import argparse
+import collections
+import copy
+import json
+import math
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+import torch
+from torch import distributed
+
+from training import camera, detector_input, faces, plots
+from training.loss import Loss
+from training.network import SIDE, FaceNetwork, toImages
+from training.picture_store import PictureStore
+from training.priors import priorBoxes
+from training.scenes import Random, Scenes
+
+AVERAGE_DECAY = 0.9995  # of the averaged weights, a step
+WARM_UP_STEPS = 500
+LEAST_RATE = 0.005  # of the highest rate, at the end
+WEIGHT_DECAY = 1e-4
+LONGEST_GRADIENT = 10.0
+REPLAY_BATCHES = 8  # how long a batch waits until it is seen again, mirrored
+CHECKPOINT_SECONDS = 300
+LOG_STEPS = 100
+MEASURED_BATCHES = 60  # for the statistics of the normalisations in the weights that leave
+
+
+def parseArguments(arguments=None):
+    parser = argparse.ArgumentParser(
+        prog="training.train", description=__doc__.split("\n\n", maxsplit=1)[0],
+        formatter_class=argparse.ArgumentDefaultsHelpFormatter)
+    parser.add_argument("--data", required=True, help="folder of pictures and boxes")
+    parser.add_argument("--run", required=True, help="folder for what comes out")
+    parser.add_argument("--resume", action="store_true", help="go on from the run's checkpoint")
+    parser.add_argument("--start", help="a weight block to start from")
+    parser.add_argument("--samples", type=float, default=2e6, help="samples in all")
+    parser.add_argument("--batch", type=int, default=32, help="samples a step of each process")
+    parser.add_argument("--rate", type=float, default=3e-3, help="the highest learning rate")
+    parser.add_argument("--score-loss", default="focal", choices=list(Loss.scoreLosses))
+    parser.add_argument("--box-loss", default="complete", choices=Loss.boxLosses)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
+    parser.add_argument("--processes", type=int, default=0, help="0: one a core")
+    options = parser.parse_args(arguments)
+    if options.processes < 1:
+        options.processes = len(os.sched_getaffinity(0)) if options.device == "cpu" else 1
+    return options
+
+
+class Batches:
+    """An endless row of batches: bytes n x 192 x 192 x 3 as the detector sees them, boxes, kinds.
+
+    Each is seen twice, the second time mirrored and a while later: making them costs about as much
+    as learning from them (Choi and others, "Faster neural network training with data echoing").
+    What comes at a step depends on the seed and the step alone.
+    """
+
+    def __init__(self, store, options, rank):
+        self.scenes = Scenes(store)
+        self.options, self.rank = options, rank
+        self.waiting = collections.deque()
+
+    def make(self, number):
+        random = Random(self.options.device, (self.options.seed << 40) + (number << 8) + self.rank)
+        scenes, boxes, kinds = self.scenes.batch(random, self.options.batch)
+        return detector_input.detectorInput(*camera.shoot(random, scenes)), boxes, kinds
+
+    def next(self, number):
+        if number % 2 == 1 and len(self.waiting) >= REPLAY_BATCHES:
+            return self.waiting.popleft()
+        pictures, boxes, kinds = self.make(number)
+        mirrored = torch.stack([SIDE - boxes[..., 2], boxes[..., 1],
+                                SIDE - boxes[..., 0], boxes[..., 3]], -1)
+        self.waiting.append((pictures.flip(2), mirrored, kinds))
+        return pictures, boxes, kinds
+
+
+class Trainer:
+    """The network in training, its average, the optimiser: all that a checkpoint holds."""
+
+    def __init__(self, options, rank, batches):
+        self.options, self.rank, self.batches = options, rank, batches
+        torch.manual_seed(options.seed)
+        self.network = FaceNetwork().to(options.device)
+        self.step, self.seconds, self.history = 0, 0.0, []
+        if options.start:
+            self.network.load(options.start)
+            pictures = torch.cat([batches.make(-1 - i)[0] for i in range(4)])
+            self.network.restoreNormalisation(toImages(pictures))
+        self.average = copy.deepcopy(self.network)
+        decayed = [p for p in self.network.parameters() if p.dim() > 1]
+        others = [p for p in self.network.parameters() if p.dim() <= 1]
+        self.optimiser = torch.optim.AdamW(
+            [{"params": decayed, "weight_decay": WEIGHT_DECAY},
+             {"params": others, "weight_decay": 0.0}], lr=options.rate)
+        self.loss = Loss(priorBoxes().to(options.device), options.score_loss, options.box_loss)
+
+    @property
+    def samplesPerStep(self):
+        return self.options.batch * self.options.processes
+
+    @property
+    def lastStep(self):
+        return math.ceil(self.options.samples / self.samplesPerStep)
+
+    def rate(self):
+        """Warm-up, then half a cosine (Loshchilov and Hutter, 2017)."""
+        progress = min(1.0, self.step / self.lastStep)
+        cosine = LEAST_RATE + (1 - LEAST_RATE) * (1 + math.cos(math.pi * progress)) / 2
+        return self.options.rate * min(1.0, (self.step + 1) / WARM_UP_STEPS) * cosine
+
+    def train(self):
+        """One step; gives the two losses."""
+        pictures, boxes, kinds = self.batches.next(self.step)
+        self.network.train()
+        for group in self.optimiser.param_groups:
+            group["lr"] = self.rate()
+        score, box = self.loss(*self.network(toImages(pictures)), boxes, kinds)
+        self.optimiser.zero_grad(set_to_none=True)
+        (score + box).backward()
+        self.shareGradients()
+        torch.nn.utils.clip_grad_norm_(self.network.parameters(), LONGEST_GRADIENT)
+        self.optimiser.step()
+        self.step += 1
+        decay = min(AVERAGE_DECAY, (1 + self.step) / (10 + self.step))
+        with torch.no_grad():
+            for mean, value in zip(self.average.parameters(), self.network.parameters()):
+                mean.lerp_(value, 1 - decay)
+        return score.detach(), box.detach()
+
+    def shareGradients(self):
+        if self.options.processes == 1:
+            return
+        gradients = [p.grad for p in self.network.parameters()]
+        flat = torch.cat([gradient.flatten() for gradient in gradients])
+        distributed.all_reduce(flat)
+        flat /= self.options.processes
+        for gradient, part in zip(gradients, flat.split([g.numel() for g in gradients])):
+            gradient.copy_(part.view_as(gradient))
+
+    def save(self, folder):
+        """Checkpoint, weight block, log and curves. Files are replaced at once or not at all."""
+        state = {"network": self.network.state_dict(), "average": self.average.state_dict(),
+                 "optimiser": self.optimiser.state_dict(), "step": self.step,
+                 "seconds": self.seconds, "history": self.history}
+        replace(folder / "checkpoint.pt", lambda path: torch.save(state, path))
+        measured = copy.deepcopy(self.average)
+        measured.measureNormalisation(
+            toImages(self.batches.make(1 << 30 | i)[0]) for i in range(MEASURED_BATCHES))
+        replace(folder / "weights.bin", measured.save)
+        replace(folder / "log.jsonl", lambda path: path.write_text(
+            "".join(json.dumps(entry) + "\n" for entry in self.history)))
+        replace(folder / "curves.png", lambda path: plots.lossCurves(self.history, path))
+
+    def restore(self, folder):
+        state = torch.load(folder / "checkpoint.pt", map_location=self.options.device)
+        self.network.load_state_dict(state["network"])
+        self.average.load_state_dict(state["average"])
+        self.optimiser.load_state_dict(state["optimiser"])
+        self.step, self.seconds, self.history = state["step"], state["seconds"], state["history"]
+
+
+def replace(path, write):
+    """Has a file written beside `path` and puts it in its place."""
+    new = path.with_name("new-" + path.name)
+    write(new)
+    new.replace(path)
+
+
+def describe(seconds):
+    return f"{int(seconds) // 3600}:{int(seconds) // 60 % 60:02d}:{int(seconds) % 60:02d}"
+
+
+def work(rank, store, options, meeting):
+    """The training loop of one process; the first one reports and saves."""
+    stopped = []
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: stopped.append(True))
+    if options.processes > 1:
+        torch.set_num_threads(1)
+        distributed.init_process_group("gloo", init_method=f"file://{meeting}", rank=rank,
+                                       world_size=options.processes)
+    if options.device != "cpu":
+        store.to(options.device)
+    folder = pathlib.Path(options.run)
+    trainer = Trainer(options, rank, Batches(store, options, rank))
+    if options.resume:
+        trainer.restore(folder)
+    sums, started, saved = torch.zeros(2, device=options.device), time.time(), time.time()
+    firstStep, secondsBefore = trainer.step, trainer.seconds
+    while trainer.step < trainer.lastStep:
+        sums += torch.stack(trainer.train())
+        if trainer.step % LOG_STEPS == 0:
+            score, box = (sums / LOG_STEPS).tolist()
+            sums.zero_()
+            trainer.seconds = secondsBefore + time.time() - started
+            trainer.history.append({"samples": trainer.step * trainer.samplesPerStep,
+                                    "score": round(score, 5), "box": round(box, 5),
+                                    "rate": trainer.rate(), "seconds": round(trainer.seconds)})
+            if rank == 0:
+                report(trainer, (time.time() - started) / (trainer.step - firstStep))
+        if trainer.step % 10 == 0 and agreed(bool(stopped), options):
+            break
+        if rank == 0 and time.time() - saved > CHECKPOINT_SECONDS:
+            trainer.save(folder)
+            saved = time.time()
+    if rank == 0:
+        trainer.save(folder)
+        print(f"\n{folder / 'weights.bin'}: after {trainer.step * trainer.samplesPerStep} samples, "
+              f"{describe(trainer.seconds)}", flush=True)
+
+
+def agreed(stop, options):
+    """Whether any process has been told to stop."""
+    if options.processes == 1:
+        return stop
+    flag = torch.tensor([float(stop)])
+    distributed.all_reduce(flag)
+    return flag.item() > 0
+
+
+def report(trainer, secondsPerStep):
+    entry = trainer.history[-1]
+    left = (trainer.lastStep - trainer.step) * secondsPerStep
+    print(f"\r{entry['samples']:>9} samples, {trainer.samplesPerStep / secondsPerStep:4.0f} a "
+          f"second, scores {entry['score']:.4f}, boxes {entry['box']:.4f}, left {describe(left)} ",
+          end="" if sys.stdout.isatty() else "\n", flush=True)
+
+
+def describeRun(options):
+    """What a reader needs to make the same weights again."""
+    commit = subprocess.run(["git", "rev-parse", "HEAD"], capture_output=True, text=True,
+                            cwd=pathlib.Path(__file__).parent, check=False).stdout.strip()
+    return {"options": vars(options), "commit": commit, "data": faces.digest(options.data),
+            "torch": torch.__version__}
+
+
+def main(arguments=None):
+    options = parseArguments(arguments)
+    folder = pathlib.Path(options.run)
+    try:
+        folder.mkdir(parents=True, exist_ok=True)
+        if options.resume and not (folder / "checkpoint.pt").is_file():
+            raise FileNotFoundError(f"{folder}: holds no checkpoint to resume from")
+        if not options.resume and (folder / "checkpoint.pt").exists():
+            raise FileExistsError(f"{folder}: holds a run already; give --resume or another folder")
+        (folder / "run.json").write_text(json.dumps(describeRun(options), indent=2) + "\n")
+        store = PictureStore(options.data)
+    except (OSError, ValueError) as error:
+        print(f"training.train: {error}", file=sys.stderr)
+        return 2
+    with tempfile.TemporaryDirectory() as meeting:
+        if options.processes == 1:
+            work(0, store, options, None)
+        else:  # forked, so that all share the pictures
+            torch.multiprocessing.start_processes(
+                work, (store, options, pathlib.Path(meeting) / "meeting"), options.processes,
+                start_method="fork")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
