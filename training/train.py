@@ -25,7 +25,7 @@ import time
 import torch
 from torch import distributed
 
-from training import camera, detector_input, faces, plots
+from training import camera, detector_input, faces, memory, plots
 from training.loss import Loss
 from training.network import SIDE, FaceNetwork, toImages
 from training.picture_store import PictureStore
@@ -52,6 +52,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--resume", action="store_true", help="go on from the run's checkpoint")
     parser.add_argument("--start", help="a weight block to start from")
     parser.add_argument("--samples", type=float, default=2e6, help="samples in all")
+    parser.add_argument("--hours", type=float, default=math.inf,
+                        help="time in all; the learning rate falls in time for it")
     parser.add_argument("--batch", type=int, default=32, help="samples a step of each process")
     parser.add_argument("--rate", type=float, default=3e-3, help="the highest learning rate")
     parser.add_argument("--score-loss", default="focal", choices=list(Loss.scoreLosses))
@@ -100,7 +102,8 @@ class Trainer:
         self.options, self.rank, self.batches = options, rank, batches
         torch.manual_seed(options.seed)
         self.network = FaceNetwork().to(options.device)
-        self.step, self.seconds, self.history = 0, 0.0, []
+        self.step, self.seconds, self.history, self.progress = 0, 0.0, [], 0.0
+        self.secondsBefore, self.started = 0.0, time.time()
         if options.start:
             self.network.load(options.start)
             pictures = torch.cat([batches.make(-1 - i)[0] for i in range(4)])
@@ -117,14 +120,9 @@ class Trainer:
     def samplesPerStep(self):
         return self.options.batch * self.options.processes
 
-    @property
-    def lastStep(self):
-        return math.ceil(self.options.samples / self.samplesPerStep)
-
     def rate(self):
         """Warm-up, then half a cosine (Loshchilov and Hutter, 2017)."""
-        progress = min(1.0, self.step / self.lastStep)
-        cosine = LEAST_RATE + (1 - LEAST_RATE) * (1 + math.cos(math.pi * progress)) / 2
+        cosine = LEAST_RATE + (1 - LEAST_RATE) * (1 + math.cos(math.pi * self.progress)) / 2
         return self.options.rate * min(1.0, (self.step + 1) / WARM_UP_STEPS) * cosine
 
     def train(self):
@@ -136,31 +134,37 @@ class Trainer:
         score, box = self.loss(*self.network(toImages(pictures)), boxes, kinds)
         self.optimiser.zero_grad(set_to_none=True)
         (score + box).backward()
-        self.shareGradients()
+        self.agree()
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), LONGEST_GRADIENT)
         self.optimiser.step()
         self.step += 1
+        self.seconds = self.secondsBefore + time.time() - self.started
         decay = min(AVERAGE_DECAY, (1 + self.step) / (10 + self.step))
         with torch.no_grad():
             for mean, value in zip(self.average.parameters(), self.network.parameters()):
                 mean.lerp_(value, 1 - decay)
         return score.detach(), box.detach()
 
-    def shareGradients(self):
-        if self.options.processes == 1:
-            return
+    def agree(self):
+        """Averages over the processes the gradients and how far the run has come."""
+        progress = max(self.step * self.samplesPerStep / self.options.samples,
+                       self.seconds / 3600 / self.options.hours)
         gradients = [p.grad for p in self.network.parameters()]
         flat = torch.cat([gradient.flatten() for gradient in gradients])
-        distributed.all_reduce(flat)
-        flat /= self.options.processes
-        for gradient, part in zip(gradients, flat.split([g.numel() for g in gradients])):
-            gradient.copy_(part.view_as(gradient))
+        flat = torch.cat([flat, flat.new_tensor([progress])])
+        if self.options.processes > 1:
+            distributed.all_reduce(flat)
+            flat /= self.options.processes
+            parts = flat[:-1].split([gradient.numel() for gradient in gradients])
+            for gradient, part in zip(gradients, parts):
+                gradient.copy_(part.view_as(gradient))
+        self.progress = min(1.0, flat[-1].item())
 
     def save(self, folder):
         """Checkpoint, weight block, log and curves. Files are replaced at once or not at all."""
         state = {"network": self.network.state_dict(), "average": self.average.state_dict(),
                  "optimiser": self.optimiser.state_dict(), "step": self.step,
-                 "seconds": self.seconds, "history": self.history}
+                 "progress": self.progress, "seconds": self.seconds, "history": self.history}
         replace(folder / "checkpoint.pt", lambda path: torch.save(state, path))
         measured = copy.deepcopy(self.average)
         measured.measureNormalisation(
@@ -175,7 +179,9 @@ class Trainer:
         self.network.load_state_dict(state["network"])
         self.average.load_state_dict(state["average"])
         self.optimiser.load_state_dict(state["optimiser"])
-        self.step, self.seconds, self.history = state["step"], state["seconds"], state["history"]
+        self.step, self.progress, self.history = (
+            state["step"], state["progress"], state["history"])
+        self.seconds = self.secondsBefore = state["seconds"]
 
 
 def replace(path, write):
@@ -204,19 +210,17 @@ def work(rank, store, options, meeting):
     trainer = Trainer(options, rank, Batches(store, options, rank))
     if options.resume:
         trainer.restore(folder)
-    sums, started, saved = torch.zeros(2, device=options.device), time.time(), time.time()
-    firstStep, secondsBefore = trainer.step, trainer.seconds
-    while trainer.step < trainer.lastStep:
+    sums, saved = torch.zeros(2, device=options.device), time.time()
+    while trainer.progress < 1:
         sums += torch.stack(trainer.train())
         if trainer.step % LOG_STEPS == 0:
             score, box = (sums / LOG_STEPS).tolist()
             sums.zero_()
-            trainer.seconds = secondsBefore + time.time() - started
             trainer.history.append({"samples": trainer.step * trainer.samplesPerStep,
                                     "score": round(score, 5), "box": round(box, 5),
                                     "rate": trainer.rate(), "seconds": round(trainer.seconds)})
             if rank == 0:
-                report(trainer, (time.time() - started) / (trainer.step - firstStep))
+                report(trainer)
         if trainer.step % 10 == 0 and agreed(bool(stopped), options):
             break
         if rank == 0 and time.time() - saved > CHECKPOINT_SECONDS:
@@ -237,11 +241,11 @@ def agreed(stop, options):
     return flag.item() > 0
 
 
-def report(trainer, secondsPerStep):
+def report(trainer):
     entry = trainer.history[-1]
-    left = (trainer.lastStep - trainer.step) * secondsPerStep
-    print(f"\r{entry['samples']:>9} samples, {trainer.samplesPerStep / secondsPerStep:4.0f} a "
-          f"second, scores {entry['score']:.4f}, boxes {entry['box']:.4f}, left {describe(left)} ",
+    left = trainer.seconds / trainer.progress * (1 - trainer.progress)
+    print(f"\r{entry['samples']:>9} samples, {entry['samples'] / trainer.seconds:4.0f} a second, "
+          f"scores {entry['score']:.4f}, boxes {entry['box']:.4f}, left {describe(left)} ",
           end="" if sys.stdout.isatty() else "\n", flush=True)
 
 
@@ -255,6 +259,7 @@ def describeRun(options):
 
 def main(arguments=None):
     options = parseArguments(arguments)
+    memory.keepFreedMemory()
     folder = pathlib.Path(options.run)
     try:
         folder.mkdir(parents=True, exist_ok=True)
