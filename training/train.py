@@ -10,7 +10,6 @@ all and keeps the pictures there. An interrupted run writes its checkpoint first
 """
 
 import argparse
-import collections
 import copy
 import json
 import math
@@ -51,6 +50,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--run", required=True, help="folder for what comes out")
     parser.add_argument("--resume", action="store_true", help="go on from the run's checkpoint")
     parser.add_argument("--start", help="a weight block to start from")
+    parser.add_argument("--folded", action="store_true",
+                        help="train what --start gives without batch normalisation")
     parser.add_argument("--samples", type=float, default=2e6, help="samples in all")
     parser.add_argument("--hours", type=float, default=math.inf,
                         help="time in all; the learning rate falls in time for it")
@@ -62,6 +63,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
     parser.add_argument("--processes", type=int, default=0, help="0: one a core")
     options = parser.parse_args(arguments)
+    if options.folded and not options.start:
+        parser.error("--folded needs --start")
     if options.processes < 1:
         options.processes = len(os.sched_getaffinity(0)) if options.device == "cpu" else 1
     return options
@@ -78,21 +81,25 @@ class Batches:
     def __init__(self, store, options, rank):
         self.scenes = Scenes(store)
         self.options, self.rank = options, rank
-        self.waiting = collections.deque()
+        self.waiting = {}
 
     def make(self, number):
-        random = Random(self.options.device, (self.options.seed << 40) + (number << 8) + self.rank)
+        random = Random(self.options.device,
+                        (self.options.seed << 40) + (number % (1 << 32) << 8) + self.rank)
         scenes, boxes, kinds = self.scenes.batch(random, self.options.batch)
         return detector_input.detectorInput(*camera.shoot(random, scenes)), boxes, kinds
 
-    def next(self, number):
-        if number % 2 == 1 and len(self.waiting) >= REPLAY_BATCHES:
-            return self.waiting.popleft()
-        pictures, boxes, kinds = self.make(number)
+    def next(self, step):
+        """The batch of a step: new ones at even steps, mirrored ones at odd steps."""
+        number = step // 2
+        if step % 2 == 0:
+            self.waiting[number] = self.make(number)
+            return self.waiting[number]
+        number -= REPLAY_BATCHES
+        pictures, boxes, kinds = self.waiting.pop(number, None) or self.make(number)
         mirrored = torch.stack([SIDE - boxes[..., 2], boxes[..., 1],
                                 SIDE - boxes[..., 0], boxes[..., 3]], -1)
-        self.waiting.append((pictures.flip(2), mirrored, kinds))
-        return pictures, boxes, kinds
+        return pictures.flip(2), mirrored, kinds
 
 
 class Trainer:
@@ -106,6 +113,9 @@ class Trainer:
         self.secondsBefore, self.started = 0.0, time.time()
         if options.start:
             self.network.load(options.start)
+        if options.folded:
+            self.network.fold()
+        elif options.start:
             pictures = torch.cat([batches.make(-1 - i)[0] for i in range(4)])
             self.network.restoreNormalisation(toImages(pictures))
         self.average = copy.deepcopy(self.network)
@@ -147,7 +157,7 @@ class Trainer:
 
     def agree(self):
         """Averages over the processes the gradients and how far the run has come."""
-        progress = max(self.step * self.samplesPerStep / self.options.samples,
+        progress = max((self.step + 1) * self.samplesPerStep / self.options.samples,
                        self.seconds / 3600 / self.options.hours)
         gradients = [p.grad for p in self.network.parameters()]
         flat = torch.cat([gradient.flatten() for gradient in gradients])

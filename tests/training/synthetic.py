@@ -1,0 +1,37 @@
+"""Small sets of pictures whose contents are known."""
+
+import pathlib
+
+import cv2
+import numpy
+
+
+def write(folder, pictures):
+    """Writes a set: pictures is a list of (image, boxes, doubtful); boxes are x, y, w, h."""
+    folder = pathlib.Path(folder)
+    (folder / "images").mkdir(parents=True)
+    lines = []
+    for number, (image, boxes, doubtful) in enumerate(pictures):
+        name = f"picture{number}.png"
+        cv2.imwrite(str(folder / "images" / name), image)
+        lines += [name, str(len(boxes))]
+        lines += ["%g %g %g %g %d" % (*box, flag) for box, flag in zip(boxes, doubtful)]
+    (folder / "boxes.txt").write_text("\n".join(lines) + "\n")
+    return folder
+
+
+def squares(seed, count, sides=(120, 300)):
+    """Pictures of noise with a bright square each, which is its face, and one without."""
+    random = numpy.random.default_rng(seed)
+    pictures = []
+    for number in range(count):
+        height, width = random.integers(*sides, 2)
+        image = random.integers(0, 60, (height, width, 3)).astype(numpy.uint8)
+        boxes = []
+        if number != 0:
+            side = int(random.integers(30, min(height, width) // 2))
+            x, y = int(random.integers(0, width - side)), int(random.integers(0, height - side))
+            image[y:y + side, x:x + side] = 250
+            boxes = [(x, y, side, side)]
+        pictures.append((image, boxes, [0] * len(boxes)))
+    return pictures

@@ -1,0 +1,163 @@
+"""Assignment, losses, folding and going on where a run stopped."""
+
+import pathlib
+import tempfile
+import unittest
+
+import torch
+
+import synthetic
+from training import train, weight_block
+from training.assignment import DOUBTFUL, FACE, assign
+from training.loss import completeOverlap, focal, hardest
+from training.network import SIDE, FaceNetwork
+from training.priors import corners, decode, encode, priorBoxes
+
+
+def overlap(a, b):
+    """Intersection over union of two boxes, the slow way."""
+    width = min(a[2], b[2]) - max(a[0], b[0])
+    height = min(a[3], b[3]) - max(a[1], b[1])
+    inter = max(width, 0) * max(height, 0)
+    return inter / ((a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1]) - inter)
+
+
+class Assignment(unittest.TestCase):
+    def setUp(self):
+        random = torch.Generator().manual_seed(2)
+        self.priors = priorBoxes()
+        side = torch.exp(torch.rand(6, 9, 2, generator=random) * 3 + 2)
+        centre = torch.rand(6, 9, 2, generator=random) * SIDE
+        self.boxes = corners(torch.cat([centre, side], 2))
+        self.kinds = torch.randint(0, 3, (6, 9), generator=random)
+
+    def testAgainstTheDefinition(self):
+        positive, negative, index = assign(self.boxes, self.kinds, self.priors)
+        at = corners(self.priors).tolist()
+        for picture in range(6):
+            faces = [(i, box) for i, box in enumerate(self.boxes[picture].tolist())
+                     if self.kinds[picture, i] == FACE]
+            doubtful = [box for i, box in enumerate(self.boxes[picture].tolist())
+                        if self.kinds[picture, i] == DOUBTFUL]
+            overlaps = {i: [overlap(prior, box) for prior in at] for i, box in faces}
+            bestOf = {i: sorted(range(len(at)), key=lambda p, i=i: -overlaps[i][p])[:3]
+                      for i, _ in faces}
+            for prior in range(0, len(at), 7):
+                best = max((overlaps[i][prior] for i, _ in faces), default=0)
+                chosen = any(prior == bestOf[i][0] or
+                             prior in bestOf[i] and overlaps[i][prior] > 0.2 for i, _ in faces)
+                self.assertEqual(bool(positive[picture, prior]), chosen or best >= 0.4)
+                if best >= 0.25 or any(overlap(at[prior], box) > 0.3 for box in doubtful):
+                    self.assertFalse(negative[picture, prior])
+                elif not chosen and all(overlap(at[prior], box) == 0 for box in doubtful):
+                    self.assertTrue(negative[picture, prior])
+            for i, _ in faces:
+                self.assertTrue(any(int(index[picture, prior]) == i for prior in bestOf[i]))
+
+    def testOffsetsAreInverse(self):
+        boxes = self.boxes[0, :5]
+        priors = self.priors[[0, 700, 1500, 1900, 2080]]
+        self.assertLess((decode(encode(boxes, priors), priors) - boxes).abs().max().item(), 1e-3)
+
+
+class Losses(unittest.TestCase):
+    def testBoxes(self):
+        truth = torch.tensor([[10.0, 10, 20, 30]]).repeat(4, 1)
+        found = torch.tensor([[10.0, 10, 20, 30], [15, 10, 25, 30], [40, 40, 50, 60],
+                              [5, 15, 25, 25]])
+        value = completeOverlap(found, truth).tolist()
+        self.assertAlmostEqual(value[0], 0, places=6)
+        # Moved by half its width: overlap 1/3, centres 5 apart, hull 15 x 20.
+        self.assertAlmostEqual(value[1], 1 - 1 / 3 + 25 / 625, places=5)
+        self.assertGreater(value[2], 1)
+        self.assertGreater(value[3], 1 - 100 / 300)  # the other shape costs more than the overlap
+
+    def testScores(self):
+        logit = torch.tensor([[3.0, -3.0, 4.0, -4.0, 0.0]])
+        positive = torch.tensor([[True, True, False, False, False]])
+        negative = torch.tensor([[False, False, True, True, False]])
+        # What is wrong counts, what is right hardly, what isn't asked not at all.
+        def alone(loss, place):
+            one = torch.zeros_like(positive)
+            one[0, place] = True
+            return loss(logit, positive & one, negative & one).item()
+        for loss in (focal, hardest):
+            total = loss(logit, positive, negative).item()
+            self.assertAlmostEqual(total, sum(alone(loss, i) for i in range(4)), places=4)
+            self.assertEqual(alone(loss, 4), 0)
+            self.assertGreater(alone(loss, 1), 20 * alone(loss, 0))
+            self.assertGreater(alone(loss, 2), 20 * alone(loss, 3))
+
+
+class Network(unittest.TestCase):
+    def testFoldingChangesNothing(self):
+        torch.manual_seed(4)
+        network = FaceNetwork()
+        network.measureNormalisation([torch.rand(8, 3, SIDE, SIDE) for _ in range(2)])
+        for unit in network.units():  # trained ones aren't the identity
+            if unit.normalisation is not None:
+                torch.nn.init.uniform_(unit.normalisation.weight, 0.5, 1.5)
+                torch.nn.init.uniform_(unit.normalisation.bias, -0.3, 0.3)
+        images = torch.rand(2, 3, SIDE, SIDE)
+        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        network.save(path)
+        self.assertEqual(path.stat().st_size, weight_block.BLOCK_BYTES)
+        loaded = FaceNetwork().eval()
+        loaded.load(path)
+        folded = FaceNetwork().eval()
+        folded.load(path)
+        folded.fold()
+        restored = FaceNetwork().eval()
+        restored.load(path)
+        restored.restoreNormalisation(images)
+        with torch.no_grad():
+            truth = network(images)
+            for other in (loaded, folded, restored):
+                for a, b in zip(truth, other(images)):
+                    self.assertLess((a - b).abs().max().item(), 1e-4 * a.abs().max().item())
+
+    def testDamagedBlocksAreRefused(self):
+        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        path.write_bytes(b"0" * 1000)
+        with self.assertRaisesRegex(ValueError, "1000 bytes"):
+            FaceNetwork().load(path)
+        network = FaceNetwork()
+        network.units()[0].convolution.weight.data[0] = float("nan")
+        with self.assertRaisesRegex(ValueError, "conv1.0.weight"):
+            network.save(path)
+
+
+class Runs(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp())
+        synthetic.write(self.folder / "set", synthetic.squares(5, 12))
+
+    def run_(self, name, *options):
+        status = train.main(["--data", str(self.folder / "set"), "--run", str(self.folder / name),
+                             "--batch", "4", "--processes", "1", *options])
+        self.assertEqual(status, 0)
+        return torch.load(self.folder / name / "checkpoint.pt")
+
+    def testAResumedRunGoesOnAsIfNothingHadHappened(self):
+        whole = self.run_("whole", "--samples", "80")
+        stop = train.agreed
+        steps = []
+        train.agreed = lambda *_: steps.append(1) or True  # as if stopped at the first chance
+        try:
+            half = self.run_("halves", "--samples", "80")
+        finally:
+            train.agreed = stop
+        self.assertEqual(half["step"], 10)
+        resumed = self.run_("halves", "--samples", "80", "--resume")
+        self.assertEqual((whole["step"], resumed["step"]), (20, 20))
+        for name, value in whole["average"].items():
+            self.assertTrue(torch.equal(value, resumed["average"][name]), name)
+
+    def testBadFoldersAreRefused(self):
+        set_, run = str(self.folder / "set"), str(self.folder / "run")
+        self.assertEqual(train.main(["--data", str(self.folder), "--run", run]), 2)
+        self.assertEqual(train.main(["--data", set_, "--run", run, "--resume"]), 2)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,131 @@
+"""Boxes must stay with what they enclose, from the file to the network's input."""
+
+import pathlib
+import tempfile
+import unittest
+
+import numpy
+import torch
+
+import synthetic
+from training import camera, detector_input, faces, scenes
+from training.assignment import DOUBTFUL, FACE
+from training.network import SIDE
+from training.picture_store import PictureStore
+
+
+class BoxLists(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp())
+        (self.folder / "images").mkdir()
+
+    def testBothFormsAreRead(self):
+        (self.folder / "boxes.txt").write_text("a.jpg\n2\n1 2 3.5 4 0\n5 6 7 8 1\nb.jpg\n0\n")
+        first, second = faces.load(self.folder)
+        self.assertEqual(first.boxes.tolist(), [[1, 2, 3.5, 4], [5, 6, 7, 8]])
+        self.assertEqual(first.doubtful.tolist(), [False, True])
+        self.assertEqual((second.name, len(second.boxes)), ("b.jpg", 0))
+
+        (self.folder / "boxes.txt").rename(self.folder / "wider_face_val_bbx_gt.txt")
+        (self.folder / "wider_face_val_bbx_gt.txt").write_text(
+            "0--Parade/a.jpg\n3\n1 2 3 4 0 0 0 0 0 0\n1 2 3 4 2 0 0 0 0 0\n5 6 0 8 0 0 0 0 0 0\n"
+            "b.jpg\n0\n0 0 0 0 0 0 0 0 0 0\nc.jpg\n1\n1 2 3 4 0 0 0 1 0 0\n")
+        pictures = faces.load(self.folder)
+        self.assertEqual([picture.doubtful.tolist() for picture in pictures],
+                         [[False, True], [], [True]])
+
+    def testWhatIsNoListIsRefused(self):
+        for text in ("a.jpg\nmany\n", "a.jpg\n2\n1 2 3 4 0\n", "a.jpg\n1\n1 2 3\n", "a.jpg\n"):
+            (self.folder / "boxes.txt").write_text(text)
+            with self.assertRaisesRegex(ValueError, "not a box list"):
+                faces.load(self.folder)
+        (self.folder / "boxes.txt").unlink()
+        with self.assertRaises(FileNotFoundError):
+            faces.load(self.folder)
+
+
+class Scenes(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.store = PictureStore(synthetic.write(
+            pathlib.Path(tempfile.mkdtemp()) / "set", synthetic.squares(3, 24)))
+
+    def testBoxesFollowTheirPixels(self):
+        """The bright square fills its box in every layout, however it is moved and stretched."""
+        random = scenes.Random("cpu", 11)
+        for tilesAlong, sizes in ((1, (20, 100)), (2, (20, 60)), (3, (20, 40))):
+            pictures, boxes, kinds = scenes.mosaic(self.store, random, 20, tilesAlong, sizes)
+            bright = pictures.mean(1) > 150
+            seen = 0
+            for row, box, kind in zip(*self.each(boxes, kinds)):
+                if kind != FACE:
+                    continue
+                x1, y1, x2, y2 = box.tolist()
+                # A turned square is described by the box of its ellipse: look at the middle part.
+                cx, cy, w, h = (x1 + x2) / 2, (y1 + y2) / 2, x2 - x1, y2 - y1
+                inner = bright[row, int(cy - h * .3):int(cy + h * .3) + 1,
+                               int(cx - w * .3):int(cx + w * .3) + 1]
+                self.assertGreater(inner.float().mean().item(), 0.95, (tilesAlong, box))
+                seen += 1
+            self.assertGreater(seen, 10)
+
+    def testUprightBoxesAreExact(self):
+        rows = torch.arange(1, 24)
+        count = len(rows)
+        for mirror in (1, -1):
+            views = scenes.Views(rows, self.store.sizes[rows] / 2,
+                                 SIDE / self.store.sizes[rows] * torch.tensor([mirror, 1.0]),
+                                 torch.zeros(count))
+            boxes = views.project(self.store.boxes[rows], SIDE)[:, 0]
+            bright = scenes.render(self.store, views, SIDE,
+                                   torch.zeros(count, dtype=torch.long)).mean(1) > 155
+            for box, mask in zip(boxes, bright):
+                ys, xs = mask.nonzero().unbind(1)
+                found = torch.stack([xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]).float()
+                self.assertLess((found - box).abs().max().item(), 1.01)
+
+    def testCutSmallAndCoveredFacesAreDoubtful(self):
+        boxes = torch.tensor([[[10., 10, 40, 40], [-20, 10, 10, 40], [-10, 10, 20, 40],
+                               [50, 50, 56, 56], [-30, -30, -5, -5]]])
+        cut, kinds = scenes.visibleBoxes(boxes, torch.full((1, 5), FACE), SIDE)
+        self.assertEqual(kinds.tolist(), [[FACE, DOUBTFUL, FACE, DOUBTFUL, 0]])
+        self.assertEqual(cut[0, 2].tolist(), [0, 10, 20, 40])
+
+    def testPastedFacesAreWhereTheirBoxesSay(self):
+        random = scenes.Random("cpu", 5)
+        pastes = scenes.Pastes(self.store)
+        pictures = torch.zeros(40, 3, SIDE, SIDE)
+        boxes, kinds = pastes.addTo(random, pictures, torch.zeros(40, 1, 4),
+                                    torch.zeros(40, 1, dtype=torch.long))
+        middles = [pictures[row, :, int(box[1::2].mean()), int(box[::2].mean())].mean().item()
+                   for row, box, kind in zip(*self.each(boxes, kinds)) if kind == FACE]
+        self.assertGreater(len(middles), 15)
+        bright = sum(middle > 100 for middle in middles)
+        self.assertGreater(bright, 0.8 * len(middles))  # a few hide behind a later paste
+
+    @staticmethod
+    def each(boxes, kinds):
+        rows = torch.arange(len(boxes)).repeat_interleave(boxes.shape[1])
+        return rows.tolist(), boxes.flatten(0, 1), kinds.flatten().tolist()
+
+
+class Camera(unittest.TestCase):
+    def testPlanesAndColoursAreInverse(self):
+        """Grey and colours survive 4:2:0 and the detector's conversion, but for its roundings."""
+        for colour in ((0, 0, 0), (255, 255, 255), (200, 30, 60), (20, 90, 220), (90, 160, 40)):
+            scene = torch.tensor(colour).float().view(1, 3, 1, 1).expand(1, 3, SIDE, SIDE)
+            planes = [plane.round() for plane in camera.toPlanes(scene)]
+            found = detector_input.detectorInput(*planes)[0, 50, 50].tolist()[::-1]
+            self.assertLess(numpy.abs(numpy.subtract(found, colour)).max(), 7, (colour, found))
+
+    def testFineStepsKeepThePlaneCoarseOnesDoNot(self):
+        plane = torch.rand(2, 64, 64, generator=torch.Generator().manual_seed(1)) * 255
+        steps = camera.LUMA_STEPS.expand(2, 8, 8)
+        fine = camera.quantise(plane, steps * 1e-4, camera.cosines())
+        self.assertLess((fine - plane).abs().max().item(), 0.02)
+        self.assertGreater((camera.quantise(plane, steps, camera.cosines()) - plane)
+                           .abs().mean().item(), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
