@@ -5,13 +5,12 @@
 // pattern that `intact()` checks. A read or write past the guarded end stops the test program; a
 // write past the other end shows in `intact()`.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
+
+#include "tests/support/memory_pages.h"
 
 namespace tavro::test {
 
@@ -26,21 +25,21 @@ class GuardedBuffer {
   /// `alignment`, touches the guard page; with Guard::inFront the first byte does.
   explicit GuardedBuffer(size_t count, Guard guard = Guard::behind, size_t alignment = alignof(T))
       : count_(count) {
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t page = pageSize();
     const size_t bytes = (count * sizeof(T) + alignment - 1) / alignment * alignment;
     payloadPages_ = (bytes + page - 1) / page * page;
     mapped_ = payloadPages_ + 2 * page;
-    void* base = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (base == MAP_FAILED)
+    void* base = reservePages(mapped_);
+    if (base == nullptr)
       throw std::bad_alloc();
     base_ = static_cast<uint8_t*>(base);
     pages_ = base_ + page;
-    if (payloadPages_ != 0 && mprotect(pages_, payloadPages_, PROT_READ | PROT_WRITE) != 0)
+    if (payloadPages_ != 0 && !openPages(pages_, payloadPages_))
       throw std::bad_alloc();
     std::memset(pages_, poison, payloadPages_);
     offset_ = guard == Guard::behind ? payloadPages_ - bytes : 0;
   }
-  ~GuardedBuffer() { munmap(base_, mapped_); }
+  ~GuardedBuffer() { releasePages(base_, mapped_); }
   GuardedBuffer(const GuardedBuffer&) = delete;
   GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 
