@@ -2,7 +2,8 @@
 
 Scores: focal loss (Lin and others, 2017), or cross-entropy over the hardest negatives (Liu and
 others, 2016). Boxes: the complete intersection over union (Zheng and others, 2020), or smooth L1 of
-the offsets. README.md tells which is taken and why.
+the offsets. Large faces have many priors and small ones two or three; `balance` says how far each
+of a large face's priors counts less. README.md tells what is taken and why.
 """
 
 import math
@@ -10,30 +11,41 @@ import math
 import torch
 from torch.nn import functional
 
-from training.assignment import assign
+from training.assignment import BEST_PRIORS, assign
 from training.priors import decode, encode
 
 FOCUS, POSITIVE_WEIGHT = 2.0, 0.5
 NEGATIVES_PER_POSITIVE, FEWEST_NEGATIVES = 4, 20
 
 
-def focal(logit, positive, negative):
-    """Sum over all priors that are asked. `logit` is that of "face" against "no face"."""
+def focal(logit, positive, negative, share):
+    """Sum over all priors that are asked. `logit` is that of "face" against "no face"; all
+    arguments are n x 2088. `share` is what a positive counts.
+    """
     target = positive.float()
     entropy = functional.binary_cross_entropy_with_logits(logit, target, reduction="none")
     wrong = 1 - torch.exp(-entropy)  # the probability of the wrong answer
     weight = torch.where(positive, POSITIVE_WEIGHT, 1 - POSITIVE_WEIGHT)
-    return (4 * weight * wrong ** FOCUS * entropy)[positive | negative].sum()
+    return (4 * weight * wrong ** FOCUS * entropy * share)[positive | negative].sum()
 
 
-def hardest(logit, positive, negative):
+def hardest(logit, positive, negative, share):
     """Sum over positives and, in each picture, the negatives that are most like faces."""
     entropy = functional.binary_cross_entropy_with_logits(logit, positive.float(),
                                                           reduction="none")
     count = (positive.sum(1) * NEGATIVES_PER_POSITIVE).clamp(min=FEWEST_NEGATIVES)
     candidates = entropy.detach().masked_fill(~negative, -1)
     rank = candidates.argsort(1, descending=True).argsort(1)
-    return entropy[positive | negative & (rank < count[:, None])].sum()
+    return (entropy * share)[positive | negative & (rank < count[:, None])].sum()
+
+
+def shares(positive, index, faces, balance):
+    """What each positive counts: less where its face has more than the usual number of them."""
+    picture = torch.arange(len(index), device=index.device)[:, None]
+    face = picture * faces + index
+    priors = torch.bincount(face[positive], minlength=len(index) * faces)[face]
+    share = (BEST_PRIORS / priors.clamp(min=BEST_PRIORS)) ** balance
+    return torch.where(positive, share, torch.ones_like(share))
 
 
 def completeOverlap(found, truth):
@@ -52,29 +64,32 @@ def completeOverlap(found, truth):
 
 
 class Loss:
-    """Both losses of a batch, each divided by the number of positives."""
+    """Both losses of a batch, each divided by what its positives count."""
 
     scoreLosses = {"focal": focal, "hardest": hardest}
     boxLosses = ("complete", "smooth")
 
-    def __init__(self, priors, scoreLoss="focal", boxLoss="complete", boxWeight=2.0):
+    def __init__(self, priors, scoreLoss="focal", boxLoss="complete", balance=0.5,
+                 boxWeight=2.0):
         self.priors = priors
         self.scoreLoss = self.scoreLosses[scoreLoss]
         self.boxLoss = boxLoss
+        self.balance = balance
         self.boxWeight = boxWeight
 
     def __call__(self, logits, offsets, boxes, kinds):
         """Outputs of the network; boxes and kinds as `assign` takes them. Gives (score, box)."""
         with torch.no_grad():
             positive, negative, index = assign(boxes, kinds, self.priors)
-        score = self.scoreLoss(logits[..., 1] - logits[..., 0], positive, negative)
-        count = positive.sum().clamp(min=1)
+            share = shares(positive, index, boxes.shape[1], self.balance)
+        score = self.scoreLoss(logits[..., 1] - logits[..., 0], positive, negative, share)
+        count = share[positive].sum().clamp(min=1)
         picture, prior = positive.nonzero(as_tuple=True)
         truth = boxes[picture, index[picture, prior]]
         found, priors = offsets[picture, prior], self.priors[prior]
         if self.boxLoss == "complete":
             # The exponential of a wild guess must not overflow.
-            box = completeOverlap(decode(found.clamp(-20, 20), priors), truth).sum()
+            box = completeOverlap(decode(found.clamp(-20, 20), priors), truth)
         else:
-            box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="sum")
-        return score / count, self.boxWeight * box / count
+            box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="none").sum(1)
+        return score / count, self.boxWeight * (box * share[positive]).sum() / count

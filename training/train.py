@@ -59,6 +59,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--rate", type=float, default=3e-3, help="the highest learning rate")
     parser.add_argument("--score-loss", default="focal", choices=list(Loss.scoreLosses))
     parser.add_argument("--box-loss", default="complete", choices=Loss.boxLosses)
+    parser.add_argument("--balance", type=float, default=0.5,
+                        help="0: all priors of a face count alike, 1: all faces do")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
     parser.add_argument("--processes", type=int, default=0, help="0: one a core")
@@ -124,7 +126,8 @@ class Trainer:
         self.optimiser = torch.optim.AdamW(
             [{"params": decayed, "weight_decay": WEIGHT_DECAY},
              {"params": others, "weight_decay": 0.0}], lr=options.rate)
-        self.loss = Loss(priorBoxes().to(options.device), options.score_loss, options.box_loss)
+        self.loss = Loss(priorBoxes().to(options.device), options.score_loss, options.box_loss,
+                         options.balance)
 
     @property
     def samplesPerStep(self):

@@ -10,7 +10,7 @@ import torch
 import synthetic
 from training import train, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
-from training.loss import completeOverlap, focal, hardest
+from training.loss import completeOverlap, focal, hardest, shares
 from training.network import SIDE, FaceNetwork
 from training.priors import corners, decode, encode, priorBoxes
 
@@ -81,13 +81,26 @@ class Losses(unittest.TestCase):
         def alone(loss, place):
             one = torch.zeros_like(positive)
             one[0, place] = True
-            return loss(logit, positive & one, negative & one).item()
+            return loss(logit, positive & one, negative & one, share).item()
+        share = torch.tensor([[0.5, 1.0, 1.0, 1.0, 1.0]])
         for loss in (focal, hardest):
-            total = loss(logit, positive, negative).item()
+            total = loss(logit, positive, negative, share).item()
             self.assertAlmostEqual(total, sum(alone(loss, i) for i in range(4)), places=4)
             self.assertEqual(alone(loss, 4), 0)
+            self.assertAlmostEqual(alone(loss, 0) * 2,
+                                   loss(logit[:, :1], positive[:, :1], negative[:, :1],
+                                        torch.ones(1, 1)).item(), places=5)
             self.assertGreater(alone(loss, 1), 20 * alone(loss, 0))
             self.assertGreater(alone(loss, 2), 20 * alone(loss, 3))
+
+
+    def testFacesOfManyPriorsCountLess(self):
+        index = torch.tensor([[0] * 12 + [1] * 2 + [0] * 2, [1] * 6 + [0] * 10])
+        positive = torch.tensor([[True] * 14 + [False] * 2, [True] * 6 + [False] * 10])
+        found = shares(positive, index, 2, 0.5)
+        expected = torch.tensor([[0.5] * 12 + [1.0] * 4, [0.5 ** 0.5] * 6 + [1.0] * 10])
+        self.assertLess((found - expected).abs().max().item(), 1e-6)
+        self.assertTrue(torch.equal(shares(positive, index, 2, 0), torch.ones(2, 16)))
 
 
 class Network(unittest.TestCase):
