@@ -13,6 +13,7 @@
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
+#include "tests/support/aligned_block.h"
 #include "tests/support/captured_stdout.h"
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
@@ -27,7 +28,7 @@ struct Traffic {
   int64_t taken = 0;
   int64_t returned = 0;
 };
-thread_local Traffic heap;
+Traffic heap;  // of the one thread: a thread's own variable may itself come from the heap
 
 }  // namespace
 
@@ -47,9 +48,8 @@ void* operator new(size_t size) {
   throw std::bad_alloc();
 }
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  const auto multiple = static_cast<size_t>(alignment);
   ++heap.taken;
-  return std::aligned_alloc(multiple, (size + multiple - 1) / multiple * multiple);
+  return tavro::test::alignedBlock(size, alignment);
 }
 void operator delete(void* block) noexcept {
   std::free(block);
@@ -58,7 +58,7 @@ void operator delete(void* block, size_t) noexcept {
   std::free(block);
 }
 void operator delete(void* block, std::align_val_t) noexcept {
-  std::free(block);
+  tavro::test::freeAlignedBlock(block);
 }
 
 namespace {

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <new>
 #include <utility>
 #include <vector>
 
 #include "tests/image/reference.h"
+#include "tests/support/aligned_block.h"
 
 namespace {
 
@@ -19,12 +19,11 @@ bool memoryIsOut = false;
 
 // The allocation of work rows, with a switch.
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  const auto unit = static_cast<size_t>(alignment);
-  return memoryIsOut ? nullptr : std::aligned_alloc(unit, (size + unit - 1) / unit * unit);
+  return memoryIsOut ? nullptr : tavro::test::alignedBlock(size, alignment);
 }
 
 void operator delete(void* block, std::align_val_t) noexcept {
-  std::free(block);
+  tavro::test::freeAlignedBlock(block);
 }
 
 namespace TavroRTC::FDModule {

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <thread>
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
 extern "C" void* __real_malloc(size_t size);
@@ -12,14 +13,16 @@ namespace {
 
 struct Budget {
   bool limited = false;
+  std::thread::id owner;
   bool failsForGood = false;
   bool failed = false;
   int64_t left = 0;
 };
-thread_local Budget budget;
+Budget budget;  // not thread_local, which may itself take memory from the heap
 
 bool mayAllocate() {
-  if (!budget.limited || (budget.failed && !budget.failsForGood))
+  if (!budget.limited || budget.owner != std::this_thread::get_id() ||
+      (budget.failed && !budget.failsForGood))
     return true;
   if (budget.left > 0) {
     --budget.left;
@@ -32,7 +35,10 @@ bool mayAllocate() {
 }  // namespace
 
 ScarceMemory::ScarceMemory(int64_t allowed, Failing failing) {
-  budget = {.limited = true, .failsForGood = failing == Failing::forGood, .left = allowed};
+  budget = {.limited = true,
+            .owner = std::this_thread::get_id(),
+            .failsForGood = failing == Failing::forGood,
+            .left = allowed};
 }
 ScarceMemory::~ScarceMemory() {
   budget = {};
