@@ -9,7 +9,7 @@ import torch
 
 from training.priors import corners, overlaps
 
-NOTHING, FACE, DOUBTFUL = 0, 1, 2  # kinds of boxes
+NOTHING, FACE, DOUBTFUL = 0, 1, 2  # kinds of boxes; those of no kind come last
 
 POSITIVE_OVERLAP = 0.4
 NEGATIVE_OVERLAP = 0.25
@@ -31,9 +31,11 @@ def assign(boxes, kinds, priors):
     index of its face among the m.
     """
     at = corners(priors)
+    used = max(1, int((kinds != NOTHING).any(0).nonzero().amax()) + 1) if kinds.any() else 1
+    boxes, kinds = boxes[:, :used], kinds[:, :used]
     inter, priorArea, area = overlaps(at, boxes)
-    overlap = inter / (priorArea[:, None] + area[:, None, :] - inter)
-    overlap = overlap.masked_fill_((kinds != FACE)[:, None, :], 0)
+    overlap = inter.div_(priorArea[:, None] + area[:, None, :] - inter)
+    overlap.mul_((kinds == FACE)[:, None, :])
     best, index = overlap.max(2)
 
     # The best priors of a face belong to it even if another face overlaps them more. Faces take
@@ -49,8 +51,8 @@ def assign(boxes, kinds, priors):
     positive = forced | (best >= POSITIVE_OVERLAP)
 
     inter, priorArea, area = overlaps(at, widened(boxes, SMALLEST_DOUBT))
-    inter = inter.masked_fill_((kinds != DOUBTFUL)[:, None, :], 0)
-    doubt = (inter / (priorArea[:, None] + area[:, None, :] - inter)).amax(2) > NEGATIVE_OVERLAP
-    doubt |= (inter / priorArea[:, None]).amax(2) > 0.5
+    inter.mul_((kinds == DOUBTFUL)[:, None, :])
+    doubt = inter.amax(2) > 0.5 * priorArea
+    doubt |= (inter.div_(priorArea[:, None] + area[:, None, :] - inter)).amax(2) > NEGATIVE_OVERLAP
     negative = ~positive & ~doubt & (best < NEGATIVE_OVERLAP)
     return positive, negative, index

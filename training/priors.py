@@ -42,12 +42,16 @@ def encode(boxes, priors):
 
 
 def overlaps(a, b):
-    """Intersections and areas of boxes a (... x n x 4) and b (... x m x 4): ... x n x m, n, m."""
-    low = torch.maximum(a[..., :, None, :2], b[..., None, :, :2])
-    high = torch.minimum(a[..., :, None, 2:], b[..., None, :, 2:])
-    side = (high - low).clamp_(min=0)
+    """Intersections and areas of boxes a (n x 4) and b (k x m x 4): k x n x m, n, k x m.
+
+    Coordinate by coordinate: vectors of two would take six times as long.
+    """
+    def shared(low, high):
+        side = torch.minimum(a[:, None, high], b[:, None, :, high])
+        return side.sub_(torch.maximum(a[:, None, low], b[:, None, :, low])).clamp_(min=0)
+
     areaOf = lambda boxes: (boxes[..., 2] - boxes[..., 0]) * (boxes[..., 3] - boxes[..., 1])
-    return side[..., 0] * side[..., 1], areaOf(a), areaOf(b)
+    return shared(0, 2).mul_(shared(1, 3)), areaOf(a), areaOf(b)
 
 
 assert SIDE == GRIDS[0][0] * GRIDS[0][1]
