@@ -1,4 +1,4 @@
-/* The weight block, taken as it is from weights.bin. */
+/* The weight block, taken as it is from weights.bin, or from the file that the build names instead. */
 
 #if defined(_WIN32)
 	.section .rdata, "dr"
@@ -12,7 +12,7 @@
 #endif
 	.balign 128
 tavroModelWeights:
-	.incbin "engine/model/weights.bin"
+	.incbin TAVRO_WEIGHTS_PATH
 #if !defined(_WIN32)
 	.size tavroModelWeights, . - tavroModelWeights
 

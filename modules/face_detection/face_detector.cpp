@@ -6,17 +6,16 @@
 
 #include "engine/aligned_memory.h"
 #include "engine/log.h"
-#include "image/image_dispatch.h"
 #include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/face_tracker.h"
 #include "modules/face_detection/impl.h"
+#include "modules/face_detection/network_input.h"
 #include "modules/face_detection/prior_boxes.h"
 #include "modules/face_detection/truncation.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-constexpr int32_t bytesPerPixel = 3;
 constexpr int32_t keepLimit = 5;
 
 constexpr const char* noThreshold = "threshold not set, pls check\n";
@@ -29,17 +28,6 @@ struct NetworkOutput {
   float* boxes = nullptr;
   float* scores = nullptr;
 };
-
-/// Three planes in 4:2:0 sampling. The scaler only reads its source, but one descriptor type
-/// serves for both sides.
-ImageDesc describePlanes(const uint8_t* y, const uint8_t* u, const uint8_t* v, int32_t width,
-                         int32_t height, int32_t strideY, int32_t strideUV) {
-  return {.planes = {const_cast<uint8_t*>(y), const_cast<uint8_t*>(u), const_cast<uint8_t*>(v)},
-          .widths = {width, width / 2, width / 2},
-          .heights = {height, height / 2, height / 2},
-          .strides = {strideY, strideUV, strideUV},
-          .format = ImageFormat::I420};
-}
 
 std::vector<FaceRect> truncated(const std::vector<Detection>& detections) {
   std::vector<FaceRect> rects;
@@ -71,14 +59,11 @@ struct FaceDetector::State {
 
   void allocateBuffers();
   const char* findProblem(const FrameView& frame) const;
-  bool preparePicture(const FrameView& frame) const;
   bool runNetwork(NetworkOutput& output) const;
   std::vector<FaceRect> findBoxes(const NetworkOutput& output, const FrameView& frame) const;
   bool trackFaces(const std::vector<FaceRect>& boxes, FaceRectSequence& faces);
 
   Impl* impl = nullptr;
-  int32_t inputWidth = 192;
-  int32_t inputHeight = 192;
   int32_t auxWidth = 112;
   int32_t auxHeight = 112;
   uint8_t* planarBuffer = nullptr;     ///< the frame at the network's size, three planes
@@ -112,17 +97,16 @@ bool FaceDetector::init(float threshold) {
 
 /// A buffer that can't be had stays null; execute finds out.
 void FaceDetector::State::allocateBuffers() {
-  const int32_t pixels = inputWidth * inputHeight;
-  const int32_t auxPixels = auxWidth * auxHeight;
-  const std::pair<uint8_t*&, int32_t> buffers[] = {
-      {planarBuffer, pixels * 3 / 2},
-      {packedBuffer, pixels * bytesPerPixel},
-      {auxPackedBuffer, auxPixels * bytesPerPixel},
+  const auto auxPixels = static_cast<size_t>(auxWidth * auxHeight);
+  const std::pair<uint8_t*&, size_t> buffers[] = {
+      {planarBuffer, planarInputSize},
+      {packedBuffer, packedInputSize},
+      {auxPackedBuffer, auxPixels * 3},
       {auxPlanarBuffer, auxPixels * 3 / 2},
   };
   for (const auto& [buffer, bytes] : buffers)
     if (buffer == nullptr)
-      buffer = static_cast<uint8_t*>(alignedAlloc(static_cast<size_t>(bytes)));
+      buffer = static_cast<uint8_t*>(alignedAlloc(bytes));
 }
 
 bool FaceDetector::execute(const FrameView& frame, FaceRectSequence& faces) {
@@ -132,7 +116,8 @@ bool FaceDetector::execute(const FrameView& frame, FaceRectSequence& faces) {
     return false;
   }
   NetworkOutput output;
-  if (!state_->preparePicture(frame) || !state_->runNetwork(output))
+  if (!prepareNetworkInput(frame, state_->planarBuffer, state_->packedBuffer) ||
+      !state_->runNetwork(output))
     return false;
   return state_->trackFaces(state_->findBoxes(output, frame), faces);
 }
@@ -148,24 +133,6 @@ const char* FaceDetector::State::findProblem(const FrameView& frame) const {
   if (planarBuffer == nullptr || packedBuffer == nullptr)
     return notInitialised;
   return nullptr;
-}
-
-/// The frame, whatever its shape, stretched to the network's square and packed as B, G, R bytes.
-bool FaceDetector::State::preparePicture(const FrameView& frame) const {
-  const ImageDesc source = describePlanes(frame.y, frame.u, frame.v, frame.width, frame.height,
-                                          frame.strideY, frame.strideUV);
-  const int32_t pixels = inputWidth * inputHeight;
-  const ImageDesc scaled =
-      describePlanes(planarBuffer, planarBuffer + pixels, planarBuffer + pixels * 5 / 4, inputWidth,
-                     inputHeight, inputWidth, inputWidth / 2);
-  ImageDesc packed;
-  packed.planes[0] = packedBuffer;
-  packed.widths[0] = inputWidth;
-  packed.heights[0] = inputHeight;
-  packed.strides[0] = inputWidth * bytesPerPixel;
-  packed.format = ImageFormat::Bgr24;
-  return scaleImage(source, scaled, ScaleFilter::Bilinear) == 0 &&
-         convertImage(scaled, packed, ColorOp::I420ToBgr24) == 0;
 }
 
 bool FaceDetector::State::runNetwork(NetworkOutput& output) const {

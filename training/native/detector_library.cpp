@@ -1,0 +1,148 @@
+#include "training/native/detector_library.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "engine/model/weight_block.h"
+#include "image/image_dispatch.h"
+#include "modules/face_detection/box_decoder.h"
+#include "modules/face_detection/impl.h"
+#include "modules/face_detection/network_input.h"
+
+namespace fd = TavroRTC::FDModule;
+
+struct TavroDetector {
+  struct Release {
+    void operator()(fd::Impl* impl) const { fd::releaseImpl(impl); }
+  };
+  std::unique_ptr<fd::Impl, Release> impl;
+  fd::BoxDecoder decoder;
+  std::array<uint8_t, fd::planarInputSize> planar;
+  alignas(64) std::array<uint8_t, fd::packedInputSize + 64> packed;  // kernels may read on
+};
+
+namespace {
+
+constexpr int32_t largestSide = 32768;
+
+bool isUsable(const TavroFrame* frame) {
+  return frame != nullptr && frame->y != nullptr && frame->u != nullptr && frame->v != nullptr &&
+         frame->width >= 1 && frame->width <= largestSide && frame->height >= 1 &&
+         frame->height <= largestSide && frame->strideY >= frame->width &&
+         frame->strideUV >= fd::chromaSize(frame->width);
+}
+
+bool prepare(const TavroFrame& frame, uint8_t* planar, uint8_t* packed) {
+  return fd::prepareNetworkInput({.y = frame.y,
+                                  .u = frame.u,
+                                  .v = frame.v,
+                                  .width = frame.width,
+                                  .height = frame.height,
+                                  .strideY = frame.strideY,
+                                  .strideUV = frame.strideUV},
+                                 planar, packed);
+}
+
+/// Memory running out must not throw into a caller of another language.
+template <typename Work>
+int32_t guarded(Work work) noexcept {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return -1;
+  }
+}
+
+}  // namespace
+
+int32_t tavroConvertPicture(const uint8_t* picture, int32_t stride, const TavroFrame* frame) {
+  constexpr int32_t bytesPerPixel = 3;
+  if (picture == nullptr || !isUsable(frame) || stride < frame->width * bytesPerPixel)
+    return -1;
+  fd::ImageDesc source;
+  source.planes[0] = const_cast<uint8_t*>(picture);
+  source.widths[0] = frame->width;
+  source.heights[0] = frame->height;
+  source.strides[0] = stride;
+  source.format = fd::ImageFormat::Bgr24;
+  const int32_t chromaWidth = fd::chromaSize(frame->width);
+  const int32_t chromaHeight = fd::chromaSize(frame->height);
+  const fd::ImageDesc target{.planes = {frame->y, frame->u, frame->v},
+                             .widths = {frame->width, chromaWidth, chromaWidth},
+                             .heights = {frame->height, chromaHeight, chromaHeight},
+                             .strides = {frame->strideY, frame->strideUV, frame->strideUV},
+                             .format = fd::ImageFormat::I420};
+  return guarded([&] { return fd::convertImage(source, target, fd::ColorOp::Bgr24ToI420); });
+}
+
+int32_t tavroPrepareInput(const TavroFrame* frame, uint8_t* picture) {
+  if (!isUsable(frame) || picture == nullptr)
+    return -1;
+  return guarded([&] {
+    std::vector<uint8_t> planar(fd::planarInputSize);
+    return prepare(*frame, planar.data(), picture) ? 0 : -1;
+  });
+}
+
+TavroDetector* tavroCreateDetector() {
+  TavroDetector* made = nullptr;
+  guarded([&] {
+    auto detector = std::make_unique<TavroDetector>();
+    detector->impl.reset(fd::createImpl(0, 0));
+    fd::generatePriors(detector->decoder.priors);
+    if (detector->impl != nullptr)
+      made = detector.release();
+    return 0;
+  });
+  return made;
+}
+
+void tavroReleaseDetector(TavroDetector* detector) {
+  delete detector;
+}
+
+int32_t tavroRunNetwork(TavroDetector* detector, const uint8_t* picture, float* scores,
+                        float* offsets) {
+  if (detector == nullptr || picture == nullptr || scores == nullptr || offsets == nullptr)
+    return -1;
+  return guarded([&] {
+    std::copy_n(picture, fd::packedInputSize, detector->packed.data());
+    float* boxValues = nullptr;
+    float* scoreValues = nullptr;
+    if (fd::runImpl(detector->impl.get(), detector->packed.data(), &boxValues, &scoreValues) != 0)
+      return -1;
+    std::copy_n(scoreValues, fd::priorCount * 2, scores);
+    std::copy_n(boxValues, fd::priorCount * 4, offsets);
+    return 0;
+  });
+}
+
+int32_t tavroDetect(TavroDetector* detector, const TavroFrame* frame, float threshold,
+                    int32_t keepLimit, TavroBox* boxes, int32_t capacity) {
+  if (detector == nullptr || !isUsable(frame) || keepLimit < 0 || boxes == nullptr || capacity < 0)
+    return -1;
+  return guarded([&] {
+    float* offsets = nullptr;
+    float* scores = nullptr;
+    if (!prepare(*frame, detector->planar.data(), detector->packed.data()) ||
+        fd::runImpl(detector->impl.get(), detector->packed.data(), &offsets, &scores) != 0)
+      return -1;
+    detector->decoder.scoreThreshold = threshold;
+    detector->decoder.keepLimit = keepLimit;
+    const std::vector<fd::Detection> kept =
+        detector->decoder.decode(frame->width, frame->height, offsets, scores);
+    const auto count = std::min(kept.size(), static_cast<size_t>(capacity));
+    std::transform(kept.begin(), kept.begin() + static_cast<ptrdiff_t>(count), boxes,
+                   [](const fd::Detection& box) {
+                     return TavroBox{box.x1, box.y1, box.x2, box.y2, box.score};
+                   });
+    return static_cast<int32_t>(count);
+  });
+}
+
+const uint8_t* tavroWeights() {
+  return tavroModelWeights;
+}
