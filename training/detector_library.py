@@ -1,0 +1,196 @@
+"""The detector's own code, called from Python (native/detector_library.h).
+
+    picture --convert--> Frame --Detector.detect--> boxes and scores of the real module
+                           |--prepareInput--> bytes --Detector.runNetwork--> scores and offsets
+
+The library is the CMake target `tavro_training`, looked for in the build trees of the repository;
+the environment variable TAVRO_TRAINING_LIBRARY names another one.
+"""
+
+import contextlib
+import ctypes
+import os
+import pathlib
+import subprocess
+import sys
+
+import numpy
+
+SIDE = 192
+PRIOR_COUNT = 2088
+WEIGHT_BYTES = 391296
+MOST_BOXES = 2088
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+FILE_NAME = "libtavro_training.so"
+HOW_TO_BUILD = "cmake --preset release && cmake --build --preset release --target tavro_training"
+
+_bytes = ctypes.POINTER(ctypes.c_uint8)
+_floats = ctypes.POINTER(ctypes.c_float)
+
+
+class NotBuilt(Exception):
+    """The library isn't there or can't be built; the message says what to do."""
+
+
+class _Frame(ctypes.Structure):
+    _fields_ = [("y", _bytes), ("u", _bytes), ("v", _bytes), ("width", ctypes.c_int32),
+                ("height", ctypes.c_int32), ("strideY", ctypes.c_int32),
+                ("strideUV", ctypes.c_int32)]
+
+
+class Frame:
+    """One I420 frame: luma height x width and two chroma planes of half that, rounded up, bytes."""
+
+    def __init__(self, y, u, v):
+        self.y, self.u, self.v = (numpy.ascontiguousarray(plane, numpy.uint8)
+                                  for plane in (y, u, v))
+        chroma = tuple((side + 1) // 2 for side in self.y.shape)
+        if self.y.ndim != 2 or self.u.shape != chroma or self.v.shape != chroma:
+            raise ValueError("the planes' sizes don't fit each other")
+
+    @property
+    def size(self):
+        """Width and height."""
+        return self.y.shape[1], self.y.shape[0]
+
+    def described(self):
+        width, height = self.size
+        return _Frame(*(plane.ctypes.data_as(_bytes) for plane in (self.y, self.u, self.v)),
+                      width, height, width, (width + 1) // 2)
+
+
+def find():
+    """The library's path: the newest one of all build trees."""
+    named = os.environ.get("TAVRO_TRAINING_LIBRARY")
+    if named:
+        if not pathlib.Path(named).is_file():
+            raise NotBuilt(f"TAVRO_TRAINING_LIBRARY: there is no file {named}")
+        return pathlib.Path(named)
+    found = sorted(ROOT.glob(f"build/*/training/{FILE_NAME}"), key=lambda path: path.stat().st_mtime)
+    # A sanitized library can't be loaded into a plain interpreter.
+    found = [path for path in found if path.parts[-3] != "asan"]
+    if not found:
+        raise NotBuilt(f"the detector's library isn't built. In {ROOT}: {HOW_TO_BUILD}")
+    return found[-1]
+
+
+def build(weights, tree=ROOT / "build" / "trial"):
+    """Builds the library with another weight block in a tree of its own; gives its path.
+
+    The first time takes minutes, after that only the weights are put in anew.
+    """
+    weights = pathlib.Path(weights).resolve()
+    if not weights.is_file():
+        raise NotBuilt(f"there is no file {weights}")
+    if weights.stat().st_size != WEIGHT_BYTES:
+        raise NotBuilt(f"{weights}: a weight block has {WEIGHT_BYTES} bytes, "
+                       f"this file has {weights.stat().st_size}")
+    for command in (["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DTAVRO_BUILD_HOST=OFF",
+                     "-DTAVRO_BUILD_TESTS=OFF", f"-DTAVRO_WEIGHTS={weights}"],
+                    ["cmake", "--build", tree, "--target", "tavro_training"]):
+        done = subprocess.run([str(part) for part in command], capture_output=True, text=True,
+                              check=False)
+        if done.returncode != 0:
+            lines = (done.stderr or done.stdout).strip().splitlines()
+            raise NotBuilt(f"{' '.join(map(str, command[:3]))} failed: {' '.join(lines[-3:])}")
+    return pathlib.Path(tree) / "training" / FILE_NAME
+
+
+class Library:
+    """The functions of one loaded library."""
+
+    def __init__(self, path=None):
+        self.path = pathlib.Path(path or find()).resolve()
+        try:
+            self.functions = ctypes.CDLL(str(self.path))
+        except OSError as error:
+            raise NotBuilt(f"{self.path}: can't be loaded: {error}") from None
+        self.functions.tavroCreateDetector.restype = ctypes.c_void_p
+        self.functions.tavroWeights.restype = _bytes
+
+    def weights(self):
+        """The weight block that is built in."""
+        return ctypes.string_at(self.functions.tavroWeights(), WEIGHT_BYTES)
+
+    def convert(self, image):
+        """Height x width x 3 bytes B, G, R -> frame, by the project's own BT.601 conversion."""
+        image = numpy.ascontiguousarray(image, numpy.uint8)
+        height, width = image.shape[:2]
+        chroma = (height + 1) // 2, (width + 1) // 2
+        frame = Frame(numpy.empty((height, width), numpy.uint8),
+                      *(numpy.empty(chroma, numpy.uint8) for _ in range(2)))
+        described = frame.described()
+        self._check(self.functions.tavroConvertPicture(
+            image.ctypes.data_as(_bytes), width * 3, ctypes.byref(described)), "conversion")
+        return frame
+
+    def prepareInput(self, frame):
+        """Frame -> 192 x 192 x 3 bytes B, G, R."""
+        picture = numpy.empty((SIDE, SIDE, 3), numpy.uint8)
+        described = frame.described()
+        self._check(self.functions.tavroPrepareInput(
+            ctypes.byref(described), picture.ctypes.data_as(_bytes)), "scaling")
+        return picture
+
+    @staticmethod
+    def _check(status, what):
+        if status < 0:
+            raise ValueError(f"{what} refused")
+
+
+@contextlib.contextmanager
+def _silence():
+    """Keeps what native code prints off the standard output."""
+    flush = ctypes.CDLL(None).fflush
+    sys.stdout.flush()
+    flush(None)
+    kept = os.dup(1)
+    nowhere = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(nowhere, 1)
+    os.close(nowhere)
+    try:
+        yield
+    finally:
+        flush(None)
+        os.dup2(kept, 1)
+        os.close(kept)
+
+
+class Detector:
+    """One network. Nothing is kept from call to call."""
+
+    def __init__(self, library):
+        self.library = library
+        self._boxes = numpy.empty((MOST_BOXES, 5), numpy.float32)
+        with _silence():  # the network tells that it is loaded and how long its first run took
+            self.handle = library.functions.tavroCreateDetector()
+            if not self.handle:
+                raise NotBuilt("this processor can't run the network")
+            self.runNetwork(numpy.zeros((SIDE, SIDE, 3), numpy.uint8))
+
+    def __del__(self):
+        if getattr(self, "handle", None):
+            self.library.functions.tavroReleaseDetector(ctypes.c_void_p(self.handle))
+
+    def runNetwork(self, picture):
+        """192 x 192 x 3 bytes -> scores 2088 x 2 (no face, face) and offsets 2088 x 4."""
+        picture = numpy.ascontiguousarray(picture, numpy.uint8)
+        if picture.shape != (SIDE, SIDE, 3):
+            raise ValueError("the network's picture is 192 x 192 x 3")
+        scores = numpy.empty((PRIOR_COUNT, 2), numpy.float32)
+        offsets = numpy.empty((PRIOR_COUNT, 4), numpy.float32)
+        Library._check(self.library.functions.tavroRunNetwork(
+            ctypes.c_void_p(self.handle), picture.ctypes.data_as(_bytes),
+            scores.ctypes.data_as(_floats), offsets.ctypes.data_as(_floats)), "the network's run")
+        return scores, offsets
+
+    def detect(self, frame, threshold=0.65, keepLimit=5):
+        """Boxes n x 4, x1 y1 x2 y2 in pixels of the frame, and their scores, best first."""
+        described = frame.described()
+        count = self.library.functions.tavroDetect(
+            ctypes.c_void_p(self.handle), ctypes.byref(described), ctypes.c_float(threshold),
+            ctypes.c_int32(keepLimit), self._boxes.ctypes.data_as(_floats),
+            ctypes.c_int32(MOST_BOXES))
+        Library._check(count, "detection")
+        return self._boxes[:count, :4].copy(), self._boxes[:count, 4].copy()
