@@ -223,12 +223,12 @@ def work(rank, store, options, meeting):
     trainer = Trainer(options, rank, Batches(store, options, rank))
     if options.resume:
         trainer.restore(folder)
-    sums, saved = torch.zeros(2, device=options.device), time.time()
+    losses, saved = [], time.time()
     while trainer.progress < 1:
-        sums += torch.stack(trainer.train())
+        losses.append(torch.stack(trainer.train()))
         if trainer.step % LOG_STEPS == 0:
-            score, box = (sums / LOG_STEPS).tolist()
-            sums.zero_()
+            score, box = torch.stack(losses).mean(0).tolist()
+            losses.clear()
             trainer.history.append({"samples": trainer.step * trainer.samplesPerStep,
                                     "score": round(score, 5), "box": round(box, 5),
                                     "rate": trainer.rate(), "seconds": round(trainer.seconds)})
