@@ -11,9 +11,15 @@ from training.network import SIDE
 ONE = 1 << 16  # a whole sample, in the fixed point of the scaler's positions
 
 
-def positions(source, target):
-    """Where a bilinear scaler looks along one axis: indexes, 16-bit fractions."""
-    if target <= source:
+def positions(source, target, linear=False):
+    """Where the scaler looks along one axis: indexes, 16-bit fractions.
+
+    Where only the columns change it uses its linear filter, which looks half a sample further on.
+    """
+    if linear:
+        step = source * ONE // target
+        start = step >> 1
+    elif target <= source:
         step = source * ONE // target
         start = (step >> 1) - ONE // 2
     else:
@@ -28,10 +34,10 @@ def blend(upper, lower, fraction):
     return (upper * (256 - fraction) + lower * fraction + 128) >> 8
 
 
-def scaleColumns(plane, width):
+def scaleColumns(plane, width, linear=False):
     """Each row on its own, weighted in 128ths; the edges see themselves again."""
     last = plane.shape[-1] - 1
-    index, fraction = (values.to(plane.device) for values in positions(last + 1, width))
+    index, fraction = (values.to(plane.device) for values in positions(last + 1, width, linear))
     fraction = fraction >> 9
     left = plane[..., index.clamp(0, last)]
     right = plane[..., (index + 1).clamp(0, last)]
@@ -66,7 +72,7 @@ def scalePlane(plane, height, width):
         return (plane[..., 0::2, 0::2] + plane[..., 0::2, 1::2] + plane[..., 1::2, 0::2] +
                 plane[..., 1::2, 1::2] + 2) >> 2
     if source[0] == height:
-        return scaleColumns(plane, width)
+        return scaleColumns(plane, width, linear=True)
     if height <= source[0]:
         return scaleColumns(scaleRows(plane, height), width)
     return scaleRows(scaleColumns(plane, width), height)

@@ -1,0 +1,73 @@
+"""Shifts the scores so that the detector's fixed threshold is where precision and recall meet best.
+
+    python3 -m training.calibrate --data PATH --weights weights.bin --output calibrated.bin
+
+The score is the softmax of two logits: adding a constant to their difference moves all scores and
+changes the order of none. The constant goes into the biases of the three last `conf` layers; it
+turns the threshold of the best F1 into the detector's own. The pictures should not be those that
+the detector is measured on later.
+"""
+
+import argparse
+import math
+import pathlib
+import sys
+
+import cv2
+
+from training import detector_library, evaluate, faces, metrics, weight_block
+from training.network import FaceNetwork
+
+
+def logit(score):
+    return math.log(score / (1 - score))
+
+
+def shifted(tensors, shift):
+    """The block's tensors with `shift` added to the logit of "face" against "no face"."""
+    result = dict(tensors)
+    for name, values in tensors.items():
+        if name.startswith("conf.") and name.endswith(".2.bias"):
+            result[name] = values.copy()
+            result[name][0::2] -= shift / 2
+            result[name][1::2] += shift / 2
+    return result
+
+
+def bestPoint(path, folder, sizeClass):
+    """Where the detector with these weights has its best F1 on the folder's pictures."""
+    library = detector_library.Library(detector_library.build(path))
+    road = evaluate.Road(library, detector_library.Detector(library))
+    matches = []
+    for picture in faces.load(folder):
+        scene = evaluate.conditions.fromPicture(picture, faces.readImage(picture.path))
+        matches.append(evaluate.match(scene, *evaluate.detect(road, scene.image)))
+    return metrics.bestPoint(metrics.counted(metrics.joined(matches),
+                                             *metrics.SIZE_CLASSES[sizeClass]))
+
+
+def main(arguments=None):
+    parser = argparse.ArgumentParser("training.calibrate", description=__doc__.splitlines()[0])
+    parser.add_argument("--data", required=True, help="folder of pictures and boxes")
+    parser.add_argument("--weights", required=True, help="the weight block to start from")
+    parser.add_argument("--output", required=True, help="where the new block goes")
+    parser.add_argument("--faces", default="16 and more", choices=list(metrics.SIZE_CLASSES),
+                        help="the faces whose F1 counts")
+    options = parser.parse_args(arguments)
+    cv2.setNumThreads(1)
+    try:
+        best = bestPoint(options.weights, options.data, options.faces)
+        shapes = {name: values.shape for name, values in FaceNetwork().folded().items()}
+        shift = logit(evaluate.THRESHOLD) - logit(best.threshold)
+        tensors = weight_block.read(options.weights, shapes)
+        weight_block.write(pathlib.Path(options.output), shifted(tensors, shift))
+    except (OSError, ValueError, detector_library.NotBuilt) as error:
+        print(f"training.calibrate: {error}", file=sys.stderr)
+        return 2
+    print(f"best F1 {best.f1:.3f} (precision {best.precision:.3f}, recall {best.recall:.3f}) at "
+          f"{best.threshold:.3f}; logits shifted by {shift:+.3f}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
