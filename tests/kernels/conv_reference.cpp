@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+#include "tests/support/fused_multiply_add.h"
+
 namespace tavro::test {
 namespace {
 
@@ -84,7 +86,7 @@ void forEachInRow(Sequence sequence, int32_t kernelW, int32_t channels, Visit vi
 }
 
 float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
-  return arithmetic == Arithmetic::fused ? std::fmaf(a, b, sum) : sum + a * b;
+  return arithmetic == Arithmetic::fused ? fusedMultiplyAdd(a, b, sum) : sum + a * b;
 }
 
 }  // namespace
