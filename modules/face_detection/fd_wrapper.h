@@ -2,9 +2,12 @@
 
 // FDWrapper: the instance that the host works with. The host gets one from moduleCallback, calls
 // init once and execute for each frame, and gives it back through moduleCallback. It calls the
-// virtual functions only, so their order is part of the boundary.
+// virtual functions only, so their order is part of the boundary: destructor, init, execute, in a
+// table as the platform's own compiler lays it out.
 
+#include <cstdint>
 #include <memory>
+#include <new>
 
 #include "modules/face_detection/host_interface.h"
 
@@ -17,7 +20,28 @@ class FaceDetector;
 class FDWrapper {
  public:
   FDWrapper();
+#if defined(_WIN32) && !defined(_MSC_VER)
+  // On Windows a virtual destructor has one place in the table, for a function that destroys the
+  // object and, if bit 0 of `flags` is set, frees it. GCC would give it two places, so here is that
+  // function by hand.
+  virtual void* deletingDestructor(uint32_t flags) noexcept {
+    this->~FDWrapper();
+    if ((flags & 1U) != 0)
+      ::operator delete(this);
+    return this;
+  }
+  static void destroy(FDWrapper* wrapper) noexcept {
+    if (wrapper != nullptr)
+      wrapper->deletingDestructor(1);
+  }
+  ~FDWrapper();
+#else
   virtual ~FDWrapper();
+  /// Destroys the instance and frees it with the heap that it came from. Null does nothing.
+  static void destroy(FDWrapper* wrapper) noexcept {
+    delete wrapper;
+  }
+#endif
   FDWrapper(const FDWrapper&) = delete;
   FDWrapper& operator=(const FDWrapper&) = delete;
 

@@ -22,7 +22,7 @@ int32_t moduleCallback(void* /*context*/, void* command) noexcept {
       *static_cast<FDWrapper**>(order->object) = new (std::nothrow) FDWrapper;
       return 0;
     case destroyInstanceCommand:
-      delete static_cast<FDWrapper*>(order->object);
+      FDWrapper::destroy(static_cast<FDWrapper*>(order->object));
       return 0;
     default:
       return -1;

@@ -54,7 +54,7 @@ int32_t fakeCallback(void* /*context*/, void* argument) {
     return 0;
   }
   if (command->code == destroyInstanceCommand) {
-    delete static_cast<FDWrapper*>(command->object);
+    FDWrapper::destroy(static_cast<FDWrapper*>(command->object));
     return 0;
   }
   return -1;
