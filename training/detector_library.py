@@ -25,6 +25,9 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 FILE_NAME = "libtavro_training.so"
 HOW_TO_BUILD = "cmake --preset release && cmake --build --preset release --target tavro_training"
 
+# For trials of other weights. Lies deeper than the other trees, where `find` doesn't look.
+TRIAL_TREE = ROOT / "build" / "training" / "trial"
+
 _bytes = ctypes.POINTER(ctypes.c_uint8)
 _floats = ctypes.POINTER(ctypes.c_float)
 
@@ -67,15 +70,15 @@ def find():
         if not pathlib.Path(named).is_file():
             raise NotBuilt(f"TAVRO_TRAINING_LIBRARY: there is no file {named}")
         return pathlib.Path(named)
-    found = sorted(ROOT.glob(f"build/*/training/{FILE_NAME}"), key=lambda path: path.stat().st_mtime)
     # A sanitized library can't be loaded into a plain interpreter.
-    found = [path for path in found if path.parts[-3] != "asan"]
+    found = [path for path in ROOT.glob(f"build/*/training/{FILE_NAME}")
+             if path.parts[-3] != "asan"]
     if not found:
         raise NotBuilt(f"the detector's library isn't built. In {ROOT}: {HOW_TO_BUILD}")
-    return found[-1]
+    return max(found, key=lambda path: path.stat().st_mtime)
 
 
-def build(weights, tree=ROOT / "build" / "trial"):
+def build(weights, tree=TRIAL_TREE):
     """Builds the library with another weight block in a tree of its own; gives its path.
 
     The first time takes minutes, after that only the weights are put in anew.

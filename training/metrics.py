@@ -31,7 +31,7 @@ doubtful face; faceSizes: of each face that isn't doubtful.
 """
 
 Counted = collections.namedtuple("Counted", "scores hits faceCount")
-Counted.__doc__ = """The boxes that count for a size class, best first, and how many faces it has."""
+Counted.__doc__ = """The boxes that count for a size class, best first; how many faces it has."""
 
 Point = collections.namedtuple("Point", "threshold precision recall f1")
 
@@ -75,6 +75,11 @@ def matchPicture(boxes, scores, faces, doubtful):
             overlap[:, face] = 0  # taken
     ignored = (found < 0) & onDoubtful(boxes, doubtful)
     return Matches(scores, sizesOf(boxes), found, ignored, sizesOf(faces))
+
+
+def firstBoxes(matches, count):
+    """The Matches of a picture whose boxes stand best first, with no more than `count` of them."""
+    return Matches(*(column[:count] for column in matches[:4]), matches.faceSizes)
 
 
 def joined(parts):

@@ -35,3 +35,10 @@ def squares(seed, count, sides=(120, 300)):
             boxes = [(x, y, side, side)]
         pictures.append((image, boxes, [0] * len(boxes)))
     return pictures
+
+
+def portrait():
+    """The photograph of the other tests, one large face: 120 x 160 x 3 bytes, B G R."""
+    path = pathlib.Path(__file__).parent.parent / "data" / "portrait_160x120.i420"
+    planes = numpy.fromfile(path, numpy.uint8).reshape(180, 160)
+    return cv2.cvtColor(planes, cv2.COLOR_YUV2BGR_I420)

@@ -1,0 +1,78 @@
+"""Pictures as other cameras deliver them must keep their boxes where the faces are."""
+
+import unittest
+
+import numpy
+
+import synthetic
+from training import conditions
+from training.faces import Picture
+
+
+def scenes(count):
+    for number, (image, boxes, doubtful) in enumerate(synthetic.squares(9, count)):
+        yield conditions.fromPicture(Picture(
+            str(number), None, numpy.float32(boxes).reshape(-1, 4), numpy.array(doubtful, bool)),
+            image)
+
+
+def brightPart(image):
+    """The box of the bright square."""
+    ys, xs = (image.min(2) > 150).nonzero()
+    return [xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]
+
+
+class Aspects(unittest.TestCase):
+    def testTheWindowIsTheLargestAndTheBoxFollows(self):
+        for scene in scenes(30):
+            for name, aspect in conditions.ASPECTS.items():
+                cut = conditions.cropped(scene, aspect)
+                height, width = cut.image.shape[:2]
+                self.assertLess(abs(width - aspect * height), 1 + aspect, name)
+                self.assertTrue(width == scene.image.shape[1] or height == scene.image.shape[0])
+                self.assertEqual(len(cut.boxes), len(scene.boxes))  # the only face is kept
+                if len(cut.boxes):
+                    self.assertEqual(brightPart(cut.image), cut.boxes[0].tolist(), name)
+                    whole = numpy.prod(scene.boxes[0, 2:] - scene.boxes[0, :2])
+                    left = numpy.prod(cut.boxes[0, 2:] - cut.boxes[0, :2]) / whole
+                    self.assertEqual(bool(cut.doubtful[0]), left < conditions.CUT)
+
+    def testAsManyFacesAsAnyWindowHolds(self):
+        random = numpy.random.default_rng(4)
+        for _ in range(50):
+            centres = random.uniform(0, 300, random.integers(0, 9))
+            start = conditions.best(centres, 300, 120)
+            self.assertTrue(0 <= start <= 180)
+            def held(at):
+                return int(((centres >= at) & (centres <= at + 120)).sum())
+            self.assertEqual(held(start), max(held(at) for at in numpy.linspace(0, 180, 1801)))
+
+
+class Faults(unittest.TestCase):
+    def testAreRepeatableAndDifferentFromPictureToPicture(self):
+        image = next(scenes(1)).image
+        for name, spoil in {**conditions.SPOILED,
+                            **{n: change for n, (change, _) in conditions.NUDGED.items()}}.items():
+            first, again = (spoil(image, conditions.random(1)) for _ in range(2))
+            self.assertTrue((first == again).all(), name)
+            self.assertEqual((first.shape, first.dtype), (image.shape, image.dtype))
+            self.assertTrue((first != image).any(), name)
+        noise = [conditions.noisy(image, 5, conditions.random(index)) for index in (1, 2)]
+        self.assertTrue((noise[0] != noise[1]).any())
+
+    def testHaveTheirStatedStrength(self):
+        grey = numpy.full((200, 300, 3), 100, numpy.uint8)
+        self.assertAlmostEqual(conditions.dark(grey, conditions.random(0)).mean(), 20, delta=0.1)
+        self.assertAlmostEqual(
+            conditions.noisy(grey, 15, conditions.random(0)).std(), 15, delta=0.2)
+        brighter, _ = conditions.NUDGED["2 levels brighter"]
+        self.assertTrue((brighter(grey, None) == 102).all())
+        for scene in list(scenes(5))[1:]:
+            change, moved = conditions.NUDGED["shifted by a pixel"]
+            expected = scene.boxes[0] + [moved, 0, moved, 0]
+            expected[2] = min(expected[2], scene.image.shape[1])
+            self.assertEqual(brightPart(change(scene.image, None)), expected.tolist())
+
+
+if __name__ == "__main__":
+    unittest.main()

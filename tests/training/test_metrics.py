@@ -1,0 +1,190 @@
+"""The figures against the slow way to get them, and against cases worked out by hand."""
+
+import math
+import unittest
+
+import numpy
+
+from training import metrics, steadiness
+
+EVERYTHING = (0, metrics.LARGEST)
+
+
+def area(box):
+    return max(box[2] - box[0], 0) * max(box[3] - box[1], 0)
+
+
+def shared(a, b):
+    return area((max(a[0], b[0]), max(a[1], b[1]), min(a[2], b[2]), min(a[3], b[3])))
+
+
+def overlap(a, b):
+    return shared(a, b) / (area(a) + area(b) - shared(a, b))
+
+
+def slowAveragePrecision(pictures, low, high):
+    """By the definition: all boxes of all pictures from the best on, one at a time."""
+    entries = sorted(((score, number, box) for number, (boxes, scores, _, _) in enumerate(pictures)
+                      for box, score in zip(boxes.tolist(), scores.tolist())), reverse=True)
+    wanted = [(number, tuple(face)) for number, (_, _, faces, _) in enumerate(pictures)
+              for face in faces.tolist() if low <= math.sqrt(area(face)) < high]
+    taken, right, points, counting = set(), 0, [], 0
+    for _, number, box in entries:
+        _, _, faces, doubtful = pictures[number]
+        free = [tuple(face) for face in faces.tolist() if (number, tuple(face)) not in taken]
+        best = max(free, key=lambda face: overlap(box, face), default=None)
+        if best is not None and overlap(box, best) >= 0.5:
+            taken.add((number, best))
+            if (number, best) not in wanted:
+                continue
+            right += 1
+        elif any(overlap(box, other) >= 0.5 or shared(box, other) > area(box) / 2
+                 for other in doubtful.tolist()) or not low <= math.sqrt(area(box)) < high:
+            continue
+        counting += 1
+        points.append((right / len(wanted), right / counting))
+    total, before = 0, 0
+    for recall, _ in points:
+        total += (recall - before) * max(p for r, p in points if r >= recall)
+        before = recall
+    return total
+
+
+def randomPictures(random, count):
+    """Boxes near faces, near doubtful ones and anywhere, all scores different."""
+    pictures = []
+    for _ in range(count):
+        def some(number):
+            corner, side = random.uniform(0, 150, (number, 2)), random.uniform(6, 90, (number, 2))
+            return numpy.concatenate([corner, corner + side], 1)
+        faces, doubtful = some(random.integers(0, 4)), some(random.integers(0, 3))
+        near = numpy.concatenate([faces, faces, doubtful]) if len(faces) else doubtful
+        near = near + random.normal(0, 4, near.shape)
+        boxes = numpy.concatenate([near, some(3)])
+        boxes[:, 2:] = numpy.maximum(boxes[:, 2:], boxes[:, :2] + 2)
+        pictures.append((boxes, random.uniform(0, 1, len(boxes)), faces, doubtful))
+    return pictures
+
+
+class AveragePrecision(unittest.TestCase):
+    def testAgainstTheDefinition(self):
+        random = numpy.random.default_rng(7)
+        for trial in range(20):
+            pictures = randomPictures(random, 12)
+            matches = metrics.joined([metrics.matchPicture(*picture) for picture in pictures])
+            for name, sizes in {**metrics.SIZE_CLASSES, "all": EVERYTHING}.items():
+                count = metrics.counted(matches, *sizes)
+                if count.faceCount:
+                    self.assertAlmostEqual(metrics.averagePrecision(count),
+                                           slowAveragePrecision(pictures, *sizes), places=9,
+                                           msg=f"trial {trial}, {name}")
+
+    def testWorkedOutByHand(self):
+        # Right, wrong, right of three faces: 1/3 at precision 1, then 1/3 at 2/3.
+        count = metrics.Counted(numpy.array([.9, .8, .7]), numpy.array([True, False, True]), 3)
+        self.assertAlmostEqual(metrics.averagePrecision(count), 1 / 3 + 2 / 9)
+        self.assertTrue(math.isnan(metrics.averagePrecision(count._replace(faceCount=0))))
+        nothing = metrics.Counted(numpy.empty(0), numpy.empty(0, bool), 3)
+        self.assertEqual(metrics.averagePrecision(nothing), 0)
+
+    def testNothingAtAll(self):
+        none = numpy.empty((0, 4))
+        matches = metrics.joined([metrics.matchPicture(none, numpy.empty(0), none, none)])
+        count = metrics.counted(matches, *EVERYTHING)
+        self.assertEqual(count.faceCount, 0)
+        self.assertTrue(math.isnan(metrics.pointAt(count, 0.65).precision))
+        self.assertTrue(math.isnan(metrics.bestPoint(count).f1))
+        self.assertEqual(metrics.counted(metrics.joined([]), *EVERYTHING).faceCount, 0)
+
+
+class Matching(unittest.TestCase):
+    FACE = [[10.0, 10, 30, 30]]
+
+    def match(self, boxes, faces=(), doubtful=()):
+        boxes, faces, doubtful = (numpy.array(value, float).reshape(-1, 4)
+                                  for value in (boxes, faces, doubtful))
+        return metrics.matchPicture(boxes, numpy.linspace(0.9, 0.7, len(boxes)), faces, doubtful)
+
+    def testTheSecondBoxOnAFaceIsAFalseAlarm(self):
+        matches = self.match([[11, 10, 31, 30], [10, 10, 30, 30]], self.FACE)
+        self.assertEqual(matches.faces.tolist(), [0, -1])
+        self.assertEqual(matches.ignored.tolist(), [False, False])
+
+    def testHalfTheUnionIsEnough(self):
+        # 20 x 20 against 20 x 10 within it is exactly a half.
+        self.assertEqual(self.match([[10, 10, 30, 20]], self.FACE).faces.tolist(), [0])
+        self.assertEqual(self.match([[10, 10, 30, 19.9]], self.FACE).faces.tolist(), [-1])
+
+    def testDoubtfulFacesCountNeitherWay(self):
+        crowd = [[0.0, 0, 100, 100]]
+        boxes = [[10, 10, 30, 30], [90, 90, 130, 130], [95, 40, 103, 50]]
+        matches = self.match(boxes, doubtful=crowd)
+        # Within the crowd, mostly outside it, mostly inside it.
+        self.assertEqual(matches.ignored.tolist(), [True, False, True])
+        self.assertEqual(len(matches.faceSizes), 0)
+        self.assertFalse(self.match(boxes, self.FACE, crowd).ignored[0])  # a sure face goes first
+
+    def testOtherSizesCountNeitherWay(self):
+        # A face of 20 pixels, found by a box of 15; a false alarm of 40.
+        matches = self.match([[10, 10, 25, 25], [100, 100, 140, 140]], self.FACE)
+        def outcome(low, high):
+            count = metrics.counted(matches, low, high)
+            return count.hits.tolist(), count.faceCount
+        self.assertEqual(outcome(16, 32), ([True], 1))
+        self.assertEqual(outcome(8, 16), ([], 0))
+        self.assertEqual(outcome(32, 64), ([False], 0))
+        self.assertEqual(outcome(8, metrics.LARGEST), ([True, False], 1))
+
+
+class OperatingPoints(unittest.TestCase):
+    def setUp(self):
+        random = numpy.random.default_rng(3)
+        scores = numpy.sort(numpy.round(random.uniform(0, 1, 200), 2).astype(numpy.float32))[::-1]
+        self.count = metrics.Counted(scores, random.uniform(0, 1, 200) < scores, 150)
+
+    def slow(self, threshold):
+        above = [bool(hit) for score, hit in zip(self.count.scores, self.count.hits)
+                 if score > numpy.float32(threshold)]
+        precision, recall = sum(above) / len(above), sum(above) / 150
+        return precision, recall, 2 * precision * recall / (precision + recall)
+
+    def testAtAThreshold(self):
+        for threshold in (0.1, 0.65, float(self.count.scores[50])):
+            for a, b in zip(metrics.pointAt(self.count, threshold)[1:], self.slow(threshold)):
+                self.assertAlmostEqual(a, b)
+
+    def testTheBestIsReachedAtItsThreshold(self):
+        best = metrics.bestPoint(self.count)
+        candidates = [value - 1e-4 for value in set(self.count.scores.tolist())]
+        self.assertAlmostEqual(best.f1, max(self.slow(value)[2] for value in candidates))
+        self.assertAlmostEqual(metrics.pointAt(self.count, best.threshold).f1, best.f1)
+
+
+class Steady(unittest.TestCase):
+    def testMovementScoresAndFlips(self):
+        def sightings(scores, shift):
+            boxes = numpy.array([[10, 10, 30, 30], [50, 50, 90, 90], [0, 0, 20, 20],
+                                 [5, 5, 10, 10], [60, 0, 80, 20]], numpy.float32)
+            boxes[:, 2] += numpy.float32(shift)
+            return steadiness.Sightings(numpy.array(scores, numpy.float32), boxes,
+                                        numpy.array([20, 40, 20, 5, 20]))
+        # Two faces above the threshold in both, one in one of them, one too small, one never.
+        result = steadiness.compare(sightings([.9, .8, .7, .9, .2], 0),
+                                    sightings([.9, .7, .6, .1, .3], 2), 0.65, 16)
+        self.assertEqual(result.faces, 2)
+        self.assertAlmostEqual(result.meanMovement, (2 / 20 + 2 / 40) / 2, places=6)
+        self.assertAlmostEqual(result.meanScoreChange, 0.05, places=6)
+        self.assertAlmostEqual(result.p99ScoreChange, 0.099, places=6)
+        self.assertAlmostEqual(result.flips, 1 / 3)
+
+    def testSightingsAreOfTheMatchedBoxes(self):
+        boxes = numpy.array([[0.0, 0, 9, 9], [40, 40, 60, 60], [10, 10, 30, 31]])
+        faces = numpy.array([[10.0, 10, 30, 30], [40, 40, 60, 60], [70, 70, 90, 90]])
+        matches = metrics.matchPicture(boxes, numpy.array([.9, .8, .7]), faces, faces[:0])
+        seen = steadiness.sightings(matches, boxes)
+        self.assertTrue(numpy.allclose(seen.scores, [.7, .8, 0]))
+        self.assertEqual(seen.boxes[0].tolist(), [10, 10, 30, 31])
+
+
+if __name__ == "__main__":
+    unittest.main()
