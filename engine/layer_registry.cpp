@@ -1,18 +1,29 @@
 #include "engine/layer_registry.h"
 
 #include <array>
+#include <cstddef>
 #include <iostream>
 #include <map>
+#include <memory_resource>
+#include <vector>
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using Creators = std::map<std::string, LayerCreator>;
+using Creators = std::pmr::map<std::string, LayerCreator>;
+
+// Layers are registered while the module is being loaded, where nobody could catch an exception:
+// the entries of the few types that there are lie here and not on the heap.
+struct Registry {
+  std::array<std::byte, 4096> room;
+  std::pmr::monotonic_buffer_resource memory{room.data(), room.size()};
+  std::pmr::vector<Creators> creators{environmentKeys, &memory};  // which hands it on to the maps
+};
 
 // Local to a function, so that it exists before the first static object that registers a layer.
-std::array<Creators, environmentKeys>& registry() {
-  static std::array<Creators, environmentKeys> creators;
-  return creators;
+std::pmr::vector<Creators>& registry() {
+  static Registry registry;
+  return registry.creators;
 }
 
 bool isKey(int32_t key) {

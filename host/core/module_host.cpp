@@ -28,25 +28,40 @@ Status guarded(Operation&& operation) {
   }
 }
 
+/// A load that closes its file again unless it was adopted, however it ends.
+struct Loading {
+  explicit Loading(ModuleRegistry& table) : registry(table) {}
+  ~Loading() {
+    if (library.handle() == nullptr)
+      return;
+    library.close();
+    registry.forget(record);
+  }
+  Loading(const Loading&) = delete;
+  Loading& operator=(const Loading&) = delete;
+
+  ModuleRegistry& registry;
+  const LoadRecord record;
+  SharedLibrary library;
+};
+
 Status load(const std::string& path, std::string* name) {
   ModuleRegistry& registry = ModuleRegistry::instance();
   const std::lock_guard lock(registry.loadLock());
-  const LoadRecord record;
-  SharedLibrary library;
-  if (const std::string error = library.open(path); !error.empty())
+  Loading loading(registry);
+  if (const std::string error = loading.library.open(path); !error.empty())
     return {"can't load the module " + path + ": " + error};
-  if (const std::string owner = registry.nameOf(library); !owner.empty())
+  if (const std::string owner = registry.nameOf(loading.library); !owner.empty())
     return {"can't load the module " + path + ": it is loaded already, as '" + owner + "'"};
-  if (record.name.empty()) {
-    library.close();
-    registry.forget(record);
+  const LoadRecord& record = loading.record;
+  if (record.name.empty())
     return {"can't load the module " + path + ": " +
             (record.refusal.empty() ? "it isn't a module, it registers nothing"
                                     : "its registration was refused, " + record.refusal)};
-  }
-  registry.adopt(record.name, std::move(library), path);
+  std::string registered = record.name;
+  registry.adopt(registered, std::move(loading.library), path);
   if (name != nullptr)
-    *name = record.name;
+    *name = std::move(registered);
   return {};
 }
 
@@ -75,7 +90,13 @@ Status create(const std::string& name, FDWrapper** instance) {
   const int32_t result = callback(nullptr, &command);
   if (result != 0)
     made = nullptr;
-  registry.settleInstance(name, made);
+  try {
+    registry.settleInstance(name, made);
+  } catch (...) {
+    ModuleCommand destroy{.code = destroyInstanceCommand, .object = made};
+    callback(nullptr, &destroy);
+    throw;
+  }
   if (result != 0)
     return {"module '" + name + "' refused to make an instance: " + std::to_string(result)};
   if (made == nullptr)

@@ -28,11 +28,15 @@ int32_t ModuleRegistry::watch(const char* name, const void* codeAddress) {
   if (name == nullptr || *name == '\0' || codeAddress == nullptr)
     return -1;
   std::string file = SharedLibrary::fileOf(codeAddress);
+  LoadRecord* load = LoadRecord::current();
+  std::string seen(name);
+  if (load != nullptr)
+    load->seen.reserve(load->seen.size() + 1);
   const std::lock_guard lock(mutex_);
-  if (!watched_.try_emplace(name, std::move(file)).second)
+  if (!watched_.try_emplace(seen, std::move(file)).second)
     return -1;
-  if (LoadRecord* load = LoadRecord::current())
-    load->seen.emplace_back(name);
+  if (load != nullptr)
+    load->seen.push_back(std::move(seen));
   return 0;
 }
 
@@ -45,19 +49,20 @@ int32_t ModuleRegistry::add(const char* name, ModuleCallback callback) {
     refusal = "it has registered as '" + load->name + "' already";
 
   if (refusal.empty()) {
+    std::string registered(name);
     const std::lock_guard lock(mutex_);
-    const auto [position, added] = modules_.try_emplace(name);
+    const auto [position, added] = modules_.try_emplace(registered);
     if (added) {
       position->second.callback = callback;
       position->second.ready = load == nullptr;
+      if (load != nullptr)
+        load->name = std::move(registered);
     } else {
       refusal = "the name '" + std::string(name) + "' is taken by " +
                 (position->second.path.empty() ? "another module" : position->second.path);
     }
   }
-  if (load != nullptr && refusal.empty())
-    load->name = name;
-  else if (load != nullptr && load->refusal.empty())
+  if (load != nullptr && !refusal.empty() && load->refusal.empty())
     load->refusal = refusal;
   return refusal.empty() ? 0 : -1;
 }
@@ -72,7 +77,8 @@ int32_t ModuleRegistry::remove(const char* name) {
   // The call comes out of this very library: closing it here would pull the code from under it.
   position->second.library.abandon();
   modules_.erase(position);
-  watched_.erase(name);
+  if (const auto watched = watched_.find(name); watched != watched_.end())
+    watched_.erase(watched);
   return 0;
 }
 
@@ -97,7 +103,7 @@ void ModuleRegistry::adopt(const std::string& name, SharedLibrary&& library,
                            const std::string& path) {
   const std::lock_guard lock(mutex_);
   Module& module = modules_.at(name);
-  module.path = path;
+  module.path = path;  // which may throw, and leaves the library to the caller then
   module.library = std::move(library);
   module.ready = true;
 }

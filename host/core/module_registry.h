@@ -3,8 +3,10 @@
 // The process-wide table of registered modules: callbacks by name, the libraries behind them, which
 // are watched, and the instances alive. Modules write to it through boundary.cpp while the loader
 // runs their initialisers, applications through module_host.cpp. No lock is held while foreign code
-// runs (loader, observer, callback), because all of these call back into this table.
+// runs (loader, observer, callback), because all of these call back into this table. Memory may run
+// out in any operation that stores something; the table is as before then. Removing needs none.
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -64,7 +66,7 @@ class ModuleRegistry {
 
   // Instances. A reservation keeps the module loaded while its callback runs.
   Status reserveInstance(const std::string& name, TavroRTC::FDModule::ModuleCallback& callback);
-  /// Ends a reservation; a non-null instance becomes one of the module's.
+  /// Ends a reservation; a non-null instance becomes one of the module's, unless it throws.
   void settleInstance(const std::string& name, TavroRTC::FDModule::FDWrapper* made);
   /// Takes a live instance off its module and reserves the module in the same step.
   Status releaseInstance(TavroRTC::FDModule::FDWrapper* instance, std::string& name,
@@ -86,8 +88,9 @@ class ModuleRegistry {
 
   std::recursive_mutex loadLock_;
   std::mutex mutex_;  ///< guards all below
-  std::map<std::string, Module> modules_;
-  std::map<std::string, std::string> watched_;  ///< name to the file that holds the code
+  std::map<std::string, Module, std::less<>> modules_;
+  /// Name to the file that holds the code.
+  std::map<std::string, std::string, std::less<>> watched_;
   std::shared_ptr<const BoundaryObserver> observer_;
 };
 

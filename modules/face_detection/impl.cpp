@@ -75,10 +75,11 @@ Impl* createImpl(int32_t backend, int32_t /*precision*/) {
 int32_t runImpl(Impl* impl, uint8_t* picture, float** boxes, float** scores) {
   if (impl == nullptr || !setInput(*impl, picture))
     return -1;
-  // A layer that fails costs this frame its result and nothing else: what matters is whether the
-  // outputs are there.
+  // A layer that lacks memory leaves behind what the frame before had, or nothing at all, which
+  // must not pass for this frame's result. The next run begins afresh.
   impl->warmup();
-  impl->run();
+  if (!impl->run())
+    return -1;
   float* scoreValues = outputValues(*impl, impl->outputs[0], 2);
   float* boxValues = outputValues(*impl, impl->outputs[1], 4);
   if (scoreValues == nullptr || boxValues == nullptr)

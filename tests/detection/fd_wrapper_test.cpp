@@ -1,27 +1,22 @@
 // The instance as the host sees it, and the callback that gives it out: how a frame is read, what
-// null pointers do, and that no lack of memory at any point gets past it.
+// null pointers do.
 
 #include "modules/face_detection/fd_wrapper.h"
 
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/core/face_rects.h"
-#include "host/core/i420_frame.h"
 #include "modules/face_detection/module_callback.h"
 #include "tests/support/captured_stdout.h"
-#include "tests/support/scarce_memory.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
 using tavro::host::FaceRects;
-using tavro::host::I420Frame;
 using tavro::test::CapturedStdout;
-using tavro::test::ScarceMemory;
 
 /// A frame that writes down how it is read.
 class RecordingFrame final : public HostFrame {
@@ -110,44 +105,6 @@ TEST(ModuleCallback, CommandCodes) {
   ASSERT_NE(made, nullptr);
   ModuleCommand destroy{.code = destroyInstanceCommand, .object = made};
   EXPECT_EQ(moduleCallback(&slot, &destroy), 0);
-}
-
-TEST(FDWrapper, SurvivesTheFailureOfAnyAllocation) {
-  const auto frame = I420Frame::allocate(64, 48);
-  ASSERT_TRUE(frame.has_value());
-  FaceRects faces;
-  ASSERT_TRUE(faces.sequence()->grow(faces.sequence(), 16));
-  CapturedStdout quiet;
-  for (const auto failing : {ScarceMemory::Failing::once, ScarceMemory::Failing::forGood}) {
-    int64_t allowed = 0;
-    for (bool failed = true; failed; ++allowed) {
-      SCOPED_TRACE(allowed);
-      FDWrapper* made = nullptr;
-      ModuleCommand create{.code = createInstanceCommand, .object = static_cast<void*>(&made)};
-      std::optional<ScarceMemory> scarce(std::in_place, allowed, failing);
-      const int32_t answer = moduleCallback(nullptr, &create);
-      const bool ready = made != nullptr && made->init();
-      faces.sequence()->size = 1;
-      const bool found = made != nullptr && made->execute(&*frame, faces.sequence());
-      failed = ScarceMemory::hasFailed();
-      scarce.reset();
-
-      ASSERT_EQ(answer, 0);
-      ASSERT_TRUE(failed || (ready && found));
-      if (made == nullptr)
-        continue;
-      ASSERT_TRUE(found || faces.empty());
-      // The instance is good for another attempt as soon as there is memory. (Tried now and then:
-      // it takes longer than the rest.)
-      if (allowed % 64 == 0) {
-        ASSERT_TRUE(made->init());
-        ASSERT_TRUE(made->execute(&*frame, faces.sequence()));
-      }
-      ModuleCommand destroy{.code = destroyInstanceCommand, .object = made};
-      ASSERT_EQ(moduleCallback(nullptr, &destroy), 0);
-    }
-    EXPECT_GT(allowed, 500);  // a network is made of many parts
-  }
 }
 
 }  // namespace

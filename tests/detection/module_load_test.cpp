@@ -23,6 +23,7 @@
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/scarce_memory.h"
 
 namespace tavro::host {
 namespace {
@@ -218,6 +219,46 @@ TEST_F(ModuleLoading, RefusedRegistrationEndsNormalWork) {
   EXPECT_FALSE(isMapped());
   EXPECT_EQ(std::ranges::count(calls, Kind::remove), 0);
   EXPECT_EQ(printed, "");
+}
+
+// Whatever of the host's and the module's own the heap has no room for: a status, never a crash,
+// and the next attempt is as good as the first.
+TEST(ModuleMemory, LoadingMakingAndUnloadingMayLackIt) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "every library has an operator new of its own";
+#endif
+  using test::ScarceMemory;
+  FDWrapper* instance = nullptr;
+  const auto liveOnce = [&] {
+    return loadModule(modulePath).ok() && createInstance(name, &instance).ok() &&
+           destroyInstance(instance).ok() && unloadModule(name).ok();
+  };
+  ASSERT_TRUE(liveOnce());  // what the host keeps for good
+  for (const auto failing : {ScarceMemory::Failing::once, ScarceMemory::Failing::forGood}) {
+    int64_t allowed = 0;
+    for (bool failed = true; failed; ++allowed) {
+      SCOPED_TRACE(allowed);
+      const int64_t before = test::heapTraffic().kept();
+      bool works = false;
+      {
+        const ScarceMemory scarce(allowed, failing);
+        works = liveOnce();
+        failed = ScarceMemory::hasFailed();
+      }
+      EXPECT_TRUE(works || failed);
+      // An instance that couldn't be destroyed is still alive.
+      for (const ModuleInfo& left : modules()) {
+        if (left.liveInstances == 1) {
+          EXPECT_EQ(destroyInstance(instance).error, "");
+        }
+        EXPECT_EQ(unloadModule(left.name).error, "");
+      }
+      EXPECT_FALSE(isMapped());
+      EXPECT_EQ(test::heapTraffic().kept(), before);
+      ASSERT_TRUE(liveOnce());
+    }
+    EXPECT_GT(allowed, 10);
+  }
 }
 
 /// The parts of the module's file that tell what it offers and needs.

@@ -4,27 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <utility>
 #include <vector>
 
 #include "tests/image/reference.h"
-#include "tests/support/aligned_block.h"
-
-namespace {
-
-bool memoryIsOut = false;
-
-}  // namespace
-
-// The allocation of work rows, with a switch.
-void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return memoryIsOut ? nullptr : tavro::test::alignedBlock(size, alignment);
-}
-
-void operator delete(void* block, std::align_val_t) noexcept {
-  tavro::test::freeAlignedBlock(block);
-}
+#include "tests/support/scarce_memory.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -193,9 +177,10 @@ TEST(ImageDispatch, refusesWithoutWriting) {
     }
     for (const int32_t filter : {3, -1})
       expectRefusal(filter, static_cast<ScaleFilter>(filter));
-    memoryIsOut = true;
-    expectRefusal(0);
-    memoryIsOut = false;
+    {
+      const tavro::test::ScarceMemory none;
+      expectRefusal(0);
+    }
     for (int32_t* size : {source.widths, source.heights}) {
       const int32_t good = *size;
       for (const int32_t bad : {0, -1, INT32_MIN, 32769, INT32_MAX}) {

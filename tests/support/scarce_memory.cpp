@@ -4,9 +4,19 @@
 #include <new>
 #include <thread>
 
+#if defined(_WIN32)
+#include <malloc.h>
+#endif
+
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
 extern "C" void* __real_malloc(size_t size);
+extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __real_realloc(void* block, size_t size);
+extern "C" void __real_free(void* block);
 extern "C" void* __wrap_malloc(size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size);
+extern "C" void* __wrap_realloc(void* block, size_t size);
+extern "C" void __wrap_free(void* block);
 
 namespace tavro::test {
 namespace {
@@ -18,7 +28,9 @@ struct Budget {
   bool failed = false;
   int64_t left = 0;
 };
-Budget budget;  // not thread_local, which may itself take memory from the heap
+// Not of each thread: a thread's own variable may itself come from the heap.
+Budget budget;
+HeapTraffic traffic;
 
 bool mayAllocate() {
   if (!budget.limited || budget.owner != std::this_thread::get_id() ||
@@ -32,7 +44,27 @@ bool mayAllocate() {
   return false;
 }
 
+void* counted(void* block) {
+  traffic.taken += block != nullptr ? 1 : 0;
+  return block;
+}
+
+void* allocateOnBoundary(size_t size, std::align_val_t alignment) {
+  if (!mayAllocate())
+    return nullptr;
+  const auto unit = static_cast<size_t>(alignment);
+#if defined(_WIN32)
+  return counted(_aligned_malloc(size, unit));
+#else
+  return counted(std::aligned_alloc(unit, (size + unit - 1) / unit * unit));
+#endif
+}
+
 }  // namespace
+
+HeapTraffic heapTraffic() {
+  return traffic;
+}
 
 ScarceMemory::ScarceMemory(int64_t allowed, Failing failing) {
   budget = {.limited = true,
@@ -50,10 +82,26 @@ bool ScarceMemory::hasFailed() {
 }  // namespace tavro::test
 
 void* __wrap_malloc(size_t size) {
-  return tavro::test::mayAllocate() ? __real_malloc(size) : nullptr;
+  using namespace tavro::test;
+  return mayAllocate() ? counted(__real_malloc(size)) : nullptr;
+}
+void* __wrap_calloc(size_t count, size_t size) {
+  using namespace tavro::test;
+  return mayAllocate() ? counted(__real_calloc(count, size)) : nullptr;
+}
+void* __wrap_realloc(void* block, size_t size) {
+  using namespace tavro::test;
+  if (!mayAllocate())
+    return nullptr;
+  return block == nullptr ? counted(__real_realloc(block, size)) : __real_realloc(block, size);
+}
+void __wrap_free(void* block) {
+  tavro::test::traffic.returned += block != nullptr ? 1 : 0;
+  __real_free(block);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
+// The forms for arrays call these.
 void* operator new(size_t size) {
   if (void* block = std::malloc(size != 0 ? size : 1))
     return block;
@@ -62,9 +110,28 @@ void* operator new(size_t size) {
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size != 0 ? size : 1);
 }
+void* operator new(size_t size, std::align_val_t alignment) {
+  if (void* block = tavro::test::allocateOnBoundary(size, alignment))
+    return block;
+  throw std::bad_alloc();
+}
+void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+  return tavro::test::allocateOnBoundary(size, alignment);
+}
 void operator delete(void* block) noexcept {
   std::free(block);
 }
 void operator delete(void* block, size_t) noexcept {
   std::free(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+#if defined(_WIN32)
+  tavro::test::traffic.returned += block != nullptr ? 1 : 0;
+  _aligned_free(block);
+#else
+  std::free(block);
+#endif
+}
+void operator delete(void* block, size_t, std::align_val_t alignment) noexcept {
+  operator delete(block, alignment);
 }
