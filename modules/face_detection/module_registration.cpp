@@ -3,6 +3,7 @@
 // loadable module has this file: a program that links the detector has no host to register with.
 
 #include <cstdlib>
+#include <ios>
 
 #include "modules/face_detection/host_interface.h"
 #include "modules/face_detection/module_callback.h"
@@ -20,6 +21,9 @@ TAVRO_RUN_AT_LOAD(0) void letHostWatch() {
 }
 
 TAVRO_RUN_AT_LOAD(1) void registerWithHost() {
+  // The host may use the callback at once. Where the runtime is part of the module, its output
+  // stream is an object like any other and wouldn't be there yet.
+  static const std::ios_base::Init standardStreams;
   if (qosl_module_register(moduleName, &moduleCallback) < 0 || std::atexit(&unregisterAtExit) != 0)
     refuseCommands();
 }

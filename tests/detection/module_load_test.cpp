@@ -1,20 +1,12 @@
 // The real module in the real host library: what it calls while it is being loaded, in which order
-// its static objects are set up, what it does when the host refuses it, what it leaves behind, and
-// what its file shows to the outside. An observer in the host library sees every call and can make
-// it fail.
+// its static objects are set up, what it does when the host refuses it, and what it leaves behind.
+// An observer in the host library sees every call and can make it fail.
 
-#include <dlfcn.h>
-#include <elf.h>
 #include <gtest/gtest.h>
-#include <link.h>
 
 #include <algorithm>
-#include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -23,7 +15,7 @@
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
-#include "tests/support/scarce_memory.h"
+#include "tests/support/dynamic_library.h"
 
 namespace tavro::host {
 namespace {
@@ -42,16 +34,12 @@ const std::string name = TavroRTC::FDModule::moduleName;
 constexpr int modelLayerCount = 94;
 
 bool isInModule(const void* address) {
-  Dl_info info = {};
-  return dladdr(address, &info) != 0 && std::string(info.dli_fname).ends_with(moduleFile);
+  return test::libraryFileAt(address).ends_with(moduleFile);
 }
 
 /// Whether the module's file is in memory.
 bool isMapped() {
-  void* handle = dlopen(modulePath.c_str(), RTLD_NOW | RTLD_NOLOAD);
-  if (handle != nullptr)
-    dlclose(handle);
-  return handle != nullptr;
+  return test::isLibraryOpen(modulePath);
 }
 
 int occurrences(const std::string& text, const std::string& part) {
@@ -144,49 +132,29 @@ TEST_F(ModuleLoading, RegistersBeforeItsLayersAndUnregistersAtUnload) {
   EXPECT_EQ(printed, "");
 }
 
-/// The module's initialisers in the order in which the loader runs them.
-std::vector<void (*)(int, char**, char**)> initialisers(void* handle) {
-  link_map* map = nullptr;
-  dlinfo(handle, RTLD_DI_LINKMAP, static_cast<void*>(&map));
-  ElfW(Addr) start = 0;
-  size_t bytes = 0;
-  for (const ElfW(Dyn)* entry = map->l_ld; entry->d_tag != DT_NULL; ++entry) {
-    if (entry->d_tag == DT_INIT_ARRAY)
-      start = map->l_addr + entry->d_un.d_ptr;
-    if (entry->d_tag == DT_INIT_ARRAYSZ)
-      bytes = entry->d_un.d_val;
-  }
-  std::vector<void (*)(int, char**, char**)> functions(bytes / sizeof(void*));
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader states addresses as numbers
-  std::memcpy(functions.data(), reinterpret_cast<const void*>(start), bytes);
-  return functions;
-}
-
 TEST_F(ModuleLoading, InitialisersStandInOrder) {
   ASSERT_EQ(loadModule(modulePath).error, "");
-  void* handle = dlopen(modulePath.c_str(), RTLD_NOW | RTLD_NOLOAD);
-  const auto functions = initialisers(handle);
+  void* handle = test::openLibrary(modulePath);
+  const auto functions = test::initialisersOf(handle, codeAddress);
   ASSERT_GE(functions.size(), 3U);
 
-  // The first call to the host comes from the first initialiser, or from the next one where the
-  // compiler's runtime has one of its own. (Sanitizers add more.)
-  const auto first = std::ranges::find(functions, codeAddress, [](auto function) {
-    return reinterpret_cast<const void*>(function);
-  });
+  // The first call to the host comes from the first initialiser that isn't of the compiler's
+  // runtime. (Sanitizers add more.)
+  const auto first = std::ranges::find(functions, codeAddress);
   ASSERT_NE(first, functions.end());
 #if !defined(TAVRO_SANITIZED)
-  EXPECT_LE(first - functions.begin(), 1);
+  EXPECT_LE(first - functions.begin(), test::runtimeInitialisers);
 #endif
 
   // The last one run once more meets its own ten registrations.
   CapturedStdout captured;
-  functions.back()(0, nullptr, nullptr);
+  test::runInitialiser(functions.back());
   std::string expected;
   for (const char* type : {"Activation", "Relu", "Concat", "Conv", "DepthwiseConv", "Gemm",
                            "Softmax", "AveragePool", "Reshape", "Add"})
     expected += std::string("Layer type ") + type + " already registered.\n";
   EXPECT_EQ(captured.stop(), expected);
-  dlclose(handle);
+  test::closeLibrary(handle);
 }
 
 TEST_F(ModuleLoading, WorksWithoutBeingWatched) {
@@ -207,7 +175,7 @@ TEST_F(ModuleLoading, RefusedRegistrationEndsNormalWork) {
   EXPECT_FALSE(findModule(name).has_value());
 
   // A host that keeps the file loaded all the same gets nothing from it.
-  void* handle = dlopen(modulePath.c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* handle = test::openLibrary(modulePath);
   ASSERT_NE(handle, nullptr);
   FDWrapper* instance = nullptr;
   for (const int32_t code : {createInstanceCommand, destroyInstanceCommand}) {
@@ -215,116 +183,10 @@ TEST_F(ModuleLoading, RefusedRegistrationEndsNormalWork) {
     EXPECT_EQ(callback(nullptr, &command), -1);
   }
   EXPECT_EQ(instance, nullptr);
-  dlclose(handle);
+  test::closeLibrary(handle);
   EXPECT_FALSE(isMapped());
   EXPECT_EQ(std::ranges::count(calls, Kind::remove), 0);
   EXPECT_EQ(printed, "");
-}
-
-// Whatever of the host's and the module's own the heap has no room for: a status, never a crash,
-// and the next attempt is as good as the first.
-TEST(ModuleMemory, LoadingMakingAndUnloadingMayLackIt) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "every library has an operator new of its own";
-#endif
-  using test::ScarceMemory;
-  FDWrapper* instance = nullptr;
-  const auto liveOnce = [&] {
-    return loadModule(modulePath).ok() && createInstance(name, &instance).ok() &&
-           destroyInstance(instance).ok() && unloadModule(name).ok();
-  };
-  ASSERT_TRUE(liveOnce());  // what the host keeps for good
-  for (const auto failing : {ScarceMemory::Failing::once, ScarceMemory::Failing::forGood}) {
-    int64_t allowed = 0;
-    for (bool failed = true; failed; ++allowed) {
-      SCOPED_TRACE(allowed);
-      const int64_t before = test::heapTraffic().kept();
-      bool works = false;
-      {
-        const ScarceMemory scarce(allowed, failing);
-        works = liveOnce();
-        failed = ScarceMemory::hasFailed();
-      }
-      EXPECT_TRUE(works || failed);
-      // An instance that couldn't be destroyed is still alive.
-      for (const ModuleInfo& left : modules()) {
-        if (left.liveInstances == 1) {
-          EXPECT_EQ(destroyInstance(instance).error, "");
-        }
-        EXPECT_EQ(unloadModule(left.name).error, "");
-      }
-      EXPECT_FALSE(isMapped());
-      EXPECT_EQ(test::heapTraffic().kept(), before);
-      ASSERT_TRUE(liveOnce());
-    }
-    EXPECT_GT(allowed, 10);
-  }
-}
-
-/// The parts of the module's file that tell what it offers and needs.
-struct ElfFile {
-  explicit ElfFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(stream), {});
-    const auto header = read<ElfW(Ehdr)>(0);
-    for (size_t i = 0; i < header.e_phnum; ++i) {
-      const auto segment = read<ElfW(Phdr)>(header.e_phoff + i * sizeof(ElfW(Phdr)));
-      if (segment.p_type == PT_GNU_STACK)
-        executableStack = (segment.p_flags & PF_X) != 0;
-    }
-    for (size_t i = 0; i < header.e_shnum; ++i) {
-      const auto section = read<ElfW(Shdr)>(header.e_shoff + i * sizeof(ElfW(Shdr)));
-      if (section.sh_type != SHT_DYNSYM && section.sh_type != SHT_DYNAMIC)
-        continue;
-      const auto strings =
-          read<ElfW(Shdr)>(header.e_shoff + section.sh_link * sizeof(ElfW(Shdr))).sh_offset;
-      for (size_t at = 0; at < section.sh_size; at += section.sh_entsize) {
-        if (section.sh_type == SHT_DYNSYM) {
-          const auto symbol = read<ElfW(Sym)>(section.sh_offset + at);
-          if (symbol.st_shndx != SHN_UNDEF)
-            exports.emplace_back(&bytes[strings + symbol.st_name]);
-        } else if (const auto entry = read<ElfW(Dyn)>(section.sh_offset + at);
-                   entry.d_tag == DT_NEEDED) {
-          needed.emplace(&bytes[strings + entry.d_un.d_val]);
-        }
-      }
-    }
-  }
-
-  template <typename T>
-  T read(size_t offset) const {
-    T value;
-    std::memcpy(&value, &bytes.at(offset + sizeof(T) - 1) - sizeof(T) + 1, sizeof(T));
-    return value;
-  }
-
-  std::vector<char> bytes;
-  std::vector<std::string> exports;
-  std::set<std::string> needed;
-  bool executableStack = true;
-};
-
-TEST(ModuleFile, ExportsNothingAndNeedsOnlyTheStandardLibrary) {
-  const ElfFile file(modulePath);
-  EXPECT_EQ(file.exports, std::vector<std::string>());
-  EXPECT_FALSE(file.executableStack);
-  const std::vector<std::string> expected = {
-    "libtavro-core.so",
-    "libstdc++.so",
-    "libm.so",
-    "libgcc_s.so",
-    "libc.so",
-    "ld-linux-x86-64.so",
-#if defined(TAVRO_SANITIZED)
-    "libasan.so",
-    "libubsan.so"
-#endif
-  };
-  for (const std::string& library : file.needed)
-    EXPECT_TRUE(std::ranges::any_of(expected, [&](const std::string& stem) {
-      return library.starts_with(stem);
-    })) << library;
-  EXPECT_TRUE(file.needed.contains("libtavro-core.so"));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include "host/core/module_host.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,6 +12,7 @@
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
+#include "tests/support/dynamic_library.h"
 
 namespace tavro::host {
 namespace {
@@ -119,10 +119,10 @@ TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {
   EXPECT_FALSE(findModule("twice_again").has_value());
 
   // One that somebody else has opened is registered without this host's doing.
-  void* handle = dlopen(FAKE_OTHER_FILE, RTLD_NOW | RTLD_LOCAL);
+  void* handle = test::openLibrary(FAKE_OTHER_FILE);
   ASSERT_NE(handle, nullptr);
   EXPECT_TRUE(failsWith(loadModule(FAKE_OTHER_FILE), "loaded already, as 'other'"));
-  dlclose(handle);
+  test::closeLibrary(handle);
   EXPECT_FALSE(findModule("other").has_value());
 }
 
