@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/scarce_memory.h"
@@ -15,11 +17,12 @@ using TavroRTC::FDModule::FDWrapper;
 using test::ScarceMemory;
 
 TEST(ModuleMemory, MayBeLackingThroughout) {
+  const std::string path = TAVRO_MODULE_PATH;
+  const std::string name = TavroRTC::FDModule::moduleName;
   FDWrapper* instance = nullptr;
   const auto liveOnce = [&] {
-    return loadModule(TAVRO_MODULE_PATH).ok() &&
-           createInstance(TavroRTC::FDModule::moduleName, &instance).ok() &&
-           destroyInstance(instance).ok() && unloadModule(TavroRTC::FDModule::moduleName).ok();
+    return loadModule(path).ok() && createInstance(name, &instance).ok() &&
+           destroyInstance(instance).ok() && unloadModule(name).ok();
   };
   ASSERT_TRUE(liveOnce());  // what the host keeps for good
   for (const auto failing : {ScarceMemory::Failing::once, ScarceMemory::Failing::forGood}) {
