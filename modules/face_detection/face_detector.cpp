@@ -97,7 +97,7 @@ bool FaceDetector::init(float threshold) {
 
 /// A buffer that can't be had stays null; execute finds out.
 void FaceDetector::State::allocateBuffers() {
-  const auto auxPixels = static_cast<size_t>(auxWidth * auxHeight);
+  const size_t auxPixels = static_cast<size_t>(auxWidth) * static_cast<size_t>(auxHeight);
   const std::pair<uint8_t*&, size_t> buffers[] = {
       {planarBuffer, planarInputSize},
       {packedBuffer, packedInputSize},

@@ -41,7 +41,8 @@ struct Planes {
   }
 
   static size_t size(int32_t width, int32_t height, int32_t padding) {
-    return static_cast<size_t>((width + padding) * (height - 1) + width);
+    const size_t stride = static_cast<size_t>(width) + static_cast<size_t>(padding);
+    return stride * static_cast<size_t>(height - 1) + static_cast<size_t>(width);
   }
   bool intact() const { return y.intact() && u.intact() && v.intact(); }
 
@@ -123,7 +124,7 @@ TEST(DetectorLibrary, WritesTheFrameAndNothingElse) {
        {std::array{1, 1, 0}, {2, 3, 4}, {33, 18, 0}, {400, 267, 7}}) {
     SCOPED_TRACE(testing::Message() << width << " x " << height);
     Planes planes(width, height, padding);
-    GuardedBuffer<uint8_t> picture(static_cast<size_t>(width * height * 3));
+    GuardedBuffer<uint8_t> picture(static_cast<size_t>(width) * static_cast<size_t>(height) * 3);
     std::ranges::fill(picture, uint8_t{255});
     ASSERT_EQ(tavroConvertPicture(picture.data(), width * 3, &planes.frame), 0);
     EXPECT_TRUE(planes.intact());

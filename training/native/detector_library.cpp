@@ -16,7 +16,7 @@ namespace fd = TavroRTC::FDModule;
 
 struct TavroDetector {
   struct Release {
-    void operator()(fd::Impl* impl) const { fd::releaseImpl(impl); }
+    void operator()(fd::Impl* made) const { fd::releaseImpl(made); }
   };
   std::unique_ptr<fd::Impl, Release> impl;
   fd::BoxDecoder decoder;
