@@ -3,12 +3,13 @@
 // Annotated frames: a copy of the picture with the rectangles drawn, and the sinks that write such
 // pictures to a file.
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 
-#include "host/app/ffmpeg_handles.h"
+#include "host/app/video_input.h"
 #include "host/core/i420_frame.h"
 
 namespace tavro::host {
@@ -32,8 +33,8 @@ class FrameSink {
 struct SinkFormat {
   int32_t width = 0;
   int32_t height = 0;
-  AVRational frameRate = {25, 1};
-  AVColorSpace colorSpace = AVCOL_SPC_UNSPECIFIED;
+  FrameRate frameRate = {};
+  int32_t colorMatrix = 2;  ///< as of VideoInput
 };
 
 /// A sink by the file's extension. Null on failure, with the reason in `error`.
@@ -43,8 +44,7 @@ std::unique_ptr<FrameSink> openSink(const std::string& path, const SinkFormat& f
 /// A PNG of the first frame written; later ones are ignored.
 std::unique_ptr<FrameSink> openPictureSink(const std::string& path, const SinkFormat& format,
                                            std::string& error);
-/// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder. Frames of another size than the
-/// first are scaled to it, and odd sizes to the next even one, as the encoders want.
+/// A video of all frames written, in a form that the build's media folder tells.
 std::unique_ptr<FrameSink> openVideoSink(const std::string& path, const SinkFormat& format,
                                          std::string& error);
 

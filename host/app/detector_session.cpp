@@ -3,7 +3,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/app/process.h"
 #include "host/core/module_host.h"
+#include "host/core/utf8_path.h"
 #include "modules/face_detection/fd_wrapper.h"
 
 namespace tavro::host {
@@ -19,14 +21,14 @@ constexpr const char* moduleFolders[] = {
 /// The module's file, or empty with every place that was tried in `error`.
 std::string findModuleFile(std::string& error) {
   std::error_code failure;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", failure);
+  const std::filesystem::path program = programFile();
   for (const char* folder : moduleFolders) {
     const auto file = (program.parent_path() / folder / TAVRO_MODULE_FILE).lexically_normal();
     if (std::filesystem::exists(file, failure))
-      return file.string();
+      return utf8FromPath(file);
   }
   error = "the detector module " TAVRO_MODULE_FILE " isn't beside the program in " +
-          program.parent_path().string() + "; name it with --module";
+          utf8FromPath(program.parent_path()) + "; name it with --module";
   return {};
 }
 

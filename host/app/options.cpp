@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/app/media.h"
+#include "host/core/utf8_path.h"
+
 namespace tavro::host {
 
 namespace {
@@ -20,22 +23,13 @@ constexpr const char* description =
     "left, top, right, bottom are corners in pixels of the upright picture, time is in seconds,\n"
     "ms is what the detector took.";
 
-constexpr const char* examples = R"(Examples:
-  tavro-fd clip.mp4                              the rectangles of every frame
-  tavro-fd photo.jpg --annotate boxes.png        a picture with the rectangles drawn
-  tavro-fd clip.mp4 --annotate boxes.mp4 --stats --output faces.jsonl
-  tavro-fd /dev/video0 --every 3                 a camera, every third frame
-  ffmpeg -i clip.mp4 -f yuv4mpegpipe - | tavro-fd -
-
+constexpr const char* exitCodes = R"(
 Exit codes:
   0  all frames were analysed
   1  the input is damaged or cut off, or the detector refused a frame: the results are incomplete
   2  bad usage, an input that can't be read or an output that can't be written
 
-8-bit 4:2:0 video in limited range reaches the detector byte for byte; anything else is converted
-to that first. Rotation stored in the file is applied. Messages go to the standard error.)";
-
-const std::vector<std::string> annotationExtensions = {".png", ".mp4", ".mkv", ".mov"};
+)";
 
 /// Splits KEY=VALUE; nothing if there is no key.
 std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string& text) {
@@ -48,10 +42,12 @@ std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string
 /// Whether two names lead to one file, be it there yet or not.
 bool sameFile(const std::string& first, const std::string& second) {
   std::error_code failure;
-  const auto place = [&failure](const std::string& name) {
+  const auto place = [&failure](const std::filesystem::path& name) {
     return std::filesystem::weakly_canonical(std::filesystem::absolute(name, failure), failure);
   };
-  return std::filesystem::equivalent(first, second, failure) || place(first) == place(second);
+  const std::filesystem::path one = pathFromUtf8(first);
+  const std::filesystem::path other = pathFromUtf8(second);
+  return std::filesystem::equivalent(one, other, failure) || place(one) == place(other);
 }
 
 /// The numbers of frames and passes. The limit keeps their products within 64 bits.
@@ -67,16 +63,26 @@ const CLI::Validator wholeNumber(
     },
     "");
 
+/// "a, b or c"
+std::string anyOf(const std::vector<std::string>& names) {
+  std::string list = names.front();
+  for (size_t i = 1; i < names.size(); ++i)
+    list += (i + 1 < names.size() ? ", " : " or ") + names[i];
+  return list;
+}
+
 /// Faults that only show between options. Empty if there is none.
 std::string contradiction(const Options& options) {
   if (options.input.empty())
     return "INPUT is empty";
   if (options.repeat > 1 && options.input == "-")
     return "--repeat needs an input that can be opened again, not the standard input";
+  const std::vector<std::string> known = annotationExtensions();
   if (!options.annotate.empty() &&
-      std::none_of(annotationExtensions.begin(), annotationExtensions.end(),
-                   [&](const std::string& known) { return hasExtension(options.annotate, known); }))
-    return "--annotate needs a name that ends in .png, .mp4, .mkv or .mov: " + options.annotate;
+      std::none_of(known.begin(), known.end(), [&](const std::string& extension) {
+        return hasExtension(options.annotate, extension);
+      }))
+    return "--annotate needs a name that ends in " + anyOf(known) + ": " + options.annotate;
   for (const std::string& target : {options.output, options.annotate})
     if (!target.empty() && sameFile(target, options.input))
       return "the input would be overwritten: " + target;
@@ -113,22 +119,19 @@ bool hasExtension(const std::string& path, const std::string& extension) {
          std::equal(extension.rbegin(), extension.rend(), path.rbegin(), sameLetter);
 }
 
-ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
+ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   std::vector<std::string> inputOptions;
 
+  const MediaHelp help = mediaHelp();
   CLI::App app(description, "tavro-fd");
-  app.footer(examples);
+  app.footer(std::string("Examples:\n") + help.examples + exitCodes + help.conversion +
+             "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
-  app.add_option("INPUT", options.input,
-                 "Video, picture, URL or device that FFmpeg opens; - for the standard input")
-      ->required();
+  app.add_option("INPUT", options.input, help.input)->required();
   app.add_option("--output", options.output, "File for the results")->type_name("FILE");
-  app.add_option("--annotate", options.annotate,
-                 "Video (.mp4, .mkv, .mov) or picture (.png, the first frame) to write with the "
-                 "rectangles drawn")
-      ->type_name("FILE");
+  app.add_option("--annotate", options.annotate, help.annotate)->type_name("FILE");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
       ->check(wholeNumber);
@@ -141,18 +144,16 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
       ->check(wholeNumber);
   app.add_flag("--stats", options.stats, "Print timings and peak memory to the standard error");
   app.add_option("--module", options.module, "The detector module's file")->type_name("FILE");
-  app.add_option("--input-format", options.inputFormat,
-                 "FFmpeg's name of the input format, such as v4l2, lavfi or rawvideo")
-      ->type_name("NAME");
-  app.add_option("--input-option", inputOptions,
-                 "Option of FFmpeg's demuxer, such as video_size=640x480; may be repeated")
+  app.add_option("--input-format", options.inputFormat, help.inputFormat)->type_name("NAME");
+  app.add_option("--input-option", inputOptions, help.inputOption)
       ->type_name("KEY=VALUE")
       ->expected(1)
       ->take_all();
 
   try {
-    app.parse(argumentCount, arguments);
-  } catch (const CLI::Success& request) {  // help or version
+    // It takes them from the back.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::Success& request) {               // help or version
     parsed.exitCode = app.exit(request);
     return parsed;
   } catch (const CLI::ParseError& fault) {

@@ -16,11 +16,11 @@ inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or un
 
 struct Options {
   std::string input;        ///< file, URL or device, or "-" for the standard input
-  std::string inputFormat;  ///< FFmpeg's name of the input format; empty: found out
-  std::vector<std::pair<std::string, std::string>> inputOptions;  ///< for FFmpeg's demuxer
+  std::string inputFormat;  ///< name of the input format; empty: found out
+  std::vector<std::pair<std::string, std::string>> inputOptions;  ///< of the input format
 
   std::string output;    ///< file for the results; empty: the standard output
-  std::string annotate;  ///< .png, .mp4, .mkv or .mov to write; empty: none
+  std::string annotate;  ///< picture or video to write; empty: none
   std::string module;    ///< the detector module's file; empty: looked for beside the program
 
   int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...
@@ -34,9 +34,9 @@ struct ParsedOptions {
   std::optional<int> exitCode;  ///< set if there is nothing to run: help, version or bad usage
 };
 
-/// Parses the command line. Help and version go to the standard output, bad usage to the standard
-/// error as one line.
-ParsedOptions parseOptions(int argumentCount, const char* const* arguments);
+/// Parses the arguments, which are in UTF-8. Help and version go to the standard output, bad usage
+/// to the standard error as one line.
+ParsedOptions parseOptions(const std::vector<std::string>& arguments);
 
 /// True if the name ends in `extension`, in upper or lower case.
 bool hasExtension(const std::string& path, const std::string& extension);

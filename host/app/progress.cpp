@@ -1,9 +1,9 @@
 #include "host/app/progress.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
+
+#include "host/app/process.h"
 
 namespace tavro::host {
 
@@ -13,7 +13,7 @@ constexpr const char* eraseLine = "\r\033[K";
 }  // namespace
 
 ProgressLine::ProgressLine()
-    : enabled_(isatty(STDERR_FILENO) == 1), next_(std::chrono::steady_clock::now() + interval) {}
+    : enabled_(isTerminal(stderr)), next_(std::chrono::steady_clock::now() + interval) {}
 
 void ProgressLine::erase() {
   if (shown_)

@@ -1,7 +1,5 @@
 #include "host/app/run.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -11,8 +9,9 @@
 
 #include "host/app/annotation.h"
 #include "host/app/detector_session.h"
-#include "host/app/ffmpeg_log.h"
 #include "host/app/json_lines.h"
+#include "host/app/media.h"
+#include "host/app/process.h"
 #include "host/app/progress.h"
 #include "host/app/standard_output.h"
 #include "host/app/statistics.h"
@@ -69,7 +68,7 @@ class Run {
   /// Opened after the input: nothing is overwritten for one that can't be read.
   bool openResults() {
     if (!options_.output.empty()) {
-      results_.reset(std::fopen(options_.output.c_str(), "w"));
+      results_.reset(openFile(options_.output, "wb"));
       if (results_ == nullptr)
         return fail(options_.output + ": " + std::strerror(errno));
     }
@@ -78,9 +77,8 @@ class Run {
       results_ = std::move(standardOutput);
     if (results_ == nullptr)
       return fail("the standard output is closed");
-    if (isatty(fileno(results_.get())) == 1)
+    if (isTerminal(results_.get()))
       progress_.disable();
-    std::setvbuf(results_.get(), nullptr, _IOLBF, BUFSIZ);  // each frame's line at once
     return true;
   }
 
@@ -141,7 +139,8 @@ class Run {
                                 .height = input_->picture().height(),
                                 .faces = faces_.view(),
                                 .milliseconds = milliseconds};
-    if (std::fprintf(results_.get(), "%s\n", jsonLine(result).c_str()) >= 0)
+    if (std::fprintf(results_.get(), "%s\n", jsonLine(result).c_str()) >= 0 &&
+        std::fflush(results_.get()) == 0)  // each frame's line at once
       return true;
     return fail(std::string("the results can't be written: ") + std::strerror(errno));
   }
@@ -155,7 +154,7 @@ class Run {
                      {.width = input_->picture().width(),
                       .height = input_->picture().height(),
                       .frameRate = input_->frameRate(),
-                      .colorSpace = input_->colorSpace()},
+                      .colorMatrix = input_->colorMatrix()},
                      error);
     return sink_ != nullptr || fail(options_.annotate + ": " + error);
   }
@@ -215,7 +214,7 @@ class Run {
 }  // namespace
 
 int run(const Options& options) {
-  captureFfmpegLog();
+  prepareMedia();
   catchStopSignals();
   return Run(options).execute();
 }

@@ -1,21 +1,15 @@
 #include "host/app/statistics.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <numeric>
 
+#include "host/app/process.h"
+
 namespace tavro::host {
 
 namespace {
-
-double peakMebibytes() {
-  rusage usage = {};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_maxrss) / 1024.0;  // Linux counts in KiB
-}
 
 double perSecond(size_t count, double seconds) {
   return seconds > 0.0 ? static_cast<double>(count) / seconds : 0.0;

@@ -36,10 +36,10 @@ struct ModuleInfo {
   int32_t liveInstances = 0;  ///< made and not yet destroyed
 };
 
-/// Loads the module in `path` and stores its registered name in `name` unless that is null.
-/// Refused, with the file closed again: a file that can't be opened, that doesn't register itself,
-/// whose registration was refused, or that is loaded already. Of a file that registers several
-/// names, the first counts and the others are refused.
+/// Loads the module in `path`, a name in UTF-8, and stores its registered name in `name` unless
+/// that is null. Refused, with the file closed again: a file that can't be opened, that doesn't
+/// register itself, whose registration was refused, or that is loaded already. Of a file that
+/// registers several names, the first counts and the others are refused.
 TAVRO_HOST_API Status loadModule(const std::string& path, std::string* name = nullptr);
 
 /// Closes a module's file. Refused while one of its instances is alive; the module then stays as

@@ -4,6 +4,8 @@
 #include <system_error>
 #include <utility>
 
+#include "host/core/utf8_path.h"
+
 #if defined(_WIN32)
 #include <windows.h>
 #else
@@ -71,7 +73,7 @@ std::string SharedLibrary::open(const std::string& path) {
   close();
   std::error_code failure;
   // A bare file name would send the loader through its search path.
-  const std::filesystem::path file = std::filesystem::absolute(path, failure);
+  const std::filesystem::path file = std::filesystem::absolute(pathFromUtf8(path), failure);
   if (path.empty() || failure || !std::filesystem::exists(file, failure))
     return "no such file";
   if (std::filesystem::is_directory(file, failure))
@@ -105,7 +107,7 @@ std::string SharedLibrary::fileOf(const void* address) {
   wchar_t file[MAX_PATH] = {};
   if (module == nullptr || GetModuleFileNameW(module, file, MAX_PATH) == 0)
     return {};
-  return std::filesystem::path(file).string();
+  return utf8FromPath(file);
 #else
   Dl_info info = {};
   if (dladdr(address, &info) == 0 || info.dli_fname == nullptr)

@@ -12,6 +12,7 @@ extern "C" {
 #include <iterator>
 
 #include "host/app/annotation.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
 #include "host/app/video_input.h"
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"

@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/app/ffmpeg_log.h"
+#include "host/app/media.h"
 #include "host/core/i420_frame.h"
 
 namespace tavro::test {
@@ -47,10 +47,10 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-/// A test with a folder of its own, in which FFmpeg's libraries are as quiet as in the application.
+/// A test with a folder of its own, in which the media libraries are as quiet as in the application.
 class FileTest : public testing::Test {
  protected:
-  FileTest() { host::captureFfmpegLog(); }
+  FileTest() { host::prepareMedia(); }
 
   TemporaryFolder folder_;
 };

@@ -1,4 +1,4 @@
-#include "host/app/frame_conversion.h"
+#include "host/app/ffmpeg/frame_conversion.h"
 
 extern "C" {
 #include <libavutil/opt.h>

@@ -3,7 +3,8 @@
 #include <filesystem>
 
 #include "host/app/annotation.h"
-#include "host/app/ffmpeg_log.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
+#include "host/app/ffmpeg/ffmpeg_log.h"
 
 namespace tavro::host {
 
@@ -17,6 +18,8 @@ constexpr int evenCeiling(int size) {
   return size + size % 2;
 }
 
+/// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder. Frames of another size than the
+/// first are scaled to it, and odd sizes to the next even one, as the encoders want.
 class VideoSink final : public FrameSink {
  public:
   VideoSink() = default;
@@ -83,9 +86,9 @@ class VideoSink final : public FrameSink {
     encoder_->height = evenCeiling(format.height);
     encoder_->pix_fmt = AV_PIX_FMT_YUV420P;
     encoder_->color_range = AVCOL_RANGE_MPEG;
-    encoder_->colorspace = format.colorSpace;
+    encoder_->colorspace = static_cast<AVColorSpace>(format.colorMatrix);
     encoder_->time_base = timeBase;
-    encoder_->framerate = format.frameRate;
+    encoder_->framerate = {format.frameRate.numerator, format.frameRate.denominator};
     encoder_->thread_count = 1;  // keeps the detector's timings its own
     if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;

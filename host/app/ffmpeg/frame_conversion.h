@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "host/app/ffmpeg_handles.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
 #include "host/app/orientation.h"
 #include "host/core/i420_frame.h"
 

@@ -1,5 +1,3 @@
-#include "host/app/video_input.h"
-
 extern "C" {
 #include <libavdevice/avdevice.h>
 #include <libavutil/display.h>
@@ -10,8 +8,11 @@ extern "C" {
 #include <filesystem>
 #include <string_view>
 
-#include "host/app/ffmpeg_log.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
+#include "host/app/ffmpeg/ffmpeg_log.h"
+#include "host/app/ffmpeg/frame_conversion.h"
 #include "host/app/stop_request.h"
+#include "host/app/video_input.h"
 
 namespace tavro::host {
 
@@ -43,20 +44,42 @@ int stopCheck(void* /*context*/) {
   return isStopRequested() ? 1 : 0;
 }
 
-}  // namespace
+/// Packets come out of the demuxer, frames out of the decoder (one thread, so that decoding doesn't
+/// disturb the detector's timing), pictures out of a FrameConverter. What is unreadable is skipped
+/// and noted in damage().
+class FfmpegInput final : public VideoInput {
+ public:
+  FfmpegInput() = default;
+  ~FfmpegInput() override { avformat_close_input(&format_); }
+  FfmpegInput(const FfmpegInput&) = delete;
+  FfmpegInput& operator=(const FfmpegInput&) = delete;
 
-std::unique_ptr<VideoInput> VideoInput::open(const InputRequest& request, std::string& error) {
-  std::unique_ptr<VideoInput> input(new VideoInput);
-  if (!input->openFormat(request, error) || !input->openDecoder(error))
-    return nullptr;
-  return input;
-}
+  bool openFormat(const InputRequest& request, std::string& error);
+  bool openDecoder(std::string& error);
 
-VideoInput::~VideoInput() {
-  avformat_close_input(&format_);
-}
+  bool read() override;
+  int64_t expectedFrames() const override;
+  int32_t colorMatrix() const override;
 
-bool VideoInput::openFormat(const InputRequest& request, std::string& error) {
+ private:
+  Orientation streamOrientation() const;
+  bool decodeFrame();
+  bool feedDecoder();
+  void checkForCutOff();
+  bool takePicture();
+
+  AVFormatContext* format_ = nullptr;
+  AVStream* stream_ = nullptr;
+  CodecHandle decoder_;
+  PacketHandle packet_;
+  FrameHandle frame_;
+  FrameConverter converter_;
+  Orientation storedOrientation_;
+  bool drained_ = false;
+  int64_t lastPacketEnd_ = -1;
+};
+
+bool FfmpegInput::openFormat(const InputRequest& request, std::string& error) {
   std::string formatName = request.format;
   if (formatName.empty() && !cameraAt(request.path).empty())
     formatName = "v4l2";
@@ -100,7 +123,7 @@ bool VideoInput::openFormat(const InputRequest& request, std::string& error) {
   return true;
 }
 
-bool VideoInput::openDecoder(std::string& error) {
+bool FfmpegInput::openDecoder(std::string& error) {
   const AVCodec* codec = nullptr;
   const int streamIndex = av_find_best_stream(format_, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
   if (streamIndex < 0) {
@@ -133,12 +156,12 @@ bool VideoInput::openDecoder(std::string& error) {
   }
   if (const AVRational rate = av_guess_frame_rate(format_, stream_, nullptr);
       rate.num > 0 && rate.den > 0)
-    frameRate_ = rate;
+    frameRate_ = {rate.num, rate.den};
   storedOrientation_ = streamOrientation();
   return true;
 }
 
-Orientation VideoInput::streamOrientation() const {
+Orientation FfmpegInput::streamOrientation() const {
 #if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100)
   const AVPacketSideData* data =
       av_packet_side_data_get(stream_->codecpar->coded_side_data,
@@ -151,7 +174,7 @@ Orientation VideoInput::streamOrientation() const {
                            : Orientation{};
 }
 
-bool VideoInput::read() {
+bool FfmpegInput::read() {
   picture_.reset();
   while (!isStopRequested() && decodeFrame())
     if (takePicture())
@@ -159,7 +182,7 @@ bool VideoInput::read() {
   return false;
 }
 
-bool VideoInput::decodeFrame() {
+bool FfmpegInput::decodeFrame() {
   const int64_t errorsBefore = ffmpegErrorCount();
   bool decoded = false;
   while (true) {
@@ -182,7 +205,7 @@ bool VideoInput::decodeFrame() {
 
 /// Sends one packet of the video, or the end of the input. False when there is nothing to go on
 /// with.
-bool VideoInput::feedDecoder() {
+bool FfmpegInput::feedDecoder() {
   int result = 0;
   do {
     av_packet_unref(packet_.get());
@@ -210,7 +233,7 @@ bool VideoInput::feedDecoder() {
 
 /// At the end of the input: has the file ended before what it promised? Demuxers take a short file
 /// for a complete one as long as it breaks off between packets.
-void VideoInput::checkForCutOff() {
+void FfmpegInput::checkForCutOff() {
   if (format_->pb == nullptr)
     return;
   const int64_t position = avio_tell(format_->pb);
@@ -230,7 +253,7 @@ void VideoInput::checkForCutOff() {
 }
 
 /// Turns the decoded frame into the current picture. False if it can't be converted.
-bool VideoInput::takePicture() {
+bool FfmpegInput::takePicture() {
   if (frame_->decode_error_flags != 0 || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0)
     damage_.noteDamagedFrame();
   const AVFrameSideData* ownMatrix =
@@ -252,19 +275,19 @@ bool VideoInput::takePicture() {
                              : 0.0;
     time_ = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream_->time_base) - start;
   } else {
-    time_ = static_cast<double>(index_) / av_q2d(frameRate_);
+    time_ = static_cast<double>(index_) / frameRate_.perSecond();
   }
   return true;
 }
 
-AVColorSpace VideoInput::colorSpace() const {
+int32_t FfmpegInput::colorMatrix() const {
   const AVPixFmtDescriptor* descriptor =
       av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame_->format));
   const bool wasRgb = descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
   return wasRgb ? AVCOL_SPC_SMPTE170M : frame_->colorspace;
 }
 
-int64_t VideoInput::expectedFrames() const {
+int64_t FfmpegInput::expectedFrames() const {
   constexpr double most = 1e9;  // what claims more is damaged
   if (stream_->nb_frames > 0 && stream_->nb_frames <= std::llround(most))
     return stream_->nb_frames;
@@ -273,8 +296,17 @@ int64_t VideoInput::expectedFrames() const {
     seconds = static_cast<double>(stream_->duration) * av_q2d(stream_->time_base);
   else if (format_->duration > 0)
     seconds = static_cast<double>(format_->duration) / AV_TIME_BASE;
-  const double frames = seconds * av_q2d(frameRate_);
+  const double frames = seconds * frameRate_.perSecond();
   return frames <= most ? std::llround(frames) : 0;
+}
+
+}  // namespace
+
+std::unique_ptr<VideoInput> VideoInput::open(const InputRequest& request, std::string& error) {
+  auto input = std::make_unique<FfmpegInput>();
+  if (!input->openFormat(request, error) || !input->openDecoder(error))
+    return nullptr;
+  return input;
 }
 
 }  // namespace tavro::host

@@ -1,4 +1,4 @@
-#include "host/app/ffmpeg_log.h"
+#include "host/app/ffmpeg/ffmpeg_log.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -7,7 +7,7 @@ extern "C" {
 #include <cstdio>
 #include <mutex>
 
-#include "host/app/ffmpeg_handles.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
 
 namespace tavro::host {
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/app/annotation.h"
+#include "host/app/ffmpeg/ffmpeg_handles.h"
 
 namespace tavro::host {
 
@@ -11,7 +12,7 @@ namespace {
 
 class PictureSink final : public FrameSink {
  public:
-  PictureSink(std::FILE* file, AVColorSpace colorSpace) : file_(file), colorSpace_(colorSpace) {}
+  PictureSink(std::FILE* file, int32_t colorMatrix) : file_(file), colorMatrix_(colorMatrix) {}
   ~PictureSink() override {
     if (file_ != nullptr)
       std::fclose(file_);
@@ -60,7 +61,7 @@ class PictureSink final : public FrameSink {
     if (av_frame_get_buffer(rgb.get(), 0) < 0)
       return nullptr;
     constexpr int one = 1 << 16;
-    const int* matrix = sws_getCoefficients(colorSpace_);
+    const int* matrix = sws_getCoefficients(colorMatrix_);
     sws_setColorspaceDetails(scaler.get(), matrix, 0, matrix, 1, 0, one, one);
     const uint8_t* planes[4] = {frame.planeData(0), frame.planeData(1), frame.planeData(2),
                                 nullptr};
@@ -90,7 +91,7 @@ class PictureSink final : public FrameSink {
   }
 
   std::FILE* file_;
-  AVColorSpace colorSpace_;
+  int32_t colorMatrix_;
   bool written_ = false;
 };
 
@@ -103,7 +104,7 @@ std::unique_ptr<FrameSink> openPictureSink(const std::string& path, const SinkFo
     error = std::strerror(errno);
     return nullptr;
   }
-  return std::make_unique<PictureSink>(file, format.colorSpace);
+  return std::make_unique<PictureSink>(file, format.colorMatrix);
 }
 
 }  // namespace tavro::host

@@ -1,0 +1,106 @@
+#include "host/app/plain/picture_file.h"
+
+#define STBI_ONLY_PNG
+#define STBI_NO_STDIO
+#define STBI_MAX_DIMENSIONS 65535
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb_image.h>
+#define STBI_WRITE_NO_STDIO
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#include <stb_image_write.h>
+
+#include <limits>
+#include <memory>
+
+#include "image/image_dispatch.h"
+
+namespace tavro::host {
+
+namespace {
+
+using TavroRTC::FDModule::ColorOp;
+using TavroRTC::FDModule::convertImage;
+using TavroRTC::FDModule::ImageDesc;
+
+constexpr int channels = 3;
+constexpr int64_t mostPixels = int64_t{1} << 28;
+
+struct PixelDeleter {
+  void operator()(uint8_t* pixels) const { stbi_image_free(pixels); }
+};
+
+/// The conversions only read their source, but one descriptor serves for both sides.
+ImageDesc describe(const I420Frame& frame) {
+  ImageDesc planes;
+  for (int32_t plane = 0; plane < planeCount; ++plane) {
+    planes.planes[plane] = const_cast<uint8_t*>(frame.planeData(plane));
+    planes.widths[plane] = frame.planeWidth(plane);
+    planes.heights[plane] = frame.planeHeight(plane);
+    planes.strides[plane] = frame.planeStride(plane);
+  }
+  planes.format = TavroRTC::FDModule::ImageFormat::I420;
+  return planes;
+}
+
+ImageDesc describe(uint8_t* pixels, int32_t width, int32_t height) {
+  ImageDesc packed;
+  packed.planes[0] = pixels;
+  packed.widths[0] = width;
+  packed.heights[0] = height;
+  packed.strides[0] = width * channels;
+  packed.format = TavroRTC::FDModule::ImageFormat::Packed24;
+  return packed;
+}
+
+void append(void* file, void* bytes, int size) {
+  auto* target = static_cast<std::vector<uint8_t>*>(file);
+  const auto* first = static_cast<const uint8_t*>(bytes);
+  target->insert(target->end(), first, first + size);
+}
+
+}  // namespace
+
+std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string& error) {
+  int width = 0;
+  int height = 0;
+  int found = 0;
+  if (file.size() > static_cast<size_t>(std::numeric_limits<int>::max())) {
+    error = "the picture is too large";
+    return std::nullopt;
+  }
+  const auto size = static_cast<int>(file.size());
+  if (stbi_info_from_memory(file.data(), size, &width, &height, &found) != 0 &&
+      int64_t{width} * height > mostPixels) {
+    error = "the picture is too large";
+    return std::nullopt;
+  }
+  const std::unique_ptr<uint8_t, PixelDeleter> pixels(
+      stbi_load_from_memory(file.data(), size, &width, &height, &found, channels));
+  if (pixels == nullptr) {
+    error = stbi_failure_reason();
+    return std::nullopt;
+  }
+  auto frame = I420Frame::allocate(width, height);
+  if (!frame.has_value() || convertImage(describe(pixels.get(), width, height), describe(*frame),
+                                         ColorOp::Rgb24ToI420) != 0) {
+    error = "out of memory";
+    return std::nullopt;
+  }
+  return frame;
+}
+
+std::vector<uint8_t> encodePng(const I420Frame& frame) {
+  const int32_t width = frame.width();
+  const int32_t height = frame.height();
+  std::vector<uint8_t> file;
+  if (int64_t{width} * height > mostPixels)
+    return file;
+  std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * channels);
+  if (convertImage(describe(frame), describe(pixels.data(), width, height), ColorOp::I420ToRgb24) !=
+          0 ||
+      stbi_write_png_to_func(&append, &file, width, height, channels, pixels.data(), 0) == 0)
+    file.clear();
+  return file;
+}
+
+}  // namespace tavro::host

@@ -1,0 +1,21 @@
+#pragma once
+
+// PNG files, and the way between their pixels and I420.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/core/i420_frame.h"
+
+namespace tavro::host {
+
+/// The picture in a PNG file's bytes, in limited-range BT.601. Nothing on failure, with the reason
+/// in `error`.
+std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string& error);
+
+/// The bytes of a PNG file; empty if memory runs out.
+std::vector<uint8_t> encodePng(const I420Frame& frame);
+
+}  // namespace tavro::host

@@ -1,0 +1,31 @@
+#pragma once
+
+// What the application asks of the platform about its own process. posix/ and windows/ implement
+// it, as they do stop_request.h and standard_output.h.
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tavro::host {
+
+/// The arguments behind the program's name, in UTF-8.
+std::vector<std::string> commandLine(int argumentCount, char** arguments);
+
+/// The program's own file; empty if that can't be found out.
+std::filesystem::path programFile();
+
+/// True for a terminal that understands escape sequences.
+bool isTerminal(std::FILE* stream);
+
+/// What fopen() does, with a name in UTF-8.
+std::FILE* openFile(const std::string& name, const char* mode);
+
+/// The standard input, with its bytes as they are.
+std::FILE* binaryStandardInput();
+
+/// The most memory that the process has had so far.
+double peakMebibytes();
+
+}  // namespace tavro::host
