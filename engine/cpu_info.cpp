@@ -71,8 +71,8 @@ const CpuInfo& cpuInfo() {
   return overridden != nullptr ? *overridden : processor;
 }
 
-void overrideCpuInfo(const CpuInfo* info) {
-  overriddenInfo.store(info, std::memory_order_release);
+const CpuInfo* overrideCpuInfo(const CpuInfo* info) {
+  return overriddenInfo.exchange(info, std::memory_order_acq_rel);
 }
 
 }  // namespace TavroRTC::FDModule

@@ -45,8 +45,8 @@ CpuInfo readCpuInfo(CpuidFunction cpuid);
 /// The record of this processor, made on first use; safe against concurrent first use.
 const CpuInfo& cpuInfo();
 
-/// Makes cpuInfo() answer with `info`, which must outlive its use, until called with null. For
-/// tests and benches, which run the narrower paths on a wide machine.
-void overrideCpuInfo(const CpuInfo* info);
+/// Makes cpuInfo() answer with `info`, which must outlive its use, until called with null. Gives
+/// what was set before. For tests and benches, which run the narrower paths on a wide machine.
+const CpuInfo* overrideCpuInfo(const CpuInfo* info);
 
 }  // namespace TavroRTC::FDModule

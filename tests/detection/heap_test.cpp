@@ -11,13 +11,13 @@
 #include <utility>
 #include <vector>
 
-#include "engine/cpu_info.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "modules/face_detection/module_callback.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/print_face_rect.h"
+#include "tests/support/processor.h"
 #include "tests/support/scarce_memory.h"
 
 namespace {
@@ -27,13 +27,11 @@ using tavro::host::I420Frame;
 using tavro::test::CapturedStdout;
 using tavro::test::heapTraffic;
 using tavro::test::HeapTraffic;
+using tavro::test::Processor;
 using tavro::test::ScarceMemory;
-using TavroRTC::FDModule::CpuInfo;
-using TavroRTC::FDModule::cpuInfo;
 using TavroRTC::FDModule::FaceRect;
 using TavroRTC::FDModule::FDWrapper;
 using TavroRTC::FDModule::ModuleCommand;
-using TavroRTC::FDModule::overrideCpuInfo;
 
 I420Frame portrait() {
   auto frame = I420Frame::allocate(160, 120);
@@ -73,23 +71,16 @@ TEST(Heap, AFrameWithoutFacesTakesScratchRowsOnly) {
     int32_t width, height, scalerRows;
   } sizes[] = {{1280, 720, 3}, {100, 100, 3}, {384, 384, 0}, {192, 192, 0}, {192, 720, 0}};
   // The first convolution takes one block; the 128-bit kernels two, and one for each of seven more.
-  CpuInfo narrow = cpuInfo();
-  narrow.leaf1Ecx &= ~CpuInfo::avxAndFma;
-  const struct {
-    const CpuInfo* processor;
-    int32_t convolutions;
-  } paths[] = {{nullptr, cpuInfo().hasAvxAndFma() ? 1 : 9}, {&narrow, 9}};
-  for (const auto& path : paths)
+  for (const bool avxAndFma : tavro::test::availableProcessors())
     for (const auto& size : sizes) {
       SCOPED_TRACE(std::to_string(size.width) + "x" + std::to_string(size.height) +
-                   (path.processor != nullptr ? " without AVX and FMA" : ""));
+                   (avxAndFma ? "" : " without AVX and FMA"));
       const auto frame = I420Frame::allocate(size.width, size.height);
       ASSERT_TRUE(frame.has_value());
-      overrideCpuInfo(path.processor);
+      const Processor processor(avxAndFma);
       const HeapTraffic traffic = WarmInstance(*frame).run();
-      overrideCpuInfo(nullptr);
       EXPECT_GT(traffic.taken, 0) << "nothing is counted";
-      EXPECT_LE(traffic.taken, size.scalerRows + path.convolutions);
+      EXPECT_LE(traffic.taken, size.scalerRows + (avxAndFma ? 1 : 9));
       EXPECT_EQ(traffic.taken, traffic.returned);
     }
 }

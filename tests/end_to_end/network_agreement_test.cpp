@@ -4,15 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 #include <memory>
 #include <vector>
 
-#include "engine/cpu_info.h"
 #include "modules/face_detection/impl.h"
 #include "tests/end_to_end/agreement.h"
 #include "tests/end_to_end/reference_network.h"
 #include "tests/end_to_end/test_pictures.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/processor.h"
 
 namespace {
 
@@ -27,20 +28,17 @@ struct Outputs {
   float* scores = nullptr;
 };
 
-/// A network of the module on this processor or on an imitated one.
+/// A network of the module on a processor with AVX and FMA or on one without.
 class Engine {
  public:
-  explicit Engine(const CpuInfo* processor) : processor_(processor) {
-    overrideCpuInfo(processor_);
+  explicit Engine(bool avxAndFma) : avxAndFma_(avxAndFma) {
+    const Processor processor(avxAndFma_);
     const CapturedStdout quiet;
     impl_.reset(createImpl(0, 0));
   }
-  ~Engine() { overrideCpuInfo(nullptr); }
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 
   Outputs run(TestPicture& picture) {
-    overrideCpuInfo(processor_);
+    const Processor processor(avxAndFma_);
     const CapturedStdout quiet;
     Outputs outputs;
     EXPECT_EQ(runImpl(impl_.get(), picture.bytes.data(), &outputs.boxes, &outputs.scores), 0);
@@ -51,29 +49,23 @@ class Engine {
   struct Release {
     void operator()(Impl* impl) const { releaseImpl(impl); }
   };
-  const CpuInfo* processor_;
+  bool avxAndFma_;
   std::unique_ptr<Impl, Release> impl_;
 };
-
-CpuInfo withoutWideKernels() {
-  CpuInfo info = cpuInfo();
-  info.leaf1Ecx &= ~CpuInfo::avxAndFma;
-  return info;
-}
 
 TEST(NetworkAgreement, EngineComputesWhatTheReferenceDoes) {
   SCOPED_TRACE(seedNote(baseSeed()));
   ReferenceNetwork reference(TAVRO_WEIGHTS_PATH);
-  const CpuInfo narrow = withoutWideKernels();
-  Engine thisMachine(nullptr);
-  Engine narrowMachine(&narrow);
+  std::deque<Engine> engines;
+  for (const bool avxAndFma : availableProcessors())
+    engines.emplace_back(avxAndFma);
   for (TestPicture& picture : testPictures(baseSeed())) {
     const ReferenceNetwork::Output expected = reference.run(picture.bytes);
     ASSERT_EQ(expected.scores.size(), scoreCount);
     ASSERT_EQ(expected.boxes.size(), boxCount);
-    for (Engine* engine : {&thisMachine, &narrowMachine}) {
-      SCOPED_TRACE(picture.name + (engine == &narrowMachine ? ", 128-bit kernels" : ""));
-      const Outputs outputs = engine->run(picture);
+    for (Engine& engine : engines) {
+      SCOPED_TRACE(picture.name + (&engine == &engines.back() ? ", 128-bit kernels" : ""));
+      const Outputs outputs = engine.run(picture);
       ASSERT_NE(outputs.scores, nullptr);
       ASSERT_NE(outputs.boxes, nullptr);
       expectAgreement("scores", outputs.scores, expected.scores);
@@ -87,14 +79,13 @@ TEST(NetworkAgreement, EngineComputesWhatTheReferenceDoes) {
 TEST(NetworkAgreement, APictureGivesTheSameBitsWheneverItComes) {
   SCOPED_TRACE(seedNote(baseSeed()));
   std::vector<TestPicture> pictures = testPictures(baseSeed());
-  const CpuInfo narrow = withoutWideKernels();
-  for (const CpuInfo* processor : {static_cast<const CpuInfo*>(nullptr), &narrow}) {
-    Engine worn(processor);
+  for (const bool avxAndFma : availableProcessors()) {
+    Engine worn(avxAndFma);
     for (TestPicture& picture : pictures)
       worn.run(picture);
     for (TestPicture& picture : pictures) {
       SCOPED_TRACE(picture.name);
-      Engine fresh(processor);
+      Engine fresh(avxAndFma);
       const Outputs first = fresh.run(picture);
       const Outputs later = worn.run(picture);
       ASSERT_NE(first.scores, nullptr);

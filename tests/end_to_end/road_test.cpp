@@ -11,20 +11,19 @@
 #include <iterator>
 #include <vector>
 
-#include "engine/cpu_info.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/end_to_end/reference_network.h"
 #include "tests/image/reference.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/processor.h"
 
 namespace {
 
 using namespace tavro::test;
 using tavro::host::FaceRects;
 using tavro::host::I420Frame;
-using TavroRTC::FDModule::CpuInfo;
 using TavroRTC::FDModule::FaceRect;
 using TavroRTC::FDModule::FDWrapper;
 
@@ -169,17 +168,10 @@ void expectSameRects(std::span<const FaceRect> rects, const std::vector<Box>& bo
   }
 }
 
-/// A wrapper on this processor or on one without the wide kernels.
+/// A wrapper on a processor with AVX and FMA or on one without.
 class Detector {
  public:
-  explicit Detector(bool isWide) {
-    narrow_.leaf1Ecx &= ~CpuInfo::avxAndFma;
-    overrideCpuInfo(isWide ? nullptr : &narrow_);
-    EXPECT_TRUE(wrapper_.init());
-  }
-  ~Detector() { TavroRTC::FDModule::overrideCpuInfo(nullptr); }
-  Detector(const Detector&) = delete;
-  Detector& operator=(const Detector&) = delete;
+  explicit Detector(bool avxAndFma) : processor_(avxAndFma) { EXPECT_TRUE(wrapper_.init()); }
 
   std::vector<FaceRect> execute(const PortraitFrame& frame) {
     EXPECT_TRUE(wrapper_.execute(&frame.frame(), faces_.sequence()));
@@ -187,7 +179,7 @@ class Detector {
   }
 
  private:
-  CpuInfo narrow_ = TavroRTC::FDModule::cpuInfo();
+  Processor processor_;
   CapturedStdout quiet_;
   FDWrapper wrapper_;
   FaceRects faces_;
@@ -205,8 +197,8 @@ TEST(Road, FirstFrameOfAnySizeGivesTheExpectedRectangles) {
       continue;
     ++compared;
     withFace += expected.boxes.empty() ? 0 : 1;
-    for (const bool isWide : {true, false})
-      expectSameRects(Detector(isWide).execute(frame), expected.boxes, size);
+    for (const bool avxAndFma : availableProcessors())
+      expectSameRects(Detector(avxAndFma).execute(frame), expected.boxes, size);
   }
   // The comparison mustn't dwindle to the frames in which nothing is found.
   EXPECT_GE(compared, 8);
@@ -214,16 +206,16 @@ TEST(Road, FirstFrameOfAnySizeGivesTheExpectedRectangles) {
 }
 
 TEST(Road, SequenceOfChangingSizesIsTheSameEveryTime) {
-  const auto runSequence = [](bool isWide) {
-    Detector detector(isWide);
+  const auto runSequence = [](bool avxAndFma) {
+    Detector detector(avxAndFma);
     std::vector<std::vector<FaceRect>> results;
     for (int round = 0; round < 2; ++round)
       for (const Size size : frameSizes)
         results.push_back(detector.execute(PortraitFrame(size)));
     return results;
   };
-  for (const bool isWide : {true, false})
-    EXPECT_EQ(runSequence(isWide), runSequence(isWide));
+  for (const bool avxAndFma : availableProcessors())
+    EXPECT_EQ(runSequence(avxAndFma), runSequence(avxAndFma));
 }
 
 }  // namespace

@@ -87,7 +87,9 @@ TEST(CpuInfo, wideKernelsNeedAvxAndFma) {
 
 TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   __builtin_cpu_init();
-  const CpuInfo& info = cpuInfo();
+  const CpuInfo* forced = overrideCpuInfo(nullptr);
+  const CpuInfo info = cpuInfo();
+  overrideCpuInfo(forced);
   // The runtime asks the operating system too, so it may say less but never more.
   EXPECT_TRUE(info.hasAvx() || !__builtin_cpu_supports("avx"));
   EXPECT_TRUE(info.hasAvx2() || !__builtin_cpu_supports("avx2"));
@@ -98,12 +100,12 @@ TEST(CpuInfo, agreesWithTheCompilersRuntime) {
 }
 
 TEST(CpuInfo, canBeOverriddenAndGivenBack) {
-  const CpuInfo* real = &cpuInfo();
+  const CpuInfo* before = &cpuInfo();
   const CpuInfo plain;
-  overrideCpuInfo(&plain);
+  const CpuInfo* forced = overrideCpuInfo(&plain);
   EXPECT_EQ(&cpuInfo(), &plain);
-  overrideCpuInfo(nullptr);
-  EXPECT_EQ(&cpuInfo(), real);
+  EXPECT_EQ(overrideCpuInfo(forced), &plain);
+  EXPECT_EQ(&cpuInfo(), before);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "engine/cpu_info.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/processor.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
@@ -17,21 +18,10 @@ namespace {
 
 using tavro::test::Guard;
 using tavro::test::GuardedBuffer;
+using tavro::test::Processor;
 using tavro::test::Random;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
-
-// While it lives, cpuInfo() describes a processor without any extension.
-class PlainProcessor {
- public:
-  PlainProcessor() { overrideCpuInfo(&info_); }
-  ~PlainProcessor() { overrideCpuInfo(nullptr); }
-  PlainProcessor(const PlainProcessor&) = delete;
-  PlainProcessor& operator=(const PlainProcessor&) = delete;
-
- private:
-  CpuInfo info_;
-};
 
 double halfValue(uint32_t half) {
   const double sign = (half & 0x8000U) != 0 ? -1 : 1;
@@ -130,7 +120,7 @@ void checkNarrowing(bool byInstruction) {
 }
 
 TEST(HalfConversion, scalarRuleMatchesArithmeticOnEveryHalf) {
-  const PlainProcessor plain;
+  const Processor plain(CpuInfo{});
   checkWidening(false);
   checkNarrowing(false);
 }
@@ -143,7 +133,7 @@ TEST(HalfConversion, instructionMatchesArithmeticOnEveryHalf) {
 }
 
 TEST(HalfConversion, edgesByTheScalarRule) {
-  const PlainProcessor plain;
+  const Processor plain(CpuInfo{});
   const struct {
     float value;
     uint16_t half;

@@ -112,7 +112,7 @@ TEST(ImageDispatch, scalesAndCrops) {
     Frame dst(dstWidth, dstHeight);
     checkScaling(src, dst, {0, 0, width, height}, ImageFormat::I420, 2);
   }
-  for (int32_t i = 0; i < 600 && !HasFatalFailure(); ++i) {
+  for (int32_t i = 0; i < tavro::test::caseCount(600) && !HasFatalFailure(); ++i) {
     const int32_t width = random.between(1, 40), height = random.between(1, 40);
     const ImageFormat formats[] = {ImageFormat::I420, ImageFormat::I420, ImageFormat::Gray8,
                                    static_cast<ImageFormat>(random.between(0, 5))};

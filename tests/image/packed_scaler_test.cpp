@@ -86,7 +86,7 @@ TEST_F(PackedScaler, everyCaseAtEveryWidth) {
 }
 
 TEST_F(PackedScaler, randomSizes) {
-  for (int32_t i = 0; i < 600 && !HasFatalFailure(); ++i) {
+  for (int32_t i = 0; i < tavro::test::caseCount(600) && !HasFatalFailure(); ++i) {
     const int32_t limit = i % 3 == 0 ? 5 : 70;
     const auto size = [&](int32_t largest) { return random.between(1, largest); };
     checkScaling({size(limit), size(9), size(limit), size(9)}, Content::random, random);

@@ -84,7 +84,7 @@ TEST_F(PlaneScaler, extremeSizes) {
 }
 
 TEST_F(PlaneScaler, randomSizes) {
-  for (int32_t i = 0; i < 500 && !HasFatalFailure(); ++i) {
+  for (int32_t i = 0; i < tavro::test::caseCount(500) && !HasFatalFailure(); ++i) {
     const int32_t limit = i % 3 == 0 ? 5 : 60;
     const auto size = [&] { return random.between(1, limit); };
     checkScaling({size(), size(), size(), size()}, Content::random, random);

@@ -27,7 +27,6 @@ using tavro::test::Random;
 using tavro::test::RowOf;
 using tavro::test::SmallNet;
 
-constexpr int caseCount = 4000;
 constexpr int64_t largestCase = 300'000;  // terms of the whole output
 
 // A layer's sizes, and what a row tells besides. Depthwise layers have group counts of all sorts.
@@ -193,7 +192,7 @@ TEST(ConvLayer, computesOrRefusesAnyGeometry) {
   const uint64_t seed = tavro::test::baseSeed();
   SCOPED_TRACE(tavro::test::seedNote(seed));
   Random random(seed);
-  for (int i = 0; i < caseCount; ++i) {
+  for (int i = 0; i < tavro::test::caseCount(4000); ++i) {
     const LayerCase c = drawCase(random);
     for (const bool avxAndFma : tavro::test::availableProcessors()) {
       SCOPED_TRACE(testing::Message() << "case " << i << (avxAndFma ? " with" : " without")

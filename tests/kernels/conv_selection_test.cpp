@@ -266,7 +266,7 @@ TEST(ConvSelection, selectedKernelAlwaysServes) {
   const uint64_t seed = tavro::test::baseSeed();
   SCOPED_TRACE(tavro::test::seedNote(seed));
   Random random(seed);
-  for (int i = 0; i < 20'000; ++i) {
+  for (int i = 0; i < tavro::test::caseCount(20'000); ++i) {
     const int32_t group = random.between(1, 4);
     ConvProblem p = problemOf(Sizes{.kernel = random.between(1, 5),
                                     .in = group * random.between(1, 5),

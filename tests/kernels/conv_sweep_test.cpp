@@ -38,7 +38,7 @@ using tavro::test::SweptKernel;
 
 // --- Random cases ---
 
-constexpr int casesOfEachKernel = 200;
+const int casesOfEachKernel = tavro::test::caseCount(200);
 constexpr int64_t largestCase = 1'000'000;  // terms of the whole output
 
 // Anything that makes sense; most of it no kernel but the general ones serves.

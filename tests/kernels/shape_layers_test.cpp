@@ -201,7 +201,7 @@ TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
   const uint64_t seed = tavro::test::baseSeed();
   SCOPED_TRACE(tavro::test::seedNote(seed));
   Random random(seed);
-  for (int i = 0; i < 600; ++i) {
+  for (int i = 0; i < tavro::test::caseCount(600); ++i) {
     ConvProblem p;
     const bool isUsual = random.chance(0.5);  // 2x2 or 3x3 windows, as networks have them
     const int32_t size = random.between(2, 3);
@@ -335,7 +335,7 @@ TEST(Gemm, multipliesMatrixAndVector) {
   const uint64_t seed = tavro::test::baseSeed();
   SCOPED_TRACE(tavro::test::seedNote(seed));
   Random random(seed);
-  for (int i = 0; i < 600; ++i) {
+  for (int i = 0; i < tavro::test::caseCount(600); ++i) {
     const bool isRow = random.chance(0.5);
     const Product g = {isRow ? 1 : random.between(1, 40),
                        random.between(1, 40),

@@ -90,19 +90,4 @@ std::vector<float> SmallNet::values(const char* name) {
   return {source.floatData, source.floatData + source.count()};
 }
 
-Processor::Processor(bool avxAndFma) : info_(fd::cpuInfo()) {
-  info_.leaf1Ecx &= ~CpuInfo::avxAndFma;
-  if (avxAndFma)
-    info_.leaf1Ecx |= CpuInfo::avxAndFma;
-  fd::overrideCpuInfo(&info_);
-}
-
-Processor::~Processor() {
-  fd::overrideCpuInfo(nullptr);
-}
-
-std::vector<bool> availableProcessors() {
-  return fd::cpuInfo().hasAvxAndFma() ? std::vector<bool>{false, true} : std::vector<bool>{false};
-}
-
 }  // namespace tavro::test

@@ -9,13 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "engine/cpu_info.h"
 #include "engine/net.h"
 #include "tests/kernels/extents.h"
+#include "tests/support/processor.h"
 
 namespace tavro::test {
 
-using TavroRTC::FDModule::CpuInfo;
 using TavroRTC::FDModule::Layer;
 using TavroRTC::FDModule::LayerRow;
 using TavroRTC::FDModule::Net;
@@ -70,20 +69,5 @@ class SmallNet {
   std::list<std::vector<float>> constants_;
   std::list<std::vector<uint8_t>> pictures_;
 };
-
-/// Imitates a processor for its lifetime: with AVX and FMA, or with neither.
-class Processor {
- public:
-  explicit Processor(bool avxAndFma);
-  ~Processor();
-  Processor(const Processor&) = delete;
-  Processor& operator=(const Processor&) = delete;
-
- private:
-  CpuInfo info_;
-};
-
-/// The kinds of processor that can be imitated here: {false}, or both.
-std::vector<bool> availableProcessors();
 
 }  // namespace tavro::test

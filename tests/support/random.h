@@ -3,6 +3,7 @@
 // One generator for every random sweep. The seed comes from TAVRO_TEST_SEED or is fixed; tests put
 // `seedNote(seed)` into a SCOPED_TRACE, so that a failure prints how to run the very same case.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
@@ -17,6 +18,14 @@ inline uint64_t baseSeed() {
 
 inline std::string seedNote(uint64_t seed) {
   return "replay with TAVRO_TEST_SEED=" + std::to_string(seed);
+}
+
+/// How many cases a random sweep runs: `full` of them, or the part of it, in percent, that
+/// TAVRO_TEST_EFFORT asks for where all would take too long, as under an emulator.
+inline int32_t caseCount(int32_t full) {
+  const char* text = std::getenv("TAVRO_TEST_EFFORT");
+  const int64_t percent = text != nullptr ? std::strtol(text, nullptr, 10) : 100;
+  return static_cast<int32_t>(std::max<int64_t>(1, full * percent / 100));
 }
 
 class Random {
