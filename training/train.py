@@ -55,7 +55,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--samples", type=float, default=2e6, help="samples in all")
     parser.add_argument("--hours", type=float, default=math.inf,
                         help="time in all; the learning rate falls in time for it")
-    parser.add_argument("--batch", type=int, default=32, help="samples a step of each process")
+    parser.add_argument("--batch", type=int, default=0,
+                        help="samples a step of each process; 0: 32 on a processor, 256 elsewhere")
     parser.add_argument("--rate", type=float, default=3e-3, help="the highest learning rate")
     parser.add_argument("--score-loss", default="focal", choices=list(Loss.scoreLosses))
     parser.add_argument("--box-loss", default="complete", choices=Loss.boxLosses)
@@ -67,6 +68,8 @@ def parseArguments(arguments=None):
     options = parser.parse_args(arguments)
     if options.folded and not options.start:
         parser.error("--folded needs --start")
+    if options.batch < 1:
+        options.batch = 32 if options.device == "cpu" else 256
     if options.processes < 1:
         options.processes = len(os.sched_getaffinity(0)) if options.device == "cpu" else 1
     return options
