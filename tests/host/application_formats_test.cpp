@@ -307,5 +307,19 @@ TEST_F(Formats, ChangingPictureSizesFitTheVideo) {
   EXPECT_EQ(picturesOf(path).size(), 4U);
 }
 
+TEST_F(Formats, WhatTheEncoderRefusesIsToldInItsWords) {
+  const uint8_t luma[4] = {};
+  const I420Frame frame = quarters(32768, 2, luma);
+  const std::string wide = folder_.file("wide.y4m");
+  writeFile(wide, y4m({&frame, 1}));
+  const std::string video = folder_.file("boxes.mp4");
+  setenv("LSAN_OPTIONS", "detect_leaks=0", 1);  // libx264 loses memory over what it refuses
+  const Outcome outcome = runWithFake({wide, "--annotate", video});
+  unsetenv("LSAN_OPTIONS");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_NE(outcome.errors.find("32768x2"), std::string::npos) << outcome.errors;
+  EXPECT_FALSE(std::filesystem::exists(video));
+}
+
 }  // namespace
 }  // namespace tavro::test

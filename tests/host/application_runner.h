@@ -2,26 +2,23 @@
 
 // Runs the application as a user does, in a process of its own, and reads what it leaves.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <span>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "host/app/media.h"
 #include "host/core/i420_frame.h"
+#include "host/core/utf8_path.h"
+#include "tests/support/child_process.h"
 
 namespace tavro::test {
 
@@ -29,10 +26,10 @@ namespace tavro::test {
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    std::string name = testing::TempDir() + "tavro-fd-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr)
-      throw std::runtime_error("no temporary folder");
-    path_ = name;
+    std::random_device chance;
+    do
+      path_ = std::filesystem::path(testing::TempDir()) / ("tavro-fd-" + std::to_string(chance()));
+    while (!std::filesystem::create_directory(path_));
   }
   ~TemporaryFolder() {
     std::error_code failure;
@@ -41,13 +38,17 @@ class TemporaryFolder {
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
+  /// The name of a file in the folder, in UTF-8.
+  std::string file(const std::string& name) const {
+    return host::utf8FromPath(path_ / host::pathFromUtf8(name));
+  }
 
  private:
   std::filesystem::path path_;
 };
 
-/// A test with a folder of its own, in which the media libraries are as quiet as in the application.
+/// A test with a folder of its own, in which the media libraries are as quiet as in the
+/// application.
 class FileTest : public testing::Test {
  protected:
   FileTest() { host::prepareMedia(); }
@@ -56,12 +57,12 @@ class FileTest : public testing::Test {
 };
 
 inline std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(host::pathFromUtf8(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
 inline void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
+  std::ofstream(host::pathFromUtf8(path), std::ios::binary) << content;
 }
 
 struct Outcome {
@@ -85,73 +86,24 @@ struct Outcome {
   }
 };
 
-/// Starts the application with its three standard streams on the files named, and waits for its
-/// end. Its exit code, or -1 if it didn't end by itself.
-inline int spawnApplication(const std::vector<std::string>& arguments, const std::string& input,
-                            const std::string& output, const std::string& errors) {
-  std::vector<std::string> words = {APPLICATION_FILE};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (std::string& word : words)
-    pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
-  for (const auto& [descriptor, path] :
-       {std::pair{STDOUT_FILENO, &output}, {STDERR_FILENO, &errors}})
-    posix_spawn_file_actions_addopen(&actions, descriptor, path->c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY, 0600);
-  pid_t process = 0;
-  const int failure =
-      posix_spawn(&process, APPLICATION_FILE, &actions, nullptr, pointers.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (failure != 0)
-    return -1;
-  int status = 0;
-  waitpid(process, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 /// Runs the application with the standard input from `input`.
 inline Outcome runApplication(const std::vector<std::string>& arguments,
-                              const std::string& input = "/dev/null") {
+                              const std::string& input = nullDevice) {
   const TemporaryFolder folder;
   const std::string outputFile = folder.file("output");
   const std::string errorFile = folder.file("errors");
   Outcome outcome;
-  outcome.exitCode = spawnApplication(arguments, input, outputFile, errorFile);
+  outcome.exitCode = runProgram(APPLICATION_FILE, arguments, {input, outputFile, errorFile});
   outcome.output = contentOf(outputFile);
   outcome.errors = contentOf(errorFile);
+  std::erase(outcome.errors,
+             '\r');  // the standard error is text; the results are the same anywhere
   return outcome;
-}
-
-/// What a terminal shows that gets the standard error and, if `outputToo`, the standard output.
-inline std::string shownOnTerminal(const std::vector<std::string>& arguments, bool outputToo) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
-    return "there is no terminal";
-  const std::string terminal = ptsname(master);
-  const int slave = open(terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  std::string shown;
-  std::thread reader([&] {
-    char text[4096];
-    for (ssize_t size = 0; (size = read(master, text, sizeof text)) > 0;)
-      shown.append(text, static_cast<size_t>(size));
-  });
-  EXPECT_EQ(spawnApplication(arguments, "/dev/null", outputToo ? terminal : "/dev/null", terminal),
-            0);
-  close(slave);  // the last one that writes: the reader comes to its end
-  reader.join();
-  close(master);
-  return shown;
 }
 
 /// Runs it with the fake detector, which answers with what it was given.
 inline Outcome runWithFake(std::vector<std::string> arguments,
-                           const std::string& input = "/dev/null") {
+                           const std::string& input = nullDevice) {
   arguments.insert(arguments.end(), {"--module", FAKE_GOOD_FILE});
   return runApplication(arguments, input);
 }

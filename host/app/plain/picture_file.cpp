@@ -77,7 +77,9 @@ std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string
   const std::unique_ptr<uint8_t, PixelDeleter> pixels(
       stbi_load_from_memory(file.data(), size, &width, &height, &found, channels));
   if (pixels == nullptr) {
-    error = stbi_failure_reason();
+    const char* reason = stbi_failure_reason();  // not given for every fault
+    error = std::string("the picture is damaged") +
+            (reason != nullptr && *reason != '\0' ? ": " + std::string(reason) : "");
     return std::nullopt;
   }
   auto frame = I420Frame::allocate(width, height);

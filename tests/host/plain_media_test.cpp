@@ -1,0 +1,270 @@
+// The media that need no library: what is read, byte for byte, and what is refused.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/app/annotation.h"
+#include "host/app/plain/picture_file.h"
+#include "host/app/plain/stream_header.h"
+#include "host/app/video_input.h"
+#include "tests/support/random.h"
+
+namespace tavro::host {
+namespace {
+
+using test::Random;
+
+TEST(Y4mHeader, ReadsWhatItKnowsAndRefusesTheRest) {
+  const struct {
+    const char* line;
+    const char* fault;  // null: read
+    int32_t width, height, rate;
+  } cases[] = {
+      {"YUV4MPEG2 W32 H18 F25:1", nullptr, 32, 18, 25},
+      {"YUV4MPEG2 W32 H18 F50:2 Ip A1:1 C420jpeg XYSCSS=420JPEG", nullptr, 32, 18, 25},
+      {"YUV4MPEG2  C420mpeg2  H1 W1 XCOLORRANGE=LIMITED", nullptr, 1, 1, 25},
+      {"YUV4MPEG2 W1 H1 F0:0 C420paldv", nullptr, 1, 1, 25},
+      {"YUV4MPEG2 W2147483647 H1 F30:1 C420", nullptr, 2147483647, 1, 30},
+      {"YUV4MPEG2 W2147483648 H1", "size", 0, 0, 0},
+      {"YUV4MPEG2 W-4 H4", "size", 0, 0, 0},
+      {"YUV4MPEG2 W4x H4", "size", 0, 0, 0},
+      {"YUV4MPEG2 W4", "size", 0, 0, 0},
+      {"YUV4MPEG2", "size", 0, 0, 0},
+      {"", "Y4M", 0, 0, 0},
+      {"RIFF W4 H4", "Y4M", 0, 0, 0},
+      {"YUV4MPEG2 W4 H4 C444", "444", 0, 0, 0},
+      {"YUV4MPEG2 W4 H4 C420p10", "420p10", 0, 0, 0},
+      {"YUV4MPEG2 W4 H4 XCOLORRANGE=FULL", "full-range", 0, 0, 0},
+  };
+  for (const auto& [line, fault, width, height, rate] : cases) {
+    SCOPED_TRACE(line);
+    std::string error;
+    const auto header = parseY4mHeader(line, error);
+    ASSERT_EQ(header.has_value(), fault == nullptr) << error;
+    if (header.has_value()) {
+      EXPECT_EQ(header->width, width);
+      EXPECT_EQ(header->height, height);
+      EXPECT_EQ(header->frameRate.perSecond(), rate);
+    } else {
+      EXPECT_NE(error.find(fault), std::string::npos) << error;
+    }
+  }
+}
+
+TEST(RawOptions, NeedASizeAndKnowTheirNames) {
+  using Options = std::vector<std::pair<std::string, std::string>>;
+  std::string error;
+  const auto header = parseRawOptions(
+      Options{{"video_size", "7x5"}, {"framerate", "30000/1001"}, {"pixel_format", "yuv420p"}},
+      error);
+  ASSERT_TRUE(header.has_value()) << error;
+  EXPECT_EQ(header->width, 7);
+  EXPECT_EQ(header->height, 5);
+  EXPECT_EQ(header->frameRate.numerator, 30000);
+  for (const Options& options : {Options{},
+                                 {{"video_size", "7"}},
+                                 {{"video_size", "7x"}},
+                                 {{"video_size", "0x5"}},
+                                 {{"video_size", "7x5"}, {"framerate", "0"}},
+                                 {{"video_size", "7x5"}, {"framerate", "1/0"}},
+                                 {{"video_size", "7x5"}, {"pixel_format", "nv12"}},
+                                 {{"video_size", "7x5"}, {"other", "1"}}})
+    EXPECT_FALSE(parseRawOptions(options, error).has_value());
+}
+
+I420Frame randomFrame(Random& random, int32_t width, int32_t height) {
+  auto frame = I420Frame::allocate(width, height);
+  for (int32_t plane = 0; plane < planeCount; ++plane)
+    for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
+      frame->writablePlane(plane)[i] = random.byte();
+  return std::move(*frame);
+}
+
+std::string samplesOf(const I420Frame& frame) {
+  std::string samples;
+  for (int32_t plane = 0; plane < planeCount; ++plane)
+    for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
+      samples.append(reinterpret_cast<const char*>(frame.planeData(plane)) +
+                         ptrdiff_t{y} * frame.planeStride(plane),
+                     static_cast<size_t>(frame.planeWidth(plane)));
+  return samples;
+}
+
+class PlainInput : public testing::Test {
+ protected:
+  ~PlainInput() override { std::remove(path_.c_str()); }
+
+  std::unique_ptr<VideoInput> open(const std::string& content, const InputRequest& request = {}) {
+    std::ofstream(path_, std::ios::binary) << content;
+    InputRequest whole = request;
+    whole.path = path_;
+    return VideoInput::open(whole, error_);
+  }
+
+  std::string path_ = testing::TempDir() + "plain_media_test_" + std::to_string(std::rand());
+  std::string error_;
+};
+
+TEST_F(PlainInput, FramesComeByteForByte) {
+  const uint64_t seed = test::baseSeed();
+  SCOPED_TRACE(test::seedNote(seed));
+  Random random(seed);
+  for (const auto& [width, height] : {std::pair{1, 1}, {2, 3}, {33, 17}, {128, 72}})
+    for (const bool isRaw : {false, true}) {
+      SCOPED_TRACE(testing::Message() << width << "x" << height << (isRaw ? " raw" : " Y4M"));
+      const std::string size = std::to_string(width) + "x" + std::to_string(height);
+      std::vector<std::string> samples;
+      std::string content = isRaw ? ""
+                                  : "YUV4MPEG2 W" + std::to_string(width) + " H" +
+                                        std::to_string(height) + " F50:1\n";
+      for (int i = 0; i < 3; ++i) {
+        samples.push_back(samplesOf(randomFrame(random, width, height)));
+        content += (isRaw ? "" : i == 1 ? "FRAME Ip\n" : "FRAME\n") + samples.back();
+      }
+      InputRequest request;
+      if (isRaw)
+        request = {.path = "", .format = "rawvideo", .options = {{"video_size", size}}};
+      const auto input = open(content, request);
+      ASSERT_NE(input, nullptr) << error_;
+      EXPECT_EQ(input->expectedFrames(), 3);
+      for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(input->read());
+        EXPECT_EQ(input->index(), i);
+        EXPECT_DOUBLE_EQ(input->time(), i / (isRaw ? 25.0 : 50.0));
+        EXPECT_EQ(samplesOf(input->picture()), samples[static_cast<size_t>(i)]);
+      }
+      EXPECT_FALSE(input->read());
+      EXPECT_FALSE(input->damage().any());
+    }
+}
+
+TEST_F(PlainInput, CutOffStreamsGiveTheirWholeFrames) {
+  const std::string frame = "FRAME\n" + std::string(6, 'x');  // 2x2
+  const std::string header = "YUV4MPEG2 W2 H2 F25:1\n";
+  const struct {
+    std::string rest;
+    int frames;
+    bool damaged;
+  } cases[] = {
+      {frame + frame, 2, false},
+      {frame + frame.substr(0, 11), 1, true},
+      {frame + "FRA", 1, true},
+      {frame + "FRAME\n", 1, true},
+      {frame + "NOISE\n" + frame, 1, true},
+      {"", 0, false},
+      {frame + "FRAME " + std::string(5000, 'x'), 1, true},
+  };
+  for (const auto& [rest, frames, damaged] : cases) {
+    SCOPED_TRACE(rest.substr(0, 60));
+    const auto input = open(header + rest);
+    ASSERT_NE(input, nullptr) << error_;
+    int count = 0;
+    while (input->read())
+      ++count;
+    EXPECT_EQ(count, frames);
+    EXPECT_FALSE(input->read());  // it has ended for good
+    EXPECT_EQ(input->damage().any(), damaged);
+  }
+}
+
+TEST_F(PlainInput, RefusesWhatItCantRead) {
+  const struct {
+    std::string content;
+    InputRequest request;
+  } cases[] = {
+      {"", {}},
+      {"\xff\xd8\xff\xe0 a JPEG", {}},
+      {"YUV4MPEG2 W2147483647 H2147483647\n", {}},
+      {std::string(5000, 'Y'), {}},
+      {"\x89PNG\r\n\x1a\n and no more", {}},
+      {"YUV4MPEG2 W2 H2\n", {.path = "", .format = "matroska", .options = {}}},
+      {"YUV4MPEG2 W2 H2\n", {.path = "", .format = "", .options = {{"video_size", "2x2"}}}},
+      {"samples", {.path = "", .format = "rawvideo", .options = {}}},
+  };
+  for (const auto& [content, request] : cases) {
+    SCOPED_TRACE(content.substr(0, 40));
+    error_.clear();
+    EXPECT_EQ(open(content, request), nullptr);
+    EXPECT_NE(error_, "");
+    EXPECT_EQ(error_.find('\n'), std::string::npos);
+  }
+  EXPECT_EQ(VideoInput::open({.path = path_ + "_missing", .format = "", .options = {}}, error_),
+            nullptr);
+}
+
+TEST_F(PlainInput, PicturesSurviveTheFile) {
+  // Smooth, since chroma is shared by four pixels and goes through RGB.
+  for (const auto& [width, height] : {std::pair{1, 1}, {34, 26}, {63, 31}}) {
+    SCOPED_TRACE(testing::Message() << width << "x" << height);
+    auto frame = I420Frame::allocate(width, height);
+    for (int32_t plane = 0; plane < planeCount; ++plane)
+      for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
+        for (int32_t x = 0; x < frame->planeWidth(plane); ++x)
+          frame->writablePlane(plane)[y * frame->planeStride(plane) + x] =
+              static_cast<uint8_t>(plane == 0 ? 60 + x + y : 110 + plane * 5 + x / 4);
+    const std::string path = path_ + ".png";
+    const auto sink = openPictureSink(path, {.width = width, .height = height}, error_);
+    ASSERT_NE(sink, nullptr) << error_;
+    ASSERT_TRUE(sink->write(*frame, 0.0, error_)) << error_;
+    ASSERT_TRUE(sink->finish(error_)) << error_;
+    const auto input = VideoInput::open({.path = path, .format = "", .options = {}}, error_);
+    ASSERT_NE(input, nullptr) << error_;
+    ASSERT_TRUE(input->read());
+    const I420Frame& picture = input->picture();
+    ASSERT_EQ(picture.width(), width);
+    ASSERT_EQ(picture.height(), height);
+    const std::string before = samplesOf(*frame);
+    const std::string after = samplesOf(picture);
+    for (size_t i = 0; i < before.size(); ++i)
+      ASSERT_NEAR(static_cast<uint8_t>(before[i]), static_cast<uint8_t>(after[i]), 4) << i;
+    EXPECT_FALSE(input->read());
+    std::remove(path.c_str());
+  }
+}
+
+TEST_F(PlainInput, DamagedPicturesNeverCrashIt) {
+  const uint64_t seed = test::baseSeed();
+  SCOPED_TRACE(test::seedNote(seed));
+  Random random(seed);
+  const std::vector<uint8_t> whole = encodePng(randomFrame(random, 40, 30));
+  ASSERT_FALSE(whole.empty());
+  for (int round = 0; round < 500; ++round) {
+    std::vector<uint8_t> file = whole;
+    for (int hits = random.between(1, 20); hits > 0; --hits)
+      file[static_cast<size_t>(random.between(0, static_cast<int32_t>(file.size()) - 1))] =
+          random.byte();
+    file.resize(static_cast<size_t>(random.between(0, static_cast<int32_t>(file.size()))));
+    const auto picture = decodePng(file, error_);
+    EXPECT_TRUE(picture.has_value() || !error_.empty());
+  }
+}
+
+TEST_F(PlainInput, StreamsWrittenAreReadAgain) {
+  Random random(1);
+  const std::string path = path_ + ".y4m";
+  const auto sink =
+      openVideoSink(path, {.width = 33, .height = 17, .frameRate = {30000, 1001}}, error_);
+  ASSERT_NE(sink, nullptr) << error_;
+  const I420Frame frame = randomFrame(random, 33, 17);
+  ASSERT_TRUE(sink->write(frame, 0.0, error_));
+  ASSERT_TRUE(sink->write(frame, 1.0, error_));
+  EXPECT_FALSE(sink->write(randomFrame(random, 34, 17), 2.0, error_));
+  ASSERT_TRUE(sink->finish(error_));
+  const auto input = VideoInput::open({.path = path, .format = "", .options = {}}, error_);
+  ASSERT_NE(input, nullptr) << error_;
+  EXPECT_EQ(input->frameRate().numerator, 30000);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(input->read());
+    EXPECT_EQ(samplesOf(input->picture()), samplesOf(frame));
+  }
+  std::remove(path.c_str());
+}
+
+}  // namespace
+}  // namespace tavro::host
