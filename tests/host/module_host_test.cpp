@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/core/face_rects.h"
+#include "host/core/host_api.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/dynamic_library.h"
@@ -219,6 +220,28 @@ TEST_F(ModuleHostTest, BoundaryRefusesBadArguments) {
   EXPECT_LT(qosl_module_register("linked", callback), 0);
   EXPECT_TRUE(failsWith(unloadModule("linked"), "wasn't loaded from a file"));
   EXPECT_EQ(qosl_module_unregister("linked"), 0);
+}
+
+TEST_F(ModuleHostTest, ServesHostsOfAnyCompiler) {
+  char name[5] = "";
+  ASSERT_EQ(tavro_host_load(FAKE_GOOD_FILE, name, sizeof name), 0) << tavro_host_error();
+  EXPECT_STREQ(name, "fake");
+  FDWrapper* instance = tavro_host_create(name);
+  ASSERT_NE(instance, nullptr) << tavro_host_error();
+  EXPECT_TRUE(instance->init());
+  EXPECT_EQ(tavro_host_unload(name), -1);
+  EXPECT_NE(std::string(tavro_host_error()).find("live instance"), std::string::npos);
+  EXPECT_EQ(tavro_host_destroy(instance), 0);
+  EXPECT_EQ(tavro_host_destroy(instance), -1);
+  EXPECT_EQ(tavro_host_unload(name), 0);
+
+  EXPECT_EQ(tavro_host_load(FAKE_GOOD_FILE, name, 4), -1);  // "fake" has a zero behind it
+  EXPECT_FALSE(findModule("fake").has_value());
+  EXPECT_EQ(tavro_host_load(nullptr, name, sizeof name), -1);
+  EXPECT_EQ(tavro_host_load(std::string(10000, 'x').c_str(), nullptr, 0), -1);
+  EXPECT_EQ(std::string(tavro_host_error()).size(), 511U);
+  EXPECT_EQ(tavro_host_create(nullptr), nullptr);
+  EXPECT_EQ(tavro_host_unload(nullptr), -1);
 }
 
 TEST_F(ModuleHostTest, ThreadsMayLoadUseAndUnloadAtOnce) {
