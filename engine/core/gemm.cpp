@@ -51,8 +51,11 @@ bool Gemm::fitsTensors() const {
   const auto inputCount = static_cast<uint64_t>(m) * static_cast<uint64_t>(k);
   const auto matrixCount = static_cast<uint64_t>(k) * static_cast<uint64_t>(n);
   const auto length = static_cast<uint64_t>(sizes.length());
-  return inputs[0]->count() >= inputCount && matrix->count() >= matrixCount &&
-         outputs[0]->count() >= length && (bias == nullptr || bias->count() >= length);
+  const auto holds = [](const Tensor& tensor, uint64_t count) {
+    return tensor.count() >= count && tensor.storageFits();
+  };
+  return holds(*inputs[0], inputCount) && holds(*matrix, matrixCount) &&
+         holds(*outputs[0], length) && (bias == nullptr || holds(*bias, length));
 }
 
 bool Gemm::reshape(RunEnv* /*env*/) {

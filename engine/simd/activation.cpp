@@ -62,7 +62,7 @@ bool Activation::forward(core::RunEnv* /*env*/) {
       if (slopes == nullptr)
         break;
       if (!core::holdsItsShape(input) || slopes->floatData == nullptr ||
-          slopes->count() < static_cast<uint64_t>(input.c))
+          slopes->count() < static_cast<uint64_t>(input.c) || !slopes->storageFits())
         return false;
       simd::prelu(input, slopes->floatData, values, results);
       break;

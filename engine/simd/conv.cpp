@@ -1,5 +1,7 @@
 #include "engine/simd/conv.h"
 
+#include <cstring>
+
 #include "engine/aligned_memory.h"
 #include "engine/cpu_info.h"
 #include "engine/simd/activation.h"
@@ -74,26 +76,38 @@ bool runConvKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem prob
   problem.activation = takeFusedActivation(layer, kernel.fuses);
   if (!takeInput(*layer.inputs[0], kernel.reads, problem))
     return false;
-  AlignedBuffer<float> biasCopy;
-  if (layer.weight->floatData == nullptr)
+  // The weights first: packing them may free their buffer, which a row can name as the bias, too.
+  problem.weights =
+      layer.weight->floatData != nullptr ? layer.weight->data(kernel.weightLayout) : nullptr;
+  if (problem.weights == nullptr)
     return false;
+  AlignedBuffer<float> biasCopy;
   if (layer.bias != nullptr) {
     if (layer.bias->floatData == nullptr)
       return false;
     problem.bias = layer.bias->data(layout::channelsLast);
-    if (problem.bias == nullptr)
-      return false;
     // Kernels load whole blocks of the bias; behind somebody else's memory there may be nothing.
-    if (layer.bias->floatBorrowed) {
+    if (problem.bias != nullptr && layer.bias->floatBorrowed) {
       biasCopy = paddedBias(problem, problem.outputC);
       problem.bias = biasCopy.get();
     }
     if (problem.bias == nullptr)
       return false;
   }
-  problem.weights = layer.weight->data(kernel.weightLayout);
-  problem.output = layer.outputs[0]->data(layout::channelsLast);
-  return problem.weights != nullptr && problem.output != nullptr && kernel.run(problem);
+  Tensor& output = *layer.outputs[0];
+  float* values = output.data(layout::channelsLast);
+  if (values == nullptr)
+    return false;
+  // Somebody else's memory lacks the spare bytes that kernels write, or is the input itself.
+  AlignedBuffer<float> copy;
+  if (output.floatBorrowed)
+    copy = allocateAligned<float>(output.count());
+  problem.output = output.floatBorrowed ? copy.get() : values;
+  if (problem.output == nullptr || !kernel.run(problem))
+    return false;
+  if (output.floatBorrowed)
+    std::memcpy(values, copy.get(), output.count() * sizeof(float));
+  return true;
 }
 
 bool Conv::forward(core::RunEnv* env) {
