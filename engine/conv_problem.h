@@ -8,19 +8,39 @@
 
 namespace TavroRTC::FDModule {
 
-/// The activation that a kernel applies to each sum before it stores it. `kind` is an
-/// ActivationKind (engine/core/activation.h) or 0 for none.
+namespace core {
+
+/// The functions an activation layer can apply; any other code is the identity.
+enum class ActivationKind : int32_t {
+  relu = 1,         ///< max(0, x)
+  clippedRelu = 2,  ///< max(0, min(clipMax, x))
+  prelu = 3,        ///< x, times the channel's slope below zero
+  tanh = 4,
+  sigmoid = 5,    ///< 1 / (exp(-x) + 1)
+  leakyRelu = 6,  ///< min(x, 0) * leakSlope + max(x, 0)
+};
+
+}  // namespace core
+
+/// The activation that a kernel applies to each sum before it stores it.
 struct FusedActivation {
-  int32_t kind = 0;
+  int32_t kind = 0;  ///< a core::ActivationKind, or 0 for none
   float clipMax = 0;
   float leakSlope = 0;
 };
 
-struct ConvProblem {
+/// A window that moves over an image.
+struct Window {
   int32_t kernelW = 1, kernelH = 1;
-  int32_t padLeft = 0, padRight = 0, padTop = 0, padBottom = 0;
+  int32_t padLeft = 0;    ///< zero columns before the image
+  int32_t padRight = 0;   ///< zero columns behind it
+  int32_t padTop = 0;     ///< zero rows above it
+  int32_t padBottom = 0;  ///< zero rows below it
   int32_t strideW = 1, strideH = 1;
-  int32_t dilationW = 1, dilationH = 1;
+  int32_t dilationW = 1, dilationH = 1;  ///< from one tap to the next
+};
+
+struct ConvProblem : Window {
   int32_t group = 1;
   int32_t inputH = 0, inputW = 0, inputC = 0;
   int32_t outputH = 0, outputW = 0, outputC = 0;
@@ -34,14 +54,17 @@ struct ConvProblem {
   float* output = nullptr;         ///< h, w, c, with 64 bytes behind that may be written
   FusedActivation activation;
 
-  bool isKernel(int32_t height, int32_t width) const {
+  // Always inlined: files for different instruction sets would each offer a copy to the linker.
+  [[gnu::always_inline]] bool isKernel(int32_t height, int32_t width) const {
     return kernelH == height && kernelW == width;
   }
-  bool isStride(int32_t height, int32_t width) const {
+  [[gnu::always_inline]] bool isStride(int32_t height, int32_t width) const {
     return strideH == height && strideW == width;
   }
-  bool isDilated() const { return dilationH > 1 || dilationW > 1; }
-  bool isPadded() const { return padLeft != 0 || padRight != 0 || padTop != 0 || padBottom != 0; }
+  [[gnu::always_inline]] bool isDilated() const { return dilationH > 1 || dilationW > 1; }
+  [[gnu::always_inline]] bool isPadded() const {
+    return padLeft != 0 || padRight != 0 || padTop != 0 || padBottom != 0;
+  }
 };
 
 /// Bit `kind` set: the kernel can apply that activation itself.

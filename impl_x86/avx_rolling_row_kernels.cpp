@@ -81,7 +81,8 @@ void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, f
     for (int ky = 0; ky < 3; ++ky) {
       for (int32_t i = 0; i < p.inputC; ++i, weights += 3 * bytesBlock) {
         const float* input = rows.plane(ky, i) + 2 * x;
-        for (const int kx : {0, 2, 1}) {
+        constexpr int order[] = {0, 2, 1};
+        for (const int kx : order) {
           Float8 weight[Step::vectors];
           for (int v = 0; v < Step::vectors; ++v)
             weight[v] = Float8::load(weights + kx * bytesBlock + v * Float8::lanes);

@@ -1,6 +1,7 @@
 #include "impl_x86/x86_conv.h"
 
 #include "engine/cpu_info.h"
+#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
 
 namespace TavroRTC::FDModule::x86 {
@@ -8,16 +9,8 @@ namespace {
 
 using P = const ConvProblem&;
 
-// Whole blocks of that many output channels, or a single block that lacks at most 7.
-template <int block>
-bool fills(P p) {
-  return p.outputC % block == 0 || (p.outputC < block && p.outputC > block - 8);
-}
 bool is1x1(P p) {
   return p.isKernel(1, 1) && p.strideW == 1 && p.dilationH == 1;
-}
-bool is3x3(P p) {
-  return p.isKernel(3, 3);
 }
 bool hasPlainColumns(P p, int32_t stride) {
   return p.strideW == stride && p.padLeft == 1 && p.dilationW == 1;
@@ -27,26 +20,22 @@ bool halves(P p) {
 }
 
 // The first row that applies decides. If its kernel doesn't serve the sizes, or there is none, the
-// layer is left to the 128-bit kernels.
-struct Choice {
-  bool (*applies)(P problem);
-  const ConvKernel* kernel;
-};
-
-constexpr Choice choices[] = {
-    {[](P p) { return is1x1(p) && fills<32>(p); }, &conv1x1_32x3},
-    {[](P p) { return is1x1(p) && fills<24>(p); }, &conv1x1_24x3},
-    {[](P p) { return is1x1(p) && fills<16>(p); }, &conv1x1_16x4},
+// layer is left to the 128-bit kernels, as it is without AVX and FMA.
+constexpr simd::ConvChoice choices[] = {
+    {[](P p) { return is1x1(p) && fillsBlocks(p.outputC, 32); }, &conv1x1_32x3},
+    {[](P p) { return is1x1(p) && fillsBlocks(p.outputC, 24); }, &conv1x1_24x3},
+    {[](P p) { return is1x1(p) && fillsBlocks(p.outputC, 16); }, &conv1x1_16x4},
     {[](P p) { return !is3x3(p); }, nullptr},
     {[](P p) {
        const bool isShort = p.outputC >= 9 && p.outputC <= 15;
        return ((p.outputC % 16 == 0 && p.bytes != nullptr) || isShort) && halves(p);
      },
      &conv3x3bytes_16x4},
-    {[](P p) { return fills<24>(p) && hasPlainColumns(p, 1); }, &conv3x3s1_24x3},
-    {[](P p) { return fills<16>(p) && hasPlainColumns(p, 1); }, &conv3x3s1_16x4},
-    {[](P p) { return fills<16>(p) && p.strideW == 1; }, &conv3x3dil_16x4},
-    {[](P p) { return fills<16>(p) && p.bytes == nullptr && halves(p); }, &conv3x3s2_16x4},
+    {[](P p) { return fillsBlocks(p.outputC, 24) && hasPlainColumns(p, 1); }, &conv3x3s1_24x3},
+    {[](P p) { return fillsBlocks(p.outputC, 16) && hasPlainColumns(p, 1); }, &conv3x3s1_16x4},
+    {[](P p) { return fillsBlocks(p.outputC, 16) && p.strideW == 1; }, &conv3x3dil_16x4},
+    {[](P p) { return fillsBlocks(p.outputC, 16) && p.bytes == nullptr && halves(p); },
+     &conv3x3s2_16x4},
     {[](P p) { return p.outputC == 1; }, &conv3x3single_48},
     {[](P p) { return hasPlainColumns(p, 1); }, &conv3x3s1_4x6},
     {[](P p) { return p.outputC > 4; }, nullptr},
@@ -59,9 +48,11 @@ constexpr Choice choices[] = {
 const ConvKernel* selectConvFma(const ConvProblem& problem) {
   if (!cpuInfo().hasAvxAndFma())
     return nullptr;
-  for (const Choice& choice : choices)
-    if (choice.applies(problem))
-      return choice.kernel != nullptr && choice.kernel->serves(problem) ? choice.kernel : nullptr;
+  for (const simd::ConvChoice& choice : choices)
+    if (choice.applies(problem)) {
+      const ConvKernel* kernel = choice.withAvxAndFma;
+      return kernel != nullptr && kernel->serves(problem) ? kernel : nullptr;
+    }
   return nullptr;
 }
 

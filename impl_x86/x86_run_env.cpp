@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "engine/core/reshape.h"
 #include "engine/cpu_info.h"
 #include "engine/log.h"
 #include "engine/net.h"
@@ -30,6 +31,9 @@ void workInPlace(Layer& layer) {
       input->producer == nullptr)
     return;
   Layer& before = *input->producer;
+  // A reshape's output is its input's memory, which others may read.
+  if (dynamic_cast<const core::Reshape*>(&before) != nullptr)
+    return;
   std::ranges::replace(before.outputs, input, output);
   output->producer = &before;
   layer.inputs[0] = output;

@@ -5,18 +5,9 @@
 #include "engine/core/shape.h"
 
 namespace TavroRTC::FDModule::core {
+
 Conv::Conv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
-    : Layer(row),
-      kernelW(row.ints[0]),
-      kernelH(row.ints[1]),
-      padLeft(row.ints[2]),
-      padRight(row.ints[3]),
-      padTop(row.ints[4]),
-      padBottom(row.ints[5]),
-      strideW(row.ints[6]),
-      strideH(row.ints[7]),
-      dilationW(std::max(row.ints[8], 1)),
-      dilationH(std::max(row.ints[9], 1)) {
+    : Layer(row), Window(readWindow(row)) {
   const auto names = ioNames(row);
   if (names.size() >= 3) {
     connectInputs(names.first(2), tensors);
@@ -32,7 +23,7 @@ Conv::Conv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
 }
 
 bool Conv::fitsTensors() const {
-  if (!isConnected() || weight == nullptr || inputs[0] == outputs[0] || !areWindowParameters(*this))
+  if (!isConnected() || weight == nullptr || inputs[0] == outputs[0])
     return false;
   const Tensor& input = *inputs[0];
   const Tensor& output = *outputs[0];
@@ -42,20 +33,19 @@ bool Conv::fitsTensors() const {
          holdsItsShape(*weight) && input.n == 1 && weight->c == input.c / group &&
          input.c % group == 0 &&
          (bias == nullptr || bias->count() >= static_cast<uint64_t>(weight->n)) && output.n == 1 &&
-         output.c == weight->n &&
-         output.h == windowPositions(input.h, kernelH, dilationH, padTop + padBottom, strideH) &&
-         output.w == windowPositions(input.w, kernelW, dilationW, padLeft + padRight, strideW);
+         output.c == weight->n && WindowOutput{output.h, output.w} == windowOutput(*this, input);
 }
 
 bool Conv::reshape(RunEnv* /*env*/) {
   cost = 0;
-  if (!isConnected() || weight == nullptr || !areWindowParameters(*this))
+  if (!isConnected() || weight == nullptr)
     return false;
   const Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
   output.n = 1;
-  output.h = windowPositions(input.h, kernelH, dilationH, padTop + padBottom, strideH);
-  output.w = windowPositions(input.w, kernelW, dilationW, padLeft + padRight, strideW);
+  const auto [height, width] = windowOutput(*this, input);
+  output.h = height;
+  output.w = width;
   output.c = weight->n;
   output.layout = input.layout;
   if (!fitsTensors())
@@ -67,28 +57,24 @@ bool Conv::reshape(RunEnv* /*env*/) {
 }
 
 std::string Conv::describe() const {
-  return windowLabel(*this);
+  return isConnected() ? windowLabel(*this, *inputs[0], *outputs[0]) : std::string();
 }
 
 ConvProblem Conv::problem() const {
+  const Tensor& input = *inputs[0];
+  const Tensor& output = *outputs[0];
   ConvProblem problem;
-  problem.kernelW = kernelW;
-  problem.kernelH = kernelH;
-  problem.padLeft = padLeft;
-  problem.padRight = padRight;
-  problem.padTop = padTop;
-  problem.padBottom = padBottom;
-  problem.strideW = strideW;
-  problem.strideH = strideH;
-  problem.dilationW = dilationW;
-  problem.dilationH = dilationH;
+  static_cast<Window&>(problem) = *this;
   problem.group = groups();
-  problem.inputH = inputs[0]->h;
-  problem.inputW = inputs[0]->w;
-  problem.inputC = inputs[0]->c;
-  problem.outputH = outputs[0]->h;
-  problem.outputW = outputs[0]->w;
-  problem.outputC = outputs[0]->c;
+  problem.inputH = input.h;
+  problem.inputW = input.w;
+  problem.inputC = input.c;
+  problem.outputH = output.h;
+  problem.outputW = output.w;
+  problem.outputC = output.c;
+  // What a window reaches further than the padding is padding to the kernels.
+  problem.padBottom -= std::min(windowRoom(input.h, kernelH, dilationH, padTop + padBottom), 0);
+  problem.padRight -= std::min(windowRoom(input.w, kernelW, dilationW, padLeft + padRight), 0);
   return problem;
 }
 

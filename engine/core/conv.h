@@ -8,22 +8,12 @@ namespace TavroRTC::FDModule::core {
 /// A two-dimensional convolution: out[y][x][o] = bias[o] + the sum over ky, kx, c of
 /// in[y * strideH - padTop + ky * dilationH][x * strideW - padLeft + kx * dilationW][c]
 /// * weight[o][ky][kx][c], where positions outside the image count as zero.
-class Conv : public virtual Layer {
+class Conv : public virtual Layer, public Window {
  public:
   bool isPointwise() const override { return kernelW == 1 && kernelH == 1; }
   bool reshape(RunEnv* env) override;
   std::string describe() const override;
 
-  int32_t kernelW = 0;
-  int32_t kernelH = 0;
-  int32_t padLeft = 0;    ///< zero columns before the image
-  int32_t padRight = 0;   ///< zero columns behind it
-  int32_t padTop = 0;     ///< zero rows above it
-  int32_t padBottom = 0;  ///< zero rows below it
-  int32_t strideW = 0;
-  int32_t strideH = 0;
-  int32_t dilationW = 1;
-  int32_t dilationH = 1;
   Tensor* weight = nullptr;  ///< n: output channels, h, w: kernel, c: input channels of a group
   Tensor* bias = nullptr;    ///< one value for each output channel
 

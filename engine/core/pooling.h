@@ -1,26 +1,16 @@
 #pragma once
 
+#include "engine/conv_problem.h"
 #include "engine/layer.h"
 
 namespace TavroRTC::FDModule::core {
 
 /// Reduces each window of each channel to its mean or its maximum; the type string decides which.
 /// Windows are clipped to the image, so padding doesn't lower a mean.
-class Pooling : public virtual Layer {
+class Pooling : public virtual Layer, public Window {
  public:
   bool reshape(RunEnv* env) override;
   std::string describe() const override;
-
-  int32_t kernelW = 0;
-  int32_t kernelH = 0;
-  int32_t padLeft = 0;
-  int32_t padRight = 0;
-  int32_t padTop = 0;
-  int32_t padBottom = 0;
-  int32_t strideW = 0;
-  int32_t strideH = 0;
-  int32_t dilationW = 1;
-  int32_t dilationH = 1;
 
  protected:
   Pooling(const LayerRow& row, TensorMap& tensors, TensorMap& weights);

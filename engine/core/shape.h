@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/conv_problem.h"
 #include "engine/layer.h"
 #include "engine/tensor.h"
 #include "engine/weight_packing.h"
@@ -30,43 +31,66 @@ inline bool holdsItsShape(const Tensor& tensor) {
          tensor.storageFits();
 }
 
-/// The number of window positions along one direction: how often a window of `kernel` taps,
-/// `dilation` apart, fits into `extent` samples with `padding` more, at steps of `stride`.
-/// 0 if it doesn't fit or the parameters make no sense.
-inline int32_t windowPositions(int32_t extent, int32_t kernel, int32_t dilation, int32_t padding,
-                               int32_t stride) {
-  if (extent < 1 || kernel < 1 || dilation < 1 || stride < 1)
-    return 0;
-  const int64_t span = static_cast<int64_t>(kernel - 1) * dilation + 1;
-  const int64_t room = static_cast<int64_t>(extent) + padding - span;
-  const int64_t positions = room < 0 ? 0 : room / stride + 1;
-  return positions > INT32_MAX ? 0 : static_cast<int32_t>(positions);
+/// The window that a row's first ten parameters describe.
+inline Window readWindow(const LayerRow& row) {
+  const int32_t(&ints)[16] = row.ints;
+  return {.kernelW = ints[0],
+          .kernelH = ints[1],
+          .padLeft = ints[2],
+          .padRight = ints[3],
+          .padTop = ints[4],
+          .padBottom = ints[5],
+          .strideW = ints[6],
+          .strideH = ints[7],
+          .dilationW = std::max(ints[8], 1),
+          .dilationH = std::max(ints[9], 1)};
 }
 
-/// True if a window's parameters are far from where positions would leave 32 bits, and not
-/// negative.
-template <typename WindowLayer>
-bool areWindowParameters(const WindowLayer& layer) {
-  const int32_t values[] = {layer.kernelW,   layer.kernelH,   layer.padLeft, layer.padRight,
-                            layer.padTop,    layer.padBottom, layer.strideW, layer.strideH,
-                            layer.dilationW, layer.dilationH};
-  return std::ranges::all_of(values,
-                             [](int32_t value) { return value >= 0 && value <= (1 << 15); });
+/// How far a window of `kernel` taps, `dilation` apart, can move over `extent` samples with
+/// `padding` more; below 0 if it doesn't fit.
+inline int32_t windowRoom(int32_t extent, int32_t kernel, int32_t dilation, int32_t padding) {
+  return extent + padding - ((kernel - 1) * dilation + 1);
+}
+
+/// The height and width of a window's output; 0 where it doesn't fit or makes no sense. A window
+/// that lacks less than a stride is taken once, and reaches that much further over the image's end.
+struct WindowOutput {
+  int32_t height = 0;
+  int32_t width = 0;
+
+  friend bool operator==(const WindowOutput&, const WindowOutput&) = default;
+};
+
+inline WindowOutput windowOutput(const Window& window, const Tensor& input) {
+  // Far from where positions would leave 32 bits.
+  constexpr int32_t limit = 1 << 15;
+  for (const int32_t value :
+       {window.kernelW, window.kernelH, window.padLeft, window.padRight, window.padTop,
+        window.padBottom, window.strideW, window.strideH, window.dilationW, window.dilationH})
+    if (value < 0 || value > limit)
+      return {};
+  const auto positions = [](int32_t extent, int32_t kernel, int32_t dilation, int32_t padding,
+                            int32_t stride) {
+    if (extent < 1 || extent > INT32_MAX / 2 || kernel < 1 || stride < 1)
+      return 0;
+    const int32_t room = windowRoom(extent, kernel, dilation, padding);
+    return room <= -stride ? 0 : room / stride + 1;
+  };
+  return {positions(input.h, window.kernelH, window.dilationH, window.padTop + window.padBottom,
+                    window.strideH),
+          positions(input.w, window.kernelW, window.dilationW, window.padLeft + window.padRight,
+                    window.strideW)};
 }
 
 /// The label of a layer with a window, such as 3x3_s2x2_16x96x96x3: the kernel's height and width,
 /// the strides unless the kernel is 1x1, and the output's c, h, w with the input's c.
-template <typename WindowLayer>
-std::string windowLabel(const WindowLayer& layer) {
-  if (layer.inputs.empty() || layer.outputs.empty())
-    return {};
+inline std::string windowLabel(const Window& window, const Tensor& input, const Tensor& output) {
   const auto number = [](int32_t value) { return std::to_string(value); };
-  const Tensor& output = *layer.outputs[0];
-  std::string label = number(layer.kernelH) + "x" + number(layer.kernelW);
-  if (layer.kernelH != 1 || layer.kernelW != 1)
-    label += "_s" + number(layer.strideH) + "x" + number(layer.strideW);
+  std::string label = number(window.kernelH) + "x" + number(window.kernelW);
+  if (window.kernelH != 1 || window.kernelW != 1)
+    label += "_s" + number(window.strideH) + "x" + number(window.strideW);
   return label + "_" + number(output.c) + "x" + number(output.h) + "x" + number(output.w) + "x" +
-         number(layer.inputs[0]->c);
+         number(input.c);
 }
 
 }  // namespace TavroRTC::FDModule::core

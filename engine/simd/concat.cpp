@@ -23,13 +23,12 @@ bool Concat::forward(core::RunEnv* /*env*/) {
   if (!isConnected())
     return false;
   Tensor& output = *outputs[0];
-  if (output.n != 1 || !core::holdsItsShape(output))
+  if (!core::holdsItsShape(output))
     return false;
   int64_t channels = 0;
   for (Tensor* input : inputs) {
-    if (input == &output || !core::holdsItsShape(*input) || input->n != output.n ||
-        input->h != output.h || input->w != output.w ||
-        input->data(layout::channelsLast) == nullptr)
+    if (input == &output || !core::holdsItsShape(*input) || input->h != output.h ||
+        input->w != output.w || input->data(layout::channelsLast) == nullptr)
       return false;
     channels += input->c;
   }

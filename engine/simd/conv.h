@@ -15,7 +15,7 @@ bool runConvKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem prob
 struct ConvChoice {
   bool (*applies)(const ConvProblem& problem);
   const ConvKernel* withAvxAndFma;
-  const ConvKernel* without;
+  const ConvKernel* without = nullptr;
 };
 
 /// The first kernel that applies and serves, or null.

@@ -6,7 +6,6 @@
 #include <emmintrin.h>
 
 #include "engine/conv_problem.h"
-#include "engine/core/activation.h"
 
 namespace TavroRTC::FDModule::simd {
 

@@ -13,7 +13,7 @@ namespace {
 
 // A window as one output pixel sees it: its first tap inside the image, how many taps there are,
 // and how far apart they lie.
-struct Window {
+struct Taps {
   const float* first;
   int32_t rows;
   int32_t columns;
@@ -45,7 +45,7 @@ float larger(float a, float b) {
 
 // One channel, or four at a time: the window's values in the order of the image.
 template <typename Value>
-Value mean(const Window& window, ptrdiff_t channel) {
+Value mean(const Taps& window, ptrdiff_t channel) {
   Value sum = broadcast(0.0F, Value{});
   for (int32_t row = 0; row < window.rows; ++row)
     for (int32_t column = 0; column < window.columns; ++column)
@@ -56,7 +56,7 @@ Value mean(const Window& window, ptrdiff_t channel) {
 }
 
 template <typename Value>
-Value maximum(const Window& window, ptrdiff_t channel) {
+Value maximum(const Taps& window, ptrdiff_t channel) {
   Value largest = broadcast(std::numeric_limits<float>::lowest(), Value{});
   for (int32_t row = 0; row < window.rows; ++row)
     for (int32_t column = 0; column < window.columns; ++column)
@@ -68,7 +68,7 @@ Value maximum(const Window& window, ptrdiff_t channel) {
 }
 
 template <typename Value>
-void reduceChannels(const Window& window, float* output, int32_t channels, bool isMean) {
+void reduceChannels(const Taps& window, float* output, int32_t channels, bool isMean) {
   constexpr int32_t lanes = std::is_same_v<Value, Float4> ? Float4::lanes : 1;
   for (int32_t channel = 0; channel < channels; channel += lanes)
     store(output + channel,
@@ -99,10 +99,10 @@ bool Pooling::forward(core::RunEnv* /*env*/) {
       const ptrdiff_t firstRow = top + rows.begin * dilationH;
       const ptrdiff_t firstColumn = left + columns.begin * dilationW;
       // A window in the padding alone has no taps; its mean or maximum is taken over nothing.
-      const Window window = {values + (firstRow * input.w + firstColumn) * channels,
-                             std::max(rows.end - rows.begin, 0),
-                             std::max(columns.end - columns.begin, 0),
-                             channels * dilationH * input.w, channels * dilationW};
+      const Taps window = {values + (firstRow * input.w + firstColumn) * channels,
+                           std::max(rows.end - rows.begin, 0),
+                           std::max(columns.end - columns.begin, 0), channels * dilationH * input.w,
+                           channels * dilationW};
       reduce(window, results, input.c, isMean());
     }
   }

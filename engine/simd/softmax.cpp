@@ -54,9 +54,8 @@ bool Softmax::forward(core::RunEnv* /*env*/) {
     return false;
   Tensor& input = *inputs[0];
   Tensor& output = *outputs[0];
-  if (input.n != 1 || output.n != 1 || !core::holdsItsShape(input) ||
-      !core::holdsItsShape(output) || output.h != input.h || output.w != input.w ||
-      output.c != input.c)
+  if (!core::holdsItsShape(input) || !core::holdsItsShape(output) || output.h != input.h ||
+      output.w != input.w || output.c != input.c)
     return false;
   const float* x = input.floatStorage();
   float* y = output.floatStorage();

@@ -93,7 +93,7 @@ LayerCase drawCase(Random& random) {
       p.outputC = p.group * (p.group == p.outputC ? 1 : random.between(1, 16));
       p.inputC = p.group * (random.chance(0.8) ? 1 : random.between(1, 3));
     }
-  } while (!tavro::test::deriveOutputSize(p) ||
+  } while (!tavro::test::deriveOutputSize(p, tavro::test::Overhang::allowed) ||
            tavro::test::termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
   c.input = drawValues(tavro::test::inputExtents(p).count(), random);
   c.weights = drawValues(tavro::test::weightExtents(p).count(), random);

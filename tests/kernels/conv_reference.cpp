@@ -12,10 +12,11 @@ namespace {
 constexpr double unitRoundoff = 0x1p-24;
 constexpr double smallestDenormal = 0x1p-149;
 
-int32_t positions(int32_t extent, int32_t padding, int32_t kernel, int32_t dilation,
-                  int32_t stride) {
+int32_t positions(int32_t extent, int32_t padding, int32_t kernel, int32_t dilation, int32_t stride,
+                  Overhang overhang) {
   const int32_t room = extent + padding - ((kernel - 1) * dilation + 1);
-  return room < 0 ? 0 : room / stride + 1;
+  const int32_t least = overhang == Overhang::allowed ? 1 - stride : 0;
+  return room < least ? 0 : room / stride + 1;
 }
 
 int32_t ceilOfQuotient(int32_t a, int32_t b) {
@@ -91,9 +92,11 @@ float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
 
 }  // namespace
 
-bool deriveOutputSize(ConvProblem& p) {
-  p.outputH = positions(p.inputH, p.padTop + p.padBottom, p.kernelH, p.dilationH, p.strideH);
-  p.outputW = positions(p.inputW, p.padLeft + p.padRight, p.kernelW, p.dilationW, p.strideW);
+bool deriveOutputSize(ConvProblem& p, Overhang overhang) {
+  p.outputH =
+      positions(p.inputH, p.padTop + p.padBottom, p.kernelH, p.dilationH, p.strideH, overhang);
+  p.outputW =
+      positions(p.inputW, p.padLeft + p.padRight, p.kernelW, p.dilationW, p.strideW, overhang);
   return p.outputH > 0 && p.outputW > 0;
 }
 

@@ -29,8 +29,10 @@ struct OutputPosition {
   int32_t channel = 0;
 };
 
-/// Sets the output's height and width from the input and the window; false if nothing fits.
-bool deriveOutputSize(ConvProblem& p);
+/// Sets the output's height and width from the input and the window; false if nothing fits. A
+/// window that lacks less than a stride fits once if it may hang over the image's end.
+enum class Overhang : uint8_t { none, allowed };
+bool deriveOutputSize(ConvProblem& p, Overhang overhang = Overhang::none);
 
 /// Terms of one output value, the ones in the padding included.
 int64_t termCount(const ConvProblem& p);

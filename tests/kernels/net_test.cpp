@@ -171,6 +171,18 @@ TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
   EXPECT_EQ(small.values("z2"), Values{0});
 }
 
+// A reshape lends its input's memory, which the activation must not change.
+TEST(Rewrite, leavesAReshapesInputAlone) {
+  SmallNet small;
+  small.addInput("x", {1, 1, 1, 2}, {-1, 2});
+  small.addLayer({.type = "Reshape", .io = {"x", "r"}, .ints = {1, 1, 2, 1}});
+  small.addLayer({.type = "Relu", .io = {"r", "y"}, .ints = {1}});
+  EXPECT_TRUE(rewrite(small));
+  ASSERT_TRUE(small.compute());
+  EXPECT_EQ(small.values("x"), (Values{-1, 2}));
+  EXPECT_EQ(small.values("y"), (Values{0, 2}));
+}
+
 // Whether the first is merged (kinds 2 and 6) or not, works in place from the start or becomes so.
 TEST(Rewrite, chainedActivationsAllTakeEffect) {
   constexpr float parameter = 0.5F;
