@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <tuple>
 
 namespace tavro::host {
@@ -25,10 +26,8 @@ std::pair<int32_t, int32_t> numbersAround(std::string_view text, char separator)
 }
 
 bool isPlain420(std::string_view sampling) {
-  for (const std::string_view known : {"420", "420jpeg", "420mpeg2", "420paldv"})
-    if (sampling == known)
-      return true;
-  return false;
+  constexpr std::string_view known[] = {"420", "420jpeg", "420mpeg2", "420paldv"};
+  return std::ranges::find(known, sampling) != std::end(known);
 }
 
 }  // namespace
