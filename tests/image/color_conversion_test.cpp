@@ -7,6 +7,7 @@
 #include <array>
 #include <deque>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -167,6 +168,11 @@ struct Operation {
   std::vector<PlaneShape> src;
   std::vector<PlaneShape> dst;
   Reference expected;
+
+  // Its bytes aren't all initialised.
+  friend void PrintTo(const Operation& operation, std::ostream* out) {
+    *out << "operation " << static_cast<int32_t>(operation.op);
+  }
 };
 
 const std::vector<PlaneShape> threePlanes = {full, half, half};

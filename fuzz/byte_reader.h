@@ -1,0 +1,118 @@
+#pragma once
+
+// The fuzzers: programs that turn arbitrary bytes into arbitrary use of one part of the system and
+// stop if it misbehaves. Each is one file with the function that libFuzzer calls:
+//
+//   fuzz_frames.cpp   an instance and the frames, sequences and calls that a host could come up
+//   with fuzz_images.cpp   the image dispatchers with any descriptor, size and code fuzz_layers.cpp
+//   rows of a layer table with any types, parameters and tensors fuzz_paths.cpp    the same
+//   computation on every kind of processor
+//
+// The preset `fuzz` links them with libFuzzer; in all others replay_main.cpp feeds them the
+// committed corpus as an ordinary test. Memory that the tested code may touch is allocated to the
+// byte, so that the address sanitizer sees any touch beyond it.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <limits>
+
+namespace tavro::fuzz {
+
+/// Stops the program, as a finding, unless the condition holds.
+inline void require(bool condition, const char* what) {
+  if (condition)
+    return;
+  std::fprintf(stderr, "broken: %s\n", what);
+  std::abort();
+}
+
+/// Takes values from the fuzzer's bytes, from first to last; zeros once they are used up.
+class ByteReader {
+ public:
+  ByteReader(const uint8_t* data, size_t size) : next_(data), left_(size) {}
+
+  bool isEmpty() const { return left_ == 0; }
+  uint8_t byte() {
+    if (left_ == 0)
+      return 0;
+    --left_;
+    return *next_++;
+  }
+  uint32_t word() {
+    uint32_t value = 0;
+    for (int i = 0; i < 4; ++i)
+      value = value << 8 | byte();
+    return value;
+  }
+  /// True in `share` of 256 cases.
+  bool chance(int share) { return byte() >= 256 - share; }
+  /// From first to last, at most 65536 values.
+  int32_t between(int32_t first, int32_t last) {
+    const auto range = static_cast<uint32_t>(last - first) + 1;
+    const uint32_t high = range <= 256 ? 0U : byte();
+    const uint32_t value = high << 8 | byte();
+    return first + static_cast<int32_t>(value % range);
+  }
+  /// Any number, most often one at which something could turn.
+  int32_t number() {
+    constexpr int32_t turns[] = {0,
+                                 1,
+                                 -1,
+                                 2,
+                                 3,
+                                 4,
+                                 7,
+                                 8,
+                                 15,
+                                 16,
+                                 17,
+                                 31,
+                                 32,
+                                 33,
+                                 64,
+                                 255,
+                                 256,
+                                 32767,
+                                 32768,
+                                 32769,
+                                 65535,
+                                 65536,
+                                 1 << 20,
+                                 1 << 30,
+                                 std::numeric_limits<int32_t>::max(),
+                                 std::numeric_limits<int32_t>::min()};
+    const uint8_t which = byte();
+    if (which < std::size(turns))
+      return turns[which];
+    return which < 192 ? which - 100 : static_cast<int32_t>(word());
+  }
+  template <typename T, size_t count>
+  T pick(const T (&values)[count]) {
+    return values[static_cast<size_t>(byte()) % count];
+  }
+
+ private:
+  const uint8_t* next_;
+  size_t left_;
+};
+
+/// Fills memory of any size from a few of the fuzzer's bytes: flat, alternating or noise.
+inline void fill(uint8_t* memory, size_t size, ByteReader& bytes) {
+  const uint8_t kind = bytes.byte();
+  const uint8_t first = bytes.byte();
+  const uint8_t second = bytes.byte();
+  uint32_t noise = (uint32_t{first} << 8 | second) * 2654435761U + 1;
+  for (size_t i = 0; i < size; ++i) {
+    noise = noise * 1664525U + 1013904223U;
+    const uint8_t flat = kind % 3 == 1 && i % 2 == 1 ? second : first;
+    memory[i] = kind % 3 == 2 ? static_cast<uint8_t>(noise >> 24) : flat;
+  }
+}
+
+}  // namespace tavro::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

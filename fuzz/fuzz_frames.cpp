@@ -1,0 +1,196 @@
+// An instance as a host could treat it: frames of any size with any strides and missing planes,
+// results that grow, refuse to grow or lie about it, and preparing or making the instance anew at
+// any point. The answer must be the documented one, and nothing beyond the planes may be read.
+
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "fuzz/byte_reader.h"
+#include "modules/face_detection/fd_wrapper.h"
+
+namespace {
+
+using namespace TavroRTC::FDModule;
+using tavro::fuzz::ByteReader;
+using tavro::fuzz::require;
+
+constexpr int32_t largestSide = 32768;
+constexpr int64_t mostSamples = 1 << 20;
+constexpr int mostSteps = 6;
+
+struct Portrait {
+  static constexpr int32_t width = 160;
+  static constexpr int32_t height = 120;
+  std::vector<uint8_t> bytes = std::vector<uint8_t>(size_t{width} * height * 3 / 2);
+
+  Portrait() {
+    std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    require(file.good(), "the portrait is there");
+  }
+  /// The sample at a place of a plane of another size.
+  uint8_t at(int32_t plane, int64_t x, int64_t y, int64_t planeWidth, int64_t planeHeight) const {
+    const int32_t half = plane == 0 ? 1 : 2;
+    const int64_t column = x * (width / half) / planeWidth;
+    const int64_t row = y * (height / half) / planeHeight;
+    const size_t starts[] = {0, size_t{width} * height, size_t{width} * height * 5 / 4};
+    return bytes[starts[plane] + static_cast<size_t>(row * (width / half) + column)];
+  }
+};
+
+int32_t drawSide(ByteReader& in) {
+  const uint8_t kind = in.byte();
+  if (kind < 160)
+    return in.between(1, 256);
+  return kind < 220 ? in.between(1, largestSide) : in.number();
+}
+
+class Frame final : public HostFrame {
+ public:
+  explicit Frame(ByteReader& in) : width_(drawSide(in)), height_(drawSide(in)) {
+    if (isSized() && int64_t{width_} * height_ > mostSamples)
+      height_ = static_cast<int32_t>(std::max<int64_t>(1, mostSamples / width_));
+    strides_[0] = drawStride(width_, in);
+    strides_[1] = drawStride(width_ / 2 + (in.chance(128) ? width_ % 2 : 0), in);
+    const bool isPortrait = in.chance(64);
+    const uint8_t missing = in.chance(32) ? in.byte() : 0;
+    for (int32_t plane = 0; plane < 3; ++plane) {
+      if ((missing >> plane & 1) != 0)
+        continue;
+      // A frame that is refused must not be read at all.
+      const int32_t stride = strides_[plane == 0 ? 0 : 1];
+      const int32_t planeWidth = plane == 0 ? width_ : width_ / 2 + width_ % 2;
+      const int32_t planeHeight = plane == 0 ? height_ : height_ / 2 + height_ % 2;
+      const bool isRead = isSized() && areStridesLong();
+      sizes_[plane] = isRead ? static_cast<size_t>(stride) * static_cast<size_t>(planeHeight - 1) +
+                                   static_cast<size_t>(planeWidth)
+                             : 0;
+      planes_[plane].reset(new uint8_t[sizes_[plane]]);
+      tavro::fuzz::fill(planes_[plane].get(), sizes_[plane], in);
+      if (isPortrait && isRead)
+        paint(plane, stride, planeWidth, planeHeight);
+    }
+  }
+
+  bool isAcceptable() const {
+    return isSized() && areStridesLong() && planes_[0] != nullptr && planes_[1] != nullptr &&
+           planes_[2] != nullptr;
+  }
+
+  const uint8_t* planeData(int32_t plane) const override {
+    return plane >= 0 && plane < 3 ? planes_[plane].get() : nullptr;
+  }
+  int32_t planeStride(int32_t plane) const override { return strides_[plane == 0 ? 0 : 1]; }
+  int32_t width() const override { return width_; }
+  int32_t height() const override { return height_; }
+
+ private:
+  int32_t drawStride(int32_t row, ByteReader& in) const {
+    const uint8_t kind = in.byte();
+    const int32_t any = kind < 200 ? row : in.number();
+    const int64_t stride = kind < 100 ? row : int64_t{any} + (kind < 200 ? in.between(0, 40) : 0);
+    // A stride that would need more memory than there is for this.
+    if (stride * std::max(height_, 1) > 4 * mostSamples || stride > INT32_MAX)
+      return row;
+    return static_cast<int32_t>(stride);
+  }
+  bool isSized() const {
+    return width_ >= 1 && width_ <= largestSide && height_ >= 1 && height_ <= largestSide;
+  }
+  bool areStridesLong() const { return strides_[0] >= width_ && strides_[1] >= width_ / 2; }
+  void paint(int32_t plane, int32_t stride, int32_t planeWidth, int32_t planeHeight) {
+    static const Portrait portrait;
+    for (int64_t y = 0; y < planeHeight; ++y)
+      for (int64_t x = 0; x < planeWidth; ++x)
+        planes_[plane][static_cast<size_t>(y * stride + x)] =
+            portrait.at(plane, x, y, planeWidth, planeHeight);
+  }
+
+  int32_t width_;
+  int32_t height_;
+  int32_t strides_[2];
+  size_t sizes_[3] = {};
+  std::unique_ptr<uint8_t[]> planes_[3];
+};
+
+/// The host's result, of which `grow` doesn't always do what it says.
+class Result {
+ public:
+  enum class Growth : uint8_t { honest, refuses, lies, losesElements };
+
+  explicit Result(ByteReader& in) {
+    constexpr Growth growths[] = {Growth::honest, Growth::honest, Growth::refuses, Growth::lies,
+                                  Growth::losesElements};
+    link_.growth = in.pick(growths);
+    link_.storage.resize(static_cast<size_t>(in.between(0, 8)));
+    link_.sequence.elements = link_.storage.data();
+    link_.sequence.capacity = static_cast<int32_t>(link_.storage.size());
+    link_.sequence.size = in.number();
+    link_.sequence.grow = in.chance(16) ? nullptr : grow;
+  }
+
+  FaceRectSequence* sequence() { return &link_.sequence; }
+  void checkAfter(bool found) const {
+    const FaceRectSequence& s = link_.sequence;
+    require(found ? s.size >= 0 && s.size <= s.capacity : s.size == 0, "the result's size");
+  }
+  bool isHonest() const { return link_.sequence.grow != nullptr && link_.growth == Growth::honest; }
+
+ private:
+  // The sequence comes first, so that grow finds the rest from its address.
+  struct Link {
+    FaceRectSequence sequence;
+    Growth growth = Growth::honest;
+    std::vector<FaceRect> storage;
+  };
+  static bool grow(FaceRectSequence* sequence, int32_t capacity) {
+    Link& link = *reinterpret_cast<Link*>(sequence);
+    if (link.growth == Growth::refuses)
+      return false;
+    if (link.growth == Growth::lies)
+      return true;
+    require(capacity > sequence->capacity && capacity <= 4096, "a sensible wish for room");
+    link.storage.resize(static_cast<size_t>(capacity));
+    sequence->elements = link.growth == Growth::losesElements ? nullptr : link.storage.data();
+    sequence->capacity = capacity;
+    return true;
+  }
+
+  Link link_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const bool isQuiet = std::freopen("/dev/null", "w", stdout) != nullptr;
+  require(isQuiet, "the standard output can be closed");
+  ByteReader in(data, size);
+  auto wrapper = std::make_unique<FDWrapper>();
+  bool isReady = false;
+  for (int step = 0; step < mostSteps && !in.isEmpty(); ++step) {
+    const uint8_t kind = in.byte();
+    if (kind < 24) {
+      wrapper = std::make_unique<FDWrapper>();
+      isReady = false;
+    }
+    if (kind < 64) {
+      isReady = wrapper->init();
+      require(isReady, "init");
+    }
+    Result result(in);
+    const Frame frame(in);
+    if (kind == 255) {
+      require(!wrapper->execute(nullptr, result.sequence()), "no frame");
+      require(!wrapper->execute(&frame, nullptr), "no result");
+      continue;
+    }
+    const bool found = wrapper->execute(&frame, result.sequence());
+    result.checkAfter(found);
+    if (!isReady || !frame.isAcceptable())
+      require(!found, "a frame that can't be is refused");
+    else if (result.isHonest())
+      require(found, "a good frame is accepted");
+  }
+  return 0;
+}

@@ -1,0 +1,148 @@
+// Rows of a layer table with any type, parameters and tensor names, over tensors of any shape that
+// have exactly the values of their shape, or none, or a shape that has outgrown them. A layer
+// computes or refuses; it never touches anything else.
+
+#include <string>
+#include <vector>
+
+#include "engine/net.h"
+#include "fuzz/byte_reader.h"
+#include "fuzz/lent_values.h"
+#include "fuzz/scarce_target.h"
+#include "impl_x86/x86_run_env.h"
+
+namespace {
+
+using namespace TavroRTC::FDModule;
+using tavro::fuzz::ByteReader;
+using tavro::fuzz::LentValues;
+using tavro::fuzz::require;
+
+constexpr int64_t mostValues = 512;
+constexpr int mostRows = 4;
+
+constexpr const char* types[] = {"Activation",  "Relu",          "Concat",        "Conv", "Conv",
+                                 "Conv",        "DepthwiseConv", "DepthwiseConv", "Gemm", "Softmax",
+                                 "AveragePool", "Reshape",       "Add",           "Mul"};
+constexpr const char* tensorNames[] = {"a", "b", "c", "d", "e"};
+constexpr const char* constantNames[] = {"u", "v", "w", "nowhere"};
+
+float drawFloat(ByteReader& in) {
+  const uint8_t kind = in.byte();
+  if (kind < 200)
+    return static_cast<float>(static_cast<int8_t>(in.byte())) / 16;
+  const uint32_t bits = in.word();
+  float value = 0;
+  static_assert(sizeof(value) == sizeof(bits));
+  std::copy_n(reinterpret_cast<const char*>(&bits), sizeof(bits), reinterpret_cast<char*>(&value));
+  return value;
+}
+
+void drawShape(Tensor& tensor, ByteReader& in) {
+  for (int32_t* extent : {&tensor.n, &tensor.h, &tensor.w, &tensor.c})
+    *extent = in.chance(12) ? in.number() : in.between(extent == &tensor.n ? 1 : 0, 9);
+  if (in.chance(128))
+    tensor.n = 1;
+  tensor.layout = in.chance(16) ? in.number() : in.between(0, 1);
+}
+
+bool isSmall(const Tensor& tensor) {
+  int64_t count = 1;
+  for (const int32_t extent : {tensor.n, tensor.h, tensor.w, tensor.c}) {
+    if (extent < 1 || extent > mostValues)
+      return false;
+    count *= extent;
+  }
+  return count <= mostValues;
+}
+
+void drawTensor(Tensor& tensor, LentValues& values, ByteReader& in) {
+  drawShape(tensor, in);
+  const uint8_t storage = in.byte();
+  uint32_t noise = in.word();
+  const auto next = [&noise] { return noise = noise * 1664525U + 1013904223U; };
+  if (!isSmall(tensor) || storage < 32)
+    return;
+  if (storage < 192)
+    values.lendFloats(tensor, [&] { return static_cast<float>(next() >> 24) / 32 - 4; });
+  if (storage >= 160) {
+    values.lendBytes(tensor, [&] { return static_cast<uint8_t>(next() >> 24); });
+    tensor.mean[0] = drawFloat(in);
+    tensor.scale[0] = drawFloat(in);
+  }
+  if (in.chance(8))
+    ++tensor.c;  // more than the storage has
+}
+
+LayerRow drawRow(ByteReader& in) {
+  LayerRow row;
+  row.name = in.chance(4) ? nullptr : "row";
+  row.type = in.chance(4) ? nullptr : in.pick(types);
+  // The parameters of a window, most often sensible ones.
+  const bool isSensible = in.chance(200);
+  for (int i = 0; i < 16; ++i) {
+    const int32_t low = i < 2 || (i >= 6 && i < 10) ? 1 : 0;
+    row.ints[i] = isSensible && !in.chance(8) ? in.between(low, i == 10 ? 9 : 3) : in.number();
+  }
+  row.floats[0] = drawFloat(in);
+  row.floats[1] = drawFloat(in);
+  const int32_t names = in.between(0, in.chance(32) ? 8 : 3);
+  for (int32_t i = 0; i < names; ++i)
+    row.io[i] = in.chance(4) ? "" : in.pick(tensorNames);
+  const int32_t constants = in.between(0, in.chance(16) ? 8 : 2);
+  for (int32_t i = 0; i < constants; ++i)
+    row.weights[i] = in.pick(constantNames);
+  return row;
+}
+
+// The row's weight gets the shape that a window over the row's input asks for.
+void fitWeight(const LayerRow& row, Net& net, LentValues& values, ByteReader& in) {
+  if (row.io[0] == nullptr || row.weights[0] == nullptr || !net.weights.contains(row.weights[0]) ||
+      !net.tensors.contains(row.io[0]))
+    return;
+  Tensor& weight = net.weights[row.weights[0]];
+  const bool isGrouped = row.type != nullptr && row.type == std::string("DepthwiseConv");
+  const int32_t group = isGrouped ? std::max(row.ints[10], 1) : 1;
+  weight.n = in.chance(128) ? group : in.between(1, 33);
+  weight.h = row.ints[1];
+  weight.w = row.ints[0];
+  weight.c = net.tensors[row.io[0]].c / group;
+  weight.layout = 1;
+  if (isSmall(weight))
+    values.lendFloats(weight, [] { return 0.5F; });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const bool isQuiet = std::freopen("/dev/null", "w", stdout) != nullptr;
+  require(isQuiet, "the standard output can be closed");
+  ByteReader in(data, size);
+  LentValues values;
+  Net net(new x86::RunEnv);
+  for (const char* name : {"a", "b", "c"})
+    drawTensor(net.tensors[name], values, in);
+  for (const char* name : {"u", "v", "w"})
+    drawTensor(net.weights[name], values, in);
+  std::vector<LayerRow> rows;
+  const int count = in.between(1, mostRows);
+  for (int i = 0; i < count; ++i) {
+    rows.push_back(drawRow(in));
+    if (in.chance(200))
+      fitWeight(rows.back(), net, values, in);
+  }
+  const tavro::fuzz::ScarceTarget scarce;
+  net.addLayers(rows);
+  if (in.chance(192))
+    net.env->rewriteGraph(&net);
+  net.warmup();
+  for (int i = 0; i < 2; ++i) {
+    net.run();
+    for (const Layer* layer : net.layers)
+      static_cast<void>(layer->describe());
+    // A shape that changes behind the layers' back.
+    if (in.chance(64))
+      drawShape(net.tensors[in.pick(tensorNames)], in);
+  }
+  return 0;
+}
