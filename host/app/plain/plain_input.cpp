@@ -21,6 +21,7 @@ namespace {
 
 constexpr size_t longestHeader = 1024;
 constexpr size_t largestPicture = size_t{1} << 30;
+constexpr int64_t mostPixels = int64_t{1} << 32;
 constexpr int pngFirstByte = 0x89;
 constexpr int32_t unknownMatrix = 2;
 constexpr int32_t bt601Matrix = 6;
@@ -53,7 +54,8 @@ class StreamInput final : public VideoInput {
               int64_t headerBytes)
       : file_(std::move(file)), isRaw_(isRaw) {
     frameRate_ = header.frameRate;
-    frame_ = I420Frame::allocate(header.width, header.height);
+    if (int64_t{header.width} * header.height <= mostPixels)
+      frame_ = I420Frame::allocate(header.width, header.height);
     if (!frame_.has_value())
       return;
     int64_t frameBytes = isRaw ? 0 : static_cast<int64_t>(std::strlen("FRAME\n"));
