@@ -55,6 +55,9 @@ int32_t loadPair(const uint8_t* src, int64_t position) {
   return pair;
 }
 
+// Without optimisation GCC's insertion is a macro, which narrows its argument.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
 // Eight pairs. Two half registers keep the chain of insertions short.
 __m128i gatherPairs(const uint8_t* src, int64_t position, int64_t dx) {
   __m128i low = _mm_cvtsi32_si128(loadPair(src, position));
@@ -67,6 +70,7 @@ __m128i gatherPairs(const uint8_t* src, int64_t position, int64_t dx) {
   high = _mm_insert_epi16(high, loadPair(src, position + 7 * dx), 3);
   return _mm_unpacklo_epi64(low, high);
 }
+#pragma GCC diagnostic pop
 
 // Weights eight pairs of neighbours at a time by the fractions of their positions, block after
 // block along a row. `takePairs` gives the pairs of the block that begins at a position.

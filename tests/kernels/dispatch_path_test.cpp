@@ -4,6 +4,7 @@
 // processor without AVX, real or emulated, it also makes sure that an AVX instruction would be
 // noticed.
 
+#include <cpuid.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -18,9 +19,15 @@ namespace {
 
 using tavro::test::SmallNet;
 
+// Not every compiler's __builtin_cpu_supports knows it.
+bool hasF16c() {
+  uint32_t eax = 0, ebx = 0, ecx = 0, edx = 0;
+  return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_F16C) != 0;
+}
+
 struct Expected {
   bool fused = __builtin_cpu_supports("avx") && __builtin_cpu_supports("fma");
-  bool rounded = __builtin_cpu_supports("f16c") != 0;
+  bool rounded = hasF16c();
 };
 
 Expected expectedPath() {
