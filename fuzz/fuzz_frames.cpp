@@ -2,12 +2,12 @@
 // results that grow, refuse to grow or lie about it, and preparing or making the instance anew at
 // any point. The answer must be the documented one, and nothing beyond the planes may be read.
 
-#include <fstream>
 #include <memory>
 #include <vector>
 
 #include "fuzz/byte_reader.h"
 #include "modules/face_detection/fd_wrapper.h"
+#include "tests/support/portrait.h"
 
 namespace {
 
@@ -18,26 +18,6 @@ using tavro::fuzz::require;
 constexpr int32_t largestSide = 32768;
 constexpr int64_t mostSamples = 1 << 20;
 constexpr int mostSteps = 6;
-
-struct Portrait {
-  static constexpr int32_t width = 160;
-  static constexpr int32_t height = 120;
-  std::vector<uint8_t> bytes = std::vector<uint8_t>(size_t{width} * height * 3 / 2);
-
-  Portrait() {
-    std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    require(file.good(), "the portrait is there");
-  }
-  /// The sample at a place of a plane of another size.
-  uint8_t at(int32_t plane, int64_t x, int64_t y, int64_t planeWidth, int64_t planeHeight) const {
-    const int32_t half = plane == 0 ? 1 : 2;
-    const int64_t column = x * (width / half) / planeWidth;
-    const int64_t row = y * (height / half) / planeHeight;
-    const size_t starts[] = {0, size_t{width} * height, size_t{width} * height * 5 / 4};
-    return bytes[starts[plane] + static_cast<size_t>(row * (width / half) + column)];
-  }
-};
 
 int32_t drawSide(ByteReader& in) {
   const uint8_t kind = in.byte();
@@ -100,7 +80,7 @@ class Frame final : public HostFrame {
   }
   bool areStridesLong() const { return strides_[0] >= width_ && strides_[1] >= width_ / 2; }
   void paint(int32_t plane, int32_t stride, int32_t planeWidth, int32_t planeHeight) {
-    static const Portrait portrait;
+    static const tavro::test::Portrait portrait;
     for (int64_t y = 0; y < planeHeight; ++y)
       for (int64_t x = 0; x < planeWidth; ++x)
         planes_[plane][static_cast<size_t>(y * stride + x)] =

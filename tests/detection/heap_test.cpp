@@ -6,11 +6,9 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <new>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/core/face_rects.h"
@@ -18,6 +16,7 @@
 #include "modules/face_detection/fd_wrapper.h"
 #include "modules/face_detection/module_callback.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
 #include "tests/support/print_face_rect.h"
 #include "tests/support/processor.h"
 #include "tests/support/scarce_memory.h"
@@ -29,19 +28,12 @@ using tavro::host::I420Frame;
 using tavro::test::CapturedStdout;
 using tavro::test::heapTraffic;
 using tavro::test::HeapTraffic;
+using tavro::test::Portrait;
 using tavro::test::Processor;
 using tavro::test::ScarceMemory;
 using TavroRTC::FDModule::FaceRect;
 using TavroRTC::FDModule::FDWrapper;
 using TavroRTC::FDModule::ModuleCommand;
-
-I420Frame portrait() {
-  auto frame = I420Frame::allocate(160, 120);
-  std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-  file.read(reinterpret_cast<char*>(frame->writablePlane(0)), std::streamsize{160} * 120 * 3 / 2);
-  EXPECT_TRUE(file.good());
-  return std::move(*frame);
-}
 
 /// An instance that has seen three frames of one picture.
 class WarmInstance {
@@ -88,7 +80,7 @@ TEST(Heap, AFrameWithoutFacesTakesScratchRowsOnly) {
 }
 
 TEST(Heap, FacesLeaveNothingBehind) {
-  const I420Frame frame = portrait();
+  const I420Frame frame = Portrait().frame();
   WarmInstance instance(frame);
   for (int i = 0; i < 5; ++i) {
     const HeapTraffic traffic = instance.run();
@@ -207,7 +199,7 @@ void throwOnce() {
 
 TEST(Heap, AnyAllocationMayFail) {
   throwOnce();
-  const I420Frame frame = portrait();
+  const I420Frame frame = Portrait().frame();
   for (const auto failing : failures) {
     std::optional<CapturedStdout> quiet(std::in_place);
     const Answers answers = undisturbedAnswers(frame);

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <latch>
 #include <thread>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
 #include "tests/support/print_face_rect.h"
 
 namespace {
@@ -27,27 +27,6 @@ using TavroRTC::FDModule::FDWrapper;
 
 constexpr size_t threadCount = 8;
 constexpr int frameCount = 6;
-
-/// The portrait, `shift` columns further to the right: another picture for each thread.
-I420Frame portrait(int32_t shift) {
-  constexpr int32_t width = 160, height = 120;
-  std::vector<uint8_t> bytes(size_t{width} * height * 3 / 2);
-  std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-  file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  EXPECT_TRUE(file.good());
-  auto frame = I420Frame::allocate(width, height);
-  const uint8_t* source = bytes.data();
-  for (int32_t plane = 0; plane < 3; ++plane) {
-    const int32_t columns = frame->planeWidth(plane);
-    const int32_t left = plane == 0 ? shift : shift / 2;
-    uint8_t* target = frame->writablePlane(plane);
-    for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
-      for (int32_t x = 0; x < columns; ++x)
-        *target++ = source[y * columns + (x + columns - left) % columns];
-    source += columns * frame->planeHeight(plane);
-  }
-  return std::move(*frame);
-}
 
 struct Life {
   bool isComplete = false;
@@ -68,8 +47,9 @@ Life live(const I420Frame& frame) {
 
 TEST(Threads, EightInstancesSideBySide) {
   std::vector<I420Frame> frames;
-  for (size_t i = 0; i < threadCount; ++i)
-    frames.push_back(portrait(static_cast<int32_t>(2 * i)));
+  const tavro::test::Portrait portrait;
+  for (size_t i = 0; i < threadCount; ++i)  // another picture for each thread
+    frames.push_back(portrait.frame(160, 120, static_cast<int32_t>(2 * i)));
   std::vector<Life> lives(threadCount);
   tavro::test::CapturedStdout quiet;
   {

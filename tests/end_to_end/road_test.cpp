@@ -17,6 +17,7 @@
 #include "tests/end_to_end/reference_network.h"
 #include "tests/image/reference.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
 #include "tests/support/processor.h"
 
 namespace {
@@ -49,22 +50,13 @@ class PortraitFrame {
         frame_(I420Frame::borrow(size.width, size.height, planes_[0].bytes.data(),
                                  planes_[0].stride, planes_[1].bytes.data(),
                                  planes_[2].bytes.data(), planes_[1].stride)) {
-    std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-    const std::vector<char> samples(std::istreambuf_iterator<char>(file), {});
-    constexpr Size portrait[] = {{160, 120}, {80, 60}, {80, 60}};
-    size_t offset = 0;
-    for (size_t i = 0; i < planes_.size(); ++i) {
-      const auto [width, height] = portrait[i];
-      TestPlane& plane = planes_[i];
+    const Portrait portrait;
+    for (int32_t i = 0; i < 3; ++i) {
+      TestPlane& plane = planes_[static_cast<size_t>(i)];
       for (int32_t y = 0; y < plane.height; ++y)
-        for (int32_t x = 0; x < plane.width; ++x) {
-          const int64_t source =
-              int64_t{y} * height / plane.height * width + int64_t{x} * width / plane.width;
+        for (int32_t x = 0; x < plane.width; ++x)
           plane.bytes[static_cast<size_t>(y) * static_cast<size_t>(plane.stride) +
-                      static_cast<size_t>(x)] =
-              static_cast<uint8_t>(samples.at(offset + static_cast<size_t>(source)));
-        }
-      offset += static_cast<size_t>(width) * static_cast<size_t>(height);
+                      static_cast<size_t>(x)] = portrait.at(i, x, y, plane.width, plane.height);
     }
   }
 

@@ -2,10 +2,10 @@
 // one instance after another, and looks whether the process grows or slows down. The curve of both
 // goes to the standard output.
 //
-//   soak MODULE PORTRAIT [FRAMES]     one million frames by default: about an hour
+//   soak MODULE [FRAMES]     one million frames by default: about an hour
 //
-// Resident memory must not rise any more after the first 10,000 frames, and the fastest frame of one
-// fixed size must stay as fast.
+// Resident memory must not rise any more after the first 10,000 frames, and the fastest frame of
+// one fixed size must stay as fast.
 
 #include <unistd.h>
 
@@ -22,6 +22,7 @@
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
 #include "tests/support/random.h"
 
 namespace {
@@ -53,26 +54,6 @@ int64_t residentKilobytes() {
   int64_t all = 0, resident = 0;
   statm >> all >> resident;
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
-}
-
-/// The portrait at some size, so that there are faces to follow.
-I420Frame makeFrame(const std::vector<uint8_t>& portrait, Size size) {
-  constexpr Size source = {160, 120};
-  auto frame = I420Frame::allocate(size.width, size.height);
-  if (!frame)
-    fail("no memory for a frame");
-  size_t start = 0;
-  for (int32_t plane = 0; plane < 3; ++plane) {
-    const Size from = plane == 0 ? source : Size{source.width / 2, source.height / 2};
-    uint8_t* target = frame->writablePlane(plane);
-    for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
-      for (int32_t x = 0; x < frame->planeWidth(plane); ++x)
-        *target++ = portrait[start + static_cast<size_t>(
-                                         y * from.height / frame->planeHeight(plane) * from.width +
-                                         x * from.width / frame->planeWidth(plane))];
-    start += static_cast<size_t>(from.width * from.height);
-  }
-  return std::move(*frame);
 }
 
 class Instance {
@@ -109,17 +90,13 @@ struct Sample {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int64_t frameCount = argc > 3 ? std::atoll(argv[3]) : 1'000'000;
-  if (argc < 3 || frameCount < sampleCount)
-    fail("usage: soak MODULE PORTRAIT [FRAMES]");
-  std::ifstream file(argv[2], std::ios::binary);
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), {});
-  const std::vector<uint8_t> portrait(bytes.begin(), bytes.end());
-  if (portrait.size() != size_t{160} * 120 * 3 / 2)
-    fail("the portrait isn't one");
+  const int64_t frameCount = argc > 2 ? std::atoll(argv[2]) : 1'000'000;
+  if (argc < 2 || frameCount < sampleCount)
+    fail("usage: soak MODULE [FRAMES]");
+  const tavro::test::Portrait portrait;
   std::vector<I420Frame> frames;
   for (const Size& size : sizes)
-    frames.push_back(makeFrame(portrait, size));
+    frames.push_back(portrait.frame(size.width, size.height));
 
   const int64_t sampleFrames = frameCount / sampleCount;
   const int64_t lifeFrames = std::min<int64_t>(1000, sampleFrames);
@@ -175,8 +152,8 @@ int main(int argc, char** argv) {
   std::printf(
       "%zu faces; resident memory rose by %lld kB at most after %lld frames; fastest frame "
       "%.3f ms in the first fifth, %.3f in the last\n",
-      faceCount, static_cast<long long>(most - settled.kilobytes), static_cast<long long>(settled.frames),
-      before, after);
+      faceCount, static_cast<long long>(most - settled.kilobytes),
+      static_cast<long long>(settled.frames), before, after);
   if (faceCount == 0)
     fail("there was nothing to follow");
   if (most - settled.kilobytes > mostKilobytesMore)

@@ -1,0 +1,147 @@
+// A fixed sequence of frames has one answer: the bytes that the network sees are the same wherever
+// the module runs, and the rectangles are the same for every compiler, every build and every
+// machine that takes one path. Their digests stand in tests/data.
+//
+// New weights change the rectangles and nothing else. This renews their digests, and theirs alone:
+//
+//   TAVRO_RENEW_DIGESTS=1 build/gcc/tests/end_to_end/digest_test
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/core/face_rects.h"
+#include "modules/face_detection/fd_wrapper.h"
+#include "modules/face_detection/network_input.h"
+#include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
+#include "tests/support/processor.h"
+
+namespace {
+
+using tavro::host::FaceRects;
+using tavro::host::I420Frame;
+using tavro::test::availableProcessors;
+using tavro::test::CapturedStdout;
+using tavro::test::Processor;
+using namespace TavroRTC::FDModule;
+
+/// FNV-1a in 64 bits.
+class Digest {
+ public:
+  void add(const void* memory, size_t size) {
+    const auto* bytes = static_cast<const uint8_t*>(memory);
+    for (size_t i = 0; i < size; ++i)
+      value_ = (value_ ^ bytes[i]) * 0x100000001B3U;
+  }
+  void add(int32_t value) { add(&value, sizeof(value)); }
+  std::string text() const {
+    char digits[17];
+    std::snprintf(digits, sizeof(digits), "%016llx", static_cast<unsigned long long>(value_));
+    return digits;
+  }
+
+ private:
+  uint64_t value_ = 0xCBF29CE484222325U;
+};
+
+/// A moving portrait that changes its size, and noise on every third frame.
+std::vector<I420Frame> makeSequence() {
+  constexpr int32_t sizes[][2] = {{640, 360},  {641, 361}, {192, 192}, {100, 75},
+                                  {1280, 720}, {384, 384}, {333, 500}, {96, 96},
+                                  {1, 1},      {16, 2048}, {720, 96},  {1279, 719}};
+  const tavro::test::Portrait portrait;
+  std::vector<I420Frame> frames;
+  uint32_t noise = 1;
+  for (int32_t i = 0; i < 48; ++i) {
+    const auto [width, height] = sizes[i / 4];
+    frames.push_back(portrait.frame(width, height, i % 4 * (1 + width / 80)));
+    if (i % 3 != 2)
+      continue;
+    I420Frame& frame = frames.back();
+    for (int32_t plane = 0; plane < 3; ++plane) {
+      uint8_t* samples = frame.writablePlane(plane);
+      for (int32_t k = 0; k < frame.planeWidth(plane) * frame.planeHeight(plane); ++k) {
+        noise = noise * 1664525U + 1013904223U;
+        samples[k] = static_cast<uint8_t>(samples[k] + (noise >> 24) / 32);
+      }
+    }
+  }
+  return frames;
+}
+
+FrameView viewOf(const I420Frame& frame) {
+  return {.y = frame.planeData(0),
+          .u = frame.planeData(1),
+          .v = frame.planeData(2),
+          .width = frame.width(),
+          .height = frame.height(),
+          .strideY = frame.planeStride(0),
+          .strideUV = frame.planeStride(1)};
+}
+
+/// A file of lines "digest name".
+class DigestFile {
+ public:
+  explicit DigestFile(std::string path) : path_(std::move(path)) {
+    std::ifstream file(path_);
+    for (std::string digest, name; file >> digest >> name;)
+      digests_[name] = digest;
+  }
+  void check(const std::string& name, const std::string& digest, bool isRenewed) {
+    if (isRenewed) {
+      digests_[name] = digest;
+      std::ofstream file(path_);
+      for (const auto& [each, value] : digests_)
+        file << value << "  " << each << '\n';
+    }
+    EXPECT_EQ(digests_[name], digest) << name << " in " << path_;
+  }
+
+ private:
+  std::string path_;
+  std::map<std::string, std::string> digests_;
+};
+
+TEST(Digests, networkInput) {
+  Digest digest;
+  std::vector<uint8_t> planar(planarInputSize), packed(packedInputSize);
+  for (const I420Frame& frame : makeSequence()) {
+    ASSERT_TRUE(prepareNetworkInput(viewOf(frame), planar.data(), packed.data()));
+    digest.add(packed.data(), packed.size());
+  }
+  DigestFile(TAVRO_DATA_PATH "/network_input.digest").check("network-input", digest.text(), false);
+}
+
+TEST(Digests, rectangles) {
+  const bool isRenewed = std::getenv("TAVRO_RENEW_DIGESTS") != nullptr;
+  const std::vector<I420Frame> frames = makeSequence();
+  for (const bool avxAndFma : availableProcessors()) {
+    const Processor processor(avxAndFma);
+    CapturedStdout quiet;
+    FDWrapper wrapper;
+    ASSERT_TRUE(wrapper.init());
+    FaceRects faces;
+    Digest digest;
+    size_t count = 0;
+    for (const I420Frame& frame : frames) {
+      ASSERT_TRUE(wrapper.execute(&frame, faces.sequence()));
+      for (const FaceRect& rect : faces.view())
+        for (const int32_t side : {rect.left, rect.top, rect.right, rect.bottom})
+          digest.add(side);
+      digest.add(static_cast<int32_t>(faces.view().size()));
+      count += faces.view().size();
+    }
+    quiet.stop();
+    EXPECT_GT(count, frames.size() / 4) << "next to nothing was found";
+    DigestFile(TAVRO_DATA_PATH "/rectangles.digest")
+        .check(avxAndFma ? "avx-and-fma" : "128-bit", digest.text(), isRenewed);
+  }
+}
+
+}  // namespace
