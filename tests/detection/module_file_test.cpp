@@ -1,13 +1,17 @@
-// What the module's file shows to the outside.
+// What the files of the module and of the host's library show to the outside, and how they are
+// hardened.
 
+#include <cxxabi.h>
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <link.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -15,9 +19,7 @@
 namespace tavro::host {
 namespace {
 
-const std::string modulePath = TAVRO_MODULE_PATH;
-
-/// The parts of the module's file that tell what it offers and needs.
+/// The parts of a library's file that tell what it offers and needs.
 struct ElfFile {
   explicit ElfFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
@@ -27,6 +29,9 @@ struct ElfFile {
       const auto segment = read<ElfW(Phdr)>(header.e_phoff + i * sizeof(ElfW(Phdr)));
       if (segment.p_type == PT_GNU_STACK)
         executableStack = (segment.p_flags & PF_X) != 0;
+      if (segment.p_type == PT_LOAD)
+        writableCode |= (segment.p_flags & (PF_X | PF_W)) == (PF_X | PF_W);
+      readOnlyAfterRelocation |= segment.p_type == PT_GNU_RELRO;
     }
     for (size_t i = 0; i < header.e_shnum; ++i) {
       const auto section = read<ElfW(Shdr)>(header.e_shoff + i * sizeof(ElfW(Shdr)));
@@ -37,11 +42,14 @@ struct ElfFile {
       for (size_t at = 0; at < section.sh_size; at += section.sh_entsize) {
         if (section.sh_type == SHT_DYNSYM) {
           const auto symbol = read<ElfW(Sym)>(section.sh_offset + at);
-          if (symbol.st_shndx != SHN_UNDEF)
-            exports.emplace_back(&bytes[strings + symbol.st_name]);
-        } else if (const auto entry = read<ElfW(Dyn)>(section.sh_offset + at);
-                   entry.d_tag == DT_NEEDED) {
-          needed.emplace(&bytes[strings + entry.d_un.d_val]);
+          (symbol.st_shndx != SHN_UNDEF ? exports : imports)
+              .emplace(readable(&bytes[strings + symbol.st_name]));
+        } else {
+          const auto entry = read<ElfW(Dyn)>(section.sh_offset + at);
+          if (entry.d_tag == DT_NEEDED)
+            needed.emplace(&bytes[strings + entry.d_un.d_val]);
+          bindsNow |= entry.d_tag == DT_BIND_NOW ||
+                      (entry.d_tag == DT_FLAGS && (entry.d_un.d_val & DF_BIND_NOW) != 0);
         }
       }
     }
@@ -54,16 +62,28 @@ struct ElfFile {
     return value;
   }
 
+  /// A C++ function's name without its parameters; any other symbol as it is.
+  static std::string readable(const char* symbol) {
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(symbol, nullptr, nullptr, &status), &std::free);
+    const std::string text = status == 0 ? name.get() : symbol;
+    return text.substr(0, text.find('('));
+  }
+
   std::vector<char> bytes;
-  std::vector<std::string> exports;
+  std::set<std::string> exports;
+  std::set<std::string> imports;
   std::set<std::string> needed;
   bool executableStack = true;
+  bool writableCode = false;
+  bool readOnlyAfterRelocation = false;
+  bool bindsNow = false;
 };
 
 TEST(ModuleFile, ExportsNothingAndNeedsOnlyTheStandardLibrary) {
-  const ElfFile file(modulePath);
-  EXPECT_EQ(file.exports, std::vector<std::string>());
-  EXPECT_FALSE(file.executableStack);
+  const ElfFile file(TAVRO_MODULE_PATH);
+  EXPECT_EQ(file.exports, std::set<std::string>());
   const std::vector<std::string> expected = {
     "libtavro-core.so",
     "libstdc++.so",
@@ -81,6 +101,43 @@ TEST(ModuleFile, ExportsNothingAndNeedsOnlyTheStandardLibrary) {
       return library.starts_with(stem);
     })) << library;
   EXPECT_TRUE(file.needed.contains("libtavro-core.so"));
+}
+
+TEST(CoreFile, ExportsItsTwoFacesOnly) {
+  const std::set<std::string> expected = {"qosl_module_register",
+                                          "qosl_module_unregister",
+                                          "qosl_printf",
+                                          "qosl_so_register",
+                                          "tavro_host_create",
+                                          "tavro_host_destroy",
+                                          "tavro_host_error",
+                                          "tavro_host_load",
+                                          "tavro_host_unload",
+                                          "tavro::host::createInstance",
+                                          "tavro::host::destroyInstance",
+                                          "tavro::host::findModule",
+                                          "tavro::host::loadModule",
+                                          "tavro::host::modules",
+                                          "tavro::host::setBoundaryObserver",
+                                          "tavro::host::unloadModule"};
+  EXPECT_EQ(ElfFile(TAVRO_CORE_PATH).exports, expected);
+}
+
+TEST(LibraryFiles, AreHardened) {
+  for (const char* path : {TAVRO_MODULE_PATH, TAVRO_CORE_PATH}) {
+    SCOPED_TRACE(path);
+    const ElfFile file(path);
+    EXPECT_FALSE(file.executableStack);
+    EXPECT_FALSE(file.writableCode);
+    EXPECT_TRUE(file.readOnlyAfterRelocation);
+    EXPECT_TRUE(file.bindsNow);
+    EXPECT_TRUE(file.imports.contains("__stack_chk_fail"));
+#if defined(__OPTIMIZE__) && !defined(TAVRO_SANITIZED)
+    EXPECT_TRUE(std::ranges::any_of(file.imports, [](const std::string& name) {
+      return name.ends_with("_chk") && name.starts_with("__");
+    })) << "nothing is fortified";
+#endif
+  }
 }
 
 }  // namespace

@@ -200,4 +200,15 @@ TEST(ModelTables, ShapesFitFromThePictureToTheOutputs) {
   EXPECT_EQ(walk.cost, 82'404'864);
 }
 
+#if defined(__linux__)
+TEST(ModelTables, AreReadOnly) {
+  for (const void* constant :
+       {static_cast<const void*>(tavroModelWeights), static_cast<const void*>(modelLayers().data()),
+        static_cast<const void*>(modelTensors().data())}) {
+    auto* byte = static_cast<volatile char*>(const_cast<void*>(constant));
+    EXPECT_DEATH(*byte = *byte, "");
+  }
+}
+#endif
+
 }  // namespace
