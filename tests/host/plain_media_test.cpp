@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -107,7 +106,8 @@ class PlainInput : public testing::Test {
     return VideoInput::open(whole, error_);
   }
 
-  std::string path_ = testing::TempDir() + "plain_media_test_" + std::to_string(std::rand());
+  std::string path_ =
+      testing::TempDir() + "plain_media_test_" + std::to_string(std::random_device()());
   std::string error_;
 };
 
