@@ -1,0 +1,50 @@
+#pragma once
+
+// The properties of the element: what an application can set, what it can read, and the words that
+// gst-inspect-1.0 shows for both. The element guards both records with its object lock.
+
+#include <gst/gst.h>
+
+#include <string>
+
+namespace tavro::gstreamer {
+
+// What gst-inspect-1.0 says of the element as a whole.
+inline constexpr const char* elementName = "Face detector";
+inline constexpr const char* elementClassification = "Filter/Analyzer/Video";
+inline constexpr const char* elementDescription =
+    "Finds the faces in live video and follows them from picture to picture. Each buffer gets a "
+    "GstVideoRegionOfInterestMeta of type \"face\" for every face, the oldest face first, clipped "
+    "to the picture, in pixels; its id stays the same for as long as the face is followed. A "
+    "flush, "
+    "a new stream and a new size begin afresh. Pictures pass unchanged unless draw is set. The "
+    "detector's own diagnostics go to the standard output whenever it is prepared";
+inline constexpr const char* elementAuthor = "The tavro-fd authors";
+
+/// When a message about the faces is posted.
+enum class MessagePolicy : gint { none = 0, onChange = 1, everyFrame = 2 };
+
+struct Settings {
+  std::string module;  ///< file of the detector module; empty: found beside the plugin
+  guint everyNFrames = 1;
+  bool skipLate = true;
+  bool draw = false;
+  MessagePolicy messages = MessagePolicy::onChange;
+};
+
+/// Since the element was started.
+struct Counters {
+  guint64 frames = 0;      ///< pictures searched
+  guint64 lateFrames = 0;  ///< pictures not searched because they came too late
+  guint64 faces = 0;       ///< faces found in them
+  double milliseconds = 0;
+};
+
+/// Adds the properties to a class whose get_property and set_property are set.
+void installProperties(GObjectClass* objectClass);
+
+/// Reads or writes the property with this number. False if there is none.
+bool readProperty(guint id, const Settings& settings, const Counters& counters, GValue* value);
+bool writeProperty(guint id, Settings& settings, const GValue* value);
+
+}  // namespace tavro::gstreamer

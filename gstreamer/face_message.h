@@ -1,0 +1,35 @@
+#pragma once
+
+// What the element tells others about the faces: a region of interest on the buffer for the
+// elements downstream, and a message on the bus for the application.
+
+#include <gst/gst.h>
+
+#include <span>
+
+#include "gstreamer/face_identities.h"
+
+namespace tavro::gstreamer {
+
+inline constexpr const char* faceMessageName = "tavro-faces";
+inline constexpr const char* faceRegionType = "face";
+
+/// When a picture was searched; all times in nanoseconds, GST_CLOCK_TIME_NONE if unknown.
+struct SearchedPicture {
+  guint64 frame = 0;  ///< pictures of the stream before it
+  GstClockTime timestamp = GST_CLOCK_TIME_NONE;
+  GstClockTime duration = GST_CLOCK_TIME_NONE;
+  GstClockTime streamTime = GST_CLOCK_TIME_NONE;
+  GstClockTime runningTime = GST_CLOCK_TIME_NONE;
+  gint width = 0;
+  gint height = 0;
+};
+
+/// The structure of the message, which the caller owns; element_properties.cpp describes it to
+/// users.
+GstStructure* faceStructure(const SearchedPicture& picture, std::span<const Face> faces);
+
+/// Adds a region of interest for every face. The buffer must be writable; its memory isn't touched.
+void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces);
+
+}  // namespace tavro::gstreamer

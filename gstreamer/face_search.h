@@ -1,0 +1,61 @@
+#pragma once
+
+// FaceSearch: one instance of the detector module, and what it says about the pictures of a stream.
+// A mapped picture goes through the FrameReader into the instance; the rectangles that come back
+// are named by FaceIdentities and clipped to the picture.
+
+#include <gst/video/video.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "gstreamer/face_identities.h"
+#include "gstreamer/frame_reader.h"
+#include "gstreamer/shared_module.h"
+#include "host/core/face_rects.h"
+
+namespace TavroRTC::FDModule {
+class FDWrapper;
+}
+
+namespace tavro::gstreamer {
+
+class FaceSearch {
+ public:
+  /// `module` is the file, or empty for the default. Null on failure.
+  static std::unique_ptr<FaceSearch> open(const std::string& module, Failure& failure);
+  ~FaceSearch();
+  FaceSearch(const FaceSearch&) = delete;
+  FaceSearch& operator=(const FaceSearch&) = delete;
+
+  /// Forgets the faces: the next picture has nothing to do with those before. False, after which
+  /// nothing can be searched, if the module fails.
+  bool restart();
+
+  /// Searches a picture. False, with no faces, if it can't be searched.
+  bool search(const GstVideoFrame& picture);
+
+  /// The faces of the latest search, the oldest first, each with at least one pixel in the picture.
+  std::span<const Face> faces() const { return faces_; }
+  /// True if they aren't those of the search before, wherever they are.
+  bool hasChanged() const { return hasChanged_; }
+
+ private:
+  explicit FaceSearch(SharedModule module) : module_(std::move(module)) {}
+  void nameFaces(int32_t width, int32_t height);
+
+  SharedModule module_;
+  TavroRTC::FDModule::FDWrapper* instance_ = nullptr;
+  bool isFresh_ = true;  ///< prepared, and no picture since
+  FrameReader reader_;
+  host::FaceRects rects_;
+  FaceIdentities identities_;
+  std::vector<Face> faces_;
+  bool hasChanged_ = false;
+};
+
+}  // namespace tavro::gstreamer

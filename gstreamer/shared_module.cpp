@@ -1,0 +1,115 @@
+#include "gstreamer/shared_module.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include "host/core/module_host.h"
+
+namespace tavro::gstreamer {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Where the module lies, seen from this plugin's folder.
+constexpr const char* moduleFolders[] = {
+    ".", "..", TAVRO_LIBRARY_FOLDER,
+    "../modules/face_detection",  // in the build tree
+};
+
+struct Use {
+  int users = 0;
+  bool isOurs = false;  ///< false: the application has loaded it, and unloads it
+};
+
+std::mutex usesLock;
+
+/// By registered name. Never destroyed: an element may outlive the static objects.
+std::map<std::string, Use>& uses() {
+  static auto* all = new std::map<std::string, Use>;
+  return *all;
+}
+
+fs::path pluginFile() {
+  Dl_info info = {};
+  if (dladdr(reinterpret_cast<const void*>(&pluginFile), &info) == 0 || info.dli_fname == nullptr)
+    return {};
+  std::error_code error;
+  const fs::path file = fs::canonical(info.dli_fname, error);
+  return error ? fs::path(info.dli_fname) : file;
+}
+
+/// The default module, or empty with every place that was tried in `failure`.
+fs::path findModule(Failure& failure) {
+  const fs::path plugin = pluginFile().parent_path();
+  std::error_code error;
+  for (const char* folder : moduleFolders) {
+    const fs::path file = (plugin / folder / TAVRO_MODULE_FILE).lexically_normal();
+    if (fs::exists(file, error))
+      return file;
+    failure.details += (failure.details.empty() ? "tried " : ", ") + file.string();
+  }
+  failure.isMissing = true;
+  failure.text = "The face detector's module " TAVRO_MODULE_FILE
+                 " isn't there; name its file with the property \"module\".";
+  return {};
+}
+
+/// The name of the loaded module that came from `path`, or empty.
+std::string loadedFrom(const fs::path& path) {
+  std::error_code error;
+  for (const host::ModuleInfo& module : host::modules())
+    if (!module.path.empty() && fs::equivalent(module.path, path, error))
+      return module.name;
+  return {};
+}
+
+}  // namespace
+
+std::optional<SharedModule> SharedModule::acquire(const std::string& path, Failure& failure) {
+  const fs::path file = path.empty() ? findModule(failure) : fs::path(path);
+  if (file.empty())
+    return std::nullopt;
+  std::error_code error;
+  if (!fs::exists(file, error)) {
+    failure = {true, "There is no face detector module \"" + file.string() + "\".",
+               error.message()};
+    return std::nullopt;
+  }
+  const std::lock_guard lock(usesLock);
+  std::string name = loadedFrom(file);
+  const bool isOurs = name.empty();
+  if (isOurs) {
+    const host::Status status = host::loadModule(file.string(), &name);
+    if (!status.ok()) {
+      failure = {false, "The face detector's module can't be used.", status.error};
+      return std::nullopt;
+    }
+  }
+  Use& use = uses().try_emplace(name, Use{0, isOurs}).first->second;
+  ++use.users;
+  return SharedModule(std::move(name));
+}
+
+SharedModule::SharedModule(SharedModule&& other) noexcept
+    : name_(std::exchange(other.name_, std::string())) {}
+
+SharedModule::~SharedModule() {
+  if (name_.empty())
+    return;
+  const std::lock_guard lock(usesLock);
+  const auto use = uses().find(name_);
+  if (use == uses().end() || --use->second.users > 0)
+    return;
+  // Refused only while the application holds instances of its own; the module then stays.
+  if (use->second.isOurs)
+    static_cast<void>(host::unloadModule(name_));
+  uses().erase(use);
+}
+
+}  // namespace tavro::gstreamer
