@@ -315,11 +315,11 @@ def layOver(scene, patch, mask, x, y):
 
 
 class Scenes:
-    """Makes batches of scenes from a store."""
+    """Makes batches of scenes from a store, with or without pastes."""
 
-    def __init__(self, store, mostBoxes=40):
+    def __init__(self, store, mostBoxes=40, withPastes=True):
         self.store = store
-        self.pastes = Pastes(store)
+        self.pastes = Pastes(store) if withPastes else None
         self.mostBoxes = mostBoxes
 
     def batch(self, random, count):
@@ -331,5 +331,6 @@ class Scenes:
                  for scenes, boxes, kinds in [
                      mosaic(self.store, random, layoutCount, tilesAlong, faceSizes)]]
         scenes, boxes, kinds = (torch.cat(part) for part in zip(*parts))
-        boxes, kinds = self.pastes.addTo(random, scenes, boxes, kinds)
+        if self.pastes:
+            boxes, kinds = self.pastes.addTo(random, scenes, boxes, kinds)
         return scenes, *keepLargest(boxes, kinds, self.mostBoxes)

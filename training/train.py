@@ -62,6 +62,8 @@ def parseArguments(arguments=None):
     parser.add_argument("--box-loss", default="complete", choices=Loss.boxLosses)
     parser.add_argument("--balance", type=float, default=0.5,
                         help="0: all priors of a face count alike, 1: all faces do")
+    parser.add_argument("--no-pastes", action="store_true",
+                        help="scenes as they are, without pasted faces and things")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
     parser.add_argument("--processes", type=int, default=0, help="0: one a core")
@@ -84,7 +86,7 @@ class Batches:
     """
 
     def __init__(self, store, options, rank):
-        self.scenes = Scenes(store)
+        self.scenes = Scenes(store, withPastes=not options.no_pastes)
         self.options, self.rank = options, rank
         self.waiting = {}
 
