@@ -1,49 +1,84 @@
-# What is installed, and the archive of it: `cmake --build --preset windows --target package`.
+# What is installed, and the packages of it:
+#   cmake --install BUILD --prefix FOLDER               everything, relocatable
+#   cmake --build --preset windows --target package     a ZIP for Windows
+#   cmake --build --preset debian --target package      Debian packages, one a component
 include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(TAVRO_INCLUDE_FOLDER "${CMAKE_INSTALL_INCLUDEDIR}/tavro-fd")
+set(TAVRO_CMAKE_FOLDER "${CMAKE_INSTALL_LIBDIR}/cmake/TavroFd")
 
-install(TARGETS tavro_core
+# The library: what a program needs to run the detector. Other folders install their own parts.
+install(TARGETS tavro_core EXPORT TavroFdTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
+  INCLUDES DESTINATION ${TAVRO_INCLUDE_FOLDER})
 if(WIN32)  # there a module lies beside the programs that load it
-  install(TARGETS tavro_fd_extension LIBRARY DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(FILES "${CMAKE_BINARY_DIR}/host/core/libtavro-core.def"
-    DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  set(TAVRO_MODULE_FOLDER "${CMAKE_INSTALL_BINDIR}")
+  set(TAVRO_MODULE_PATH "${TAVRO_MODULE_FOLDER}/tavro_fd_extension.dll")
 else()
-  install(TARGETS tavro_fd_extension LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  set(TAVRO_MODULE_FOLDER "${CMAKE_INSTALL_LIBDIR}")
+  set(TAVRO_MODULE_PATH "${TAVRO_MODULE_FOLDER}/libtavro_fd_extension.so")
+  set_target_properties(tavro_fd_extension PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
-if(TAVRO_BUILD_HOST)
-  install(TARGETS tavro-fd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS tavro_fd_extension LIBRARY DESTINATION ${TAVRO_MODULE_FOLDER} COMPONENT library)
+if(TARGET tavro-fd)
+  install(TARGETS tavro-fd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT applications)
 endif()
 
-# The boundary, for hosts of any make.
-foreach(header
-    engine/platform/loader.h
-    host/core/face_rects.h
-    host/core/host_api.h
-    host/core/i420_frame.h
-    modules/face_detection/fd_wrapper.h
-    modules/face_detection/host_interface.h)
+# The boundary, for hosts of any make, and libtavro-core's own interface for those of the same one.
+set(headers
+  engine/platform/loader.h
+  host/core/face_rects.h
+  host/core/host_api.h
+  host/core/i420_frame.h
+  modules/face_detection/fd_wrapper.h
+  modules/face_detection/host_interface.h)
+if(NOT WIN32)
+  list(APPEND headers host/core/module_host.h)
+endif()
+foreach(header ${headers})
   get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder})
+  install(FILES ${header} DESTINATION ${TAVRO_INCLUDE_FOLDER}/${folder} COMPONENT development)
 endforeach()
 
+# find_package(TavroFd): the target TavroFd::core, and the module's file in TavroFd_MODULE.
+set_target_properties(tavro_core PROPERTIES EXPORT_NAME core)
+install(EXPORT TavroFdTargets NAMESPACE TavroFd::
+  DESTINATION ${TAVRO_CMAKE_FOLDER} COMPONENT development)
+set(made "${CMAKE_CURRENT_BINARY_DIR}/package-files")
+configure_package_config_file(cmake/TavroFdConfig.cmake.in "${made}/TavroFdConfig.cmake"
+  INSTALL_DESTINATION ${TAVRO_CMAKE_FOLDER} PATH_VARS TAVRO_MODULE_PATH)
+write_basic_package_version_file("${made}/TavroFdConfigVersion.cmake"
+  COMPATIBILITY SameMajorVersion)
+install(FILES "${made}/TavroFdConfig.cmake" "${made}/TavroFdConfigVersion.cmake"
+  DESTINATION ${TAVRO_CMAKE_FOLDER} COMPONENT development)
+
 if(WIN32)
+  install(FILES "${CMAKE_BINARY_DIR}/host/core/libtavro-core.def"
+    DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(FILES LICENSE DESTINATION .)
   install(FILES docs/windows.md DESTINATION . RENAME README.md)
-  install(FILES host/example/CMakeLists.txt host/example/example_host.cpp DESTINATION example)
+  install(FILES examples/cpp/CMakeLists.txt examples/cpp/example_host.cpp DESTINATION example)
+else()
+  # pkg-config's file names its prefix from where it lies, so that a tree can be moved.
+  file(RELATIVE_PATH TAVRO_PC_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+  configure_file(cmake/tavro-fd.pc.in "${made}/tavro-fd.pc" @ONLY)
+  install(FILES "${made}/tavro-fd.pc"
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endif()
 
-set(CPACK_GENERATOR ZIP)
 set(CPACK_PACKAGE_NAME tavro-fd)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
-if(WIN32)
-  set(CPACK_SYSTEM_NAME windows-x64)
-else()
-  set(CPACK_SYSTEM_NAME linux-x64)
-endif()
 set(CPACK_PACKAGE_DIRECTORY "${CMAKE_BINARY_DIR}/package")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_SYSTEM_NAME windows-x64)
+else()
+  include(TavroDebian)
+endif()
 include(CPack)

@@ -1,0 +1,16 @@
+from typing import Any
+
+import numpy
+import numpy.typing
+from typing_extensions import Buffer
+
+__version__: str
+
+class Detector:
+    def __init__(self, module: str) -> None: ...
+    def detect(
+        self,
+        frame: Buffer | tuple[Buffer, Buffer, Buffer] | list[Buffer],
+        size: tuple[int, int] | None = ...,
+    ) -> numpy.typing.NDArray[numpy.int32]: ...
+    def reset(self) -> None: ...
