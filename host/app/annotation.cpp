@@ -45,19 +45,30 @@ void outline(I420Frame& frame, const FaceRect& face, int64_t thickness) {
 
 }  // namespace
 
-std::optional<I420Frame> withRectangles(const I420Frame& frame, std::span<const FaceRect> faces) {
+std::optional<I420Frame> copyOf(const I420Frame& frame) {
   // The sinks hand the copy to swscale, which reads narrow rows in whole vectors.
   const auto padded = [&frame](int32_t plane) { return (frame.planeWidth(plane) + 63) / 64 * 64; };
-  auto drawn = I420Frame::allocate(frame.width(), frame.height(), padded(0), padded(1));
-  if (!drawn.has_value())
+  auto copy = I420Frame::allocate(frame.width(), frame.height(), padded(0), padded(1));
+  if (!copy.has_value())
     return std::nullopt;
   for (int32_t plane = 0; plane < planeCount; ++plane)
     for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
-      std::memcpy(drawn->writablePlane(plane) + ptrdiff_t{y} * drawn->planeStride(plane),
+      std::memcpy(copy->writablePlane(plane) + ptrdiff_t{y} * copy->planeStride(plane),
                   frame.planeData(plane) + ptrdiff_t{y} * frame.planeStride(plane),
                   static_cast<size_t>(frame.planeWidth(plane)));
+  return copy;
+}
+
+int64_t lineThickness(int32_t width, int32_t height) {
   // About 4 pixels in a 720-line picture.
-  const int64_t thickness = 2 * std::max<int64_t>(1, std::min(frame.width(), frame.height()) / 320);
+  return 2 * std::max<int64_t>(1, std::min(width, height) / 320);
+}
+
+std::optional<I420Frame> withRectangles(const I420Frame& frame, std::span<const FaceRect> faces) {
+  auto drawn = copyOf(frame);
+  if (!drawn.has_value())
+    return std::nullopt;
+  const int64_t thickness = lineThickness(frame.width(), frame.height());
   for (const FaceRect& face : faces)
     outline(*drawn, face, thickness);
   return drawn;

@@ -8,6 +8,8 @@
 #include <filesystem>
 
 #include "host/app/media.h"
+#include "host/app/output/frame_output.h"
+#include "host/app/output/text_format.h"
 #include "host/core/utf8_path.h"
 
 namespace tavro::host {
@@ -15,7 +17,8 @@ namespace tavro::host {
 namespace {
 
 constexpr const char* description =
-    "Finds the faces in a video and prints their rectangles, one JSON object per frame:\n"
+    "Finds the faces in a video and prints their rectangles, by default one JSON object per "
+    "frame:\n"
     R"({"frame":0,"time":0.0,"width":1280,"height":720,)"
     "\n"
     R"( "faces":[{"left":426,"top":167,"right":670,"bottom":435}],"ms":1.318})"
@@ -71,6 +74,14 @@ std::string anyOf(const std::vector<std::string>& names) {
   return list;
 }
 
+/// One line for each format, below the option's name.
+std::string formatHelp() {
+  std::string lines;
+  for (const TextFormatKind& kind : textFormats())
+    lines += "\n" + std::string(kind.name) + ": " + kind.summary;
+  return lines;
+}
+
 /// Faults that only show between options. Empty if there is none.
 std::string contradiction(const Options& options) {
   if (options.input.empty())
@@ -83,6 +94,12 @@ std::string contradiction(const Options& options) {
         return hasExtension(options.annotate, extension);
       }))
     return "--annotate needs a name that ends in " + anyOf(known) + ": " + options.annotate;
+  if (options.blur && !showsFrames(options))
+    return "--blur needs an output that shows frames, such as --annotate";
+  if (options.blur && options.every > 1)
+    return "--blur needs every frame, and --every leaves some out";
+  if (options.blur && !options.cropFaces.empty())
+    return "--blur hides the faces that --crop-faces shows";
   for (const std::string& target : {options.output, options.annotate})
     if (!target.empty() && sameFile(target, options.input))
       return "the input would be overwritten: " + target;
@@ -131,7 +148,20 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
   app.add_option("INPUT", options.input, help.input)->required();
   app.add_option("--output", options.output, "File for the results")->type_name("FILE");
+  app.add_option("--format", options.format, "Form of the results:" + formatHelp())
+      ->type_name("NAME")
+      ->check(CLI::Validator(
+          [](const std::string& name) -> std::string {
+            return findTextFormat(name) != nullptr ? "" : "there is no format " + name;
+          },
+          ""));
   app.add_option("--annotate", options.annotate, help.annotate)->type_name("FILE");
+  app.add_flag("--blur", options.blur,
+               "Pixelate the faces instead of framing them. A face that isn't found isn't hidden: "
+               "look through the result before you publish it");
+  app.add_option("--crop-faces", options.cropFaces,
+                 "Folder for a JPEG of each face, from the frame that shows it best")
+      ->type_name("DIR");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
       ->check(wholeNumber);
@@ -153,7 +183,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   try {
     // It takes them from the back.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-  } catch (const CLI::Success& request) {               // help or version
+  } catch (const CLI::Success& request) {  // help or version
     parsed.exitCode = app.exit(request);
     return parsed;
   } catch (const CLI::ParseError& fault) {

@@ -19,9 +19,12 @@ struct Options {
   std::string inputFormat;  ///< name of the input format; empty: found out
   std::vector<std::pair<std::string, std::string>> inputOptions;  ///< of the input format
 
-  std::string output;    ///< file for the results; empty: the standard output
-  std::string annotate;  ///< picture or video to write; empty: none
-  std::string module;    ///< the detector module's file; empty: looked for beside the program
+  std::string output;     ///< file for the results; empty: the standard output
+  std::string format;     ///< of the results: a name of text_format.h; empty: the first
+  std::string annotate;   ///< picture or video to write; empty: none
+  bool blur = false;      ///< show pictures without the faces rather than with rectangles
+  std::string cropFaces;  ///< folder for a picture of each face; empty: none
+  std::string module;     ///< the detector module's file; empty: looked for beside the program
 
   int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...
   int64_t maxFrames = 0;  ///< stop after that many decoded frames; 0: at the end

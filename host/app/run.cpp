@@ -7,10 +7,11 @@
 #include <cstring>
 #include <optional>
 
-#include "host/app/annotation.h"
+#include "host/app/anonymisation.h"
 #include "host/app/detector_session.h"
-#include "host/app/json_lines.h"
+#include "host/app/face_numbers.h"
 #include "host/app/media.h"
+#include "host/app/output/frame_output.h"
 #include "host/app/process.h"
 #include "host/app/progress.h"
 #include "host/app/standard_output.h"
@@ -40,8 +41,8 @@ class Run {
     for (int32_t pass = 0; completed && pass < options_.repeat && !isStopRequested(); ++pass)
       completed = runPass(pass);
     statistics_.seconds = secondsSince(start);
-    completed = closeOutputs() && completed;
     progress_.erase();
+    completed = closeOutputs() && completed;
     if (!completed) {
       std::fprintf(stderr, "tavro-fd: %s\n", error_.c_str());
       return exitBadInput;
@@ -101,13 +102,13 @@ class Run {
     int64_t frames = 0;
     while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
       ++frames;
-      if (!openAnnotation() || !openDetector())
+      if (writes && frames == 1 && !openAllOutputs())
+        return false;
+      if (!openDetector())
         return false;
       const bool detects = input_->index() % options_.every == 0;
       const double milliseconds = detects ? detect() : 0.0;
-      if (writes && detects && !writeResult(milliseconds))
-        return false;
-      if (writes && sink_ != nullptr && !annotate())
+      if (writes && !giveOut(detects, milliseconds))
         return false;
       progress_.update(pass * total + frames, total * options_.repeat);
     }
@@ -126,68 +127,83 @@ class Run {
     const auto start = Clock::now();
     const bool accepted = detector_->detect(input_->picture(), faces_);
     const double milliseconds = secondsSince(start) * 1000.0;
+    refusedLast_ = !accepted;
     refusedFrames_ += accepted ? 0 : 1;
     if (options_.stats)
       statistics_.milliseconds.push_back(milliseconds);
     return milliseconds;
   }
 
-  bool writeResult(double milliseconds) {
+  /// Done with the first picture, whose size the outputs need.
+  bool openAllOutputs() {
+    std::string error;
+    const SinkFormat format = {.width = input_->picture().width(),
+                               .height = input_->picture().height(),
+                               .frameRate = input_->frameRate(),
+                               .colorMatrix = input_->colorMatrix()};
+    return openOutputs({.options = options_, .format = format, .results = results_.get()}, outputs_,
+                       error) ||
+           fail(error);
+  }
+
+  bool giveOut(bool analysed, double milliseconds) {
+    const I420Frame& picture = input_->picture();
+    if (analysed)
+      shownNumbers_ = numbers_.update(faces_.view(), input_->time());
     const FrameResult result = {.frame = input_->index(),
                                 .time = input_->time(),
-                                .width = input_->picture().width(),
-                                .height = input_->picture().height(),
+                                .width = picture.width(),
+                                .height = picture.height(),
                                 .faces = faces_.view(),
-                                .milliseconds = milliseconds};
-    if (std::fprintf(results_.get(), "%s\n", jsonLine(result).c_str()) >= 0 &&
-        std::fflush(results_.get()) == 0)  // each frame's line at once
-      return true;
-    return fail(std::string("the results can't be written: ") + std::strerror(errno));
-  }
-
-  /// Made with the first picture, whose size it needs, and before any result is written.
-  bool openAnnotation() {
-    if (options_.annotate.empty() || sink_ != nullptr)
-      return true;
+                                .milliseconds = milliseconds,
+                                .faceNumbers = shownNumbers_};
+    std::optional<I420Frame> shown;
+    if (showsFrames(options_)) {
+      shown = options_.blur ? anonymised(picture) : withRectangles(picture, faces_.view());
+      if (!shown.has_value())
+        return fail("out of memory");
+    }
+    endTime_ = result.time + 1.0 / input_->frameRate().perSecond();
     std::string error;
-    sink_ = openSink(options_.annotate,
-                     {.width = input_->picture().width(),
-                      .height = input_->picture().height(),
-                      .frameRate = input_->frameRate(),
-                      .colorMatrix = input_->colorMatrix()},
-                     error);
-    return sink_ != nullptr || fail(options_.annotate + ": " + error);
+    return std::ranges::all_of(outputs_,
+                               [&](const auto& output) {
+                                 return output->take(
+                                     {.picture = picture,
+                                      .shown = shown.has_value() ? &*shown : nullptr,
+                                      .result = result,
+                                      .analysed = analysed},
+                                     error);
+                               }) ||
+           fail(error);
   }
 
-  /// Frames between two detections carry the rectangles of the last one.
-  bool annotate() {
-    std::string error;
-    const I420Frame& picture = input_->picture();
-    if (++annotatedFrames_ > 1 && sinkTakesOneFrame())
-      return true;
-    const auto drawn = withRectangles(picture, faces_.view());
-    if (!drawn.has_value())
-      return fail("out of memory");
-    return sink_->write(*drawn, input_->time(), error) || fail(options_.annotate + ": " + error);
+  /// Without what was found in this frame or is lost since a moment: a detector misses a face now
+  /// and then. Where it has refused the frame, nothing of it is shown.
+  std::optional<I420Frame> anonymised(const I420Frame& picture) const {
+    auto copy = copyOf(picture);
+    if (!copy.has_value())
+      return copy;
+    for (const auto& face : numbers_.lost())
+      pixelate(*copy, face.face);
+    for (const auto& face : faces_.view())
+      pixelate(*copy, face);
+    if (refusedLast_)
+      pixelate(*copy, {0, 0, picture.width(), picture.height()});
+    return copy;
   }
-
-  bool sinkTakesOneFrame() const { return hasExtension(options_.annotate, ".png"); }
 
   /// Completes the files as far as they got, after a failure too.
   bool closeOutputs() {
     bool closed = true;
-    std::string error;
-    if (sink_ != nullptr && !sink_->finish(error))
-      closed = fail(options_.annotate + ": " + error);
+    for (const auto& output : outputs_)
+      if (std::string error; !output->finish(endTime_, error))
+        closed = fail(error);
     if (results_ != nullptr && std::fclose(results_.release()) != 0)
       closed = fail(std::string("the results can't be written: ") + std::strerror(errno));
     return closed;
   }
 
   int reportShortcomings() const {
-    if (annotatedFrames_ > 1 && sinkTakesOneFrame())
-      std::fprintf(stderr, "tavro-fd: %s holds the first of %s; a video holds all\n",
-                   options_.annotate.c_str(), counted(annotatedFrames_, "frame").c_str());
     if (damage_.any())
       std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", options_.input.c_str(),
                    damage_.summary().c_str());
@@ -202,12 +218,15 @@ class Run {
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;
   ProgressLine progress_;
-  std::unique_ptr<FrameSink> sink_;
+  std::vector<std::unique_ptr<FrameOutput>> outputs_;
   FaceRects faces_;
+  FaceNumbers numbers_;
+  std::span<const int64_t> shownNumbers_;
+  double endTime_ = 0.0;  ///< of the last frame
   RunStatistics statistics_;
   StreamDamage damage_;
   int64_t refusedFrames_ = 0;
-  int64_t annotatedFrames_ = 0;
+  bool refusedLast_ = false;
   std::string error_;
 };
 

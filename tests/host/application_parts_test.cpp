@@ -6,10 +6,14 @@
 #include <limits>
 #include <numeric>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "host/app/annotation.h"
-#include "host/app/json_lines.h"
+#include "host/app/anonymisation.h"
+#include "host/app/best_faces.h"
+#include "host/app/face_numbers.h"
+#include "host/app/output/text_format.h"
 #include "host/app/statistics.h"
 
 namespace tavro::host {
@@ -31,10 +35,12 @@ TEST(Statistics, SummaryByRank) {
   EXPECT_EQ(summary.maximum, 200.0);
 }
 
-TEST(JsonLine, KeysAndNumbers) {
+TEST(TextFormats, JsonLinesKeysAndNumbers) {
+  const auto jsonLine = [](const FrameResult& result) { return makeJsonLines()->frame(result); };
   const FaceRect faces[] = {{-1, 2, 3, 4}, {5, 6, 7, 8}};
   EXPECT_EQ(jsonLine({.frame = 0, .time = 0.0, .width = 1280, .height = 720, .milliseconds = 1.23}),
-            R"({"frame":0,"time":0.0,"width":1280,"height":720,"faces":[],"ms":1.23})");
+            R"({"frame":0,"time":0.0,"width":1280,"height":720,"faces":[],"ms":1.23})"
+            "\n");
   EXPECT_EQ(
       jsonLine({.frame = 7,
                 .time = 1.0 / 3,
@@ -43,12 +49,59 @@ TEST(JsonLine, KeysAndNumbers) {
                 .faces = faces,
                 .milliseconds = 12.0004}),
       R"({"frame":7,"time":0.333333,"width":1,"height":1,"faces":[{"left":-1,"top":2,"right":3,)"
-      R"("bottom":4},{"left":5,"top":6,"right":7,"bottom":8}],"ms":12.0})");
+      R"("bottom":4},{"left":5,"top":6,"right":7,"bottom":8}],"ms":12.0})"
+      "\n");
   // Still JSON, whatever a broken file's time stamps come to.
   EXPECT_NE(jsonLine({.time = -1e-9}).find(R"("time":0.0,)"), std::string::npos);
   EXPECT_NE(jsonLine({.time = std::numeric_limits<double>::quiet_NaN()}).find(R"("time":0.0,)"),
             std::string::npos);
   EXPECT_NE(jsonLine({.time = 1e300}).find(R"("time":1000)"), std::string::npos);
+}
+
+TEST(TextFormats, CsvHasALineForEveryFaceAndEveryFrameWithoutOne) {
+  const FaceRect faces[] = {{-1, 2, 3, 4}, {5, 6, 7, 8}};
+  const int64_t numbers[] = {1, 4};
+  const auto csv = makeCsv();
+  EXPECT_EQ(csv->frame({.width = 9, .height = 8, .milliseconds = 0.5}),
+            "frame,time,width,height,face,left,top,right,bottom,ms\n0,0.0,9,8,,,,,,0.5\n");
+  EXPECT_EQ(csv->frame({.frame = 1,
+                        .time = 0.04,
+                        .width = 9,
+                        .height = 8,
+                        .faces = faces,
+                        .milliseconds = 1.0,
+                        .faceNumbers = numbers}),
+            "1,0.04,9,8,1,-1,2,3,4,1.0\n1,0.04,9,8,4,5,6,7,8,1.0\n");
+}
+
+TEST(FaceNumbers, StayWithTheirFaces) {
+  const FaceRect left{10, 10, 50, 50};
+  const FaceRect leftLater{14, 12, 54, 52};
+  const FaceRect right{100, 10, 140, 50};
+  const FaceRect between{30, 10, 70, 50};  // overlaps `left` by a third
+  const struct {
+    double time;
+    std::vector<FaceRect> faces;
+    std::vector<int64_t> numbers;
+    size_t lost;
+  } steps[] = {
+      {0.0, {}, {}, 0},
+      {0.1, {left}, {1}, 0},
+      {0.2, {right, leftLater}, {2, 1}, 0},            // the order doesn't matter
+      {0.3, {between, left}, {3, 1}, 1},               // the best overlap does
+      {0.4, {}, {}, 3},                                //
+      {1.2, {right}, {2}, 2},                          // a gap
+      {2.5, {right, left}, {2, 4}, 0},                 // too long a gap
+      {2.6, {left, left}, {4, 5}, 1},                  // two at one place
+      {0.0, {left, FaceRect{9, 9, 1, 1}}, {4, 6}, 2},  // a clock that jumps back, a face inside out
+  };
+  FaceNumbers numbers;
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.time);
+    const auto given = numbers.update(step.faces, step.time);
+    EXPECT_EQ(std::vector<int64_t>(given.begin(), given.end()), step.numbers);
+    EXPECT_EQ(numbers.lost().size(), step.lost);
+  }
 }
 
 /// How many samples of a plane differ from 0, and the box around them.
@@ -69,6 +122,85 @@ Mark markOf(const I420Frame& frame, int32_t plane) {
   return mark;
 }
 
+I420Frame noise(int32_t width, int32_t height) {
+  std::minstd_rand random(static_cast<uint32_t>(width * 1000 + height));
+  auto frame = I420Frame::allocate(width, height);
+  for (int32_t plane = 0; plane < planeCount; ++plane)
+    for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
+      frame->writablePlane(plane)[i] = static_cast<uint8_t>(random() >> 8);
+  return std::move(*frame);
+}
+
+constexpr int32_t largest = std::numeric_limits<int32_t>::max();
+constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
+constexpr FaceRect anywhere[] = {
+    {40, 30, 100, 90},          {41, 31, 92, 93},   {-50, -50, 20, 20},
+    {150, 80, 300, 400},        {0, 0, 160, 96},    {5, 5, 6, 6},
+    {90, 50, 70, 40},           {200, 10, 240, 50}, {smallest, smallest, largest, largest},
+    {largest, 0, smallest, 20},
+};
+
+TEST(Anonymisation, LeavesThirtySixColoursOfAFaceAndTheRestAlone) {
+  for (const auto& [width, height] : {std::pair{160, 96}, {161, 97}, {1, 1}, {3, 2}})
+    for (const FaceRect& face : anywhere) {
+      SCOPED_TRACE(testing::Message() << width << "x" << height << ", " << face.left << " "
+                                      << face.top << " " << face.right << " " << face.bottom);
+      const I420Frame frame = noise(width, height);
+      auto hidden = copyOf(frame);
+      pixelate(*hidden, face);
+      for (int32_t plane = 0; plane < planeCount; ++plane) {
+        std::set<int> colours;
+        const int part = plane == 0 ? 1 : 2;
+        for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
+          for (int32_t x = 0; x < frame.planeWidth(plane); ++x) {
+            const uint8_t before = frame.planeData(plane)[y * frame.planeStride(plane) + x];
+            const uint8_t after = hidden->planeData(plane)[y * hidden->planeStride(plane) + x];
+            const int64_t left = int64_t{x} * part;
+            const int64_t top = int64_t{y} * part;
+            const int64_t marginX = (int64_t{face.right} - face.left) / 4 + part;
+            const int64_t marginY = (int64_t{face.bottom} - face.top) / 4 + part;
+            if (left >= face.left && left < face.right && top >= face.top && top < face.bottom) {
+              colours.insert(after);
+            } else if (left < face.left - marginX || left >= face.right + marginX ||
+                       top < face.top - marginY || top >= face.bottom + marginY) {
+              ASSERT_EQ(after, before) << "plane " << plane << " at " << x << " " << y;
+            }
+          }
+        EXPECT_LE(colours.size(), 36U);
+      }
+    }
+}
+
+TEST(BestFaces, CutsWhereverTheFaceIs) {
+  for (const auto& [width, height] : {std::pair{160, 96}, {161, 97}, {1, 1}, {3, 2}, {2, 900}})
+    for (const int32_t limit : {0, 16})
+      for (const FaceRect& face : anywhere) {
+        const I420Frame frame = noise(width, height);
+        const auto cut = cutOut(frame, face, limit);
+        EXPECT_EQ(cut.has_value(), faceQuality(frame, face) > 0.0);
+        if (limit != 0 && cut.has_value()) {
+          EXPECT_LE(std::max(cut->width(), cut->height()), limit);
+        }
+      }
+  // A square of one and a half times the face, with the face in its middle.
+  auto frame = I420Frame::allocate(160, 96);
+  for (int32_t y = 40; y < 60; ++y)
+    std::fill_n(frame->writablePlane(0) + y * 160 + 60, 20, uint8_t{200});
+  const auto cut = cutOut(*frame, {60, 40, 80, 60}, 0);
+  ASSERT_TRUE(cut.has_value());
+  EXPECT_EQ(std::pair(cut->width(), cut->height()), std::pair(30, 30));
+  const Mark mark = markOf(*cut, 0);
+  EXPECT_EQ(mark.count, 400);
+  EXPECT_NEAR(mark.left, 5, 1);
+  EXPECT_NEAR(mark.top, 5, 1);
+  // Sharp beats blurred, whole beats half.
+  const I420Frame sharp = noise(160, 96);
+  auto blurred = copyOf(sharp);
+  pixelate(*blurred, {40, 20, 100, 80});
+  EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(*blurred, {40, 20, 100, 80}));
+  EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(sharp, {-30, 20, 30, 80}));
+}
+
 TEST(Annotation, OutlinesJustTheRectangle) {
   const auto frame = I420Frame::allocate(100, 80);
   const FaceRect face{10, 20, 50, 60};
@@ -84,8 +216,6 @@ TEST(Annotation, OutlinesJustTheRectangle) {
 }
 
 TEST(Annotation, ClipsWhateverTheDetectorSays) {
-  constexpr int32_t largest = std::numeric_limits<int32_t>::max();
-  constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
   const FaceRect faces[] = {
       {smallest, smallest, largest, largest},
       {largest, largest, smallest, smallest},

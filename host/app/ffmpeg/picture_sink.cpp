@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "host/app/annotation.h"
-#include "host/app/ffmpeg/ffmpeg_handles.h"
+#include "host/app/ffmpeg/rgb_conversion.h"
 
 namespace tavro::host {
 
@@ -24,7 +24,7 @@ class PictureSink final : public FrameSink {
     if (written_)
       return true;
     written_ = true;
-    const FrameHandle rgb = toRgb(frame);
+    const FrameHandle rgb = toRgb(frame, colorMatrix_);
     const PacketHandle packet = rgb != nullptr ? encoded(*rgb) : nullptr;
     if (packet == nullptr) {
       error = "the picture can't be encoded";
@@ -46,31 +46,6 @@ class PictureSink final : public FrameSink {
   }
 
  private:
-  FrameHandle toRgb(const I420Frame& frame) const {
-    const int width = frame.width();
-    const int height = frame.height();
-    FrameHandle rgb(av_frame_alloc());
-    const ScalerHandle scaler(sws_getContext(
-        width, height, AV_PIX_FMT_YUV420P, width, height, AV_PIX_FMT_RGB24,
-        SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr));
-    if (rgb == nullptr || scaler == nullptr)
-      return nullptr;
-    rgb->format = AV_PIX_FMT_RGB24;
-    rgb->width = width;
-    rgb->height = height;
-    if (av_frame_get_buffer(rgb.get(), 0) < 0)
-      return nullptr;
-    constexpr int one = 1 << 16;
-    const int* matrix = sws_getCoefficients(colorMatrix_);
-    sws_setColorspaceDetails(scaler.get(), matrix, 0, matrix, 1, 0, one, one);
-    const uint8_t* planes[4] = {frame.planeData(0), frame.planeData(1), frame.planeData(2),
-                                nullptr};
-    const int strides[4] = {frame.planeStride(0), frame.planeStride(1), frame.planeStride(2), 0};
-    if (sws_scale(scaler.get(), planes, strides, 0, height, rgb->data, rgb->linesize) < 0)
-      return nullptr;
-    return rgb;
-  }
-
   static PacketHandle encoded(const AVFrame& rgb) {
     const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_PNG);
     const CodecHandle encoder(codec != nullptr ? avcodec_alloc_context3(codec) : nullptr);

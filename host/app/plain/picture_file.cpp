@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 
+#include "host/app/jpeg.h"
 #include "image/image_dispatch.h"
 
 namespace tavro::host {
@@ -58,6 +59,19 @@ void append(void* file, void* bytes, int size) {
   target->insert(target->end(), first, first + size);
 }
 
+/// Packed pixels without gaps; none if the picture is too large.
+std::vector<uint8_t> toRgb(const I420Frame& frame) {
+  const int32_t width = frame.width();
+  const int32_t height = frame.height();
+  if (int64_t{width} * height > mostPixels)
+    return {};
+  std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * channels);
+  if (convertImage(describe(frame), describe(pixels.data(), width, height), ColorOp::I420ToRgb24) !=
+      0)
+    pixels.clear();
+  return pixels;
+}
+
 }  // namespace
 
 std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string& error) {
@@ -92,15 +106,21 @@ std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string
 }
 
 std::vector<uint8_t> encodePng(const I420Frame& frame) {
-  const int32_t width = frame.width();
-  const int32_t height = frame.height();
   std::vector<uint8_t> file;
-  if (int64_t{width} * height > mostPixels)
-    return file;
-  std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * channels);
-  if (convertImage(describe(frame), describe(pixels.data(), width, height), ColorOp::I420ToRgb24) !=
-          0 ||
-      stbi_write_png_to_func(&append, &file, width, height, channels, pixels.data(), 0) == 0)
+  std::vector<uint8_t> pixels = toRgb(frame);
+  if (pixels.empty() || stbi_write_png_to_func(&append, &file, frame.width(), frame.height(),
+                                               channels, pixels.data(), 0) == 0)
+    file.clear();
+  return file;
+}
+
+/// The conversions of this build know one matrix only.
+std::vector<uint8_t> encodeJpeg(const I420Frame& frame, int32_t /*colorMatrix*/) {
+  constexpr int quality = 90;
+  std::vector<uint8_t> file;
+  std::vector<uint8_t> pixels = toRgb(frame);
+  if (pixels.empty() || stbi_write_jpg_to_func(&append, &file, frame.width(), frame.height(),
+                                               channels, pixels.data(), quality) == 0)
     file.clear();
   return file;
 }

@@ -1,0 +1,45 @@
+#pragma once
+
+// The forms in which results are written as text (--format). A TextFormat says what stands at the
+// beginning, for each frame and at the end; it knows nothing of files. To add one, implement it in
+// a file of its own and give it a row in the table of text_formats.cpp.
+
+#include <memory>
+#include <span>
+#include <string>
+
+#include "host/app/output/frame_output.h"
+
+namespace tavro::host {
+
+class TextFormat {
+ public:
+  virtual ~TextFormat() = default;
+  /// The text for one analysed frame, with its line endings; it may be empty.
+  virtual std::string frame(const FrameResult& result) = 0;
+  /// The text behind the last frame, which ends at `endTime`.
+  virtual std::string end(double /*endTime*/) { return {}; }
+};
+
+struct TextFormatKind {
+  const char* name;
+  const char* summary;  ///< for the help, at most 80 characters
+  std::unique_ptr<TextFormat> (*make)();
+};
+
+/// The first one is the default.
+std::span<const TextFormatKind> textFormats();
+/// Null for an unknown name.
+const TextFormatKind* findTextFormat(const std::string& name);
+
+// The formats, each in a file of its own.
+std::unique_ptr<TextFormat> makeJsonLines();
+std::unique_ptr<TextFormat> makeCsv();
+std::unique_ptr<TextFormat> makeAssSubtitles();
+std::unique_ptr<TextFormat> makeDrawFilter();
+std::unique_ptr<TextFormat> makeBlurFilter();
+
+/// A number with at most so many decimals and at least one, whatever the locale; 0.0 if not finite.
+std::string decimal(double value, int decimals = 6);
+
+}  // namespace tavro::host
