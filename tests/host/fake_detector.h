@@ -4,8 +4,9 @@
 // samples have reached the module. The first three rectangles stand for the planes Y, U, V, the
 // fourth holds the mean luma of the four quarters of the picture.
 
-#include <array>
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "modules/face_detection/host_interface.h"
@@ -50,6 +51,25 @@ inline std::vector<TavroRTC::FDModule::FaceRect> fakeFaces(
                   (column + 1) * (width / 2), row * (height / 2), (row + 1) * (height / 2));
   };
   faces.push_back({quarter(0, 0), quarter(1, 0), quarter(0, 1), quarter(1, 1)});
+  return faces;
+}
+
+/// The boxes around the samples of each of two ranges of bright luma, where there are any: a
+/// detector whose faces a test can paint.
+inline constexpr uint8_t paintedLuma[] = {200, 230};
+inline std::vector<TavroRTC::FDModule::FaceRect> paintedFaces(
+    const TavroRTC::FDModule::HostFrame& frame) {
+  std::vector<TavroRTC::FDModule::FaceRect> faces;
+  for (const uint8_t luma : paintedLuma) {
+    TavroRTC::FDModule::FaceRect box{frame.width(), frame.height(), 0, 0};
+    for (int32_t y = 0; y < frame.height(); ++y)
+      for (int32_t x = 0; x < frame.width(); ++x)
+        if (std::abs(frame.planeData(0)[int64_t{y} * frame.planeStride(0) + x] - luma) < 10)
+          box = {std::min(box.left, x), std::min(box.top, y), std::max(box.right, x + 1),
+                 std::max(box.bottom, y + 1)};
+    if (box.right > 0)
+      faces.push_back(box);
+  }
   return faces;
 }
 

@@ -28,7 +28,11 @@ bool FDWrapper::init() {
 
 bool FDWrapper::execute(const HostFrame* frame, FaceRectSequence* faces) {
   std::printf("fake: frame of %d x %d\n", frame->width(), frame->height());
+#if defined(FAKE_FINDS_PAINT)
+  const auto found = tavro::test::paintedFaces(*frame);
+#else
   const auto found = tavro::test::fakeFaces(*frame);
+#endif
   const auto count = static_cast<int32_t>(found.size());
   if (faces->capacity < count && !faces->grow(faces, count))
     return false;

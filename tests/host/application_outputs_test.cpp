@@ -1,0 +1,209 @@
+// What is made of the faces: the scripts are given to FFmpeg's own program, and the pictures that
+// come out are compared, sample by sample, with those that went in.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "host/app/annotation.h"
+#include "host/app/anonymisation.h"
+#include "host/app/video_input.h"
+#include "tests/host/application_runner.h"
+#include "tests/host/fake_detector.h"
+
+namespace tavro::test {
+namespace {
+
+using host::I420Frame;
+using TavroRTC::FDModule::FaceRect;
+
+constexpr int32_t width = 160;
+constexpr int32_t height = 96;
+
+constexpr uint8_t background = 60;
+constexpr uint8_t darkStripe = 100;  // every fourth row, on faces and beside them
+
+/// Faces that come, stay, move, go, and come again elsewhere. None begins or ends with a dark stripe.
+const std::vector<std::vector<FaceRect>> story = {
+    {},
+    {{20, 20, 50, 60}},
+    {{20, 20, 50, 60}},
+    {{20, 20, 50, 60}, {100, 32, 140, 72}},
+    {{26, 20, 56, 60}, {100, 32, 140, 72}},
+    {{100, 32, 140, 72}},
+    {{100, 32, 140, 72}},
+    {{4, 72, 34, 94}, {102, 32, 142, 72}},
+    {},
+};
+
+/// The story painted for the fake detector, with stripes by which to tell what is pixelated.
+std::vector<I420Frame> paintedStory() {
+  std::vector<I420Frame> frames;
+  for (const auto& faces : story) {
+    auto frame = I420Frame::allocate(width, height);
+    for (int32_t y = 0; y < height; ++y)
+      std::fill_n(frame->writablePlane(0) + y * width, width, y % 4 == 2 ? darkStripe : background);
+    for (const int32_t plane : {1, 2})
+      std::fill_n(frame->writablePlane(plane), width * height / 4, uint8_t{128});
+    for (size_t i = 0; i < faces.size(); ++i) {
+      // A lone face at the right is the second one, which has stayed.
+      const uint8_t luma = paintedLuma[faces[i].left >= 100 ? 1 : 0];
+      for (int32_t y = faces[i].top; y < faces[i].bottom; ++y)
+        for (int32_t x = faces[i].left; x < faces[i].right; ++x)
+          frame->writablePlane(0)[y * width + x] = y % 4 == 2 ? darkStripe : luma;
+    }
+    frames.push_back(std::move(*frame));
+  }
+  return frames;
+}
+
+class Outputs : public FileTest {
+ protected:
+  std::string clip(const std::string& rate) {
+    const std::string path = folder_.file("clip.y4m");
+    writeFile(path, y4m(frames_, rate + " C420jpeg"));
+    return path;
+  }
+
+  void run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--module", FAKE_PAINTED_FILE});
+    const Outcome outcome = runApplication(arguments);
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;
+  }
+
+  /// The samples of the video that FFmpeg makes of it with these options; empty if there is no such
+  /// program.
+  std::string filtered(const std::string& video, const std::vector<std::string>& options) {
+    std::vector<std::string> arguments = {"ffmpeg", "-nostdin", "-loglevel", "error", "-i", video};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const std::string target = folder_.file("out.yuv");
+    arguments.insert(arguments.end(), {"-fps_mode", "passthrough", "-f", "rawvideo", "-pix_fmt",
+                                       "yuv420p", "-y", target});
+    const std::string errors = folder_.file("errors");
+    EXPECT_EQ(runProgram("/usr/bin/env", arguments, {.errors = errors}), 0) << contentOf(errors);
+    return contentOf(target);
+  }
+
+  static bool hasFfmpeg() { return runProgram("/usr/bin/env", {"ffmpeg", "-version"}, {}) == 0; }
+
+  /// Calls back for every luma sample: the frame's faces, where it is, before and after.
+  void compare(const std::string& samples,
+               const std::function<void(size_t frame, int32_t x, int32_t y, int before, int after)>&
+                   check) const {
+    constexpr size_t frameSize = width * height * 3 / 2;
+    ASSERT_EQ(samples.size(), frameSize * frames_.size());
+    for (size_t frame = 0; frame < frames_.size(); ++frame)
+      for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x)
+          check(frame, x, y, frames_[frame].planeData(0)[y * width + x],
+                static_cast<uint8_t>(
+                    samples[frame * frameSize + static_cast<size_t>(y * width + x)]));
+  }
+
+  std::vector<I420Frame> frames_ = paintedStory();
+};
+
+bool holds(const FaceRect& face, int32_t x, int32_t y) {
+  return x >= face.left && x < face.right && y >= face.top && y < face.bottom;
+}
+
+TEST_F(Outputs, FfmpegDrawsTheBoxesWhereAndWhenTheyAre) {
+  if (!hasFfmpeg())
+    GTEST_SKIP() << "there is no ffmpeg program";
+  for (const char* rate : {"F25:1", "F30000:1001", "F60:1"})
+    for (const std::string format : {"ass", "draw-filter"}) {
+      SCOPED_TRACE(format + std::string(" at ") + rate);
+      const std::string script = folder_.file("boxes");
+      const std::string video = clip(rate);
+      run({video, "--format", format, "--output", script});
+      const auto options = format == "ass" ? std::vector<std::string>{"-vf", "ass=" + script}
+                                           : std::vector<std::string>{"-filter_script:v", script};
+      int64_t wrong = 0;
+      compare(
+          filtered(video, options), [&](size_t frame, int32_t x, int32_t y, int before, int after) {
+            bool drawn = false;
+            for (const FaceRect& face : story[frame])
+              drawn |= holds(face, x, y) &&
+                       !holds({face.left + 2, face.top + 2, face.right - 2, face.bottom - 2}, x, y);
+            wrong += (std::abs(after - before) > 8) != drawn ? 1 : 0;
+          });
+      EXPECT_EQ(wrong, 0);
+    }
+}
+
+TEST_F(Outputs, FfmpegHidesTheFaces) {
+  if (!hasFfmpeg())
+    GTEST_SKIP() << "there is no ffmpeg program";
+  const std::string script = folder_.file("boxes");
+  const std::string video = clip("F25:1");
+  run({video, "--format", "blur-filter", "--output", script});
+  int64_t wrong = 0;
+  compare(filtered(video, {"-filter_script:v", script}), [&](size_t frame, int32_t x, int32_t y,
+                                                             int before, int after) {
+    const auto& faces = story[frame];
+    if (std::ranges::none_of(
+            faces, [&](const FaceRect& face) { return holds(host::withMargin(face), x, y); }))
+      wrong += std::abs(after - before) > 3 ? 1 : 0;
+    // Blocks that lie within a face have lost its stripes.
+    else if (std::ranges::any_of(faces, [&](const FaceRect& face) {
+               return holds({face.left + 8, face.top + 8, face.right - 8, face.bottom - 8}, x, y);
+             }))
+      wrong += before == darkStripe && after < 130 ? 1 : 0;
+  });
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(Outputs, BlurHidesFacesAndThoseJustLost) {
+  const std::string video = clip("F25:1");
+  const std::string hidden = folder_.file("hidden.mkv");
+  run({video, "--annotate", hidden, "--blur", "--output", nullDevice});
+  std::string error;
+  const auto input = host::VideoInput::open({.path = hidden, .format = {}, .options = {}}, error);
+  ASSERT_NE(input, nullptr) << error;
+  for (size_t frame = 0; frame < story.size(); ++frame) {
+    SCOPED_TRACE(frame);
+    ASSERT_TRUE(input->read());
+    const auto stepAt = [&](int32_t x, int32_t y) {
+      const uint8_t* middle = input->picture().planeData(0) + y * input->picture().planeStride(0);
+      return std::abs(middle[x] - middle[x - 2 * input->picture().planeStride(0)]);
+    };
+    // The faces of the frame before are there no more, or elsewhere, and hidden all the same.
+    for (const size_t shown : {frame, frame - std::min<size_t>(frame, 1)})
+      for (const FaceRect& face : story[shown])
+        for (int32_t y = face.top / 4 * 4 + 6; y < face.bottom - 2; y += 4)
+          EXPECT_LT(stepAt((face.left + face.right) / 2, y), 25) << "row " << y;
+    for (int32_t y = 6; y < 90; y += 4)
+      EXPECT_NEAR(stepAt(78, y), darkStripe - background, 15) << "row " << y;
+  }
+}
+
+TEST_F(Outputs, CropFacesWritesASquareForEachFace) {
+  const std::string faces = folder_.file("new/folder");
+  run({clip("F25:1"), "--crop-faces", faces, "--output", nullDevice});
+  const struct {
+    const char* name;
+    int32_t side;
+    int luma;  ///< of the face's middle
+  } expected[] = {
+      {"/face-0001.jpg", 60, 200}, {"/face-0002.jpg", 60, 230}, {"/face-0003.jpg", 44, 200}};
+  for (const auto& [name, side, luma] : expected) {
+    std::string error;
+    const auto input =
+        host::VideoInput::open({.path = faces + name, .format = {}, .options = {}}, error);
+    ASSERT_NE(input, nullptr) << error;
+    ASSERT_TRUE(input->read());
+    const I420Frame& picture = input->picture();
+    EXPECT_EQ(std::pair(picture.width(), picture.height()), std::pair(side, side));
+    int brightest = 0;
+    for (int32_t y = 0; y < side; ++y)
+      for (int32_t x = 0; x < side; ++x)
+        brightest = std::max(brightest, int{picture.planeData(0)[y * picture.planeStride(0) + x]});
+    EXPECT_NEAR(brightest, luma, 15) << name;
+  }
+  const auto entries = std::filesystem::directory_iterator(host::pathFromUtf8(faces));
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 3);
+}
+
+}  // namespace
+}  // namespace tavro::test
