@@ -72,15 +72,6 @@ TestPlane::TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap, Guard
                 static_cast<size_t>(width),
             guard) {}
 
-void TestPlane::fill(Content content, Random& random) {
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    const bool isZero =
-        content == Content::zeros || (content == Content::alternating && i % 2 == 0);
-    const uint8_t flat = isZero ? 0 : 255;
-    bytes[i] = content == Content::random ? random.byte() : flat;
-  }
-}
-
 uint8_t TestPlane::at(int32_t x, int32_t y) const {
   return bytes[static_cast<size_t>(y) * static_cast<size_t>(stride) + static_cast<size_t>(x)];
 }

@@ -9,18 +9,18 @@
 #include <vector>
 
 #include "tests/support/guarded_buffer.h"
-#include "tests/support/random.h"
+#include "tests/support/sweep.h"
 
 namespace tavro::test {
-
-enum class Content { random, zeros, ones, alternating };
 
 /// A plane whose last sample touches a guard page, or whose first one follows one. Between its rows
 /// lie stride - width bytes that belong to nobody.
 struct TestPlane {
   TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap = 0, Guard guard = Guard::behind);
 
-  void fill(Content content, Random& random);
+  void fill(Content content, Random& random) {
+    tavro::test::fill({bytes.data(), bytes.size()}, content, random);
+  }
   uint8_t at(int32_t x, int32_t y) const;
 
   int32_t width, height, stride;

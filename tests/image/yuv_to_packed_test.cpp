@@ -4,10 +4,7 @@
 
 #include <array>
 #include <cstring>
-#include <utility>
-#include <vector>
 
-#include "image/image_dispatch.h"
 #include "image/row_kernels.h"
 #include "tests/image/reference.h"
 
@@ -16,11 +13,6 @@ namespace {
 
 using tavro::test::Bgr;
 using tavro::test::bgrOf;
-using tavro::test::Content;
-using tavro::test::Guard;
-using tavro::test::holds;
-using tavro::test::Random;
-using tavro::test::TestPlane;
 
 TEST(YuvToPacked, knownColours) {
   const struct {
@@ -57,57 +49,6 @@ TEST(YuvToPacked, everyColourByBothForms) {
       setPlainRowsOnly(0);
       ASSERT_EQ(std::memcmp(actual, expected, sizeof(actual)), 0)
           << "u " << (chroma & 255) << " v " << (chroma >> 8) << " plain " << plainOnly;
-    }
-  }
-}
-
-// The bytes of a pixel by operation: 0, 1, 2 for B, G, R and 3 for the opaque byte.
-const struct {
-  ColorOp op;
-  std::vector<int> bytes;
-} layouts[] = {{ColorOp::I420ToBgr24, {0, 1, 2}},     {ColorOp::I420ToRgb24, {2, 1, 0}},
-               {ColorOp::I420ToBgra32, {0, 1, 2, 3}}, {ColorOp::I420ToRgba32, {2, 1, 0, 3}},
-               {ColorOp::I420ToAbgr32, {3, 0, 1, 2}}, {ColorOp::I420ToArgb32, {3, 2, 1, 0}}};
-
-TEST(YuvToPacked, everyLayoutAtEveryWidth) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
-  for (int32_t width = 1; width <= 200; ++width) {
-    const int32_t height = width % 4 + 1;
-    const Guard guard = random.chance(0.5) ? Guard::behind : Guard::inFront;
-    TestPlane y(width, height, random.between(0, 3), guard);
-    TestPlane u((width + 1) / 2, (height + 1) / 2, random.between(0, 3), guard);
-    TestPlane v((width + 1) / 2, (height + 1) / 2, random.between(0, 3), guard);
-    for (TestPlane* plane : {&y, &u, &v})
-      plane->fill(Content::random, random);
-    ImageDesc source = {.planes = {y.bytes.data(), u.bytes.data(), v.bytes.data()},
-                        .widths = {width},
-                        .heights = {height},
-                        .strides = {y.stride, u.stride, v.stride},
-                        .format = ImageFormat::Bgr24};
-    for (const auto& [op, bytes] : layouts) {
-      SCOPED_TRACE(testing::Message()
-                   << width << "x" << height << " operation " << static_cast<int>(op));
-      TestPlane dst(width * static_cast<int32_t>(bytes.size()), height, random.between(0, 3),
-                    guard);
-      ImageDesc target;
-      target.planes[0] = dst.bytes.data();
-      target.strides[0] = dst.stride;
-      setPlainRowsOnly(random.chance(0.3) ? 1 : 0);
-      EXPECT_EQ(convertImage(source, target, op), 0);
-      setPlainRowsOnly(0);
-
-      std::vector<uint8_t> expected;
-      for (int32_t row = 0; row < height; ++row)
-        for (int32_t column = 0; column < width; ++column) {
-          const Bgr colour =
-              bgrOf(y.at(column, row), u.at(column / 2, row / 2), v.at(column / 2, row / 2));
-          const uint8_t values[] = {colour.b, colour.g, colour.r, 255};
-          for (const int byte : bytes)
-            expected.push_back(values[byte]);
-        }
-      ASSERT_TRUE(holds(dst, expected));
     }
   }
 }
