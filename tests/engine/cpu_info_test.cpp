@@ -99,14 +99,5 @@ TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   EXPECT_EQ(info.isAmd, __builtin_cpu_is("amd") != 0);
 }
 
-TEST(CpuInfo, canBeOverriddenAndGivenBack) {
-  const CpuInfo* before = &cpuInfo();
-  const CpuInfo plain;
-  const CpuInfo* forced = overrideCpuInfo(&plain);
-  EXPECT_EQ(&cpuInfo(), &plain);
-  EXPECT_EQ(overrideCpuInfo(forced), &plain);
-  EXPECT_EQ(&cpuInfo(), before);
-}
-
 }  // namespace
 }  // namespace TavroRTC::FDModule

@@ -132,29 +132,6 @@ TEST(HalfConversion, instructionMatchesArithmeticOnEveryHalf) {
   checkNarrowing(true);
 }
 
-TEST(HalfConversion, edgesByTheScalarRule) {
-  const Processor plain(CpuInfo{});
-  const struct {
-    float value;
-    uint16_t half;
-  } cases[] = {{1, 0x3C00},
-               {1.00097644F, 0x3C00},
-               {70000, 0x7FFF},
-               {-70000, 0xFFFF},
-               {65504, 0x7BFF},
-               {-infinity, 0xFC00},
-               {-std::nanf(""), 0x7FFF},
-               {0x1p-14F, 0x0400},
-               {0x1p-24F, 0x0001},
-               {-0x1.FFFFFEp-25F, 0x8000},
-               {1e-45F, 0}};
-  for (const auto& [value, half] : cases) {
-    uint16_t result = 0;
-    floatToHalf(&value, &result, 1);
-    EXPECT_EQ(result, half) << value;
-  }
-}
-
 TEST(HalfConversion, onlyWholeGroupsAreRounded) {
   const int64_t groupSize = cpuInfo().hasF16c() ? 8 : 1 << 20;
   for (int64_t count = 0; count <= 40; ++count) {

@@ -5,27 +5,16 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "engine/platform/clock.h"
+#include "tests/support/captured_stdout.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-class CapturedOutput {
- public:
-  CapturedOutput() : original_(std::cout.rdbuf(text_.rdbuf())) {}
-  ~CapturedOutput() { std::cout.rdbuf(original_); }
-  CapturedOutput(const CapturedOutput&) = delete;
-  CapturedOutput& operator=(const CapturedOutput&) = delete;
-  std::string text() const { return text_.str(); }
-
- private:
-  std::ostringstream text_;
-  std::streambuf* original_;
-};
+using tavro::test::CapturedStdout;
 
 // The milliseconds in `text` if it is prefix, number and "ms\n", else -1.
 double costBetween(const std::string& text, const std::string& prefix) {
@@ -40,18 +29,19 @@ double costBetween(const std::string& text, const std::string& prefix) {
 constexpr int64_t twoSeconds = 2000000000;
 
 TEST(RunTimer, reportsTheCostSinceConstructionOnClosing) {
-  const CapturedOutput output;
+  CapturedStdout output;
   {
     RunTimer timer("Warmup", true, true);
     timer.startNs -= twoSeconds;
   }
-  const double cost = costBetween(output.text(), "Warmup cost:   ");
-  EXPECT_GE(cost, 2000) << output.text();
+  const std::string text = output.stop();
+  const double cost = costBetween(text, "Warmup cost:   ");
+  EXPECT_GE(cost, 2000) << text;
   EXPECT_LT(cost, 60000);
 }
 
 TEST(RunTimer, printsAlignedStepsAndCountsThem) {
-  const CapturedOutput output;
+  CapturedStdout output;
   std::cout.setf(std::ios::right | std::ios::showpoint);
   const auto flags = std::cout.flags();
   {
@@ -70,7 +60,7 @@ TEST(RunTimer, printsAlignedStepsAndCountsThem) {
   }
   std::cout.unsetf(std::ios::right | std::ios::showpoint);
 
-  const std::string text = output.text();
+  const std::string text = output.stop();
   const size_t end = text.find('\n') + 1;
   const std::string first = text.substr(0, end);
   EXPECT_EQ(first.substr(0, 88), "Net run" + std::string(73, ' ') + " cost:  ");
@@ -85,7 +75,7 @@ TEST(RunTimer, printsAlignedStepsAndCountsThem) {
 }
 
 TEST(RunTimer, reportsStatistics) {
-  const CapturedOutput output;
+  CapturedStdout output;
   {
     RunTimer timer("steps", false, true);
     timer.minMs = 0.5F;
@@ -96,7 +86,7 @@ TEST(RunTimer, reportsStatistics) {
     const RunTimer unused("unused", false, true);
     EXPECT_EQ(unused.startNs, 0);
   }
-  EXPECT_EQ(output.text(),
+  EXPECT_EQ(output.stop(),
             "unused--min cost: 3.40282e+38ms, max cost: 1.17549e-38ms, avg cost: 0ms\n"
             "steps--min cost: 0.5ms, max cost: 2ms, avg cost: 1.25ms\n");
 }

@@ -136,19 +136,6 @@ TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
     }
 }
 
-TEST(WeightPacking, lastBlockMovesBackToEndAtTheLastChannel) {
-  const TensorExtents e = {20, 3, 3, 2};
-  std::vector<float> source(360);
-  std::iota(source.begin(), source.end(), 0.0F);
-  std::vector<float> packed(576);
-  ASSERT_EQ(packedElementCount(e, layout::block16), packed.size());
-  packWeights(source.data(), packed.data(), e, layout::channelsFirst, layout::block16);
-  // An output channel has 18 elements; the second block begins with channels 4 and 5.
-  EXPECT_EQ(packed[288], source[72]);
-  EXPECT_EQ(packed[289], source[90]);
-  EXPECT_EQ(packed[575], source[359]);
-}
-
 TEST(WeightPacking, sizesThatCannotBeAreRefused) {
   constexpr int32_t largest = std::numeric_limits<int32_t>::max();
   EXPECT_EQ(packedElementCount({-1, 1, 1, 1}, 4), std::nullopt);

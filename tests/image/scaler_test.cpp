@@ -182,15 +182,6 @@ TEST(ScalerSizes, flatFieldsLoseWhatTheBlockWeightsLack) {
   }
 }
 
-TEST(ScaleVertical, oneRowStretchedToTwo) {
-  TestPlane src(6, 1);
-  std::fill(src.bytes.begin(), src.bytes.end(), uint8_t{9});
-  TestPlane dst(6, 2);
-  scaleVertical(1, 2, 2, 6, 6, src.bytes.data(), dst.bytes.data(), 0, 0, fixedRatioLast(1, 2), 3,
-                ScaleFilter::Bilinear);
-  EXPECT_TRUE(holds(dst, std::vector<uint8_t>(12, 9)));
-}
-
 TEST(ScaleGeometry, slopesOfKnownSizes) {
   const struct {
     Sizes sizes;

@@ -14,13 +14,14 @@
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/guarded_buffer.h"
-#include "tests/support/random.h"
+#include "tests/support/sweep.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
 using tavro::test::BoundedValue;
 using tavro::test::ConvOperands;
+using tavro::test::drawFloats;
 using tavro::test::OutputPosition;
 using tavro::test::Processor;
 using tavro::test::Random;
@@ -39,13 +40,6 @@ struct LayerCase {
   std::vector<float> weights;  // output channel, ky, kx, input channel
   std::vector<float> bias;     // empty: the row names none
 };
-
-std::vector<float> drawValues(size_t count, Random& random) {
-  std::vector<float> values(count);
-  for (float& value : values)
-    value = random.real(-1, 1);
-  return values;
-}
 
 // Half of the windows are of the sizes that kernels are made for.
 ConvProblem drawSizes(Random& random) {
@@ -95,10 +89,10 @@ LayerCase drawCase(Random& random) {
     }
   } while (!tavro::test::deriveOutputSize(p, tavro::test::Overhang::allowed) ||
            tavro::test::termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
-  c.input = drawValues(tavro::test::inputExtents(p).count(), random);
-  c.weights = drawValues(tavro::test::weightExtents(p).count(), random);
+  c.input = drawFloats(tavro::test::inputExtents(p).count(), random);
+  c.weights = drawFloats(tavro::test::weightExtents(p).count(), random);
   if (random.chance(0.7))
-    c.bias = drawValues(static_cast<size_t>(p.outputC), random);
+    c.bias = drawFloats(static_cast<size_t>(p.outputC), random);
   c.isPicture = random.chance(p.inputC == 3 || p.inputC == 1 ? 0.5 : 0.05);
   if (c.isPicture)
     for (float& value : c.input) {

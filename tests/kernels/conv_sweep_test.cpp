@@ -5,7 +5,6 @@
 #include <xmmintrin.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "engine/cpu_info.h"
 #include "engine/simd/conv_kernels.h"
 #include "tests/kernels/conv_sweep.h"
+#include "tests/support/sweep.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -188,17 +188,8 @@ TEST(ConvSweepItself, catchesBrokenKernels) {
     rule = broken.rule;
     const SweptKernel swept = {&kernel, [](Lead&) {},
                                [](const ConvProblem&, int32_t) { return rule; }};
-    constexpr int32_t enough = 400;
-    if (broken.caughtBy != nullptr) {
-      const testing::AssertionResult result = sweepKernel(swept, enough);
-      EXPECT_FALSE(result) << broken.what;
-      EXPECT_NE(std::string(result.message()).find(broken.caughtBy), std::string::npos)
-          << broken.what << ": " << result.message();
-#if GTEST_HAS_DEATH_TEST
-    } else {
-      EXPECT_DEATH((sweepKernel(swept, enough), std::exit(0)), "") << broken.what;
-#endif
-    }
+    tavro::test::expectCaught(broken.what, broken.caughtBy,
+                              [&swept] { return sweepKernel(swept, 400); });
   }
 }
 

@@ -14,12 +14,13 @@
 #include "engine/simd/pooling.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
-#include "tests/support/random.h"
+#include "tests/support/sweep.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
 using tavro::test::ConvProblem;
+using tavro::test::drawFloats;
 using tavro::test::Extents;
 using tavro::test::Processor;
 using tavro::test::Random;
@@ -27,13 +28,6 @@ using tavro::test::RowOf;
 using tavro::test::SmallNet;
 
 constexpr double unitRoundoff = 0x1p-24;
-
-std::vector<float> drawValues(size_t count, Random& random) {
-  std::vector<float> values(count);
-  for (float& value : values)
-    value = random.real(-1, 1);
-  return values;
-}
 
 bool hasExtents(const Tensor& tensor, const Extents& extents) {
   return tensor.n == extents.n && tensor.h == extents.h && tensor.w == extents.w &&
@@ -222,7 +216,7 @@ TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
     SCOPED_TRACE(testing::Message() << "case " << i);
     SmallNet small;
     const Extents extents = {1, p.inputH, p.inputW, p.inputC};
-    std::vector<float> input = drawValues(extents.count(), random);
+    std::vector<float> input = drawFloats(extents.count(), random);
     if (random.chance(0.3))
       for (float& value : input)
         value -= 5;
@@ -284,11 +278,11 @@ struct Product {
 
 void checkProduct(const Product& g, Random& random) {
   const auto [m, k, n, transA, transB, layoutA, layoutB] = g;
-  const std::vector<float> a = drawValues(Extents{1, 1, m, k}.count(), random);
-  const std::vector<float> b = drawValues(Extents{1, 1, k, n}.count(), random);
+  const std::vector<float> a = drawFloats(Extents{1, 1, m, k}.count(), random);
+  const std::vector<float> b = drawFloats(Extents{1, 1, k, n}.count(), random);
   const int32_t length = n != 1 ? n : m;
   const bool hasBias = random.chance(0.6);
-  const std::vector<float> bias = hasBias ? drawValues(static_cast<size_t>(length), random)
+  const std::vector<float> bias = hasBias ? drawFloats(static_cast<size_t>(length), random)
                                           : std::vector<float>(static_cast<size_t>(length));
   SmallNet small;
   small.addInput("x", transA ? asMatrix(k, m, layoutA) : asMatrix(m, k, layoutA), a, layoutA);

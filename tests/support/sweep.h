@@ -10,18 +10,20 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "tests/support/random.h"
 
 namespace tavro::test {
 
-/// Runs `count` cases, or until one fails. All draw from one generator, whose seed a failure prints:
-/// with it as TAVRO_TEST_SEED the same cases come again.
+/// Runs `count` cases, or until one fails. All draw from one generator, whose seed a failure
+/// prints: with it as TAVRO_TEST_SEED the same cases come again.
 inline testing::AssertionResult sweep(
     int32_t count, const std::function<testing::AssertionResult(Random& random, int32_t i)>& run) {
   const uint64_t seed = baseSeed();
@@ -30,6 +32,22 @@ inline testing::AssertionResult sweep(
     if (testing::AssertionResult result = run(random, i); !result)
       return result << "; case " << i << ", " << seedNote(seed);
   return testing::AssertionSuccess();
+}
+
+/// Expects a sweep over something broken to fail with `caughtBy` in its message or, if that is
+/// null, to be stopped by a guard page.
+inline void expectCaught(const char* what, const char* caughtBy,
+                         const std::function<testing::AssertionResult()>& sweepBroken) {
+  if (caughtBy != nullptr) {
+    const testing::AssertionResult result = sweepBroken();
+    EXPECT_FALSE(result) << what;
+    EXPECT_NE(std::string(result.message()).find(caughtBy), std::string::npos)
+        << what << ": " << result.message();
+  } else {
+#if GTEST_HAS_DEATH_TEST
+    EXPECT_DEATH((sweepBroken(), std::exit(0)), "") << what;
+#endif
+  }
 }
 
 /// Random values, or those that a random draw hardly ever gives.
