@@ -98,14 +98,19 @@ std::string contradiction(const Options& options) {
     return "--blur needs an output that shows frames, such as --annotate";
   if (options.blur && options.every > 1)
     return "--blur needs every frame, and --every leaves some out";
-  if (options.blur && !options.cropFaces.empty())
-    return "--blur hides the faces that --crop-faces shows";
-  for (const std::string& target : {options.output, options.annotate})
-    if (!target.empty() && sameFile(target, options.input))
+  if (options.blur && !(options.cropFaces.empty() && options.report.empty()))
+    return "--blur hides the faces that --crop-faces and --report show";
+  const std::pair<const char*, std::string> targets[] = {
+      {"--output", options.output}, {"--annotate", options.annotate}, {"--report", options.report}};
+  for (const auto& [name, target] : targets) {
+    if (target.empty())
+      continue;
+    if (sameFile(target, options.input))
       return "the input would be overwritten: " + target;
-  if (!options.output.empty() && !options.annotate.empty() &&
-      sameFile(options.output, options.annotate))
-    return "--output and --annotate name the same file: " + options.output;
+    for (const auto* other = targets; other->first != name; ++other)
+      if (!other->second.empty() && sameFile(target, other->second))
+        return std::string(other->first) + " and " + name + " name the same file: " + target;
+  }
   return {};
 }
 
@@ -162,6 +167,9 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--crop-faces", options.cropFaces,
                  "Folder for a JPEG of each face, from the frame that shows it best")
       ->type_name("DIR");
+  app.add_option("--report", options.report,
+                 "HTML page with a timeline of the faces, a picture of each and the time per frame")
+      ->type_name("FILE");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
       ->check(wholeNumber);

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 #include "host/app/annotation.h"
 #include "host/app/anonymisation.h"
@@ -24,7 +25,8 @@ constexpr int32_t height = 96;
 constexpr uint8_t background = 60;
 constexpr uint8_t darkStripe = 100;  // every fourth row, on faces and beside them
 
-/// Faces that come, stay, move, go, and come again elsewhere. None begins or ends with a dark stripe.
+/// Faces that come, stay, move, go, and come again elsewhere. None begins or ends with a dark
+/// stripe.
 const std::vector<std::vector<FaceRect>> story = {
     {},
     {{20, 20, 50, 60}},
@@ -178,6 +180,23 @@ TEST_F(Outputs, BlurHidesFacesAndThoseJustLost) {
   }
 }
 
+std::optional<I420Frame> pictureOf(const std::string& path) {
+  std::string error;
+  const auto input = host::VideoInput::open({.path = path, .format = {}, .options = {}}, error);
+  EXPECT_NE(input, nullptr) << error;
+  if (input == nullptr || !input->read())
+    return std::nullopt;
+  return host::copyOf(input->picture());
+}
+
+int brightestOf(const I420Frame& picture) {
+  int brightest = 0;
+  for (int32_t y = 0; y < picture.height(); ++y)
+    for (int32_t x = 0; x < picture.width(); ++x)
+      brightest = std::max(brightest, int{picture.planeData(0)[y * picture.planeStride(0) + x]});
+  return brightest;
+}
+
 TEST_F(Outputs, CropFacesWritesASquareForEachFace) {
   const std::string faces = folder_.file("new/folder");
   run({clip("F25:1"), "--crop-faces", faces, "--output", nullDevice});
@@ -188,21 +207,56 @@ TEST_F(Outputs, CropFacesWritesASquareForEachFace) {
   } expected[] = {
       {"/face-0001.jpg", 60, 200}, {"/face-0002.jpg", 60, 230}, {"/face-0003.jpg", 44, 200}};
   for (const auto& [name, side, luma] : expected) {
-    std::string error;
-    const auto input =
-        host::VideoInput::open({.path = faces + name, .format = {}, .options = {}}, error);
-    ASSERT_NE(input, nullptr) << error;
-    ASSERT_TRUE(input->read());
-    const I420Frame& picture = input->picture();
-    EXPECT_EQ(std::pair(picture.width(), picture.height()), std::pair(side, side));
-    int brightest = 0;
-    for (int32_t y = 0; y < side; ++y)
-      for (int32_t x = 0; x < side; ++x)
-        brightest = std::max(brightest, int{picture.planeData(0)[y * picture.planeStride(0) + x]});
-    EXPECT_NEAR(brightest, luma, 15) << name;
+    const auto picture = pictureOf(faces + name);
+    ASSERT_TRUE(picture.has_value());
+    EXPECT_EQ(std::pair(picture->width(), picture->height()), std::pair(side, side));
+    EXPECT_NEAR(brightestOf(*picture), luma, 15) << name;
   }
   const auto entries = std::filesystem::directory_iterator(host::pathFromUtf8(faces));
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 3);
+}
+
+std::string fromBase64(const std::string& text) {
+  const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bytes;
+  uint32_t group = 0;
+  int bits = 0;
+  for (const char letter : text.substr(0, text.find('='))) {
+    group = group << 6 | static_cast<uint32_t>(letters.find(letter));
+    if ((bits += 6) >= 8)
+      bytes += static_cast<char>(group >> (bits -= 8) & 255U);
+  }
+  return bytes;
+}
+
+TEST_F(Outputs, TheReportStandsAloneAndShowsEveryFace) {
+  const std::string video = folder_.file("<b>&\"'.y4m");
+  std::filesystem::rename(clip("F25:1"), video);
+  const std::string report = folder_.file("report.html");
+  run({video, "--report", report, "--output", nullDevice});
+  const std::string page = contentOf(report);
+  for (const char* foreign : {"://", "<script", "href", "<b>&"})
+    EXPECT_EQ(page.find(foreign), std::string::npos) << foreign;
+  EXPECT_NE(page.find("/&lt;b&gt;&amp;&quot;&#39;.y4m</title>"), std::string::npos);
+
+  std::vector<std::string> jpegs;
+  const std::string mark = "src=\"data:image/jpeg;base64,";
+  for (size_t at = 0; (at = page.find(mark, at)) != std::string::npos;) {
+    at += mark.size();
+    jpegs.push_back(fromBase64(page.substr(at, page.find('"', at) - at)));
+  }
+  const int luma[] = {200, 230, 200};
+  ASSERT_EQ(jpegs.size(), std::size(luma));
+  for (size_t i = 0; i < jpegs.size(); ++i) {
+    writeFile(folder_.file("face.jpg"), jpegs[i]);
+    const auto picture = pictureOf(folder_.file("face.jpg"));
+    ASSERT_TRUE(picture.has_value());
+    EXPECT_NEAR(brightestOf(*picture), luma[i], 15) << "face " << i + 1;
+  }
+  // The second face is there from 0.12 to 0.28 of the 0.36 seconds.
+  const size_t second = page.find("<rect", page.find("<rect") + 1);
+  EXPECT_NE(page.substr(second, 80).find(R"(x="357.3" y="30.0" width="391.1")"), std::string::npos)
+      << page.substr(second, 80);
 }
 
 }  // namespace

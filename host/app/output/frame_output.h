@@ -64,5 +64,6 @@ bool showsFrames(const Options& options);
 std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openAnnotatedFile(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openFacePictures(const OutputRequest& request, std::string& error);
+std::unique_ptr<FrameOutput> openReport(const OutputRequest& request, std::string& error);
 
 }  // namespace tavro::host

@@ -14,6 +14,7 @@ constexpr OutputKind kinds[] = {
     {[](const Options& /*options*/) { return true; }, &openTextOutput, false},
     {[](const Options& options) { return !options.annotate.empty(); }, &openAnnotatedFile, true},
     {[](const Options& options) { return !options.cropFaces.empty(); }, &openFacePictures, false},
+    {[](const Options& options) { return !options.report.empty(); }, &openReport, false},
 };
 
 }  // namespace
