@@ -100,15 +100,6 @@ TEST(BoxDecoder, BoxIsInPixelsOfTheFrameAndNotClipped) {
   EXPECT_EQ(found[0].suppressed, 1);
 }
 
-TEST(BoxDecoder, KeepsSixOfSevenSeparateBoxes) {
-  Outputs outputs;
-  const std::vector<size_t> priors = {0, 9, 18, 27, 36, 45, 54};  // 24 pixels from one to the next
-  const std::vector<float> scores = {0.7F, 0.95F, 0.6F, 0.8F, 0.55F, 0.9F, 0.99F};
-  for (size_t i = 0; i < priors.size(); ++i)
-    outputs.setScore(priors[i], scores[i]);
-  EXPECT_EQ(priorsOf(outputs.decode()), (std::vector<int32_t>{54, 9, 45, 27, 0, 18}));
-}
-
 TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {
   // Sides count both ends: these boxes are 100 pixels long and one high, and two of them that are
   // `shift` apart have 100 - shift pixels in common.

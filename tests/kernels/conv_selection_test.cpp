@@ -1,9 +1,10 @@
 // Which kernel a convolution takes, on a processor with AVX and FMA and on one without: for the
-// rows of the model, and at the limits of the kernels.
+// rows of the model; and that it takes one that serves, whatever the sizes, and leaves none out.
 
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,14 +14,17 @@
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
+#include "tests/kernels/swept_kernels.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
+using tavro::test::Lead;
 using tavro::test::Processor;
 using tavro::test::QuietEnv;
 using tavro::test::Random;
+using tavro::test::SweptKernel;
 
 const ConvKernel* selectDense(const ConvProblem& p) {
   const QuietEnv env;
@@ -123,171 +127,40 @@ TEST(ConvSelection, modelTakesTheseKernels) {
   }
 }
 
-// --- The limits ---
+// --- Any sizes ---
 
-const uint8_t picture[1] = {};
-
-struct Sizes {
-  int32_t kernel = 3;
-  int32_t in = 8;
-  int32_t out = 16;
-  int32_t stride = 1;
-  int32_t padding = -1;  // -1: such that stride 1 keeps the size
-  int32_t dilation = 1;
-  int32_t extent = 24;
-  bool isPicture = false;
-  int32_t strideH = 0;  // 0: as stride
-  int32_t group = 1;
-};
-
-ConvProblem problemOf(const Sizes& sizes) {
-  ConvProblem p;
-  p.kernelW = p.kernelH = sizes.kernel;
-  p.padLeft = p.padRight = p.padTop = p.padBottom =
-      sizes.padding >= 0 ? sizes.padding : sizes.kernel / 2 * sizes.dilation;
-  p.strideW = sizes.stride;
-  p.strideH = sizes.strideH != 0 ? sizes.strideH : sizes.stride;
-  p.dilationW = p.dilationH = sizes.dilation;
-  p.group = sizes.group;
-  p.inputH = p.inputW = sizes.extent;
-  p.inputC = sizes.in;
-  p.outputC = sizes.out;
-  p.bytes = sizes.isPicture ? picture : nullptr;
-  EXPECT_TRUE(tavro::test::deriveOutputSize(p));
-  return p;
-}
-
-struct Limit {
-  Sizes sizes;
-  std::string_view withAvxAndFma;
-  std::string_view without;
-};
-
-const Limit denseLimits[] = {
-    // 1x1: whole blocks or one short one, from the widest down
-    {{.kernel = 1, .out = 64}, "conv1x1_32x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 96}, "conv1x1_32x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 31}, "conv1x1_32x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 25}, "conv1x1_32x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 72}, "conv1x1_24x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 24}, "conv1x1_24x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 17}, "conv1x1_24x3", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 80}, "conv1x1_16x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 16}, "conv1x1_16x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 9}, "conv1x1_16x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 33}, "convSse1x1_8x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 8}, "convSse1x1_4x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 7}, "convSse1x1_4x4", "convSse1x1_4x4"},
-    {{.kernel = 1, .out = 4}, "convSse1x1_4x4", "convSse1x1_4x4"},
-    {{.kernel = 1, .out = 3}, "convSseDirect_4x4", "convSseDirect_4x4"},
-    {{.kernel = 1, .out = 1}, "convSseSingle", "convSseSingle"},
-    {{.kernel = 1, .in = 2, .out = 1}, "convSseSingle", "convSseSingle"},
-    {{.kernel = 1, .out = 32, .stride = 2}, "convSse1x1_8x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 32, .strideH = 2}, "convSse1x1_8x4", "convSse1x1_8x4"},
-    {{.kernel = 1, .out = 32, .padding = 1}, "convSseDirect_8x4", "convSseDirect_8x4"},
-    {{.kernel = 1, .dilation = 2}, "convSseDilated_8x4", "convSseDilated_8x4"},
-    // 3x3, the first layer
-    {{.in = 3, .stride = 2, .isPicture = true}, "conv3x3bytes_16x4", "convSse3x3s2c3_4x4"},
-    {{.in = 1, .stride = 2, .isPicture = true}, "conv3x3bytes_16x4", "convSse3x3s2c1_4x4"},
-    {{.in = 3, .out = 12, .stride = 2, .isPicture = true},
-     "conv3x3bytes_16x4",
-     "convSse3x3s2c3_4x4"},
-    {{.in = 3, .out = 12, .stride = 2}, "convSse3x3s2c3_4x4", "convSse3x3s2c3_4x4"},
-    {{.in = 3, .out = 10, .stride = 2}, "convSseDirect_4x4", "convSseDirect_4x4"},
-    {{.in = 3, .stride = 2}, "conv3x3s2_16x4", "convSse3x3s2c3_4x4"},
-    {{.in = 1, .stride = 2}, "conv3x3s2_16x4", "convSse3x3s2c1_4x4"},
-    {{.in = 3, .stride = 2, .extent = 23}, "conv3x3s2_16x4", "convSseDirect_8x4"},
-    // 3x3 in whole or short blocks
-    {{.stride = 2}, "conv3x3s2_16x4", "convSseDirect_8x4"},
-    {{.out = 48}, "conv3x3s1_24x3", "convSseDirect_8x4"},
-    {{.out = 24}, "conv3x3s1_24x3", "convSseDirect_8x4"},
-    {{.out = 17}, "conv3x3s1_24x3", "convSseDirect_4x4"},
-    {{.out = 32}, "conv3x3s1_16x4", "convSseDirect_8x4"},
-    {{.out = 9}, "conv3x3s1_16x4", "convSseDirect_4x4"},
-    {{.extent = 3}, "convSseDirect_8x4", "convSseDirect_8x4"},
-    {{.padding = 0}, "conv3x3dil_16x4", "convSseDirect_8x4"},
-    {{.dilation = 2}, "conv3x3dil_16x4", "convSseDilated_8x4"},
-    {{.out = 12, .dilation = 2}, "conv3x3dil_16x4", "convSseDilated_4x4"},
-    {{.out = 9, .dilation = 2}, "conv3x3dil_16x4", "convSseScalar"},
-    {{.out = 32, .stride = 2, .dilation = 2}, "convSseDilated_8x4", "convSseDilated_8x4"},
-    // 3x3 in blocks of four
-    {{.in = 3, .out = 1, .extent = 48}, "conv3x3single_48", "convSseSingle"},
-    {{.in = 3, .out = 1, .extent = 47}, "convSseSingle", "convSseSingle"},
-    {{.in = 4, .out = 1, .extent = 48}, "convSseSingle", "convSseSingle"},
-    {{.out = 8}, "conv3x3s1_4x6", "convSseDirect_8x4"},
-    {{.out = 5}, "conv3x3s1_4x6", "convSseDirect_4x4"},
-    {{.out = 2}, "conv3x3s1_4x6", "convSseDirect_4x4"},
-    {{.out = 8, .stride = 2}, "convSseDirect_4x4", "convSseDirect_8x4"},
-    {{.out = 8, .dilation = 2}, "convSseDilated_4x4", "convSseDilated_8x4"},
-    {{.out = 3, .stride = 2, .dilation = 2}, "conv3x3s2d2_4x6", "convSseScalar"},
-    {{.out = 4, .stride = 2}, "conv3x3any_4x6", "convSseDirect_4x4"},
-    {{.out = 4, .dilation = 3}, "conv3x3any_4x6", "convSseDilated_4x4"},
-    // other windows
-    {{.kernel = 5}, "convSseDirect_8x4", "convSseDirect_8x4"},
-    {{.kernel = 5, .out = 8}, "convSseDirect_4x4", "convSseDirect_8x4"},
-};
-
-const Limit groupedLimits[] = {
-    {{.in = 16, .extent = 56, .group = 16}, "dwConv3x3s1_16x5", "dwConvSse_8x4"},
-    {{.in = 16, .extent = 55, .group = 16}, "dwConv3x3_16x4", "dwConvSse_8x4"},
-    {{.in = 16, .stride = 2, .extent = 120, .group = 16}, "dwConv3x3_16x4", "dwConvSse_8x4"},
-    {{.in = 16, .stride = 3, .group = 16}, "dwConvSse_8x4", "dwConvSse_8x4"},
-    {{.in = 16, .padding = 0, .group = 16}, "dwConvSse_8x4", "dwConvSse_8x4"},
-    {{.kernel = 5, .in = 16, .padding = 1, .group = 16}, "dwConvSse_8x4", "dwConvSse_8x4"},
-    {{.in = 24, .out = 24, .group = 24}, "dwConvSse_4x4", "dwConvSse_8x4"},
-    {{.in = 4, .out = 4, .group = 4}, "dwConvSse_4x4", "dwConvSse_4x4"},
-    {{.in = 7, .out = 7, .group = 7}, "dwConvSseScalar", "dwConvSseScalar"},
-    {{.in = 16, .dilation = 2, .group = 16}, "none", "none"},
-    {{.in = 32, .group = 16}, "none", "none"},
-    {{.in = 2, .out = 32, .group = 2}, "groupConvSse_8x4", "groupConvSse_8x4"},
-    {{.out = 32, .group = 4}, "groupConvSse_4x4", "groupConvSse_8x4"},
-    {{.in = 3, .out = 12, .group = 3}, "groupConvSse_4x4", "groupConvSse_4x4"},
-    {{.in = 3, .out = 9, .group = 3}, "none", "none"},
-};
-
-TEST(ConvSelection, limitsLieWhereTheKernelsEnd) {
-  for (const bool avxAndFma : {false, true}) {
-    const Processor processor(avxAndFma);
-    const auto expected = [&](const Limit& limit) {
-      return avxAndFma ? limit.withAvxAndFma : limit.without;
-    };
-    for (const Limit& limit : denseLimits) {
-      const ConvProblem p = problemOf(limit.sizes);
-      EXPECT_EQ(nameOf(selectDense(p)), expected(limit)) << p;
-    }
-    for (const Limit& limit : groupedLimits) {
-      const ConvProblem p = problemOf(limit.sizes);
-      EXPECT_EQ(nameOf(selectGrouped(p)), expected(limit)) << p;
-    }
-  }
-}
-
-TEST(ConvSelection, selectedKernelAlwaysServes) {
+TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
   const uint64_t seed = tavro::test::baseSeed();
   SCOPED_TRACE(tavro::test::seedNote(seed));
   Random random(seed);
-  for (int i = 0; i < tavro::test::caseCount(20'000); ++i) {
-    const int32_t group = random.between(1, 4);
-    ConvProblem p = problemOf(Sizes{.kernel = random.between(1, 5),
-                                    .in = group * random.between(1, 5),
-                                    .out = group * random.between(1, 16),
-                                    .stride = random.between(1, 3),
-                                    .padding = random.between(0, 3),
-                                    .dilation = random.between(1, 3),
-                                    .extent = random.between(13, 60),
-                                    .isPicture = random.chance(0.3),
-                                    .strideH = random.between(0, 3),
-                                    .group = group});
-    p.padRight = random.between(0, 3);
-    p.padTop = random.between(0, 3);
-    ASSERT_TRUE(tavro::test::deriveOutputSize(p));
-    const Processor processor(random.chance(0.7));
-    const ConvKernel* grouped = selectGrouped(p);
-    EXPECT_TRUE(grouped == nullptr || grouped->serves(p)) << nameOf(grouped) << ": " << p;
-    p.group = 1;
-    const ConvKernel* dense = selectDense(p);
-    EXPECT_TRUE(dense != nullptr && dense->serves(p)) << nameOf(dense) << ": " << p;
-  }
+  const uint8_t picture = 0;
+  std::set<const ConvKernel*> taken;
+  for (int i = 0; i < 1000; ++i)
+    for (const SweptKernel& swept : tavro::test::sweptKernels()) {
+      ConvProblem p;
+      p.kernelW = p.kernelH = random.between(1, 5);
+      for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
+        *padding = random.between(0, 3);
+      p.strideW = p.strideH = random.between(1, 3);
+      p.dilationW = p.dilationH = random.between(1, 3);
+      p.inputH = p.inputW = random.between(13, 60);
+      p.inputC = random.between(1, 20);
+      p.outputC = random.between(1, 60);
+      p.bytes = random.chance(0.3) ? &picture : nullptr;
+      Lead lead(p, random);
+      swept.lead(lead);
+      if (!tavro::test::deriveOutputSize(p))
+        continue;
+      const Processor processor(random.chance(0.7));
+      const ConvKernel* grouped = selectGrouped(p);
+      EXPECT_TRUE(grouped == nullptr || grouped->serves(p)) << nameOf(grouped) << ": " << p;
+      p.group = 1;
+      const ConvKernel* dense = selectDense(p);
+      ASSERT_TRUE(dense != nullptr && dense->serves(p)) << nameOf(dense) << ": " << p;
+      taken.insert({grouped, dense});
+    }
+  for (const SweptKernel& swept : tavro::test::sweptKernels())
+    EXPECT_TRUE(taken.contains(swept.kernel)) << swept.kernel->name;
 }
 
 }  // namespace
