@@ -10,6 +10,7 @@
 #include "host/app/media.h"
 #include "host/app/output/frame_output.h"
 #include "host/app/output/text_format.h"
+#include "host/app/serve/web_address.h"
 #include "host/core/utf8_path.h"
 
 namespace tavro::host {
@@ -63,6 +64,12 @@ const CLI::Validator wholeNumber(
       if (failure == std::errc() && rest == end && value >= 1 && value <= limit)
         return {};
       return "must be a whole number from 1 to " + std::to_string(limit) + ", not " + text;
+    },
+    "");
+
+const CLI::Validator webAddress(
+    [](const std::string& text) {
+      return parseWebAddress(text).has_value() ? "" : "must be [ADDRESS:]PORT, not " + text;
     },
     "");
 
@@ -170,6 +177,13 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--report", options.report,
                  "HTML page with a timeline of the faces, a picture of each and the time per frame")
       ->type_name("FILE");
+  app.add_option(
+         "--serve", options.serve,
+         "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "
+         "pace of the video; the results are at /events. Without ADDRESS only this machine "
+         "can look; with another one anybody can who reaches it")
+      ->type_name("[ADDRESS:]PORT")
+      ->check(webAddress);
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
       ->check(wholeNumber);

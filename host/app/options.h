@@ -25,6 +25,7 @@ struct Options {
   bool blur = false;      ///< show pictures without the faces rather than with rectangles
   std::string cropFaces;  ///< folder for a picture of each face; empty: none
   std::string report;     ///< HTML page to write; empty: none
+  std::string serve;      ///< where a browser can watch, as of WebAddress; empty: nowhere
   std::string module;     ///< the detector module's file; empty: looked for beside the program
 
   int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...

@@ -156,6 +156,10 @@ TEST_F(Application, BadUsageIsOneLineAndExitCode2) {
       {path, "--blur", "--report", "r.html", "--annotate", "b.png"},
       {path, "--report", "r.html", "--output", "r.html"},
       {path, "--report", "/nowhere/r.html"},
+      {path, "--serve", "80 80"},
+      {path, "--serve", "elsewhere.example:80"},
+      {path, "--serve", "[::1:80"},
+      {path, "--serve", "192.0.2.1:0"},  // no address of this machine
       {path, "--annotate", "boxes.txt"},
       {path, "--annotate", path},
       {path, "--output", path},

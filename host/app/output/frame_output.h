@@ -65,5 +65,6 @@ std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request, std::s
 std::unique_ptr<FrameOutput> openAnnotatedFile(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openFacePictures(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openReport(const OutputRequest& request, std::string& error);
+std::unique_ptr<FrameOutput> openLiveOutput(const OutputRequest& request, std::string& error);
 
 }  // namespace tavro::host

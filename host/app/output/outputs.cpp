@@ -15,6 +15,7 @@ constexpr OutputKind kinds[] = {
     {[](const Options& options) { return !options.annotate.empty(); }, &openAnnotatedFile, true},
     {[](const Options& options) { return !options.cropFaces.empty(); }, &openFacePictures, false},
     {[](const Options& options) { return !options.report.empty(); }, &openReport, false},
+    {[](const Options& options) { return !options.serve.empty(); }, &openLiveOutput, true},
 };
 
 }  // namespace

@@ -1,0 +1,59 @@
+#pragma once
+
+// LiveFeed: the latest picture and the latest result, for any number of viewers on threads of their
+// own. Publishing never waits for a viewer, and a viewer always gets the latest there is: who is
+// slow misses what came in between.
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace tavro::host {
+
+class LiveFeed {
+ public:
+  using Bytes = std::shared_ptr<const std::string>;
+
+  void publish(std::string bytes) {
+    auto latest = std::make_shared<const std::string>(std::move(bytes));
+    const std::lock_guard lock(mutex_);
+    latest_ = std::move(latest);
+    ++number_;
+    changed_.notify_all();
+  }
+
+  /// No more will come. What was published last is still given to who hasn't had it.
+  void close() {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    changed_.notify_all();
+  }
+
+  /// Waits for something newer than number `seen`, which becomes its number. Null at the end, and,
+  /// with `seen` as it was, if nothing comes for a while: `isClosed` tells which.
+  Bytes next(uint64_t& seen) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(5), [&] { return number_ != seen || closed_; });
+    if (number_ == seen)
+      return nullptr;
+    seen = number_;
+    return latest_;
+  }
+
+  bool isClosed() const {
+    const std::lock_guard lock(mutex_);
+    return closed_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  Bytes latest_;
+  uint64_t number_ = 0;
+  bool closed_ = false;
+};
+
+}  // namespace tavro::host
