@@ -1,8 +1,9 @@
 """How the network gets its weights.
 
-    pictures with boxes --faces--> picture store --augment, camera--> what a camera would deliver
-      --detector_input--> the bytes that the detector's network sees --network, assignment, loss,
-      train--> weights --calibrate, weight_block--> engine/model/weights.bin --evaluate--> figures
+    pictures with boxes --faces, picture_store--> memory --views, scenes, pastes--> scenes
+      --camera--> frames --detector_input--> the bytes that the detector's network sees
+      --assignment, loss, network, trainer--> weights --weight_block, calibrate-->
+      engine/model/weights.bin --evaluate--> figures
 
 `python3 -m training.train --data PATH` makes a weight block, `python3 -m training.evaluate --data
 PATH` measures the detector that is built from it. README.md tells why it is done in this way,

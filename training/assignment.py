@@ -31,7 +31,8 @@ def assign(boxes, kinds, priors):
     index of its face among the m.
     """
     at = corners(priors)
-    used = max(1, int((kinds != NOTHING).any(0).nonzero().amax()) + 1) if kinds.any() else 1
+    inUse = (kinds != NOTHING).any(0).nonzero()
+    used = int(inUse[-1]) + 1 if len(inUse) else 1
     boxes, kinds = boxes[:, :used], kinds[:, :used]
     inter, priorArea, area = overlaps(at, boxes)
     overlap = inter.div_(priorArea[:, None] + area[:, None, :] - inter)

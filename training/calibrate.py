@@ -15,7 +15,8 @@ import sys
 
 import cv2
 
-from training import detector_library, evaluate, faces, metrics, weight_block
+from training import conditions, detector_library, evaluate, faces, metrics, weight_block
+from training.contract import THRESHOLD
 from training.network import FaceNetwork
 
 
@@ -36,14 +37,14 @@ def shifted(tensors, shift):
 
 def bestPoint(path, folder, sizeClass):
     """Where the detector with these weights has its best F1 on the folder's pictures."""
-    library = detector_library.Library(detector_library.build(path))
-    road = evaluate.Road(library, detector_library.Detector(library))
-    matches = []
-    for picture in faces.load(folder):
-        scene = evaluate.conditions.fromPicture(picture, faces.readImage(picture.path))
-        matches.append(evaluate.match(scene, *evaluate.detect(road, scene.image)))
-    return metrics.bestPoint(metrics.counted(metrics.joined(matches),
+    detector = detector_library.Detector(detector_library.Library(detector_library.build(path)))
+    parts = [evaluate.examine(detector, conditions.fromPicture(picture, faces.readImage(picture)))[0]
+             for picture in faces.load(folder)]
+    best = metrics.bestPoint(metrics.counted(metrics.joined(parts),
                                              *metrics.SIZE_CLASSES[sizeClass]))
+    if not best.f1 > 0:
+        raise ValueError(f"{folder}: no face of {sizeClass} pixels is found: nothing to go by")
+    return best
 
 
 def main(arguments=None):
@@ -58,7 +59,7 @@ def main(arguments=None):
     try:
         best = bestPoint(options.weights, options.data, options.faces)
         shapes = {name: values.shape for name, values in FaceNetwork().folded().items()}
-        shift = logit(evaluate.THRESHOLD) - logit(best.threshold)
+        shift = logit(THRESHOLD) - logit(best.threshold)
         tensors = weight_block.read(options.weights, shapes)
         weight_block.write(pathlib.Path(options.output), shifted(tensors, shift))
     except (OSError, ValueError, detector_library.NotBuilt) as error:

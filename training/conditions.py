@@ -10,7 +10,7 @@ import collections
 import cv2
 import numpy
 
-from training.detector_library import SIDE
+from training.contract import SIDE
 
 Scene = collections.namedtuple("Scene", "image boxes doubtful")
 Scene.__doc__ = """A picture height x width x 3, B G R; boxes n x 4, x1 y1 x2 y2 in its pixels."""

@@ -6,7 +6,7 @@ batches of frames of one size on any device. A test compares them with the modul
 
 import torch
 
-from training.network import SIDE
+from training.contract import SIDE
 
 ONE = 1 << 16  # a whole sample, in the fixed point of the scaler's positions
 

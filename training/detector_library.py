@@ -16,10 +16,7 @@ import sys
 
 import numpy
 
-SIDE = 192
-PRIOR_COUNT = 2088
-WEIGHT_BYTES = 391296
-MOST_BOXES = 2088
+from training.contract import MOST_REPORTED, PRIOR_COUNT, SIDE, THRESHOLD, WEIGHT_BYTES
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FILE_NAME = "libtavro_training.so"
@@ -89,6 +86,7 @@ def build(weights, tree=TRIAL_TREE):
     if weights.stat().st_size != WEIGHT_BYTES:
         raise NotBuilt(f"{weights}: a weight block has {WEIGHT_BYTES} bytes, "
                        f"this file has {weights.stat().st_size}")
+    print(f"building the detector with {weights}", file=sys.stderr)
     for command in (["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DTAVRO_BUILD_HOST=OFF",
                      "-DTAVRO_BUILD_TESTS=OFF", f"-DTAVRO_WEIGHTS={weights}"],
                     ["cmake", "--build", tree, "--target", "tavro_training"]):
@@ -107,10 +105,10 @@ class Library:
         self.path = pathlib.Path(path or find()).resolve()
         try:
             self.functions = ctypes.CDLL(str(self.path))
-        except OSError as error:
-            raise NotBuilt(f"{self.path}: can't be loaded: {error}") from None
-        self.functions.tavroCreateDetector.restype = ctypes.c_void_p
-        self.functions.tavroWeights.restype = _bytes
+            self.functions.tavroCreateDetector.restype = ctypes.c_void_p
+            self.functions.tavroWeights.restype = _bytes
+        except (AttributeError, OSError) as error:
+            raise NotBuilt(f"{self.path}: can't be used: {error}") from None
 
     def weights(self):
         """The weight block that is built in."""
@@ -125,7 +123,8 @@ class Library:
                       *(numpy.empty(chroma, numpy.uint8) for _ in range(2)))
         described = frame.described()
         self._check(self.functions.tavroConvertPicture(
-            image.ctypes.data_as(_bytes), width * 3, ctypes.byref(described)), "conversion")
+            image.ctypes.data_as(_bytes), width * 3, ctypes.byref(described)),
+            f"the conversion of {width}x{height} pixels is")
         return frame
 
     def prepareInput(self, frame):
@@ -133,7 +132,7 @@ class Library:
         picture = numpy.empty((SIDE, SIDE, 3), numpy.uint8)
         described = frame.described()
         self._check(self.functions.tavroPrepareInput(
-            ctypes.byref(described), picture.ctypes.data_as(_bytes)), "scaling")
+            ctypes.byref(described), picture.ctypes.data_as(_bytes)), "the scaling is")
         return picture
 
     @staticmethod
@@ -165,7 +164,7 @@ class Detector:
 
     def __init__(self, library):
         self.library = library
-        self._boxes = numpy.empty((MOST_BOXES, 5), numpy.float32)
+        self._boxes = numpy.empty((PRIOR_COUNT, 5), numpy.float32)
         with _silence():  # the network tells that it is loaded and how long its first run took
             self.handle = library.functions.tavroCreateDetector()
             if not self.handle:
@@ -185,15 +184,18 @@ class Detector:
         offsets = numpy.empty((PRIOR_COUNT, 4), numpy.float32)
         Library._check(self.library.functions.tavroRunNetwork(
             ctypes.c_void_p(self.handle), picture.ctypes.data_as(_bytes),
-            scores.ctypes.data_as(_floats), offsets.ctypes.data_as(_floats)), "the network's run")
+            scores.ctypes.data_as(_floats), offsets.ctypes.data_as(_floats)), "the network's run is")
         return scores, offsets
 
-    def detect(self, frame, threshold=0.65, keepLimit=5):
-        """Boxes n x 4, x1 y1 x2 y2 in pixels of the frame, and their scores, best first."""
+    def detect(self, frame, threshold=THRESHOLD, keepLimit=MOST_REPORTED - 1):
+        """Boxes n x 4, x1 y1 x2 y2 in pixels of the frame, and their scores, best first.
+
+        The box that exceeds `keepLimit` is the last one.
+        """
         described = frame.described()
         count = self.library.functions.tavroDetect(
             ctypes.c_void_p(self.handle), ctypes.byref(described), ctypes.c_float(threshold),
             ctypes.c_int32(keepLimit), self._boxes.ctypes.data_as(_floats),
-            ctypes.c_int32(MOST_BOXES))
-        Library._check(count, "detection")
+            ctypes.c_int32(PRIOR_COUNT))
+        Library._check(count, "the detection is")
         return self._boxes[:count, :4].copy(), self._boxes[:count, 4].copy()

@@ -1,4 +1,6 @@
-"""Measures the detector on a set of labelled pictures: `python3 -m training.evaluate --data PATH`.
+"""Measures the detector on a set of labelled pictures.
+
+    python3 -m training.evaluate --data PATH
 
     picture --condition--> picture --convert--> I420 frame --detect--> boxes --match--> figures
 
@@ -19,20 +21,18 @@ import sys
 import cv2
 import numpy
 
-from training import conditions, detector_library, faces, metrics, peers, steadiness
+from training import (conditions, detector_library, evaluation_report, faces, metrics, peers,
+                      steadiness)
+from training.contract import MOST_REPORTED, SIDE, THRESHOLD
 
-THRESHOLD = 0.65  # the module's own
 LOWEST_SCORE = 0.03
 MOST_BOXES = 200
-MOST_REPORTED = 6  # boxes of one frame
 SMALLEST_STEADY = 16  # smaller faces hardly pass the threshold
-
-Road = collections.namedtuple("Road", "library detector")
 
 
 def parseArguments(arguments):
     parser = argparse.ArgumentParser("training.evaluate", description=__doc__.splitlines()[0])
-    parser.add_argument("--data", required=True, help="folder with boxes.txt and images/")
+    parser.add_argument("--data", required=True, help="folder of pictures and boxes")
     parser.add_argument("--output", help="folder for figures.json and the plots")
     parser.add_argument("--peers", action="store_true", help="measure other detectors, too")
     parser.add_argument("--weights", help="another weight block, built into a library of its own")
@@ -48,13 +48,13 @@ def parseArguments(arguments):
 
 def stretch(boxes, size):
     """From pixels of a frame to pixels of the network's input."""
-    return boxes * numpy.tile(numpy.float32(detector_library.SIDE) / numpy.float32(size), 2)
+    return boxes * numpy.tile(numpy.float32(SIDE) / numpy.float32(size), 2)
 
 
-def detect(road, image):
+def detect(detector, image):
     """The boxes in input pixels and their scores."""
-    frame = road.library.convert(image)
-    boxes, scores = road.detector.detect(frame, LOWEST_SCORE, MOST_BOXES)
+    frame = detector.library.convert(image)
+    boxes, scores = detector.detect(frame, LOWEST_SCORE, MOST_BOXES)
     return stretch(boxes, frame.size), scores
 
 
@@ -63,17 +63,17 @@ def match(scene, boxes, scores):
     return metrics.matchPicture(boxes, scores, labels[~scene.doubtful], labels[scene.doubtful])
 
 
-def examine(road, scene):
-    """A picture's Matches, and its boxes for the steadiness."""
-    boxes, scores = detect(road, scene.image)
+def examine(detector, scene):
+    """A scene's Matches, and its boxes for the steadiness."""
+    boxes, scores = detect(detector, scene.image)
     return match(scene, boxes, scores), boxes
 
 
 class Evaluation:
     """Goes through the pictures once and keeps what was matched under each condition."""
 
-    def __init__(self, road, others):
-        self.road = road
+    def __init__(self, detector, others):
+        self.detector = detector
         self.peers = others
         self.asIs = []
         self.alarms = []  # of each faceless picture
@@ -83,23 +83,23 @@ class Evaluation:
         self.peerAlarms = collections.defaultdict(list)  # peer -> scores in faceless pictures
 
     def add(self, index, picture):
-        scene = conditions.fromPicture(picture, faces.readImage(picture.path))
-        matches, boxes = examine(self.road, scene)
+        scene = conditions.fromPicture(picture, faces.readImage(picture))
+        matches, boxes = examine(self.detector, scene)
         self.asIs.append(matches)
         if len(picture.boxes) == 0:
             self.alarms.append(int((matches.scores > THRESHOLD).sum()))
         for name, aspect in conditions.ASPECTS.items():
             self.conditions["aspect", name].append(
-                examine(self.road, conditions.cropped(scene, aspect))[0])
+                examine(self.detector, conditions.cropped(scene, aspect))[0])
         for name, spoil in conditions.SPOILED.items():
             image = spoil(scene.image, conditions.random(index))
             self.conditions["fault", name].append(
-                examine(self.road, scene._replace(image=image))[0])
+                examine(self.detector, scene._replace(image=image))[0])
         if (matches.faceSizes >= SMALLEST_STEADY).any():
             self.nudge(index, scene, steadiness.sightings(matches, boxes))
         for name, peer in self.peers.items():
-            boxes, scores = peer(self.road.library.prepareInput(
-                self.road.library.convert(scene.image)))
+            boxes, scores = peer(self.detector.library.prepareInput(
+                self.detector.library.convert(scene.image)))
             self.found[name].append(match(scene, boxes, scores))
             if len(picture.boxes) == 0:
                 self.peerAlarms[name].append(scores)
@@ -109,7 +109,7 @@ class Evaluation:
         for name, (change, moved) in conditions.NUDGED.items():
             image = change(scene.image, conditions.random(index))
             way = numpy.float32([moved, 0, moved, 0])
-            matches, boxes = examine(self.road, scene._replace(image=image,
+            matches, boxes = examine(self.detector, scene._replace(image=image,
                                                                boxes=scene.boxes + way))
             boxes = boxes - stretch(way, (width, 1))
             self.nudges[name].append((before, steadiness.sightings(matches, boxes)))
@@ -130,6 +130,7 @@ class Evaluation:
             "pictureAsIs": summary(asIs),
             "aspects": summaries["aspect"],
             "faults": summaries["fault"],
+            "smallestSteady": SMALLEST_STEADY,
             "steadiness": {name: self.compared(pairs) for name, pairs in self.nudges.items()},
             "peers": {},
         }
@@ -160,82 +161,28 @@ def mean(values):
 
 
 def bySize(matches, threshold):
-    table = {}
+    """What is told of each size class, in the order of the report's columns."""
+    rows = {}
     for name, sizes in metrics.SIZE_CLASSES.items():
         count = metrics.counted(matches, *sizes)
         point, best = metrics.pointAt(count, threshold), metrics.bestPoint(count)
-        table[name] = {"faces": count.faceCount, "ap": metrics.averagePrecision(count),
-                       "precision": point.precision, "recall": point.recall, "f1": point.f1,
-                       "bestF1": best.f1, "bestThreshold": best.threshold}
-    return table
+        rows[name] = {"faces": count.faceCount, "ap": metrics.averagePrecision(count),
+                      "precision": point.precision, "recall": point.recall, "f1": point.f1,
+                      "bestF1": best.f1, "bestThreshold": best.threshold}
+    return rows
 
 
 def summary(matches):
-    """The two classes that sum up the others, and the operating point on the larger faces."""
+    """The two classes that sum up the others, and the operating point on the larger faces.
+
+    In the order of the report's columns.
+    """
     small, large = (metrics.counted(matches, *metrics.SIZE_CLASSES[name])
                     for name in ("8 and more", "16 and more"))
     point = metrics.pointAt(large, THRESHOLD)
     return {"faces8": small.faceCount, "ap8": metrics.averagePrecision(small),
             "faces16": large.faceCount, "ap16": metrics.averagePrecision(large),
             "precision": point.precision, "recall": point.recall, "f1": point.f1}
-
-
-def shown(value):
-    if isinstance(value, str):
-        return value
-    if isinstance(value, int):
-        return str(value)
-    return "-" if value != value else f"{value:.4f}" if abs(value) < 0.1 else f"{value:.3f}"
-
-
-def table(title, columns, rows):
-    """A Markdown table with the columns padded to a common width."""
-    cells = [columns] + [[shown(value) for value in row] for row in rows]
-    widths = [max(len(row[i]) for row in cells) for i in range(len(columns))]
-    lines = ["| " + " | ".join(f"{cell:<{width}}" if i == 0 else f"{cell:>{width}}"
-                               for i, (cell, width) in enumerate(zip(row, widths))) + " |"
-             for row in cells]
-    rule = "|" + "|".join("-" * (w + 1) + ("-" if i == 0 else ":")
-                          for i, w in enumerate(widths)) + "|"
-    return "\n".join([f"\n{title}\n", lines[0], rule, *lines[1:]])
-
-
-def sizeTable(title, sizes):
-    return table(title, ["face size", "faces", "AP", "precision", "recall", "F1", "best F1", "at"],
-                 [[name, *row.values()] for name, row in sizes.items()])
-
-
-def report(figures):
-    """All tables as text."""
-    conditionRows = {"as it is": figures["pictureAsIs"]}
-    columns = ["", "faces >= 8", "AP", "faces >= 16", "AP", "precision", "recall", "F1"]
-    parts = [
-        f"{figures['data']}: {figures['pictures']} pictures, {figures['facelessPictures']} of them "
-        f"faceless\nweights {figures['weightsDigest'][:16]}, data {figures['dataDigest'][:16]}",
-        sizeTable(f"By size in pixels of the network's input, at {THRESHOLD}", figures["sizes"]),
-        f"\nFalse alarms at {THRESHOLD}: "
-        f"{shown(figures['falseAlarmsPerFacelessPicture'])} a faceless picture",
-        f"With at most {MOST_REPORTED} boxes a picture, as the module reports them: on faces of 16 "
-        f"pixels and more precision {shown(figures['reported']['precision'])}, recall "
-        f"{shown(figures['reported']['recall'])}",
-        table(f"By aspect of the frame; precision, recall and F1 at {THRESHOLD} on faces of 16 "
-              "pixels and more", columns,
-              [[name, *row.values()]
-               for name, row in {**conditionRows, **figures["aspects"]}.items()]),
-        table("Spoiled pictures, likewise", columns,
-              [[name, *row.values()]
-               for name, row in {**conditionRows, **figures["faults"]}.items()]),
-        table(f"Steadiness of faces of {SMALLEST_STEADY} pixels and more: movement of the edge "
-              "that moves most, relative to the face's size",
-              ["", "faces", "moved", "99th percentile", "score change", "99th percentile",
-               f"flips at {THRESHOLD}"],
-              [[name, *row.values()] for name, row in figures["steadiness"].items()])]
-    for name, peer in figures["peers"].items():
-        parts += [sizeTable(f"{name}, at its best threshold for faces of 16 pixels and more",
-                            peer["sizes"]),
-                  "\nFalse alarms there: "
-                  f"{shown(peer['falseAlarmsPerFacelessPicture'])} a faceless picture"]
-    return "\n".join(parts)
 
 
 def withoutNan(value):
@@ -246,11 +193,11 @@ def withoutNan(value):
 
 
 def write(folder, figures, evaluation):
-    from training import evaluation_plots  # matplotlib takes a second to come
+    from training import plots  # matplotlib takes a second to come
     (folder / "figures.json").write_text(json.dumps(withoutNan(figures), indent=2) + "\n")
     matches = evaluation.matches()
-    evaluation_plots.precisionRecall(matches, THRESHOLD, folder / "precision_recall.png")
-    evaluation_plots.scoreHistogram(matches["this detector"], THRESHOLD, folder / "scores.png")
+    plots.precisionRecall(matches, THRESHOLD, folder / "precision_recall.png")
+    plots.scoreHistogram(matches["this detector"], THRESHOLD, folder / "scores.png")
 
 
 def chosen(pictures, limit):
@@ -268,7 +215,7 @@ def evaluate(options):
     others = peers.load() if options.peers else {}
     path = detector_library.build(options.weights) if options.weights else options.library
     library = detector_library.Library(path)
-    evaluation = Evaluation(Road(library, detector_library.Detector(library)), others)
+    evaluation = Evaluation(detector_library.Detector(library), others)
     for index, picture in enumerate(pictures):
         evaluation.add(index, picture)
         if sys.stderr.isatty():
@@ -279,7 +226,7 @@ def evaluate(options):
                "weightsDigest": hashlib.sha256(library.weights()).hexdigest(),
                "date": datetime.date.today().isoformat(), "threshold": THRESHOLD,
                **evaluation.figures()}
-    print(report(figures))
+    print(evaluation_report.asText(figures))
     if options.output:
         write(pathlib.Path(options.output), figures, evaluation)
 

@@ -38,15 +38,16 @@ def isDoubtful(flags):
 def load(folder):
     """All pictures of the folder, in the order of the list."""
     path = boxList(folder)
-    lines = [line.strip() for line in path.read_text().splitlines()]
-    lines = [line for line in lines if line]
     pictures, at = [], 0
     try:
+        lines = [line.strip() for line in path.read_text(encoding="utf-8").splitlines()]
+        lines = [line for line in lines if line]
         while at < len(lines):
             name, count = lines[at], int(lines[at + 1])
             rows = [[float(value) for value in line.split()]
                     for line in lines[at + 2:at + 2 + count]]
-            if len(rows) != count or any(len(row) < 4 for row in rows):
+            if len(rows) != count or not all(
+                    len(row) >= 4 and numpy.isfinite(row).all() for row in rows):
                 raise ValueError
             at += 2 + count
             # WIDER FACE lists an empty picture as one box without a size.
@@ -62,11 +63,15 @@ def load(folder):
     return pictures
 
 
-def readImage(path):
-    """Height x width x 3 bytes: B, G, R."""
-    image = cv2.imdecode(numpy.fromfile(path, numpy.uint8), cv2.IMREAD_COLOR)
+def readImage(picture):
+    """Height x width x 3 bytes: B, G, R. The picture's boxes must lie in it, in part at least."""
+    data = numpy.fromfile(picture.path, numpy.uint8)
+    image = cv2.imdecode(data, cv2.IMREAD_COLOR) if len(data) else None
     if image is None:
-        raise ValueError(f"{path}: not a picture")
+        raise ValueError(f"{picture.path}: not a picture")
+    low, high = picture.boxes[:, :2], picture.boxes[:, :2] + picture.boxes[:, 2:]
+    if (high <= 0).any() or (low >= image.shape[1::-1]).any():
+        raise ValueError(f"{picture.path}: a box lies outside the picture")
     return image
 
 

@@ -9,15 +9,11 @@ Every convolution but the last of each head is followed by a batch normalisation
 Szegedy, 2015), which is folded into the convolution's weight and bias when the weights leave.
 """
 
-import numpy
 import torch
 from torch import nn
 from torch.nn import functional
 
 from training import weight_block
-
-SIDE = 192
-PRIOR_COUNT = 2088
 
 # Block, input and output channels, stride, and the engine's layers whose names the biases bear.
 STAGES = [
@@ -221,6 +217,8 @@ class FaceNetwork(nn.Module):
     def measureNormalisation(self, batches):
         """Replaces the running statistics by those over all `batches` of images."""
         norms = [module for module in self.modules() if isinstance(module, nn.BatchNorm2d)]
+        if not norms:
+            return
         momentum = [norm.momentum for norm in norms]
         for norm in norms:
             norm.reset_running_stats()
@@ -234,8 +232,6 @@ class FaceNetwork(nn.Module):
         self.eval()
 
 
-def toImages(pictures, device=None):
+def toImages(pictures):
     """Bytes n x 192 x 192 x 3 as the detector packs them -> the network's input."""
-    if isinstance(pictures, numpy.ndarray):
-        pictures = torch.from_numpy(pictures)
-    return pictures.to(device).permute(0, 3, 1, 2).float().div_(255)
+    return torch.as_tensor(pictures).permute(0, 3, 1, 2).float().div_(255)

@@ -11,7 +11,7 @@ import numpy
 import torch
 
 from training import faces
-from training.assignment import DOUBTFUL, FACE
+from training.assignment import DOUBTFUL, FACE, NOTHING
 
 STORE_SIDE = 400
 LEVELS = 3
@@ -63,7 +63,7 @@ class PictureStore:
         self.weights = self.balance()
 
     def put(self, row, picture):
-        image, boxes = fitted(faces.readImage(picture.path), picture.boxes)
+        image, boxes = fitted(faces.readImage(picture), picture.boxes)
         self.sizes[row] = torch.tensor([image.shape[1], image.shape[0]])
         largest = numpy.argsort(-boxes[:, 2] * boxes[:, 3], kind="stable")[:MOST_BOXES]
         corners = torch.from_numpy(boxes[largest])
@@ -83,14 +83,14 @@ class PictureStore:
         largest = (area * isFace).amax(1) / self.sizes.prod(1)
         weights = torch.ones(len(self.sizes))
         weights[(isFace.sum(1) == 1) & (largest > PORTRAIT_SHARE)] = PORTRAIT_WEIGHT
-        empty = (self.kinds == 0).all(1)
+        empty = (self.kinds == NOTHING).all(1)
         if empty.any() and not empty.all():
             weights[empty] *= EMPTY_SHARE / (1 - EMPTY_SHARE) * weights[~empty].sum() / empty.sum()
         return weights
 
     def empty(self):
         """The rows of pictures in which nothing is a face, not even perhaps."""
-        return (self.kinds == 0).all(1).nonzero()[:, 0]
+        return (self.kinds == NOTHING).all(1).nonzero()[:, 0]
 
     def largeFaces(self, side):
         """Row and box of each face whose sides' mean is at least `side` pixels: n x 2."""

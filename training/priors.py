@@ -6,7 +6,7 @@ are x1, y1, x2, y2 in pixels of the network's input here.
 
 import torch
 
-from training.network import PRIOR_COUNT, SIDE
+from training.contract import PRIOR_COUNT, SIDE
 
 GRIDS = [(24, 8, (8, 16, 32)), (12, 16, (64, 96)), (6, 32, (128, 192))]  # cells, stride, sizes
 CENTRE_VARIANCE, SIZE_VARIANCE = 0.1, 0.2
@@ -17,7 +17,7 @@ def priorBoxes():
     rows = [((column + 0.5) * stride, (row + 0.5) * stride, size, size)
             for cells, stride, sizes in GRIDS
             for row in range(cells) for column in range(cells) for size in sizes]
-    assert len(rows) == PRIOR_COUNT
+    assert len(rows) == PRIOR_COUNT and all(cells * stride == SIDE for cells, stride, _ in GRIDS)
     return torch.tensor(rows)
 
 
@@ -50,8 +50,7 @@ def overlaps(a, b):
         side = torch.minimum(a[:, None, high], b[:, None, :, high])
         return side.sub_(torch.maximum(a[:, None, low], b[:, None, :, low])).clamp_(min=0)
 
-    areaOf = lambda boxes: (boxes[..., 2] - boxes[..., 0]) * (boxes[..., 3] - boxes[..., 1])
-    return shared(0, 2).mul_(shared(1, 3)), areaOf(a), areaOf(b)
+    def area(boxes):
+        return (boxes[..., 2] - boxes[..., 0]) * (boxes[..., 3] - boxes[..., 1])
 
-
-assert SIDE == GRIDS[0][0] * GRIDS[0][1]
+    return shared(0, 2).mul_(shared(1, 3)), area(a), area(b)

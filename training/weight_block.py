@@ -7,8 +7,9 @@ The block ends with the last tensor's padding left out.
 
 import numpy
 
+from training.contract import WEIGHT_BYTES
+
 ALIGNMENT = 128
-BLOCK_BYTES = 391296
 
 
 def offsets(shapes):
@@ -27,8 +28,8 @@ def read(path, shapes):
     """The tensors of the file by name, float32, with the given extents."""
     with open(path, "rb") as file:
         block = file.read()
-    if len(block) != BLOCK_BYTES:
-        raise ValueError(f"{path}: has {len(block)} bytes, a weight block has {BLOCK_BYTES}")
+    if len(block) != WEIGHT_BYTES:
+        raise ValueError(f"{path}: has {len(block)} bytes, a weight block has {WEIGHT_BYTES}")
     begin, _ = offsets(shapes)
     return {name: numpy.frombuffer(block, "<f4", int(numpy.prod(shape)), begin[name])
             .reshape(shape).copy() for name, shape in shapes.items()}
@@ -38,8 +39,8 @@ def write(path, tensors):
     """Writes the tensors, a mapping from name to array."""
     begin, end = offsets({name: values.shape for name, values in tensors.items()})
     block = bytearray(-(-end // ALIGNMENT) * ALIGNMENT)
-    if len(block) != BLOCK_BYTES:
-        raise ValueError(f"these tensors fill {len(block)} bytes, not {BLOCK_BYTES}")
+    if len(block) != WEIGHT_BYTES:
+        raise ValueError(f"these tensors fill {len(block)} bytes, not {WEIGHT_BYTES}")
     for name, values in tensors.items():
         if not numpy.isfinite(values).all():
             raise ValueError(f"{name} has values that are not finite")

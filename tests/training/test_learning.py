@@ -1,17 +1,16 @@
-"""Assignment, losses, folding and going on where a run stopped."""
+"""Assignment, losses, folding and what a weight block holds."""
 
 import pathlib
 import tempfile
 import unittest
-from unittest import mock
 
 import torch
 
-import synthetic
-from training import train, weight_block
+from training import calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
+from training.contract import SIDE, WEIGHT_BYTES
 from training.loss import completeOverlap, focal, hardest, shares
-from training.network import SIDE, FaceNetwork
+from training.network import FaceNetwork
 from training.priors import corners, decode, encode, priorBoxes
 
 
@@ -74,25 +73,21 @@ class Losses(unittest.TestCase):
         self.assertGreater(value[3], 1 - 100 / 300)  # the other shape costs more than the overlap
 
     def testScores(self):
+        """What is wrong counts, what is right hardly, what isn't asked not at all."""
         logit = torch.tensor([[3.0, -3.0, 4.0, -4.0, 0.0]])
         positive = torch.tensor([[True, True, False, False, False]])
         negative = torch.tensor([[False, False, True, True, False]])
-        # What is wrong counts, what is right hardly, what isn't asked not at all.
-        def alone(loss, place):
-            one = torch.zeros_like(positive)
-            one[0, place] = True
-            return loss(logit, positive & one, negative & one, share).item()
         share = torch.tensor([[0.5, 1.0, 1.0, 1.0, 1.0]])
         for loss in (focal, hardest):
+            alone = [loss(logit, positive & one, negative & one, share).item()
+                     for one in torch.eye(5, dtype=torch.bool)]
             total = loss(logit, positive, negative, share).item()
-            self.assertAlmostEqual(total, sum(alone(loss, i) for i in range(4)), places=4)
-            self.assertEqual(alone(loss, 4), 0)
-            self.assertAlmostEqual(alone(loss, 0) * 2,
-                                   loss(logit[:, :1], positive[:, :1], negative[:, :1],
-                                        torch.ones(1, 1)).item(), places=5)
-            self.assertGreater(alone(loss, 1), 20 * alone(loss, 0))
-            self.assertGreater(alone(loss, 2), 20 * alone(loss, 3))
-
+            self.assertAlmostEqual(total, sum(alone), places=4)
+            self.assertEqual(alone[4], 0)
+            whole = loss(logit, positive, negative, torch.ones(1, 5)).item()
+            self.assertAlmostEqual(whole - total, alone[0], places=4)  # it counted a half
+            self.assertGreater(alone[1], 20 * alone[0])
+            self.assertGreater(alone[2], 20 * alone[3])
 
     def testFacesOfManyPriorsCountLess(self):
         index = torch.tensor([[0] * 12 + [1] * 2 + [0] * 2, [1] * 6 + [0] * 10])
@@ -115,7 +110,7 @@ class Network(unittest.TestCase):
         images = torch.rand(2, 3, SIDE, SIDE)
         path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
         network.save(path)
-        self.assertEqual(path.stat().st_size, weight_block.BLOCK_BYTES)
+        self.assertEqual(path.stat().st_size, WEIGHT_BYTES)
         loaded = FaceNetwork().eval()
         loaded.load(path)
         folded = FaceNetwork().eval()
@@ -141,34 +136,17 @@ class Network(unittest.TestCase):
             network.save(path)
 
 
-class Runs(unittest.TestCase):
-    def setUp(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp())
-        synthetic.write(self.folder / "set", synthetic.squares(5, 12))
-        measured = mock.patch.object(train, "MEASURED_BATCHES", 2)
-        measured.start()
-        self.addCleanup(measured.stop)
-
-    def run_(self, name, *options):
-        status = train.main(["--data", str(self.folder / "set"), "--run", str(self.folder / name),
-                             "--batch", "4", "--processes", "1", *options])
-        self.assertEqual(status, 0)
-        return torch.load(self.folder / name / "checkpoint.pt")
-
-    def testAResumedRunGoesOnAsIfNothingHadHappened(self):
-        whole = self.run_("whole", "--samples", "80")
-        with mock.patch.object(train, "agreed", lambda *_: True):  # stopped at the first chance
-            half = self.run_("halves", "--samples", "80")
-        self.assertEqual(half["step"], 10)
-        resumed = self.run_("halves", "--samples", "80", "--resume")
-        self.assertEqual((whole["step"], resumed["step"]), (20, 20))
-        for name, value in whole["average"].items():
-            self.assertTrue(torch.equal(value, resumed["average"][name]), name)
-
-    def testBadFoldersAreRefused(self):
-        set_, run = str(self.folder / "set"), str(self.folder / "run")
-        self.assertEqual(train.main(["--data", str(self.folder), "--run", run]), 2)
-        self.assertEqual(train.main(["--data", set_, "--run", run, "--resume"]), 2)
+    def testTheShiftMovesEveryScoreByTheSame(self):
+        network, moved = FaceNetwork().eval(), FaceNetwork().eval()
+        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        weight_block.write(path, calibrate.shifted(network.folded(), 0.7))
+        moved.load(path)
+        images = torch.rand(1, 3, SIDE, SIDE, generator=torch.Generator().manual_seed(3))
+        with torch.no_grad():
+            (before, boxes), (after, same) = network(images), moved(images)
+        change = (after[..., 1] - after[..., 0]) - (before[..., 1] - before[..., 0])
+        self.assertLess((change - 0.7).abs().max().item(), 1e-4)
+        self.assertLess((boxes - same).abs().max().item(), 1e-4)
 
 
 if __name__ == "__main__":

@@ -98,42 +98,19 @@ class AveragePrecision(unittest.TestCase):
 
 
 class Matching(unittest.TestCase):
-    FACE = [[10.0, 10, 30, 30]]
-
-    def match(self, boxes, faces=(), doubtful=()):
-        boxes, faces, doubtful = (numpy.array(value, float).reshape(-1, 4)
-                                  for value in (boxes, faces, doubtful))
-        return metrics.matchPicture(boxes, numpy.linspace(0.9, 0.7, len(boxes)), faces, doubtful)
-
-    def testTheSecondBoxOnAFaceIsAFalseAlarm(self):
-        matches = self.match([[11, 10, 31, 30], [10, 10, 30, 30]], self.FACE)
-        self.assertEqual(matches.faces.tolist(), [0, -1])
-        self.assertEqual(matches.ignored.tolist(), [False, False])
-
-    def testHalfTheUnionIsEnough(self):
-        # 20 x 20 against 20 x 10 within it is exactly a half.
-        self.assertEqual(self.match([[10, 10, 30, 20]], self.FACE).faces.tolist(), [0])
-        self.assertEqual(self.match([[10, 10, 30, 19.9]], self.FACE).faces.tolist(), [-1])
-
-    def testDoubtfulFacesCountNeitherWay(self):
-        crowd = [[0.0, 0, 100, 100]]
-        boxes = [[10, 10, 30, 30], [90, 90, 130, 130], [95, 40, 103, 50]]
-        matches = self.match(boxes, doubtful=crowd)
-        # Within the crowd, mostly outside it, mostly inside it.
-        self.assertEqual(matches.ignored.tolist(), [True, False, True])
-        self.assertEqual(len(matches.faceSizes), 0)
-        self.assertFalse(self.match(boxes, self.FACE, crowd).ignored[0])  # a sure face goes first
-
-    def testOtherSizesCountNeitherWay(self):
-        # A face of 20 pixels, found by a box of 15; a false alarm of 40.
-        matches = self.match([[10, 10, 25, 25], [100, 100, 140, 140]], self.FACE)
-        def outcome(low, high):
-            count = metrics.counted(matches, low, high)
-            return count.hits.tolist(), count.faceCount
-        self.assertEqual(outcome(16, 32), ([True], 1))
-        self.assertEqual(outcome(8, 16), ([], 0))
-        self.assertEqual(outcome(32, 64), ([False], 0))
-        self.assertEqual(outcome(8, metrics.LARGEST), ([True, False], 1))
+    def testLimits(self):
+        def found(box, faces, doubtful=()):
+            arrays = (numpy.array(value, float).reshape(-1, 4) for value in (faces, doubtful))
+            match = metrics.matchPicture(numpy.array([box], float), numpy.ones(1), *arrays)
+            return match.faces.tolist(), match.ignored.tolist()
+        face = [10, 10, 30, 30]
+        for box, faces, doubtful, expected in (
+                ([10, 10, 30, 20], [face], [], ([0], [False])),  # half of the union is enough
+                ([10, 10, 30, 19.9], [face], [], ([-1], [False])),
+                (face, [face], [[0, 0, 99, 99]], ([0], [False])),  # a sure face goes first
+                ([96, 40, 104, 50], [], [[0, 0, 100, 100]], ([-1], [False])),
+                ([95, 40, 103, 50], [], [[0, 0, 100, 100]], ([-1], [True]))):  # mostly on it
+            self.assertEqual(found(box, faces, doubtful), expected, box)
 
 
 class OperatingPoints(unittest.TestCase):

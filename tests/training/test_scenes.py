@@ -8,10 +8,11 @@ import numpy
 import torch
 
 import synthetic
-from training import camera, detector_input, faces, scenes
+from training import camera, detector_input, faces, pastes, scenes, views
 from training.assignment import DOUBTFUL, FACE
-from training.network import SIDE
+from training.contract import SIDE
 from training.picture_store import PictureStore
+from training.random_tensors import Random
 
 
 class BoxLists(unittest.TestCase):
@@ -35,13 +36,24 @@ class BoxLists(unittest.TestCase):
                          [[False, True], [], [True]])
 
     def testWhatIsNoListIsRefused(self):
-        for text in ("a.jpg\nmany\n", "a.jpg\n2\n1 2 3 4 0\n", "a.jpg\n1\n1 2 3\n", "a.jpg\n"):
-            (self.folder / "boxes.txt").write_text(text)
+        for text in (b"a.jpg\nmany\n", b"a.jpg\n2\n1 2 3 4 0\n", b"a.jpg\n1\n1 2 3\n", b"a.jpg\n",
+                     b"a.jpg\n1\nnan 2 3 4 0\n", b"a.jpg\n1\n1 2 inf 4 0\n", b"\xff\n0\n"):
+            (self.folder / "boxes.txt").write_bytes(text)
             with self.assertRaisesRegex(ValueError, "not a box list"):
                 faces.load(self.folder)
         (self.folder / "boxes.txt").unlink()
         with self.assertRaises(FileNotFoundError):
             faces.load(self.folder)
+
+    def testPicturesThatAreNone(self):
+        whole = synthetic.write(self.folder / "set", [(synthetic.portrait(), [(160, 9, 5, 5)], [0])])
+        picture = faces.load(whole)[0]
+        for data, cause in ((None, "outside"), (b"no picture", "not a picture"),
+                            (b"", "not a picture")):
+            if data is not None:
+                picture.path.write_bytes(data)
+            with self.assertRaisesRegex(ValueError, f"picture0.png: .*{cause}"):
+                faces.readImage(picture)
 
 
 class Scenes(unittest.TestCase):
@@ -52,7 +64,7 @@ class Scenes(unittest.TestCase):
 
     def testBoxesFollowTheirPixels(self):
         """The bright square fills its box in every layout, however it is moved and stretched."""
-        random = scenes.Random("cpu", 11)
+        random = Random("cpu", 11)
         for tilesAlong, sizes in ((1, (20, 100)), (2, (20, 60)), (3, (20, 40))):
             pictures, boxes, kinds = scenes.mosaic(self.store, random, 20, tilesAlong, sizes)
             bright = pictures.mean(1) > 150
@@ -73,12 +85,12 @@ class Scenes(unittest.TestCase):
         rows = torch.arange(1, 24)
         count = len(rows)
         for mirror in (1, -1):
-            views = scenes.Views(rows, self.store.sizes[rows] / 2,
-                                 SIDE / self.store.sizes[rows] * torch.tensor([mirror, 1.0]),
-                                 torch.zeros(count))
-            boxes = views.project(self.store.boxes[rows], SIDE)[:, 0]
-            bright = scenes.render(self.store, views, SIDE,
-                                   torch.zeros(count, dtype=torch.long)).mean(1) > 155
+            windows = views.Views(rows, self.store.sizes[rows] / 2,
+                                  SIDE / self.store.sizes[rows] * torch.tensor([mirror, 1.0]),
+                                  torch.zeros(count))
+            boxes = windows.project(self.store.boxes[rows], SIDE)[:, 0]
+            bright = views.render(self.store, windows, SIDE,
+                                  torch.zeros(count, dtype=torch.long)).mean(1) > 155
             for box, mask in zip(boxes, bright):
                 ys, xs = mask.nonzero().unbind(1)
                 found = torch.stack([xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]).float()
@@ -87,15 +99,15 @@ class Scenes(unittest.TestCase):
     def testCutSmallAndCoveredFacesAreDoubtful(self):
         boxes = torch.tensor([[[10., 10, 40, 40], [-20, 10, 10, 40], [-10, 10, 20, 40],
                                [50, 50, 56, 56], [-30, -30, -5, -5]]])
-        cut, kinds = scenes.visibleBoxes(boxes, torch.full((1, 5), FACE), SIDE)
+        cut, kinds = views.visibleBoxes(boxes, torch.full((1, 5), FACE), SIDE)
         self.assertEqual(kinds.tolist(), [[FACE, DOUBTFUL, FACE, DOUBTFUL, 0]])
         self.assertEqual(cut[0, 2].tolist(), [0, 10, 20, 40])
 
     def testPastedFacesAreWhereTheirBoxesSay(self):
-        random = scenes.Random("cpu", 5)
-        pastes = scenes.Pastes(self.store)
+        random = Random("cpu", 5)
+        paster = pastes.Pastes(self.store)
         pictures = torch.zeros(40, 3, SIDE, SIDE)
-        boxes, kinds = pastes.addTo(random, pictures, torch.zeros(40, 1, 4),
+        boxes, kinds = paster.addTo(random, pictures, torch.zeros(40, 1, 4),
                                     torch.zeros(40, 1, dtype=torch.long))
         middles = [pictures[row, :, int(box[1::2].mean()), int(box[::2].mean())].mean().item()
                    for row, box, kind in zip(*self.each(boxes, kinds)) if kind == FACE]
