@@ -1,0 +1,169 @@
+// How steady the rectangles are: prints figures for a clip, the boxes of single frames ("raw")
+// beside the rectangles that the tracker makes of them ("tracked").
+//
+//   jitter CLIP [--plot FILE.svg]       any video; its camera and faces should be at rest, since
+//                                       what really moves counts as well
+//   jitter --slide PHOTO [--plot FILE.svg]   slides a photograph of a face to and fro, whose way is
+//                                       known, and tells also how far behind the rectangles are
+//
+// The frames go through the module's own scaler and network, the static library tavro_fd.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/app/media.h"
+#include "host/app/process.h"
+#include "host/app/standard_output.h"
+#include "host/app/video_input.h"
+#include "host/core/utf8_path.h"
+#include "tools/jitter/detection.h"
+#include "tools/jitter/moving_picture.h"
+#include "tools/jitter/plot.h"
+#include "tools/jitter/steadiness.h"
+
+namespace {
+
+using namespace tavro;
+using namespace tavro::jitter;
+
+struct Arguments {
+  std::string input;
+  std::string plot;
+  bool slides = false;
+};
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "jitter: %s\n", message.c_str());
+  return 2;
+}
+
+/// Nothing, with the exit code set, if there is no more to do.
+std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitCode) {
+  Arguments arguments;
+  CLI::App app(
+      "Tells how steady the rectangles are: the boxes of single frames beside the tracked ones.",
+      "jitter");
+  app.add_option("CLIP", arguments.input,
+                 "Video of faces at rest, or with --slide a photograph of a face")
+      ->required();
+  app.add_flag("--slide", arguments.slides,
+               "Slide the photograph to and fro and tell how far behind the rectangles are");
+  app.add_option("--plot", arguments.plot, "Drawing of the face's way to write, an SVG file");
+  try {
+    app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    return arguments;
+  } catch (const CLI::Success& request) {  // help
+    exitCode = app.exit(request);
+    return std::nullopt;
+  } catch (const CLI::ParseError& fault) {
+    exitCode = fail(std::string(fault.what()) + " (see jitter --help)");
+    return std::nullopt;
+  }
+}
+
+void printRow(std::FILE* target, const char* name, double raw, double tracked, int decimals = 4) {
+  std::fprintf(target, "%-44s %10.*f %10.*f\n", name, decimals, raw, decimals, tracked);
+}
+
+void printSteadiness(std::FILE* target, const Detection& detection) {
+  const Steadiness raw = measure(detection.raw());
+  const Steadiness tracked = measure(detection.tracked());
+  std::fprintf(target, "%zu frames\n%-44s %10s %10s\n", detection.raw().size(), "", "raw",
+               "tracked");
+  printRow(target, "steps from frame to frame", static_cast<double>(raw.steps),
+           static_cast<double>(tracked.steps), 0);
+  printRow(target, "centre's change / size: standard deviation", raw.centreDeviation,
+           tracked.centreDeviation);
+  printRow(target, "centre's change / size: 99th percentile", raw.centreP99, tracked.centreP99);
+  printRow(target, "size's change / size: standard deviation", raw.sizeDeviation,
+           tracked.sizeDeviation);
+  printRow(target, "size's change / size: 99th percentile", raw.sizeP99, tracked.sizeP99);
+  printRow(target, "mean of 1 - IoU with the frame before", raw.meanLoss, tracked.meanLoss);
+  printRow(target, "faces lost and found again, per minute", raw.flipsPerMinute,
+           tracked.flipsPerMinute, 1);
+  printRow(target, "faces that change identity, per minute", raw.switchesPerMinute,
+           tracked.switchesPerMinute, 1);
+}
+
+/// Slides the photograph; the truth is where its face is when it rests.
+bool slide(const host::I420Frame& photo, Detection& detection, std::vector<FaceRect>& truth,
+           std::string& error) {
+  const auto resting = Detection::make();
+  if (resting == nullptr || !resting->detect(photo, 0.0) || resting->raw().front().faces.empty()) {
+    error = "no face is found in the photograph";
+    return false;
+  }
+  const auto& faces = resting->raw().front().faces;
+  const MovingPicture moving(photo, *std::ranges::max_element(faces, {}, &sizeOf), 0.75);
+  for (size_t i = 0; i < MovingPicture::frameCount; ++i) {
+    const auto frame = moving.frame(i);
+    if (!frame.has_value() || !detection.detect(*frame, MovingPicture::time(i))) {
+      error = "a frame can't be analysed";
+      return false;
+    }
+    truth.push_back(moving.face(i));
+  }
+  return true;
+}
+
+int run(const Arguments& arguments) {
+  host::prepareMedia();
+  const host::StreamHandle output = host::divertStandardOutput();  // the engine prints lines too
+  if (output == nullptr)
+    return fail("the standard output is closed");
+  std::FILE* target = output.get();
+  std::string error;
+  const auto input = host::VideoInput::open({arguments.input, {}, {}}, error);
+  if (input == nullptr)
+    return fail(arguments.input + ": " + error);
+  const auto detection = Detection::make();
+  if (detection == nullptr)
+    return fail("the network can't be built");
+  if (!input->read())
+    return fail(arguments.input + ": no frame could be decoded");
+  std::vector<FaceRect> truth;
+  if (arguments.slides) {
+    if (!slide(input->picture(), *detection, truth, error))
+      return fail(arguments.input + ": " + error);
+  } else {
+    do
+      if (!detection->detect(input->picture(), input->time()))
+        return fail(arguments.input + ": the detector refuses a frame");
+    while (input->read());
+  }
+  printSteadiness(target, *detection);
+  if (!truth.empty()) {
+    const Following raw = compare(detection->raw(), truth);
+    const Following tracked = compare(detection->tracked(), truth);
+    printRow(target, "frames behind the known way", raw.lagFrames, tracked.lagFrames, 2);
+    printRow(target, "mean distance from the true centre / size", raw.meanDistance,
+             tracked.meanDistance);
+    printRow(target, "share of the frames in which it is found", raw.foundShare,
+             tracked.foundShare);
+  }
+  if (!arguments.plot.empty()) {
+    std::ofstream file(host::pathFromUtf8(arguments.plot), std::ios::binary);
+    file << plot(detection->raw(), detection->tracked(), truth);
+    if (!file.flush())
+      return fail(arguments.plot + ": the plot can't be written");
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** words) {
+  try {
+    int exitCode = 0;
+    const auto arguments = parse(host::commandLine(argumentCount, words), exitCode);
+    return arguments.has_value() ? run(*arguments) : exitCode;
+  } catch (const std::exception& failure) {
+    return fail(failure.what());
+  }
+}
