@@ -63,7 +63,10 @@ def row_cells(row):
 def markdown(lines):
     """A table whose columns are padded, so that it reads well as plain text, too."""
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    pad = lambda line: "| " + " | ".join(c.ljust(w) for c, w in zip(line, widths)) + " |"
+
+    def pad(line):
+        return "| " + " | ".join(cell.ljust(width) for cell, width in zip(line, widths)) + " |"
+
     rule = ["-" * width for width in widths]
     return "\n".join([pad(lines[0]), pad(rule)] + [pad(line) for line in lines[1:]])
 
@@ -71,8 +74,8 @@ def markdown(lines):
 def main_table(results):
     lines = [COLUMNS]
     blank = [""] * (len(COLUMNS) - 1)
-    peak = f"{results['peakGflops']:.1f}"
     if results["peakGflops"] > 0:
+        peak = f"{results['peakGflops']:.1f}"
         frequency = f"{results['gigahertz']:.2f} GHz with two 256-bit units"
         lines.append(["**FMA peak of the core**", "", peak, "100 %", "", "", frequency])
     for group, title in GROUPS.items():
@@ -115,31 +118,36 @@ def kind_of(row):
 def kind_table(results):
     """Sums over layers of the same kind, the longest first."""
     layers = [row for row in results["rows"] if row["group"] == "layer"]
-    total_time = sum(row["time"]["median"] for row in layers)
     total_work = sum(row.get("operations", 0) for row in layers)
     lines = [["kinds of layers", "number", "time", "of the time", "of the work", "of bound"]]
     groups = {}
     for row in layers:
         groups.setdefault(kind_of(row), []).append(row)
-    time_of = lambda rows: sum(row["time"]["median"] for row in rows)
+
+    def time_of(rows):
+        return sum(row["time"]["median"] for row in rows)
+
     for kind, rows in sorted(groups.items(), key=lambda item: -time_of(item[1])):
         time = time_of(rows)
         bound = sum(row["time"]["median"] * row.get("shareOfBound", 0) for row in rows)
         work = sum(row.get("operations", 0) for row in rows)
-        shares = [percent(time / total_time), percent(work / total_work), percent(bound / time)]
+        shares = [percent(time / time_of(layers)), percent(work / total_work), percent(bound / time)]
         lines.append([kind, str(len(rows)), time_text(time)] + shares)
     return markdown(lines)
 
 
 def loss_table(results):
     """The layers that take most of the time above the bound."""
-    lossy = lambda row: row["time"]["median"] * (1 - row.get("shareOfBound", 1))
-    layers = sorted((r for r in results["rows"] if r["group"] == "layer"), key=lossy, reverse=True)
-    total = sum(lossy(row) for row in layers if lossy(row) > 0)
+
+    def above(row):
+        return row["time"]["median"] * (1 - row.get("shareOfBound", 1))
+
+    layers = sorted((r for r in results["rows"] if r["group"] == "layer"), key=above, reverse=True)
+    total = sum(max(above(row), 0) for row in layers)
     lines = [["layers furthest above their bound", "above it", "of all that is above"]]
     for row in layers[:8]:
-        share = percent(lossy(row) / total) if total > 0 else ""
-        lines.append([row_cells(row)[0], time_text(lossy(row)), share])
+        share = percent(above(row) / total) if total > 0 else ""
+        lines.append([row_cells(row)[0], time_text(above(row)), share])
     return markdown(lines)
 
 

@@ -102,9 +102,11 @@ ReportOptions parse(int argc, char** argv) {
     else
       throw std::runtime_error("unknown option " + name);
   }
-  options.cores = usableCores();
-  if (options.cores.empty() || argc % 2 == 0 || options.output.empty())
+  if (argc % 2 == 0 || options.output.empty() || !(options.effort > 0))
     throw std::runtime_error("see the top of report_main.cpp for its options");
+  options.cores = usableCores();
+  if (options.cores.empty())
+    throw std::runtime_error("the system doesn't tell which cores may be used");
   return options;
 }
 

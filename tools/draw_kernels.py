@@ -63,7 +63,7 @@ def frame(x, y):
     return square(x, y, 'fill="none" stroke="#d64545" stroke-width="2.5"')
 
 
-def imageRow(family, top):
+def image_row(family, top):
     """The columns read above, the columns written below, the first pixel's taps framed in red."""
     read = {pixel * family.stride + tap for pixel in range(family.tile) for tap in family.taps}
     parts = [text(LEFT, top + 17, "read", "small"), text(LEFT, top + 57, "written", "small")]
@@ -102,7 +102,7 @@ def draw():
                   text(RIGHT, top + 14, f"{family.sums} sums, {family.values} of input, "
                                         f"{family.weights} of weights: {used} of {REGISTERS}"),
                   text(RIGHT, top + 76, family.note, "small"),
-                  *imageRow(family, top + 32), *registers(family, top + 32)]
+                  *image_row(family, top + 32), *registers(family, top + 32)]
     bottom = height - 36
     for x, kind, what in ((LEFT, "sum", "sums, pixels written"), (220, "value", "input"),
                           (330, "weight", "weights"), (450, "outside", "padding")):

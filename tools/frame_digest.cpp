@@ -87,15 +87,19 @@ int main(int argumentCount, char** arguments) {
     return 2;
   }
   FDWrapper detector;
-  if (!detector.init())
+  if (!detector.init()) {
+    std::fprintf(stderr, "frame_digest: no network\n");
     return 1;
+  }
   std::mt19937 noise(1);
   FaceRects faces;
   for (const auto& [width, height, strideGap] : sizes)
     for (int32_t step = 0; step < 4; ++step) {
       const I420Frame frame = movedPicture(picture, width, height, strideGap, step, noise);
-      if (!detector.execute(&frame, faces.sequence()))
+      if (!detector.execute(&frame, faces.sequence())) {
+        std::fprintf(stderr, "frame_digest: the detector refuses %dx%d\n", width, height);
         return 1;
+      }
       std::printf("frame %dx%d input %016llx faces", width, height,
                   static_cast<unsigned long long>(inputChecksum(frame)));
       for (const FaceRect& face : faces.view())

@@ -1,5 +1,6 @@
 extern "C" {
 #include <libavutil/imgutils.h>
+#include <libavutil/log.h>
 #include <libswscale/swscale.h>
 }
 
@@ -58,6 +59,7 @@ class Picture {
 };
 
 PictureTask makeTask(Formats formats, FrameSize from, FrameSize to) {
+  av_log_set_level(AV_LOG_ERROR);  // it warns wherever it has no vector code
   const std::shared_ptr<SwsContext> context(
       sws_getContext(from.width, from.height, formats.from, to.width, to.height, formats.to,
                      SWS_BILINEAR, nullptr, nullptr, nullptr),

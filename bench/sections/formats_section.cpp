@@ -1,7 +1,7 @@
 // Every conversion and the scaling of packed pixels at 1280x720, beside OpenCV's and swscale's
 // nearest equivalents. Those compute with other rounding; OpenCV's gray isn't limited-range luma.
 
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -71,6 +71,11 @@ class AnyImage {
   std::vector<uint8_t> bytes_;
 };
 
+void expectSuccess(int32_t status, const std::string& name) {
+  if (status != 0)
+    throw std::runtime_error("the image code refuses " + name);
+}
+
 void measureTask(Report& report, const ReportOptions& options, const std::string& name,
                  const PictureTask& own, const PictureTask& openCv, const PictureTask& swscale) {
   std::vector<Contender> contenders = {inProcess("own", runsPerTurn, own)};
@@ -95,20 +100,24 @@ void measureTask(Report& report, const ReportOptions& options, const std::string
 void measureFormats(Report& report, const ReportOptions& options) {
   AnyImage source(size, 4);
   AnyImage target(size, 4);
-  for (const auto& [op, name] : ops)
-    measureTask(
-        report, options, name, [&, op = op] { convertImage(source.desc, target.desc, op); },
-        openCvConversion(op, size), swscaleConversion(op, size));
+  for (const auto& [op, name] : ops) {
+    const auto convert = [&, op = op, name = name] {
+      expectSuccess(convertImage(source.desc, target.desc, op), name);
+    };
+    measureTask(report, options, name, convert, openCvConversion(op, size),
+                swscaleConversion(op, size));
+  }
   for (const int32_t bytesPerPixel : {3, 4})
     for (const FrameSize to : {FrameSize{640, 360}, {192, 192}, {1920, 1080}}) {
       AnyImage from(size, bytesPerPixel);
       AnyImage result(to, bytesPerPixel);
-      measureTask(
-          report, options,
-          "scale " + std::to_string(8 * bytesPerPixel) + " bits to " + std::to_string(to.width) +
-              "x" + std::to_string(to.height),
-          [&] { scaleImage(from.desc, result.desc, ScaleFilter::Bilinear); },
-          openCvScale(bytesPerPixel, size, to), swscaleScale(bytesPerPixel, size, to));
+      const std::string name = "scale " + std::to_string(8 * bytesPerPixel) + " bits to " +
+                               std::to_string(to.width) + "x" + std::to_string(to.height);
+      const auto scale = [&] {
+        expectSuccess(scaleImage(from.desc, result.desc, ScaleFilter::Bilinear), name);
+      };
+      measureTask(report, options, name, scale, openCvScale(bytesPerPixel, size, to),
+                  swscaleScale(bytesPerPixel, size, to));
     }
 }
 

@@ -103,8 +103,10 @@ class NetworkSection {
 
   void measure() {
     for (const auto& peer : peers_)
-      compare(*peer);
-    compareNarrow();
+      compare("network, " + peer->name(),
+              [&](uint32_t seed) { return peer->outputs(planesOf(samplePicture(seed))); });
+    compare("network, our path without AVX and FMA",
+            [&](uint32_t seed) { return ownOutputs(narrow_, seed); });
     takeTimes();
     addRows();
     addTargets();
@@ -124,24 +126,15 @@ class NetworkSection {
     return {.scores = network.scores(), .boxes = network.boxes()};
   }
 
-  void compare(NetworkPeer& peer) {
-    Check check{.name = "network, " + peer.name(), .limit = outputLimit};
+  /// `otherOutputs` gives what another network makes of the picture of a seed.
+  template <typename Outputs>
+  void compare(std::string name, Outputs otherOutputs) {
+    Check check{.name = std::move(name), .limit = outputLimit};
     for (uint32_t seed = 0; seed < comparedPictures; ++seed) {
-      const NetworkOutputs own = ownOutputs(wide_, seed);
-      const double difference = largestDifference(own, peer.outputs(planesOf(picture_)));
+      const double difference = largestDifference(ownOutputs(wide_, seed), otherOutputs(seed));
       check.difference = std::max(check.difference, difference);
     }
-    report_.checks.push_back(check);
-  }
-
-  void compareNarrow() {
-    Check check{.name = "network, our path without AVX and FMA", .limit = outputLimit};
-    for (uint32_t seed = 0; seed < comparedPictures; ++seed) {
-      const double difference =
-          largestDifference(ownOutputs(wide_, seed), ownOutputs(narrow_, seed));
-      check.difference = std::max(check.difference, difference);
-    }
-    report_.checks.push_back(check);
+    report_.checks.push_back(std::move(check));
   }
 
   void takeTimes() {
@@ -165,7 +158,6 @@ class NetworkSection {
     std::optional<size_t> peak;
     if (cpuInfo().hasAvxAndFma())
       peak = add(inProcess("peak", runsPerTurn, [this] { sink_ = fmaSteps(peakSteps); }));
-
     std::optional<size_t> peak512;
     if (cpuInfo().hasAvx512F())
       peak512 = add(inProcess("peak 512", runsPerTurn, [this] { sink_ = fmaSteps512(peakSteps); }));
