@@ -219,9 +219,9 @@ const Operation operations[] = {
 };
 
 std::vector<Size> sizesOf(const std::vector<PlaneShape>& shapes, Size size) {
-  std::vector<Size> sizes;
-  for (const PlaneShape& shape : shapes)
-    sizes.push_back(shape(size));
+  std::vector<Size> sizes(shapes.size());
+  std::ranges::transform(shapes, sizes.begin(),
+                         [size](const PlaneShape& shape) { return shape(size); });
   return sizes;
 }
 
