@@ -164,7 +164,8 @@ class Trainer:
         """Goes on from the folder's checkpoint. Raises ValueError if that is damaged."""
         path = folder / CHECKPOINT
         try:
-            state = torch.load(path, map_location=self.options.device)
+            # Not onto the device: the optimiser moves what belongs there, and its step count doesn't.
+            state = torch.load(path, map_location="cpu")
             self.network.load_state_dict(state["network"])
             self.average.load_state_dict(state["average"])
             self.optimiser.load_state_dict(state["optimiser"])

@@ -16,6 +16,7 @@ import torch
 
 import synthetic
 from training import train, trainer
+from training.network import FaceNetwork
 
 
 class Runs(unittest.TestCase):
@@ -44,21 +45,19 @@ class Runs(unittest.TestCase):
         return torch.load(self.folder / name / trainer.CHECKPOINT)
 
     def testAResumedRunGoesOnAsIfNothingHadHappened(self):
-        fresh = ("--batch", 4, "--processes", 1, "--samples", 80)
-        begun = self.finish("begun", *fresh)
-        start = self.folder / "begun" / "weights.bin"
-        for options in ((), ("--start", start), ("--start", start, "--folded")):
+        fresh = ("--batch", 4, "--processes", 1, "--samples", 60)
+        start = self.folder / "weights.bin"
+        FaceNetwork().save(start)
+        for options in (("--start", start), ("--start", start, "--folded")):
             name = str(len(options))
             whole = self.finish("whole" + name, *fresh, *options)
             with mock.patch.object(train, "agreed", lambda *_: True):  # stopped at the first chance
                 self.assertEqual(self.finish("halves" + name, *fresh, *options)["step"], 10)
             resumed = self.finish("halves" + name, "--resume")
-            self.assertEqual((whole["step"], resumed["step"]), (20, 20))
+            self.assertEqual((whole["step"], resumed["step"]), (15, 15))
             self.assertEqual(len(resumed["history"]), 1)
             for key, value in whole["average"].items():
                 self.assertTrue(torch.equal(value, resumed["average"][key]), (options, key))
-        self.assertFalse(torch.equal(begun["average"]["conf.0.1.convolution.bias"],
-                                     whole["average"]["conf.0.1.convolution.bias"]))
 
     def testAnInterruptedRunOfTwoProcessesKeepsWhatItHas(self):
         folder = self.folder / "run"
