@@ -38,8 +38,9 @@ def shifted(tensors, shift):
 def bestPoint(path, folder, sizeClass):
     """Where the detector with these weights has its best F1 on the folder's pictures."""
     detector = detector_library.Detector(detector_library.Library(detector_library.build(path)))
-    parts = [evaluate.examine(detector, conditions.fromPicture(picture, faces.readImage(picture)))[0]
-             for picture in faces.load(folder)]
+    scenes = (conditions.fromPicture(picture, faces.readImage(picture))
+              for picture in faces.load(folder))
+    parts = [evaluate.examine(detector, scene)[0] for scene in scenes]
     best = metrics.bestPoint(metrics.counted(metrics.joined(parts),
                                              *metrics.SIZE_CLASSES[sizeClass]))
     if not best.f1 > 0:

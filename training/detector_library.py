@@ -184,7 +184,8 @@ class Detector:
         offsets = numpy.empty((PRIOR_COUNT, 4), numpy.float32)
         Library._check(self.library.functions.tavroRunNetwork(
             ctypes.c_void_p(self.handle), picture.ctypes.data_as(_bytes),
-            scores.ctypes.data_as(_floats), offsets.ctypes.data_as(_floats)), "the network's run is")
+            scores.ctypes.data_as(_floats), offsets.ctypes.data_as(_floats)),
+            "the network's run is")
         return scores, offsets
 
     def detect(self, frame, threshold=THRESHOLD, keepLimit=MOST_REPORTED - 1):

@@ -48,8 +48,8 @@ def asText(figures):
         conditionTable(f"By aspect of the frame; precision, recall and F1 at {THRESHOLD} on faces "
                        "of 16 pixels and more", figures["aspects"]),
         conditionTable("Spoiled pictures, likewise", figures["faults"]),
-        table(f"Steadiness of faces of {figures['smallestSteady']} pixels and more: movement of the edge "
-              "that moves most, relative to the face's size",
+        table(f"Steadiness of faces of {figures['smallestSteady']} pixels and more: movement of "
+              "the edge that moves most, relative to the face's size",
               ["", "faces", "moved", "99th percentile", "score change", "99th percentile",
                f"flips at {THRESHOLD}"],
               [[name, *row.values()] for name, row in figures["steadiness"].items()])]

@@ -85,7 +85,7 @@ class Pastes:
         return torch.where(onFace[:, None], target, random.uniform(0, SIDE, count, 2))
 
     def renderPatches(self, random, views, half, what):
-        """Patches n x 3 x PATCH x PATCH, masks n x 1 x PATCH x PATCH, half of the masks' extents."""
+        """Patches n x 3 x PATCH x PATCH, masks n x 1 x PATCH x PATCH, the masks' half extents."""
         count = len(views)
         levels = chooseLevels(views.scales, random)
         patches = render(self.store, views, PATCH, levels)

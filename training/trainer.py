@@ -164,7 +164,7 @@ class Trainer:
         """Goes on from the folder's checkpoint. Raises ValueError if that is damaged."""
         path = folder / CHECKPOINT
         try:
-            # Not onto the device: the optimiser moves what belongs there, and its step count doesn't.
+            # Not onto the device: the optimiser moves what belongs there, but not its step count.
             state = torch.load(path, map_location="cpu")
             self.network.load_state_dict(state["network"])
             self.average.load_state_dict(state["average"])

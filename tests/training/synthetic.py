@@ -37,6 +37,12 @@ def squares(seed, count, sides=(120, 300)):
     return pictures
 
 
+def brightPart(image):
+    """Where the bright square is: x1, y1, x2, y2."""
+    ys, xs = (image.min(2) > 150).nonzero()
+    return [xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]
+
+
 def portrait():
     """The photograph of the other tests, one large face: 120 x 160 x 3 bytes, B G R."""
     path = pathlib.Path(__file__).parent.parent / "data" / "portrait_160x120.i420"

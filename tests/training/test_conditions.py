@@ -16,12 +16,6 @@ def scenes(count):
             image)
 
 
-def brightPart(image):
-    """The box of the bright square."""
-    ys, xs = (image.min(2) > 150).nonzero()
-    return [xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]
-
-
 class Aspects(unittest.TestCase):
     def testTheWindowIsTheLargestAndTheBoxFollows(self):
         for scene in scenes(30):
@@ -32,7 +26,7 @@ class Aspects(unittest.TestCase):
                 self.assertTrue(width == scene.image.shape[1] or height == scene.image.shape[0])
                 self.assertEqual(len(cut.boxes), len(scene.boxes))  # the only face is kept
                 if len(cut.boxes):
-                    self.assertEqual(brightPart(cut.image), cut.boxes[0].tolist(), name)
+                    self.assertEqual(synthetic.brightPart(cut.image), cut.boxes[0].tolist(), name)
                     whole = numpy.prod(scene.boxes[0, 2:] - scene.boxes[0, :2])
                     left = numpy.prod(cut.boxes[0, 2:] - cut.boxes[0, :2]) / whole
                     self.assertEqual(bool(cut.doubtful[0]), left < conditions.CUT)
@@ -65,7 +59,7 @@ class Faults(unittest.TestCase):
             for name, (change, moved) in conditions.NUDGED.items():
                 expected = scene.boxes[0] + [moved, 0, moved, 0]
                 expected[2] = min(expected[2], scene.image.shape[1])
-                found = brightPart(change(scene.image, conditions.random(0)))
+                found = synthetic.brightPart(change(scene.image, conditions.random(0)))
                 self.assertEqual(found, expected.tolist(), name)
 
 

@@ -13,12 +13,19 @@ import torch
 import synthetic
 from training import detector_library
 from training.contract import SIDE
+from training.detector_input import detectorInput
 from training.detector_library import Detector, Frame, Library
 from training.network import FaceNetwork, toImages
 
+# Smaller and larger than the network's input, of equal and of half width, odd, extreme; a step of
+# eight and more takes a path of its own in the scaler.
+SIZES = [(192, 192), (384, 384), (192, 100), (192, 333), (100, 192), (333, 192), (1280, 720),
+         (1920, 1080), (640, 480), (400, 267), (267, 400), (97, 53), (53, 97), (383, 385), (1, 1),
+         (2, 1), (1, 7), (3000, 40), (40, 3000), (2500, 1700), (192, 384), (384, 192)]
+
 
 class Agreement(unittest.TestCase):
-    """The engine and PyTorch are two readings of one weight block."""
+    """The module and the training code compute the same."""
 
     @classmethod
     def setUpClass(cls):
@@ -32,9 +39,9 @@ class Agreement(unittest.TestCase):
     def testOutputsAreEqual(self):
         """Both are float32 and sum in different orders, so they differ by roundings only.
 
-        Sums have at most 576 terms in 31 layers, a relative error of about sqrt(576 * 31) half
-        units of 2^-24 where roundings are independent: 8e-6 of the largest value. Ten times that is
-        allowed.
+        Sums have at most 144 terms in 30 layers one behind the other, a relative error of about
+        sqrt(144 * 30) half units of 2^-24 where roundings are independent: 2e-6 of the largest
+        value. Ten times that is allowed.
         """
         random = numpy.random.default_rng(8)
         portrait = self.library.prepareInput(self.library.convert(synthetic.portrait()))
@@ -48,7 +55,21 @@ class Agreement(unittest.TestCase):
             for found, expected, largest in zip(self.detector.runNetwork(picture), (truth, boxes),
                                                 (max(1, numpy.abs(logits).max()),
                                                  numpy.abs(boxes).max())):
-                self.assertLess(numpy.abs(found - expected).max(), 8e-5 * largest, number)
+                self.assertLess(numpy.abs(found - expected).max(), 2e-5 * largest, number)
+
+    def testInputsAreEqualByteForByte(self):
+        """What training shows the network is what the detector shows it."""
+        random = numpy.random.default_rng(6)
+        for width, height in SIZES:
+            half = (height + 1) // 2, (width + 1) // 2
+            for extremes in (False, True):
+                y, u, v = (random.integers(0, 256, shape).astype(numpy.uint8)
+                           for shape in ((height, width), half, half))
+                if extremes:
+                    y, u, v = ((plane > 127) * numpy.uint8(255) for plane in (y, u, v))
+                expected = self.library.prepareInput(Frame(y, u, v))
+                found = detectorInput(*(torch.from_numpy(plane)[None] for plane in (y, u, v)))
+                self.assertTrue(numpy.array_equal(found[0].numpy(), expected), (width, height))
 
     def testDetectionPreparesAndRunsTheSamePicture(self):
         frame = self.library.convert(synthetic.portrait())

@@ -6,12 +6,13 @@ import json
 import pathlib
 import tempfile
 import unittest
+from unittest import mock
 
 import cv2
 import numpy
 
 import synthetic
-from training import detector_library, evaluate, peers
+from training import conditions, detector_library, evaluate, faces, peers, steadiness
 
 
 class Evaluate(unittest.TestCase):
@@ -48,11 +49,9 @@ class Evaluate(unittest.TestCase):
                          (1, 0))
         self.assertEqual(set(figures["aspects"]), {"1:1", "4:3", "16:9", "9:16"})
         self.assertEqual(figures["pictureAsIs"]["f1"], 0.5)
-        for name, steady in figures["steadiness"].items():
-            self.assertEqual((steady["faces"], steady["flips"]), (1, 0), name)
-            # A box left behind by the shift, or counted in other pixels, would move more.
-            self.assertLess(steady["meanMovement"], 0.05, name)
         self.assertEqual(len(figures["peers"]), 2)
+        for name, peer in figures["peers"].items():
+            self.assertEqual(peer["sizes"]["16 and more"]["recall"], 0.5, name)
         for title in ("By size", "By aspect", "Spoiled", "Steadiness", "False alarms", "alt2"):
             self.assertIn(title, text)
         for plot in ("precision_recall.png", "scores.png"):
@@ -75,24 +74,31 @@ class Evaluate(unittest.TestCase):
         for arguments in ((), (*data, "--limit", "0"), (*data, "--weights", "a", "--library", "b")):
             self.assertEqual(self.run_(*arguments)[0], 2)
 
+    def testTheShiftOfAPictureIsNoMovement(self):
+        class Ideal:  # finds the bright square, in frames that are pictures
+            library = mock.Mock(convert=lambda image: mock.Mock(
+                image=image, size=image.shape[1::-1]))
+
+            @staticmethod
+            def detect(frame, *_):
+                return numpy.float32([synthetic.brightPart(frame.image)]), numpy.float32([0.9])
+
+        whole = synthetic.write(self.folder / "squares", synthetic.squares(4, 4)[1:])
+        evaluation = evaluate.Evaluation(Ideal(), {})
+        for index, picture in enumerate(faces.load(whole)):
+            scene = conditions.fromPicture(picture, faces.readImage(picture))
+            seen = steadiness.sightings(*evaluate.examine(Ideal(), scene))
+            evaluation.nudge(index, scene, seen)
+        for name, pairs in evaluation.nudges.items():
+            steady = evaluation.compared(pairs)
+            self.assertEqual((steady["faces"], steady["flips"]), (3, 0), name)
+            self.assertLess(steady["p99Movement"], 1e-6, name)
+
     def testLimitSpreadsOverTheSet(self):
         self.assertEqual(evaluate.chosen(list("abcdef"), 3), list("ace"))
         self.assertEqual(evaluate.chosen(list("abc"), 9), list("abc"))
 
-
-class Peers(unittest.TestCase):
-    def testFindThePortrait(self):
-        library = detector_library.Library()
-        frame = library.convert(synthetic.portrait())
-        boxes, _ = detector_library.Detector(library).detect(frame)
-        truth = evaluate.stretch(boxes[0], frame.size)
-        for name, peer in peers.load().items():
-            found, scores = peer(library.prepareInput(frame))
-            self.assertEqual(len(found), len(scores))
-            overlap = evaluate.metrics.overlaps(found, truth[None]).max()
-            self.assertGreater(overlap, 0.4, name)
-
-    def testAreMissedPlainly(self):
+    def testMissingPeersAreNamed(self):
         with self.assertRaisesRegex(FileNotFoundError, "opencv-data"):
             peers.load("/nowhere")
 

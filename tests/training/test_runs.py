@@ -2,7 +2,6 @@
 
 import contextlib
 import io
-import os
 import pathlib
 import signal
 import subprocess
@@ -66,7 +65,7 @@ class Runs(unittest.TestCase):
         with subprocess.Popen(command, start_new_session=True, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True) as run:
             self.assertIn("12 pictures", run.stdout.readline())
-            os.killpg(run.pid, signal.SIGINT)  # as the terminal does at Ctrl-C
+            run.terminate()  # the parent alone: it has to tell the others
             _, errors = run.communicate()
         self.assertEqual((run.returncode, errors), (0, ""))
         self.assertGreater(torch.load(folder / trainer.CHECKPOINT)["step"], 0)
