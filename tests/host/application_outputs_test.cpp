@@ -63,12 +63,12 @@ std::vector<I420Frame> paintedStory() {
 class Outputs : public FileTest {
  protected:
   std::string clip(const std::string& rate) {
-    const std::string path = folder_.file("clip.y4m");
+    std::string path = folder_.file("clip.y4m");
     writeFile(path, y4m(frames_, rate + " C420jpeg"));
     return path;
   }
 
-  void run(std::vector<std::string> arguments) {
+  static void run(std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"--module", FAKE_PAINTED_FILE});
     const Outcome outcome = runApplication(arguments);
     ASSERT_EQ(outcome.exitCode, 0) << outcome.errors;

@@ -51,7 +51,8 @@ void addChange(const FaceRect& before, const FaceRect& after, Changes& changes) 
 
 /// True if another face begins within a moment of this one's end, less than its size away.
 bool goesOnElsewhere(const Tracks& tracks, int64_t number, std::span<const Sighting> sightings) {
-  const auto& [end, last] = *tracks.at(number).rbegin();
+  const size_t end = tracks.at(number).rbegin()->first;
+  const FaceRect last = tracks.at(number).rbegin()->second;
   return std::ranges::any_of(tracks, [&](const auto& other) {
     const auto& [begin, first] = *other.second.begin();
     const double gap = sightings[begin].time - sightings[end].time;
