@@ -68,51 +68,6 @@ class Server:
         return code
 
 
-class Server:
-    """tavro-fd with an endless video at its standard input."""
-
-    def __init__(self, address):
-        self.output = tempfile.TemporaryFile("w+")
-        self.process = subprocess.Popen(
-            [sys.argv[1], "-", "--serve", address], stdin=subprocess.PIPE, stdout=self.output,
-            stderr=subprocess.PIPE, text=False)
-        self.feeding = True
-        self.feeder = threading.Thread(target=self.feed)
-        self.feeder.start()
-        self.port = None
-        for line in self.process.stderr:
-            if match := re.match(rb"tavro-fd: showing the pictures at http://.*:(\d+)/", line):
-                self.port = int(match[1])
-                break
-
-    def feed(self):
-        try:
-            self.process.stdin.write(HEADER)
-            while self.feeding:
-                self.process.stdin.write(FRAME)
-        except BrokenPipeError:  # it was told to stop
-            pass
-        with contextlib.suppress(BrokenPipeError):
-            self.process.stdin.close()
-
-    def get(self, path, method="GET", headers=()):
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=20)
-        connection.request(method, path, headers=dict(headers))
-        return connection.getresponse()
-
-    def frames(self):
-        """The numbers of the frames in the results, once the process has ended."""
-        self.output.seek(0)
-        return [json.loads(line)["frame"] for line in self.output]
-
-    def end(self):
-        self.feeding = False
-        code = self.process.wait(20)
-        self.feeder.join()
-        self.process.stderr.close()
-        return code
-
-
 class Serve(unittest.TestCase):
     def setUp(self):
         self.server = Server("0")
