@@ -21,7 +21,7 @@ PACKAGES = {
     "libtavro-fd-dev": ({"libtavro-fd1"}, ["libtavro-core.so", "tavro-fd.pc", "host_api.h",
                                            "TavroFdConfig.cmake", "copyright"]),
     "tavro-fd": (RUNTIME | {"libtavro-fd1", "libpng16-16", "libavcodec59", "libavdevice59",
-                            "libavformat59", "libavutil57", "libswscale6"},
+                            "libavformat59", "libavutil57", "libmicrohttpd12", "libswscale6"},
                  ["tavro-fd", "tavro-image", "copyright"]),
     "python3-tavrofd": (RUNTIME | {"libtavro-fd1", "python3", "python3-numpy"},
                         ["__init__.py", "_native.pyi", "py.typed", "copyright"]),

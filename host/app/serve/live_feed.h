@@ -48,11 +48,28 @@ class LiveFeed {
     return closed_;
   }
 
+  // A viewer has joined from before its first `next` until it has sent all that it got.
+  void join() {
+    const std::lock_guard lock(mutex_);
+    ++viewers_;
+  }
+  void leave() {
+    const std::lock_guard lock(mutex_);
+    --viewers_;
+    changed_.notify_all();
+  }
+  /// Waits until all have left, or for that moment.
+  void waitUntilLeft(std::chrono::steady_clock::time_point end) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_until(lock, end, [this] { return viewers_ == 0; });
+  }
+
  private:
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   Bytes latest_;
   uint64_t number_ = 0;
+  int viewers_ = 0;
   bool closed_ = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include "host/app/serve/web_page.h"
@@ -16,6 +17,7 @@ namespace {
 
 constexpr unsigned mostViewers = 32;
 constexpr unsigned patience = 10;  // seconds in which a viewer that takes nothing is let go
+constexpr std::chrono::seconds farewell{1};  // for what viewers have yet to take at the end
 constexpr size_t blockSize = 64 * 1024;
 
 /// One viewer's place in a feed.
@@ -23,7 +25,12 @@ class Viewer {
  public:
   using Frame = std::string (*)(const std::string& bytes);
   Viewer(LiveFeed& feed, Frame frame, const char* keepAlive)
-      : feed_(feed), frame_(frame), keepAlive_(keepAlive) {}
+      : feed_(feed), frame_(frame), keepAlive_(keepAlive) {
+    feed_.join();
+  }
+  ~Viewer() { feed_.leave(); }
+  Viewer(const Viewer&) = delete;
+  Viewer& operator=(const Viewer&) = delete;
 
   /// Gives the next bytes, waiting for them if need be. It gives what is begun to its end, since a
   /// picture can't be left in the middle.
@@ -172,10 +179,14 @@ std::unique_ptr<WebServer> WebServer::start(const WebAddress& address, std::stri
 }
 
 WebServer::~WebServer() {
+  if (daemon_ == nullptr)
+    return;
   pictures.close();
   results.close();
-  if (daemon_ != nullptr)
-    MHD_stop_daemon(daemon_);
+  const auto end = std::chrono::steady_clock::now() + farewell;
+  pictures.waitUntilLeft(end);
+  results.waitUntilLeft(end);
+  MHD_stop_daemon(daemon_);  // cuts off who is still there
 }
 
 std::string WebServer::url() const {
