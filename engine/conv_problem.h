@@ -69,9 +69,14 @@ struct ConvProblem : Window {
 
 /// Bit `kind` set: the kernel can apply that activation itself.
 using ActivationKinds = uint32_t;
+consteval ActivationKinds kindBit(core::ActivationKind kind) {
+  return 1U << static_cast<uint32_t>(kind);
+}
 inline constexpr ActivationKinds fusesNone = 0;
-inline constexpr ActivationKinds fusesRelu = 1U << 1;
-inline constexpr ActivationKinds fusesReluFamily = (1U << 1) | (1U << 2) | (1U << 6);
+inline constexpr ActivationKinds fusesRelu = kindBit(core::ActivationKind::relu);
+inline constexpr ActivationKinds fusesReluFamily = fusesRelu |
+                                                   kindBit(core::ActivationKind::clippedRelu) |
+                                                   kindBit(core::ActivationKind::leakyRelu);
 
 /// What a kernel takes as its input.
 enum class ConvInput : uint8_t {

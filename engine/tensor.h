@@ -30,6 +30,14 @@ class Tensor {
   /// the extents tell; nothing changes then.
   float* data(int32_t layoutCode);
 
+  /// The float storage whatever its layout, allocated if there is none. Null without memory, or if
+  /// the shape has outgrown the storage.
+  float* floatStorage();
+
+  /// False if the shape has outgrown the float storage. Storage that was put in by hand, past the
+  /// functions of this class, counts as large enough.
+  bool storageFits() const;
+
   /// Fills the float storage from the half storage, if there is one, on every call.
   void halfToFloat();
 
@@ -61,14 +69,6 @@ class Tensor {
   bool byteBorrowed = false;
   Layer* producer = nullptr;      ///< the layer that writes this tensor
   std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
-
-  /// The float storage whatever its layout, allocated if there is none. Null without memory, or if
-  /// the shape has outgrown the storage.
-  float* floatStorage();
-
-  /// False if the shape has outgrown the float storage. Storage that was put in by hand, past the
-  /// functions above, counts as large enough.
-  bool storageFits() const;
 
  private:
   bool allocateFloatData();

@@ -6,7 +6,8 @@
 // the multiply-add units busy where a single pixel's few sums would wait for each other.
 //
 // Order of the sums: bias, then in a tile, for each ky, for each input channel: kx 0, 1, 2; in the
-// pixel path, for each ky, for each kx: the input channels.
+// pixel path, for each ky, for each kx: the input channels. All terms are fused but those of the
+// pixel path of conv3x3any_4x6, whose multiply and add are each rounded.
 
 #include "engine/simd/conv_zones.h"
 #include "impl_x86/avx_kernel_limits.h"

@@ -9,7 +9,7 @@ namespace TavroRTC::FDModule::x86 {
 namespace {
 
 inline bool wantsRelu(const ConvProblem& p) {
-  return p.activation.kind == 1;
+  return p.activation.kind == static_cast<int32_t>(core::ActivationKind::relu);
 }
 
 /// True if `channels` come in whole blocks, or in a single one that lacks at most 7 lanes.

@@ -2,7 +2,7 @@
 
 // The fused multiply-add kernels: twelve for dense convolutions, two for depthwise ones. A name
 // ends in the block of output channels and the tile of output pixels that one step computes. They
-// come in four families and one outline, a file each:
+// come in five families, a file each:
 //
 //   avx_pixel_list_kernels.cpp     1x1: the image is a list of pixels
 //   avx_edge_lane_kernels.cpp      3x3, one tap of padding: a tap outside is a zero vector

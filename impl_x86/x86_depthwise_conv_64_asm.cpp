@@ -1,8 +1,7 @@
 // Depthwise: 3x3, one filter a channel. The vector runs over channels of input and output together.
 // A row is done block by block of channels: the weights of a kernel row stay in registers while the
 // pixels of a tile take them in turn, and an input column is loaded once for all taps that share
-// it. Columns with taps outside the image go one
-// by one, the few that fill no tile in pairs.
+// it. Columns with taps outside the image go one by one, the few that fill no tile in pairs.
 //
 // Order of the sums: bias, then ky, kx. It is the same for every column, so a pixel's value doesn't
 // depend on the zone or on the kernel that computed it.

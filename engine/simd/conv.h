@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "engine/core/conv.h"
 #include "engine/run_env.h"
 

@@ -1,5 +1,7 @@
 #include "host/core/module_host.h"
 
+#include <exception>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -95,6 +97,7 @@ Status create(const std::string& name, FDWrapper** instance) {
   } catch (...) {
     ModuleCommand destroy{.code = destroyInstanceCommand, .object = made};
     callback(nullptr, &destroy);
+    registry.settleInstance(name, nullptr);
     throw;
   }
   if (result != 0)

@@ -86,11 +86,12 @@ std::string ModuleRegistry::nameOf(const SharedLibrary& library) {
   std::vector<std::pair<std::string, ModuleCallback>> cameInAnotherWay;
   {
     const std::lock_guard lock(mutex_);
-    for (const auto& [name, module] : modules_)
+    for (const auto& [name, module] : modules_) {
       if (module.library.handle() == library.handle())
         return name;
-      else if (module.library.handle() == nullptr && module.ready)
+      if (module.library.handle() == nullptr && module.ready)
         cameInAnotherWay.emplace_back(name, module.callback);
+    }
   }
   // The loader's own lock is held around initialisers, which want the mutex: never in this order.
   for (const auto& [name, callback] : cameInAnotherWay)
@@ -162,9 +163,9 @@ void ModuleRegistry::settleInstance(const std::string& name, FDWrapper* made) {
   const auto position = modules_.find(name);
   if (position == modules_.end())
     return;
-  --position->second.reservations;
   if (made != nullptr)
     position->second.instances.insert(made);
+  --position->second.reservations;
 }
 
 Status ModuleRegistry::releaseInstance(FDWrapper* instance, std::string& name,
@@ -197,7 +198,8 @@ int32_t ModuleRegistry::observe(const BoundaryCall& call) {
   }
   const int32_t verdict = observer ? (*observer)(call) : 0;
   LoadRecord* load = LoadRecord::current();
-  if (verdict < 0 && call.kind == BoundaryCall::Kind::add && load != nullptr)
+  if (verdict < 0 && call.kind == BoundaryCall::Kind::add && load != nullptr &&
+      load->refusal.empty())
     load->refusal = "the host's observer refused it";
   return verdict;
 }

@@ -66,7 +66,8 @@ class ModuleRegistry {
 
   // Instances. A reservation keeps the module loaded while its callback runs.
   Status reserveInstance(const std::string& name, TavroRTC::FDModule::ModuleCallback& callback);
-  /// Ends a reservation; a non-null instance becomes one of the module's, unless it throws.
+  /// Ends a reservation; a non-null instance becomes one of the module's. If there is no memory to
+  /// note it, the reservation stays.
   void settleInstance(const std::string& name, TavroRTC::FDModule::FDWrapper* made);
   /// Takes a live instance off its module and reserves the module in the same step.
   Status releaseInstance(TavroRTC::FDModule::FDWrapper* instance, std::string& name,

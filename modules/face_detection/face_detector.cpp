@@ -39,7 +39,7 @@ std::vector<FaceRect> truncated(const std::vector<Detection>& detections) {
 }
 
 /// Has the host make room. Its word isn't taken for it.
-bool makeRoom(FaceRectSequence& sequence, size_t count) {
+bool growTo(FaceRectSequence& sequence, size_t count) {
   if (count > static_cast<size_t>(std::numeric_limits<int32_t>::max()))
     return false;
   const auto capacity = static_cast<int32_t>(count);
@@ -61,7 +61,9 @@ struct FaceDetector::State {
   const char* findProblem(const FrameView& frame) const;
   bool runNetwork(NetworkOutput& output) const;
   std::vector<FaceRect> findBoxes(const NetworkOutput& output, const FrameView& frame) const;
-  bool trackFaces(const std::vector<FaceRect>& boxes, FaceRectSequence& faces);
+  bool makeRoom(size_t boxCount, FaceRectSequence& faces);
+  void trackFaces(const std::vector<FaceRect>& boxes);
+  void report(FaceRectSequence& faces) const;
 
   Impl* impl = nullptr;
   int32_t auxWidth = 112;
@@ -119,7 +121,12 @@ bool FaceDetector::execute(const FrameView& frame, FaceRectSequence& faces) {
   if (!prepareNetworkInput(frame, state_->planarBuffer, state_->packedBuffer) ||
       !state_->runNetwork(output))
     return false;
-  return state_->trackFaces(state_->findBoxes(output, frame), faces);
+  const std::vector<FaceRect> boxes = state_->findBoxes(output, frame);
+  if (!state_->makeRoom(boxes.size(), faces))
+    return false;
+  state_->trackFaces(boxes);
+  state_->report(faces);
+  return true;
 }
 
 /// The message about the first thing that is wrong, or null.
@@ -149,22 +156,25 @@ std::vector<FaceRect> FaceDetector::State::findBoxes(const NetworkOutput& output
   return truncated(decoder.decode(frame.width, frame.height, output.boxes, output.scores));
 }
 
-/// Matches the boxes with the tracks and reports all tracks. Whatever needs memory happens before
-/// the first track is touched.
-bool FaceDetector::State::trackFaces(const std::vector<FaceRect>& boxes, FaceRectSequence& faces) {
-  const size_t mostTracks = tracks.size() + boxes.size();
-  std::vector<FaceRect> unmatched;
-  unmatched.reserve(boxes.size());
+/// For the most tracks that there can be after this frame, here and with the host: once a track has
+/// been touched, nothing may fail.
+bool FaceDetector::State::makeRoom(size_t boxCount, FaceRectSequence& faces) {
+  const size_t mostTracks = tracks.size() + boxCount;
   tracks.reserve(mostTracks);
-  if (!makeRoom(faces, mostTracks))
-    return false;
+  return growTo(faces, mostTracks);
+}
 
+void FaceDetector::State::trackFaces(const std::vector<FaceRect>& boxes) {
+  std::vector<FaceRect> unmatched;
+  unmatched.reserve(boxes.size());  // as makeRoom: the last thing here that may throw
   associateTracks(boxes, unmatched, tracks);
   pruneTracks(boxes, tracks);
   addTracks(unmatched, tracks);
+}
+
+void FaceDetector::State::report(FaceRectSequence& faces) const {
   for (const FaceTrack& track : tracks)
     faces.elements[faces.size++] = track.faceRect();
-  return true;
 }
 
 const char* FaceDetector::version() {

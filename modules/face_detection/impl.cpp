@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <string>
 
 #include "engine/cpu_info.h"
 #include "engine/log.h"
@@ -10,6 +11,7 @@
 #include "engine/net.h"
 #include "engine/weight_packing.h"
 #include "impl_x86/x86_run_env.h"
+#include "modules/face_detection/network_input.h"
 #include "modules/face_detection/prior_boxes.h"
 
 namespace TavroRTC::FDModule {
@@ -22,7 +24,6 @@ class Impl final : public Net {
 namespace {
 
 constexpr int32_t processorBackend = 0;
-constexpr int32_t inputSide = 192;
 constexpr int32_t inputChannels = 3;
 constexpr float byteToUnit = 1.0F / 255.0F;  // the network was trained on colours from 0 to 1
 
@@ -32,8 +33,8 @@ bool setInput(Net& net, uint8_t* picture) {
   if (input == nullptr)
     return false;
   input->n = 1;
-  input->h = inputSide;
-  input->w = inputSide;
+  input->h = networkInputSide;
+  input->w = networkInputSide;
   input->c = inputChannels;
   input->layout = layout::channelsLast;
   input->borrow(picture);

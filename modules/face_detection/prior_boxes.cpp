@@ -2,10 +2,12 @@
 
 #include <array>
 
+#include "modules/face_detection/network_input.h"
+
 namespace TavroRTC::FDModule {
 namespace {
 
-constexpr float inputSide = 192;
+constexpr float inputSide = networkInputSide;
 
 struct Grid {
   int cells;     // along each side of the input
