@@ -82,7 +82,7 @@ def makeParser():
         help="0: all priors of a face count alike, 1: all faces do (default: 0.5)")
     add("--no-pastes", action="store_true",
         help="scenes as they are, without pasted faces and things")
-    add("--seed", type=number(int, 0, (1 << 23) - 1), default=1,
+    add("--seed", type=number(int, 0, (1 << 31) - 1), default=1,
         help="of weights and scenes (default: 1)")
     add("--device", type=device, default="cuda" if torch.cuda.is_available() else "cpu",
         help="cpu, cuda or cuda:N (default: cuda if it is there)")

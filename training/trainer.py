@@ -40,8 +40,7 @@ class Batches:
         self.waiting = {}
 
     def make(self, number, rank):
-        random = Random(self.options.device,
-                        (self.options.seed << 40) + (number % (1 << 32) << 8) + rank)
+        random = Random(self.options.device, self.options.seed, number, rank)
         scenes, boxes, kinds = self.scenes.batch(random, self.options.batch)
         return detector_input.detectorInput(*camera.shoot(random, scenes)), boxes, kinds
 
