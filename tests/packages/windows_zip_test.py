@@ -41,7 +41,7 @@ def main(cmake, cpack, build, compiler, picture, *emulator):
         made = folder / "example-build"
         run(cmake, "-S", root / "example", "-B", made, "-G", "Ninja", "-DCMAKE_SYSTEM_NAME=Windows",
             f"-DCMAKE_PREFIX_PATH={root}", f"-DCMAKE_CXX_COMPILER={compiler}",
-            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror -static")
+            "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror")
         run(cmake, "--build", made)
         for library in (root / "bin").glob("*.dll"):
             shutil.copy(library, made)
