@@ -1,5 +1,6 @@
 """Boxes must stay with what they enclose, from the file to the network's input."""
 
+import itertools
 import pathlib
 import tempfile
 import unittest
@@ -61,6 +62,15 @@ class Scenes(unittest.TestCase):
     def setUpClass(cls):
         cls.store = PictureStore(synthetic.write(
             pathlib.Path(tempfile.mkdtemp()) / "set", synthetic.squares(3, 24)))
+
+    def testEverySeedStepAndProcessHasItsOwn(self):
+        drawn = {}
+        for numbers in [(1, 2, 3), (1 << 20, 2, 3), (1, 1 << 20, 3), (1, 2, 4)]:
+            drawn[numbers] = scenes.Scenes(self.store).batch(Random("cpu", *numbers), 2)[0]
+            again = scenes.Scenes(self.store).batch(Random("cpu", *numbers), 2)[0]
+            self.assertTrue(torch.equal(drawn[numbers], again))
+        for one, two in itertools.combinations(drawn.values(), 2):
+            self.assertFalse(torch.equal(one, two))
 
     def testBoxesFollowTheirPixels(self):
         """The bright square fills its box in every layout, however it is moved and stretched."""
