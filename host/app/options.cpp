@@ -155,6 +155,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
 
   const MediaHelp help = mediaHelp();
   CLI::App app(description, "tavro-fd");
+  app.allow_windows_style_options(false);  // a slash begins a path
   app.footer(std::string("Examples:\n") + help.examples + exitCodes + help.conversion +
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
