@@ -24,6 +24,7 @@ namespace ssse3 {
 
 inline constexpr int32_t colorBlock = 16;
 
+LumaRow fineLumaRowRgb24;
 LumaRow lumaRowRgb24;
 LumaRow lumaRowBgr24;
 LumaRow lumaRowRgba32;

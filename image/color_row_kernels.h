@@ -2,7 +2,8 @@
 
 // The row kernels that take packed pixels apart and move samples between layouts; the rules of
 // row_kernels.h hold for them, too. Colours follow BT.601 in limited range, with 7 bits in the
-// block forms and 8 in the plain ones, so that the two forms of lumaRow and of chromaRow differ.
+// block forms and 8 in the plain ones, so that the two forms of lumaRow and of chromaRow differ;
+// fineLumaRow has 8 in both.
 
 #include <cstddef>
 
@@ -40,7 +41,7 @@ PackedRow* choosePackedRow(int32_t width, PackedOp op);
 MergeChromaRow* chooseMergeChromaRow(int32_t width);
 SplitChromaRow* chooseSplitChromaRow(int32_t width);
 
-/// The plain form whatever the width.
-LumaRow* plainLumaRow(const PixelLayout& layout);
+/// Luma of rgb24 whose block form, too, gives the bytes of the plain one.
+LumaRow* chooseFineLumaRow(int32_t width);
 
 }  // namespace TavroRTC::FDModule

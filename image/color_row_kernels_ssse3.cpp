@@ -126,6 +126,26 @@ void lumaRowAbgr32(const uint8_t* src, uint8_t* dstY, int32_t width) {
   luma<abgr32>(src, dstY, width);
 }
 
+// Green's coefficient of 8 bits needs the unsigned side of the multiplication. So the samples take
+// the signed one, moved down by 128, and the bias makes up for it; the sums fit 16 bits.
+void fineLumaRowRgb24(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  constexpr int32_t pixelWeights = coefficients(rgb24, 66, 129, 25);
+  const __m128i weights = _mm_set1_epi32(pixelWeights);
+  const __m128i toSigned = _mm_set1_epi8(-128);
+  const __m128i bias = _mm_set1_epi16(0x1080 + 128 * (66 + 129 + 25));
+  const auto weighted = [&](__m128i pixels) {
+    return _mm_maddubs_epi16(weights, _mm_xor_si128(pixels, toSigned));
+  };
+  const auto lumas = [&](__m128i pixels0, __m128i pixels4) {
+    const __m128i sums = _mm_hadd_epi16(weighted(pixels0), weighted(pixels4));
+    return _mm_srli_epi16(_mm_add_epi16(sums, bias), 8);
+  };
+  for (int32_t i = 0; i < width; i += colorBlock, src += 3 * colorBlock) {
+    const Pixels p = loadPixels<3>(src);
+    store16(dstY + i, _mm_packus_epi16(lumas(p.four[0], p.four[1]), lumas(p.four[2], p.four[3])));
+  }
+}
+
 void chromaRowRgb24(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
                     int32_t width) {
   chroma<rgb24>(src, srcStride, dstU, dstV, width);

@@ -123,6 +123,9 @@ const LayoutRow* findLayout(const PixelLayout& layout) {
   return nullptr;
 }
 
+constexpr Forms<LumaRow> fineLumaRows = {plain::lumaRow<rgb24>, ssse3::fineLumaRowRgb24,
+                                         lumaScratchTail<ssse3::fineLumaRowRgb24, 3>};
+
 // By PackedOp.
 constexpr Forms<PackedRow> packedRows[] = {
     {plain::packedRow<PackedOp::addOpaque>, ssse3::packedRowAddOpaque,
@@ -145,9 +148,8 @@ LumaRow* chooseLumaRow(int32_t width, const PixelLayout& layout) {
   return row == nullptr ? nullptr : row->luma.choose(width);
 }
 
-LumaRow* plainLumaRow(const PixelLayout& layout) {
-  const LayoutRow* row = findLayout(layout);
-  return row == nullptr ? nullptr : row->luma.plainForm;
+LumaRow* chooseFineLumaRow(int32_t width) {
+  return fineLumaRows.choose(width);
 }
 
 ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout) {

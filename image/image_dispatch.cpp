@@ -150,10 +150,10 @@ int32_t toLuma(const ImageDesc& src, const ImageDesc& dst) {
                        src.heights[0], chooseLumaRow(src.widths[0], layout));
 }
 
-// This one operation has always given the plain form's bytes, at every width.
+// This one operation has always given the bytes of 8-bit coefficients, at every width.
 int32_t rgb24ToLuma(const ImageDesc& src, const ImageDesc& dst) {
   return convertToLuma(src.planes[0], src.strides[0], dst.planes[0], dst.strides[0], src.widths[0],
-                       src.heights[0], plainLumaRow(rgb24));
+                       src.heights[0], chooseFineLumaRow(src.widths[0]));
 }
 
 template <const PixelLayout& layout>

@@ -288,6 +288,7 @@ TEST(ColorConversionKernels, widthsBelowOneDoNothing) {
       for (const PackedOp op :
            {PackedOp::addOpaque, PackedOp::dropLast, PackedOp::addOpaqueSwapped})
         choosePackedRow(width, op)(unread, &first, width);
+      chooseFineLumaRow(width)(unread, &first, width);
       chooseMergeChromaRow(width)(unread, unread, &first, width);
       chooseSplitChromaRow(width)(unread, &first, &second, width);
       setPlainRowsOnly(0);
