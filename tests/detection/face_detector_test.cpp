@@ -17,37 +17,20 @@
 #include "modules/face_detection/impl.h"
 #include "modules/face_detection/truncation.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/frames.h"
 #include "tests/support/print_face_rect.h"
-#include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
 using tavro::host::FaceRects;
+using tavro::host::I420Frame;
 using tavro::test::CapturedStdout;
+using tavro::test::plainFrame;
+using tavro::test::viewOf;
 using Rects = std::vector<FaceRect>;
 
 constexpr float anyScore = -1.0F;
-
-/// A frame of one colour or of noise, with chroma planes of exactly half its size, rounded up.
-struct Picture {
-  Picture(int32_t width, int32_t height, uint8_t y = 128, uint8_t u = 128, uint8_t v = 128)
-      : chromaWidth((width + 1) / 2),
-        luma(static_cast<size_t>(width * height), y),
-        first(static_cast<size_t>(chromaWidth * ((height + 1) / 2)), u),
-        second(first.size(), v),
-        view{luma.data(), first.data(), second.data(), width, height, width, chromaWidth} {}
-
-  void fillWithNoise(uint64_t seed) {
-    tavro::test::Random random(seed);
-    for (auto* plane : {&luma, &first, &second})
-      std::ranges::generate(*plane, [&] { return random.byte(); });
-  }
-
-  int32_t chromaWidth;
-  std::vector<uint8_t> luma, first, second;
-  FrameView view;
-};
 
 std::unique_ptr<FaceDetector> makeDetector(float threshold) {
   auto detector = std::make_unique<FaceDetector>();
@@ -59,6 +42,11 @@ Rects detect(FaceDetector& detector, const FrameView& frame) {
   FaceRects faces;
   EXPECT_TRUE(detector.execute(frame, *faces.sequence()));
   return {faces.view().begin(), faces.view().end()};
+}
+
+I420Frame noise(uint64_t seed) {
+  tavro::test::Random random(seed);
+  return tavro::test::randomFrame(random, 192, 192);
 }
 
 TEST(FaceDetector, RefusesBadFramesInOrder) {
@@ -89,12 +77,12 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
       {"negative width", 0.65F, "", [](FrameView& f) { f.width = -64; }},
       {"negative height", 0.65F, "", [](FrameView& f) { f.height = -64; }},
   };
-  const Picture picture(64, 48);
+  const I420Frame picture = plainFrame(64, 48);
   const auto detector = makeDetector(0);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     detector->init(c.threshold);
-    FrameView frame = picture.view;
+    FrameView frame = viewOf(picture);
     c.spoil(frame);
     FaceRects faces;
     ASSERT_TRUE(faces.sequence()->grow(faces.sequence(), 3));
@@ -109,40 +97,41 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
 
   FaceRects faces;
   CapturedStdout captured;
-  const bool found = FaceDetector().execute(picture.view, *faces.sequence());
+  const bool found = FaceDetector().execute(viewOf(picture), *faces.sequence());
   EXPECT_EQ(captured.stop(), threshold);
   EXPECT_FALSE(found);
 }
 
 TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
   const auto detector = makeDetector(1.5F);  // more than any score
-  EXPECT_TRUE(detect(*detector, Picture(64, 48).view).empty());
+  const I420Frame picture = plainFrame(64, 48);
+  EXPECT_TRUE(detect(*detector, viewOf(picture)).empty());
   FaceRectSequence none;  // no room and no way to make any
-  EXPECT_TRUE(detector->execute(Picture(64, 48).view, none));
+  EXPECT_TRUE(detector->execute(viewOf(picture), none));
 }
 
 TEST(FaceDetector, OneFrameWithoutFacesEndsAllTracks) {
-  Picture picture(192, 192);
-  picture.fillWithNoise(1);
+  const I420Frame picture = noise(1);
   const auto detector = makeDetector(anyScore);
-  const Rects before = detect(*detector, picture.view);
+  const Rects before = detect(*detector, viewOf(picture));
   EXPECT_FALSE(before.empty());
   detector->init(1.5F);
-  EXPECT_TRUE(detect(*detector, picture.view).empty());
+  EXPECT_TRUE(detect(*detector, viewOf(picture)).empty());
   detector->init(anyScore);
-  EXPECT_EQ(detect(*detector, picture.view), before);
+  EXPECT_EQ(detect(*detector, viewOf(picture)), before);
 }
 
 /// The network's input for a plain picture of its own size.
 std::vector<uint8_t> packedPlain(uint8_t y, uint8_t u, uint8_t v) {
   constexpr int32_t side = 192;
   std::vector<uint8_t> packed(size_t{3} * side * side);
-  Picture plain(side, side, y, u, v);
-  const ImageDesc source = {.planes = {plain.luma.data(), plain.first.data(), plain.second.data()},
-                            .widths = {side, side / 2, side / 2},
-                            .heights = {side, side / 2, side / 2},
-                            .strides = {side, side / 2, side / 2},
-                            .format = ImageFormat::I420};
+  I420Frame plain = plainFrame(side, side, y, u, v);
+  const ImageDesc source = {
+      .planes = {plain.writablePlane(0), plain.writablePlane(1), plain.writablePlane(2)},
+      .widths = {side, side / 2, side / 2},
+      .heights = {side, side / 2, side / 2},
+      .strides = {side, side / 2, side / 2},
+      .format = ImageFormat::I420};
   const ImageDesc target = {.planes = {packed.data()}, .strides = {3 * side}};
   EXPECT_EQ(convertImage(source, target, ColorOp::I420ToBgr24), 0);
   return packed;
@@ -152,15 +141,15 @@ TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
   // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
   // (The weights with which columns are interpolated add up to 127 of 128.)
   const uint8_t y = 90, u = 140, v = 100;
-  Picture exact(192, 192, y, u, v), odd(639, 479, y, u, v), wide(1280, 720, y, u, v),
-      pixel(1, 1, y, u, v);
-  // A chroma stride of half the width, rounded down, is allowed; the planes hold the last column
-  // nonetheless.
-  odd.view.strideUV = 319;
-  for (const Picture* picture : {&exact, &odd, &wide, &pixel}) {
-    SCOPED_TRACE(picture->view.width);
+  for (const auto& [width, height] : {std::pair{192, 192}, {639, 479}, {1280, 720}, {1, 1}}) {
+    SCOPED_TRACE(width);
+    const I420Frame picture = plainFrame(width, height, y, u, v);
+    FrameView view = viewOf(picture);
+    // A chroma stride of half the width, rounded down, is allowed; the planes hold the last column
+    // nonetheless.
+    view.strideUV = std::max(width / 2, 1);
     const auto scaled = [&](uint8_t sample) {
-      return static_cast<uint8_t>(picture == &exact ? sample : sample * 127 / 128);
+      return static_cast<uint8_t>(view.width == 192 ? sample : sample * 127 / 128);
     };
     std::vector<uint8_t> packed = packedPlain(scaled(y), scaled(u), scaled(v));
     Impl* const impl = createImpl(0, 0);
@@ -175,27 +164,25 @@ TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
     decoder.scoreThreshold = anyScore;
     generatePriors(decoder.priors);
     Rects expected;
-    for (const Detection& box :
-         decoder.decode(picture->view.width, picture->view.height, boxes, scores))
+    for (const Detection& box : decoder.decode(width, height, boxes, scores))
       expected.push_back({truncateToInt32(box.x1), truncateToInt32(box.y1), truncateToInt32(box.x2),
                           truncateToInt32(box.y2)});
     EXPECT_FALSE(expected.empty());
-    EXPECT_EQ(detect(*makeDetector(anyScore), picture->view), expected);
+    EXPECT_EQ(detect(*makeDetector(anyScore), view), expected);
     EXPECT_EQ(releaseImpl(impl), 0);
   }
 }
 
 TEST(FaceDetector, TracksSurviveFramesThatFail) {
-  Picture first(192, 192), second(192, 192);
-  first.fillWithNoise(1);
-  second.fillWithNoise(2);
+  const I420Frame firstFrame = noise(1), secondFrame = noise(2);
+  const FrameView first = viewOf(firstFrame), second = viewOf(secondFrame);
   const auto undisturbed = makeDetector(anyScore);
-  const Rects before = detect(*undisturbed, first.view);
-  ASSERT_NE(detect(*undisturbed, second.view), before);
-  const size_t boxes = detect(*makeDetector(anyScore), second.view).size();
+  const Rects before = detect(*undisturbed, first);
+  ASSERT_NE(detect(*undisturbed, second), before);
+  const size_t boxes = detect(*makeDetector(anyScore), second).size();
 
   const auto detector = makeDetector(anyScore);
-  EXPECT_EQ(detect(*detector, first.view), before);
+  EXPECT_EQ(detect(*detector, first), before);
   static size_t asked = 0;
   const auto refuses = [](FaceRectSequence*, int32_t capacity) {
     asked = static_cast<size_t>(capacity);
@@ -205,17 +192,17 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
   for (bool (*grow)(FaceRectSequence*, int32_t) : {+refuses, +lies, +(decltype(+lies))nullptr}) {
     FaceRect room = {};
     FaceRectSequence faces{.elements = &room, .size = 1, .capacity = 1, .grow = grow};
-    EXPECT_FALSE(detector->execute(second.view, faces));
+    EXPECT_FALSE(detector->execute(second, faces));
     EXPECT_EQ(faces.size, 0);
     EXPECT_EQ(room, FaceRect());
   }
   EXPECT_EQ(asked, before.size() + boxes);  // room for all that there can be
-  FrameView bad = second.view;
+  FrameView bad = second;
   bad.v = nullptr;
   FaceRects faces;
   EXPECT_FALSE(detector->execute(bad, *faces.sequence()));
   EXPECT_TRUE(detector->init(anyScore));  // changes the threshold only
-  EXPECT_EQ(detect(*detector, first.view), before);
+  EXPECT_EQ(detect(*detector, first), before);
 }
 
 TEST(Impl, RefusesWhatItCannotRun) {

@@ -19,6 +19,7 @@
 #include "modules/face_detection/fd_wrapper.h"
 #include "modules/face_detection/network_input.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/frames.h"
 #include "tests/support/portrait.h"
 #include "tests/support/processor.h"
 
@@ -29,6 +30,7 @@ using tavro::host::I420Frame;
 using tavro::test::availableProcessors;
 using tavro::test::CapturedStdout;
 using tavro::test::Processor;
+using tavro::test::viewOf;
 using namespace TavroRTC::FDModule;
 
 /// FNV-1a in 64 bits.
@@ -73,16 +75,6 @@ std::vector<I420Frame> makeSequence() {
     }
   }
   return frames;
-}
-
-FrameView viewOf(const I420Frame& frame) {
-  return {.y = frame.planeData(0),
-          .u = frame.planeData(1),
-          .v = frame.planeData(2),
-          .width = frame.width(),
-          .height = frame.height(),
-          .strideY = frame.planeStride(0),
-          .strideUV = frame.planeStride(1)};
 }
 
 /// A file of lines "digest name".

@@ -15,6 +15,7 @@
 #include "host/app/face_numbers.h"
 #include "host/app/output/text_format.h"
 #include "host/app/statistics.h"
+#include "tests/support/frames.h"
 
 namespace tavro::host {
 namespace {
@@ -123,12 +124,8 @@ Mark markOf(const I420Frame& frame, int32_t plane) {
 }
 
 I420Frame noise(int32_t width, int32_t height) {
-  std::minstd_rand random(static_cast<uint32_t>(width * 1000 + height));
-  auto frame = I420Frame::allocate(width, height);
-  for (int32_t plane = 0; plane < planeCount; ++plane)
-    for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
-      frame->writablePlane(plane)[i] = static_cast<uint8_t>(random() >> 8);
-  return std::move(*frame);
+  test::Random random(1);
+  return test::randomFrame(random, width, height);
 }
 
 constexpr int32_t largest = std::numeric_limits<int32_t>::max();

@@ -19,6 +19,7 @@
 #include "host/core/i420_frame.h"
 #include "host/core/utf8_path.h"
 #include "tests/support/child_process.h"
+#include "tests/support/frames.h"
 
 namespace tavro::test {
 
@@ -113,28 +114,19 @@ inline std::string y4m(std::span<const host::I420Frame> frames,
                        const std::string& parameters = "F25:1 C420jpeg") {
   std::string stream = "YUV4MPEG2 W" + std::to_string(frames.front().width()) + " H" +
                        std::to_string(frames.front().height()) + " " + parameters + "\n";
-  for (const host::I420Frame& frame : frames) {
-    stream += "FRAME\n";
-    for (int32_t plane = 0; plane < host::planeCount; ++plane)
-      for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
-        stream.append(reinterpret_cast<const char*>(frame.planeData(plane)) +
-                          ptrdiff_t{y} * frame.planeStride(plane),
-                      static_cast<size_t>(frame.planeWidth(plane)));
-  }
+  for (const host::I420Frame& frame : frames)
+    stream += "FRAME\n" + samplesOf(frame);
   return stream;
 }
 
 /// A frame whose quarters have the given luma (top left, top right, bottom left, bottom right) and
 /// whose chroma is neutral.
 inline host::I420Frame quarters(int32_t width, int32_t height, const uint8_t (&luma)[4]) {
-  auto frame = host::I420Frame::allocate(width, height);
+  host::I420Frame frame = plainFrame(width, height);
   for (int32_t y = 0; y < height; ++y)
     for (int32_t x = 0; x < width; ++x)
-      frame->writablePlane(0)[y * width + x] = luma[(y >= height / 2 ? 2 : 0) + (x >= width / 2)];
-  for (const int32_t plane : {1, 2})
-    std::fill_n(frame->writablePlane(plane), frame->planeStride(plane) * frame->planeHeight(plane),
-                uint8_t{128});
-  return std::move(*frame);
+      frame.writablePlane(0)[y * width + x] = luma[(y >= height / 2 ? 2 : 0) + (x >= width / 2)];
+  return frame;
 }
 
 }  // namespace tavro::test

@@ -8,7 +8,7 @@
 
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"
-#include "tests/support/random.h"
+#include "tests/support/frames.h"
 
 namespace tavro::test {
 namespace {
@@ -18,13 +18,8 @@ using nlohmann::json;
 
 std::vector<I420Frame> randomFrames(Random& random, int count, int32_t width, int32_t height) {
   std::vector<I420Frame> frames;
-  for (int i = 0; i < count; ++i) {
-    auto frame = I420Frame::allocate(width, height);
-    for (int32_t plane = 0; plane < host::planeCount; ++plane)
-      for (int32_t j = 0; j < frame->planeStride(plane) * frame->planeHeight(plane); ++j)
-        frame->writablePlane(plane)[j] = random.byte();
-    frames.push_back(std::move(*frame));
-  }
+  for (int i = 0; i < count; ++i)
+    frames.push_back(randomFrame(random, width, height));
   return frames;
 }
 

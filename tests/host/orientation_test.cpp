@@ -8,19 +8,10 @@ extern "C" {
 #include <libavutil/display.h>
 }
 
-#include "tests/support/random.h"
+#include "tests/support/frames.h"
 
 namespace tavro::host {
 namespace {
-
-I420Frame randomFrame(test::Random& random, int32_t width, int32_t height) {
-  auto frame = I420Frame::allocate(width, height, width + random.between(0, 9),
-                                   (width + 1) / 2 + random.between(0, 9));
-  for (int32_t plane = 0; plane < planeCount; ++plane)
-    for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
-      frame->writablePlane(plane)[i] = random.byte();
-  return std::move(*frame);
-}
 
 /// Where FFmpeg's display matrix takes a stored sample, in a picture that is then moved back into
 /// the positive quadrant: (x, y) times the matrix.
@@ -39,7 +30,8 @@ TEST(Orientation, MovesEverySampleAsTheDisplayMatrixSays) {
   SCOPED_TRACE(test::seedNote(seed));
   test::Random random(seed);
   for (const auto& [width, height] : {std::pair{1, 1}, {1, 7}, {6, 4}, {33, 65}, {71, 40}}) {
-    const I420Frame stored = randomFrame(random, width, height);
+    const I420Frame stored = test::randomFrame(random, width, height, width + random.between(0, 9),
+                                               (width + 1) / 2 + random.between(0, 9));
     for (const double angle : {0.0, 90.0, 180.0, 270.0})
       for (const int mirrored : {0, 1, 2, 3}) {
         int32_t matrix[9];

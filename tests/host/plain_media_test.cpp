@@ -12,12 +12,14 @@
 #include "host/app/plain/picture_file.h"
 #include "host/app/plain/stream_header.h"
 #include "host/app/video_input.h"
-#include "tests/support/random.h"
+#include "tests/support/frames.h"
 
 namespace tavro::host {
 namespace {
 
 using test::Random;
+using test::randomFrame;
+using test::samplesOf;
 
 TEST(Y4mHeader, ReadsWhatItKnowsAndRefusesTheRest) {
   const struct {
@@ -75,24 +77,6 @@ TEST(RawOptions, NeedASizeAndKnowTheirNames) {
                                  {{"video_size", "7x5"}, {"pixel_format", "nv12"}},
                                  {{"video_size", "7x5"}, {"other", "1"}}})
     EXPECT_FALSE(parseRawOptions(options, error).has_value());
-}
-
-I420Frame randomFrame(Random& random, int32_t width, int32_t height) {
-  auto frame = I420Frame::allocate(width, height);
-  for (int32_t plane = 0; plane < planeCount; ++plane)
-    for (int32_t i = 0; i < frame->planeStride(plane) * frame->planeHeight(plane); ++i)
-      frame->writablePlane(plane)[i] = random.byte();
-  return std::move(*frame);
-}
-
-std::string samplesOf(const I420Frame& frame) {
-  std::string samples;
-  for (int32_t plane = 0; plane < planeCount; ++plane)
-    for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
-      samples.append(reinterpret_cast<const char*>(frame.planeData(plane)) +
-                         ptrdiff_t{y} * frame.planeStride(plane),
-                     static_cast<size_t>(frame.planeWidth(plane)));
-  return samples;
 }
 
 class PlainInput : public testing::Test {
