@@ -1,18 +1,16 @@
 // Packed pixels to luma and 4:2:0 and back, packed to packed, and 4:2:0 in three and two planes:
-// every operation at many sizes on guarded memory, byte for byte against the formulas. With the
-// test of the sweep over images: operations that are broken on purpose.
+// every operation at many sizes on guarded memory, byte for byte against the formulas.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "image/color_row_kernels.h"
 #include "image/image_dispatch.h"
 #include "image/row_kernels.h"
 #include "tests/image/image_sweep.h"
@@ -21,6 +19,7 @@ namespace TavroRTC::FDModule {
 namespace {
 
 using tavro::test::Bgr;
+using tavro::test::bgrOf;
 using tavro::test::Bytes;
 using tavro::test::Content;
 using tavro::test::describe;
@@ -160,8 +159,7 @@ Reference packedFromYuv(const std::vector<size_t>& bytes) {
     Bytes pixels;
     for (int32_t y = 0; y < size.height; ++y)
       for (int32_t x = 0; x < size.width; ++x) {
-        const Bgr colour =
-            tavro::test::bgrOf(src[0].at(x, y), src[1].at(x / 2, y / 2), src[2].at(x / 2, y / 2));
+        const Bgr colour = bgrOf(src[0].at(x, y), src[1].at(x / 2, y / 2), src[2].at(x / 2, y / 2));
         const uint8_t values[] = {colour.b, colour.g, colour.r, 255};
         for (const size_t byte : bytes)
           pixels.push_back(values[byte]);
@@ -275,61 +273,41 @@ INSTANTIATE_TEST_SUITE_P(Operations, ColorConversion, testing::ValuesIn(operatio
                            return std::to_string(static_cast<int32_t>(instance.param.op));
                          });
 
-TEST(ColorConversionKernels, widthsBelowOneDoNothing) {
-  for (const bool plainOnly : {false, true})
-    for (const int32_t width : {0, -1, -16, -37}) {
-      const uint8_t unread[4] = {};
-      uint8_t first = 7, second = 7;
-      setPlainRowsOnly(plainOnly ? 1 : 0);
-      for (const PixelLayout& layout : {rgb24, bgr24, rgba32, bgra32, argb32, abgr32}) {
-        chooseLumaRow(width, layout)(unread, &first, width);
-        chooseChromaRow(width, layout)(unread, 0, &first, &second, width);
-      }
-      for (const PackedOp op :
-           {PackedOp::addOpaque, PackedOp::dropLast, PackedOp::addOpaqueSwapped})
-        choosePackedRow(width, op)(unread, &first, width);
-      chooseFineLumaRow(width)(unread, &first, width);
-      chooseMergeChromaRow(width)(unread, unread, &first, width);
-      chooseSplitChromaRow(width)(unread, &first, &second, width);
-      setPlainRowsOnly(0);
-      EXPECT_TRUE(first == 7 && second == 7) << width;
-    }
+TEST(YuvToPacked, knownColours) {
+  const struct {
+    uint8_t y, u, v, b, g, r;
+  } rows[] = {{16, 128, 128, 0, 0, 0},        {235, 128, 128, 255, 255, 255},
+              {128, 128, 128, 130, 130, 130}, {81, 90, 240, 0, 0, 254},
+              {145, 54, 34, 2, 255, 0},       {41, 240, 110, 253, 0, 0},
+              {255, 255, 255, 255, 125, 255}, {0, 0, 0, 0, 135, 0}};
+  for (const auto& row : rows) {
+    uint8_t out[3] = {};
+    chooseYuvRow(1, PackMode::threeBytes)(&row.y, &row.u, &row.v, out, yuvTableBgr, 1);
+    EXPECT_TRUE(out[0] == row.b && out[1] == row.g && out[2] == row.r)
+        << +row.y << ": " << +out[0] << ' ' << +out[1] << ' ' << +out[2];
+  }
 }
 
-// Y, U and V of plain colours, by the block form (whole images) and by the plain one.
-TEST(ColorConversionColours, knownAnswers) {
-  struct Answer {
-    std::array<uint8_t, 3> rgb;
-    std::array<uint8_t, 3> block, plain;
-  };
-  const Answer answers[] = {
-      {{255, 255, 255}, {237, 128, 128}, {235, 128, 128}},
-      {{0, 0, 0}, {16, 128, 128}, {16, 128, 128}},
-      {{255, 0, 0}, {81, 90, 239}, {82, 90, 240}},
-      {{0, 255, 0}, {145, 54, 34}, {144, 54, 34}},
-      {{0, 0, 255}, {41, 239, 110}, {41, 240, 110}},
-  };
-  for (const Answer& answer : answers)
-    for (const bool plainOnly : {false, true}) {
-      const auto [r, g, b] = answer.rgb;
-      uint8_t pixels[] = {r, g, b, r, g, b};
-      uint8_t y[2], u[1], v[1];
-      ImageDesc src, dst;
-      src.planes[0] = pixels;
-      src.strides[0] = 6;
-      src.widths[0] = 2;
-      src.heights[0] = 1;
-      dst.planes[0] = y;
-      dst.planes[1] = u;
-      dst.planes[2] = v;
-      setPlainRowsOnly(plainOnly ? 1 : 0);
-      EXPECT_EQ(convertImage(src, dst, ColorOp::Rgb24ToI420), 0);
-      setPlainRowsOnly(0);
-      const std::array<uint8_t, 3> actual = {y[1], u[0], v[0]};
-      EXPECT_EQ(actual, plainOnly ? answer.plain : answer.block);
-      EXPECT_EQ(convertImage(src, dst, ColorOp::Rgb24ToLuma), 0);
-      EXPECT_EQ(y[0], answer.plain[0]);
+// All 2^24 colours, by both forms.
+TEST(YuvToPacked, everyColourByBothForms) {
+  uint8_t y[256], u[128], v[128], expected[768], actual[768];
+  for (int32_t i = 0; i < 256; ++i)
+    y[i] = static_cast<uint8_t>(i);
+  for (int32_t chroma = 0; chroma < 65536; ++chroma) {
+    std::memset(u, chroma & 255, sizeof(u));
+    std::memset(v, chroma >> 8, sizeof(v));
+    for (int32_t i = 0; i < 256; ++i) {
+      const Bgr colour = bgrOf(i, chroma & 255, chroma >> 8);
+      std::memcpy(expected + ptrdiff_t{3} * i, &colour, 3);
     }
+    for (const bool plainOnly : {false, true}) {
+      setPlainRowsOnly(plainOnly ? 1 : 0);
+      chooseYuvRow(256, PackMode::threeBytes)(y, u, v, actual, yuvTableBgr, 256);
+      setPlainRowsOnly(0);
+      ASSERT_EQ(std::memcmp(actual, expected, sizeof(actual)), 0)
+          << "u " << (chroma & 255) << " v " << (chroma >> 8) << " plain " << plainOnly;
+    }
+  }
 }
 
 }  // namespace

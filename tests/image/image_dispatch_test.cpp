@@ -175,6 +175,11 @@ TEST(ImageDispatch, refusesWithoutWriting) {
       }
       *size = good;
     }
+    if (src.bytesPerPixel != 1) {  // a row of more bytes than an int32 counts
+      const int32_t good = std::exchange(target.widths[0], INT32_MAX / src.bytesPerPixel + 1);
+      expectRefusal(target.widths[0]);
+      target.widths[0] = good;
+    }
     for (const int32_t filter : {3, -1})
       expectRefusal(filter, static_cast<ScaleFilter>(filter));
     {
@@ -183,7 +188,8 @@ TEST(ImageDispatch, refusesWithoutWriting) {
     }
     for (int32_t* size : {source.widths, source.heights}) {
       const int32_t good = *size;
-      for (const int32_t bad : {0, -1, INT32_MIN, 32769, INT32_MAX}) {
+      const int32_t tooLarge = src.bytesPerPixel == 1 ? 32769 : 32768;
+      for (const int32_t bad : {0, -1, INT32_MIN, tooLarge, INT32_MAX}) {
         *size = bad;
         EXPECT_EQ(scaleImage(source, target, ScaleFilter::Bilinear), -1) << bad;
       }

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "image/color_row_kernels.h"
+
 namespace TavroRTC::FDModule {
 namespace {
 
@@ -35,25 +37,38 @@ TEST(RowKernelSelection, goesByWholeBlocksAndTheSwitch) {
 }
 
 TEST(RowKernels, widthsBelowOneDoNothing) {
-  for (const int32_t width : {0, -1, -16, -37}) {
-    const uint8_t unread[4] = {};
-    uint8_t untouched = 7;
-    chooseCopyRow(width)(unread, &untouched, width);
-    for (const int32_t fraction : {0, 128, 200})
-      chooseInterpolateRows(width, 1)(&untouched, unread, 1, width, fraction);
-    for (ColumnsRow* columns :
-         {chooseColumns(width, 1), chooseColumns(width, 3), chooseColumns(width, 4), sampleColumns,
-          sampleColumns24, sampleColumns32, doubleColumns})
-      columns(&untouched, unread, width, 0, 1);
-    for (const int32_t filter : {0, 1, 2})
-      for (const int32_t bytes : {1, 3, 4})
-        chooseHalveRow(width, bytes, static_cast<ScaleFilter>(filter))(unread, 1, &untouched,
-                                                                       width);
-    for (const int32_t mode : {1, 2, 3})
-      chooseYuvRow(width, static_cast<PackMode>(mode))(unread, unread, unread, &untouched,
-                                                       yuvTableBgr, width);
-    EXPECT_EQ(untouched, 7);
-  }
+  for (const bool plainOnly : {false, true})
+    for (const int32_t width : {0, -1, -16, -37}) {
+      SCOPED_TRACE(width);
+      const uint8_t unread[4] = {};
+      uint8_t first = 7, second = 7;
+      setPlainRowsOnly(plainOnly ? 1 : 0);
+      chooseCopyRow(width)(unread, &first, width);
+      for (const int32_t fraction : {0, 128, 200})
+        chooseInterpolateRows(width, 1)(&first, unread, 1, width, fraction);
+      for (ColumnsRow* columns :
+           {chooseColumns(width, 1), chooseColumns(width, 3), chooseColumns(width, 4),
+            sampleColumns, sampleColumns24, sampleColumns32, doubleColumns})
+        columns(&first, unread, width, 0, 1);
+      for (const int32_t filter : {0, 1, 2})
+        for (const int32_t bytes : {1, 3, 4})
+          chooseHalveRow(width, bytes, static_cast<ScaleFilter>(filter))(unread, 1, &first, width);
+      for (const int32_t mode : {1, 2, 3})
+        chooseYuvRow(width, static_cast<PackMode>(mode))(unread, unread, unread, &first,
+                                                         yuvTableBgr, width);
+      for (const PixelLayout& layout : {rgb24, bgr24, rgba32, bgra32, argb32, abgr32}) {
+        chooseLumaRow(width, layout)(unread, &first, width);
+        chooseChromaRow(width, layout)(unread, 0, &first, &second, width);
+      }
+      for (const PackedOp op :
+           {PackedOp::addOpaque, PackedOp::dropLast, PackedOp::addOpaqueSwapped})
+        choosePackedRow(width, op)(unread, &first, width);
+      chooseFineLumaRow(width)(unread, &first, width);
+      chooseMergeChromaRow(width)(unread, unread, &first, width);
+      chooseSplitChromaRow(width)(unread, &first, &second, width);
+      setPlainRowsOnly(0);
+      EXPECT_TRUE(first == 7 && second == 7);
+    }
 }
 
 }  // namespace
