@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tests/support/random.h"
+#include "tests/support/reference_boxes.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -126,66 +127,6 @@ TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {
   EXPECT_EQ(outputs.decode(192, 97).size(), 2U);
 }
 
-// The same in double precision, choosing the best open box each time instead of sorting.
-struct ReferenceBox {
-  double x1, y1, x2, y2;
-  float score;
-  int32_t priorIndex;
-};
-
-double overlap(const ReferenceBox& a, const ReferenceBox& b) {
-  const auto area = [](double x1, double y1, double x2, double y2) {
-    return std::max(x2 - x1 + 1, 0.0) * std::max(y2 - y1 + 1, 0.0);
-  };
-  const double common =
-      area(std::max(a.x1, b.x1), std::max(a.y1, b.y1), std::min(a.x2, b.x2), std::min(a.y2, b.y2));
-  return common / (area(a.x1, a.y1, a.x2, a.y2) + area(b.x1, b.y1, b.x2, b.y2) - common);
-}
-
-struct Reference {
-  std::vector<ReferenceBox> kept;
-  double closestCall = 1;  // how near an overlap came to the limit
-};
-
-Reference referenceDecode(const Outputs& outputs, int32_t width, int32_t height, float threshold) {
-  struct Level {
-    int cells;
-    std::vector<double> sides;
-  };
-  const Level levels[] = {{24, {8, 16, 32}}, {12, {64, 96}}, {6, {128, 192}}};
-  std::vector<ReferenceBox> open;
-  size_t i = 0;
-  for (const Level& level : levels)
-    for (int cell = 0; cell < level.cells * level.cells; ++cell) {
-      const int row = cell / level.cells;
-      const int column = cell % level.cells;
-      for (const double side : level.sides) {
-        const float* offsets = &outputs.boxes[4 * i];
-        const double s = side / 192;
-        const double cx = (column + 0.5) / level.cells + 0.1 * s * offsets[0];
-        const double cy = (row + 0.5) / level.cells + 0.1 * s * offsets[1];
-        const double w = s * std::exp(0.2 * offsets[2]);
-        const double h = s * std::exp(0.2 * offsets[3]);
-        const float score = outputs.scores[2 * i + 1];
-        if (score > threshold)
-          open.push_back({(cx - w / 2) * width, (cy - h / 2) * height, (cx + w / 2) * width,
-                          (cy + h / 2) * height, score, static_cast<int32_t>(i)});
-        ++i;
-      }
-    }
-  Reference result;
-  while (!open.empty() && result.kept.size() < 6) {
-    const ReferenceBox best = *std::ranges::max_element(open, {}, &ReferenceBox::score);
-    result.kept.push_back(best);
-    std::erase_if(open, [&](const ReferenceBox& box) {
-      const double common = overlap(best, box);
-      result.closestCall = std::min(result.closestCall, std::abs(common - 0.2));
-      return common >= 0.2;
-    });
-  }
-  return result;
-}
-
 TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {
   int compared = 0;
   constexpr int rounds = 60;
@@ -207,7 +148,10 @@ TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {
     const int32_t width = random.between(1, 4000);
     const int32_t height = random.between(1, 4000);
 
-    const Reference expected = referenceDecode(outputs, width, height, 0.65F);
+    const auto expected = tavro::test::referenceBoxes(
+        [&](size_t i) -> double { return outputs.boxes[i]; },
+        [&](size_t prior) -> double { return outputs.scores[2 * prior + 1]; }, width, height,
+        0.65F);
     if (expected.closestCall < 1e-5)
       continue;  // either answer is right
     ++compared;
@@ -216,12 +160,12 @@ TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {
     // A coordinate is at most 10 roundings of values up to twice the frame's size.
     const double tolerance = 10 * std::ldexp(1.0, -24) * 2 * std::max(width, height);
     for (size_t k = 0; k < found.size(); ++k) {
-      EXPECT_EQ(found[k].priorIndex, expected.kept[k].priorIndex);
+      EXPECT_EQ(found[k].priorIndex, expected.kept[k].prior);
       EXPECT_EQ(found[k].score, expected.kept[k].score);
-      EXPECT_NEAR(found[k].x1, expected.kept[k].x1, tolerance);
-      EXPECT_NEAR(found[k].y1, expected.kept[k].y1, tolerance);
-      EXPECT_NEAR(found[k].x2, expected.kept[k].x2, tolerance);
-      EXPECT_NEAR(found[k].y2, expected.kept[k].y2, tolerance);
+      EXPECT_NEAR(found[k].x1, expected.kept[k].left, tolerance);
+      EXPECT_NEAR(found[k].y1, expected.kept[k].top, tolerance);
+      EXPECT_NEAR(found[k].x2, expected.kept[k].right, tolerance);
+      EXPECT_NEAR(found[k].y2, expected.kept[k].bottom, tolerance);
     }
   }
   EXPECT_GE(compared, rounds / 2);

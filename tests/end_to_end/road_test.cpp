@@ -1,14 +1,13 @@
-// The whole road of a frame, from the host's planes to the rectangles, over a sequence of frames
-// that change their size. The second opinion has its own scaler, colour formula, network, priors,
-// decoding and suppression, all in double precision where the module has single.
+// The whole road of a frame of any size, from the host's planes to the rectangles. (Sequences of
+// frames are those of digest_test.cpp.) The second opinion has its own scaler, colour formula,
+// network, priors, decoding and suppression, all in double precision where the module has single.
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
-#include <iterator>
+#include <optional>
+#include <span>
 #include <vector>
 
 #include "host/core/face_rects.h"
@@ -19,6 +18,7 @@
 #include "tests/support/captured_stdout.h"
 #include "tests/support/portrait.h"
 #include "tests/support/processor.h"
+#include "tests/support/reference_boxes.h"
 
 namespace {
 
@@ -30,7 +30,6 @@ using TavroRTC::FDModule::FDWrapper;
 
 constexpr int32_t side = ReferenceNetwork::side;
 constexpr double threshold = 0.65;
-constexpr size_t mostBoxes = 6;
 
 struct Size {
   int32_t width, height;
@@ -85,70 +84,9 @@ class PortraitFrame {
   std::optional<I420Frame> frame_;
 };
 
-struct Box {
-  double left, top, right, bottom, score;
-
-  double area() const { return (right - left + 1) * (bottom - top + 1); }
-};
-
-double overlap(const Box& a, const Box& b) {
-  const double width = std::min(a.right, b.right) - std::max(a.left, b.left) + 1;
-  const double height = std::min(a.bottom, b.bottom) - std::max(a.top, b.top) + 1;
-  const double shared = std::max(width, 0.0) * std::max(height, 0.0);
-  return shared / (a.area() + b.area() - shared);
-}
-
-struct Expectation {
-  std::vector<Box> boxes;
-  /// A score or an overlap lies so near its limit that rounding may decide it either way.
-  bool isClose = false;
-};
-
-Expectation expectedBoxes(const ReferenceNetwork::Output& output, Size frame) {
-  struct Level {
-    int32_t stride;
-    std::vector<double> sizes;
-  };
-  const Level levels[] = {{8, {8, 16, 32}}, {16, {64, 96}}, {32, {128, 192}}};
-  constexpr double near = 1e-3;
-  Expectation expectation;
-  std::vector<Box> candidates;
-  size_t prior = 0;
-  for (const Level& level : levels)
-    for (int32_t row = 0; row < side / level.stride; ++row)
-      for (int32_t column = 0; column < side / level.stride; ++column)
-        for (const double size : level.sizes) {
-          const double score = output.scores[2 * prior + 1].value;
-          const Reading* offsets = &output.boxes[4 * prior++];
-          expectation.isClose |= std::fabs(score - threshold) < near;
-          if (score <= threshold)
-            continue;
-          const double extent = size / side;
-          const double x = (column + 0.5) * level.stride / side + 0.1 * offsets[0].value * extent;
-          const double y = (row + 0.5) * level.stride / side + 0.1 * offsets[1].value * extent;
-          const double halfWidth = std::exp(0.2 * offsets[2].value) * extent / 2;
-          const double halfHeight = std::exp(0.2 * offsets[3].value) * extent / 2;
-          candidates.push_back({(x - halfWidth) * frame.width, (y - halfHeight) * frame.height,
-                                (x + halfWidth) * frame.width, (y + halfHeight) * frame.height,
-                                score});
-        }
-  std::ranges::stable_sort(candidates, std::greater{}, &Box::score);
-  for (const Box& box : candidates) {
-    bool isOpen = expectation.boxes.size() < mostBoxes;
-    for (const Box& kept : expectation.boxes) {
-      expectation.isClose |= std::fabs(overlap(kept, box) - 0.2) < near;
-      isOpen &= overlap(kept, box) < 0.2;
-    }
-    if (isOpen)
-      expectation.boxes.push_back(box);
-  }
-  for (size_t i = 1; i < candidates.size(); ++i)
-    expectation.isClose |= candidates[i - 1].score - candidates[i].score < 1e-6;
-  return expectation;
-}
-
 /// Truncated corners of what both compute the same to a few parts in a hundred thousand.
-void expectSameRects(std::span<const FaceRect> rects, const std::vector<Box>& boxes, Size frame) {
+void expectSameRects(std::span<const FaceRect> rects, const std::vector<ReferenceBox>& boxes,
+                     Size frame) {
   ASSERT_EQ(rects.size(), boxes.size());
   const double toleranceX = 1 + 1e-4 * frame.width;
   const double toleranceY = 1 + 1e-4 * frame.height;
@@ -184,30 +122,21 @@ TEST(Road, FirstFrameOfAnySizeGivesTheExpectedRectangles) {
   for (const Size size : frameSizes) {
     SCOPED_TRACE(testing::Message() << size.width << "x" << size.height);
     const PortraitFrame frame(size);
-    const Expectation expected = expectedBoxes(network.run(frame.networkInput()), size);
-    if (expected.isClose)
-      continue;
+    const ReferenceNetwork::Output output = network.run(frame.networkInput());
+    const ReferenceBoxes expected =
+        referenceBoxes([&](size_t i) { return output.boxes[i].value; },
+                       [&](size_t prior) { return output.scores[2 * prior + 1].value; }, size.width,
+                       size.height, threshold);
+    if (expected.closestCall < 1e-3 || expected.closestScores < 1e-6)
+      continue;  // either answer is right
     ++compared;
-    withFace += expected.boxes.empty() ? 0 : 1;
+    withFace += expected.kept.empty() ? 0 : 1;
     for (const bool avxAndFma : availableProcessors())
-      expectSameRects(Detector(avxAndFma).execute(frame), expected.boxes, size);
+      expectSameRects(Detector(avxAndFma).execute(frame), expected.kept, size);
   }
   // The comparison mustn't dwindle to the frames in which nothing is found.
   EXPECT_GE(compared, 8);
   EXPECT_GE(withFace, 5);
-}
-
-TEST(Road, SequenceOfChangingSizesIsTheSameEveryTime) {
-  const auto runSequence = [](bool avxAndFma) {
-    Detector detector(avxAndFma);
-    std::vector<std::vector<FaceRect>> results;
-    for (int round = 0; round < 2; ++round)
-      for (const Size size : frameSizes)
-        results.push_back(detector.execute(PortraitFrame(size)));
-    return results;
-  };
-  for (const bool avxAndFma : availableProcessors())
-    EXPECT_EQ(runSequence(avxAndFma), runSequence(avxAndFma));
 }
 
 }  // namespace

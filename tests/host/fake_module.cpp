@@ -71,8 +71,7 @@ int32_t fakeCallback(void* /*context*/, void* argument) {
 TAVRO_RUN_AT_LOAD(0) void registerFake() {
 #if !defined(FAKE_REGISTERS_NOTHING)
 #if !defined(FAKE_IS_NOT_WATCHED)
-  if (qosl_so_register(FAKE_NAME, reinterpret_cast<const void*>(&registerFake)) < 0)
-    qosl_printf("%s isn't watched\n", FAKE_NAME);
+  qosl_so_register(FAKE_NAME, reinterpret_cast<const void*>(&registerFake));
 #endif
   const int32_t result = qosl_module_register(FAKE_NAME, &fakeCallback);
 #if defined(FAKE_REGISTERS_TWICE)

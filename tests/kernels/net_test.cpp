@@ -107,16 +107,6 @@ TEST(Graph, weightsEndAtTheFirstNameThatIsNotThere) {
               std::count(zeros->floatData, zeros->floatData + 1024, 0.0F) == 1024);
 }
 
-TEST(Graph, rowsWithoutImplementationAreLeftOut) {
-  CapturedStdout captured;
-  SmallNet small;
-  EXPECT_EQ(small.addLayer({.type = "Sigmoid", .io = {"x", "y"}}), nullptr);
-  EXPECT_NE(small.addLayer({.type = "Relu", .io = {"x", "z"}, .ints = {1}}), nullptr);
-  EXPECT_EQ(captured.stop(), "Implementation not exists: [2,Sigmoid]\n");
-  EXPECT_EQ(small.net.findTensor("y"), nullptr);
-  EXPECT_EQ(small.net.layers.size(), 1U);
-}
-
 // --- The rewrite ---
 
 // x plus itself, so that there is a layer to merge activations into.
