@@ -156,7 +156,8 @@ class Run {
                                 .height = picture.height(),
                                 .faces = faces_.view(),
                                 .milliseconds = milliseconds,
-                                .faceNumbers = shownNumbers_};
+                                .faceNumbers = shownNumbers_,
+                                .lost = numbers_.lost()};
     std::optional<I420Frame> shown;
     if (showsFrames(options_)) {
       shown = options_.blur ? anonymised(picture) : withRectangles(picture, faces_.view());

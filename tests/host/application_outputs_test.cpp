@@ -9,6 +9,7 @@
 
 #include "host/app/annotation.h"
 #include "host/app/anonymisation.h"
+#include "host/app/face_numbers.h"
 #include "host/app/video_input.h"
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"
@@ -86,6 +87,13 @@ class Outputs : public FileTest {
     return contentOf(target);
   }
 
+  /// For FFmpeg to apply what is in the file.
+  static std::vector<std::string> filterOptions(const std::string& format,
+                                                const std::string& file) {
+    return format == "ass" ? std::vector<std::string>{"-vf", "ass=" + file}
+                           : std::vector<std::string>{"-filter_script:v", file};
+  }
+
   static bool hasFfmpeg() { return runProgram("/usr/bin/env", {"ffmpeg", "-version"}, {}) == 0; }
 
   /// Calls back for every luma sample: the frame's faces, where it is, before and after.
@@ -118,17 +126,16 @@ TEST_F(Outputs, FfmpegDrawsTheBoxesWhereAndWhenTheyAre) {
       const std::string script = folder_.file("boxes");
       const std::string video = clip(rate);
       run({video, "--format", format, "--output", script});
-      const auto options = format == "ass" ? std::vector<std::string>{"-vf", "ass=" + script}
-                                           : std::vector<std::string>{"-filter_script:v", script};
       int64_t wrong = 0;
-      compare(
-          filtered(video, options), [&](size_t frame, int32_t x, int32_t y, int before, int after) {
-            bool drawn = false;
-            for (const FaceRect& face : story[frame])
-              drawn |= holds(face, x, y) &&
-                       !holds({face.left + 2, face.top + 2, face.right - 2, face.bottom - 2}, x, y);
-            wrong += (std::abs(after - before) > 8) != drawn ? 1 : 0;
-          });
+      compare(filtered(video, filterOptions(format, script)),
+              [&](size_t frame, int32_t x, int32_t y, int before, int after) {
+                bool drawn = false;
+                for (const FaceRect& face : story[frame])
+                  drawn |=
+                      holds(face, x, y) &&
+                      !holds({face.left + 2, face.top + 2, face.right - 2, face.bottom - 2}, x, y);
+                wrong += (std::abs(after - before) > 8) != drawn ? 1 : 0;
+              });
       EXPECT_EQ(wrong, 0);
     }
 }
@@ -136,8 +143,9 @@ TEST_F(Outputs, FfmpegDrawsTheBoxesWhereAndWhenTheyAre) {
 TEST_F(Outputs, FfmpegHidesTheFaces) {
   if (!hasFfmpeg())
     GTEST_SKIP() << "there is no ffmpeg program";
-  for (const int rate : {25, 2}) {
-    SCOPED_TRACE(rate);
+  const std::pair<const char*, double> rates[] = {{"F25:1", 25.0}, {"F2:1", 2.0}};
+  for (const auto& [name, rate] : rates) {
+    SCOPED_TRACE(name);
     // Those that are lost since no more than a second stay hidden.
     std::vector<std::vector<FaceRect>> hidden = story;
     host::FaceNumbers numbers;
@@ -147,7 +155,7 @@ TEST_F(Outputs, FfmpegHidesTheFaces) {
         hidden[frame].push_back(lost.face);
     }
     const std::string script = folder_.file("boxes");
-    const std::string video = clip("F" + std::to_string(rate) + ":1");
+    const std::string video = clip(name);
     run({video, "--format", "blur-filter", "--output", script});
     int64_t wrong = 0;
     compare(filtered(video, {"-filter_script:v", script}), [&](size_t frame, int32_t x, int32_t y,
@@ -157,10 +165,10 @@ TEST_F(Outputs, FfmpegHidesTheFaces) {
           }))
         wrong += std::abs(after - before) > 3 ? 1 : 0;
       // Blocks that lie within a face have lost its stripes.
-      else if (std::ranges::any_of(story[frame], [&](const FaceRect& face) {
+      else if (std::ranges::any_of(hidden[frame], [&](const FaceRect& face) {
                  return holds({face.left + 8, face.top + 8, face.right - 8, face.bottom - 8}, x, y);
                }))
-        wrong += before == darkStripe && after < 130 ? 1 : 0;
+        wrong += before == darkStripe && std::abs(after - before) < 10 ? 1 : 0;
     });
     EXPECT_EQ(wrong, 0);
   }
@@ -169,14 +177,14 @@ TEST_F(Outputs, FfmpegHidesTheFaces) {
 TEST_F(Outputs, FfmpegLeavesAClipWithoutFacesAsItIs) {
   if (!hasFfmpeg())
     GTEST_SKIP() << "there is no ffmpeg program";
-  frames_.assign(2, plainFrame(width, height));
+  frames_.clear();
+  frames_.push_back(plainFrame(width, height));
+  frames_.push_back(plainFrame(width, height));
   const std::string video = clip("F25:1");
   for (const std::string format : {"ass", "draw-filter", "blur-filter"}) {
     const std::string script = folder_.file("boxes");
     run({video, "--format", format, "--output", script});
-    compare(filtered(video, format == "ass"
-                                ? std::vector<std::string>{"-vf", "ass=" + script}
-                                : std::vector<std::string>{"-filter_script:v", script}),
+    compare(filtered(video, filterOptions(format, script)),
             [](size_t /*frame*/, int32_t /*x*/, int32_t /*y*/, int before, int after) {
               ASSERT_EQ(before, after);
             });

@@ -23,20 +23,21 @@ constexpr double lead = 0.0005;
 class FilterScript : public TextFormat {
  public:
   std::string frame(const FrameResult& result) override {
-    std::string text;
-    if (!begun_)
-      text = before(result.width, result.height) + "sendcmd=c='\n";
-    begun_ = true;
     std::string commands;
     for (size_t place = 0; place < places_.size(); ++place)
-      if (places_[place].has_value() &&
-          std::find(result.faceNumbers.begin(), result.faceNumbers.end(), places_[place]->face) ==
-              result.faceNumbers.end()) {
+      if (places_[place].has_value() && !isCovered(places_[place]->face, result)) {
         places_[place].reset();
         commands += command(place, "enable", 0);
       }
     for (size_t i = 0; i < result.faces.size(); ++i)
       commands += put(result.faceNumbers[i], boxOf(result.faces[i]));
+    if (commands.empty())
+      return {};
+    // FFmpeg refuses a sendcmd without commands, so a clip without faces gets none.
+    std::string text;
+    if (!begun_)
+      text = before(result.width, result.height) + "sendcmd=c='\n";
+    begun_ = true;
     return text + timed(result.time, commands);
   }
 
@@ -58,12 +59,20 @@ class FilterScript : public TextFormat {
   virtual std::string style() const = 0;
   virtual std::string after() const { return {}; }
   virtual FaceRect boxOf(const FaceRect& face) const { return face; }
+  /// Whether a face that is lost since a moment keeps its box.
+  virtual bool coversLost() const { return false; }
 
  private:
   struct Place {
     int64_t face;
     FaceRect box;
   };
+
+  bool isCovered(int64_t face, const FrameResult& result) const {
+    return std::ranges::find(result.faceNumbers, face) != result.faceNumbers.end() ||
+           (coversLost() &&
+            std::ranges::find(result.lost, face, &FaceNumbers::Lost::number) != result.lost.end());
+  }
 
   static std::string command(size_t place, const char* name, int64_t value) {
     return " drawbox@face" + std::to_string(place) + ' ' + name + ' ' + std::to_string(value) + ',';
@@ -123,6 +132,7 @@ class BlurFilter final : public FilterScript {
     return "[mask];[sharp][coarse][mask]maskedmerge,format=yuv420p";
   }
   FaceRect boxOf(const FaceRect& face) const override { return withMargin(face); }
+  bool coversLost() const override { return true; }
 };
 
 }  // namespace

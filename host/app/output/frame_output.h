@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/app/annotation.h"
+#include "host/app/face_numbers.h"
 #include "host/app/options.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"
@@ -28,6 +29,7 @@ struct FrameResult {
   std::span<const TavroRTC::FDModule::FaceRect> faces = {};
   double milliseconds = 0.0;                  ///< what the detector took
   std::span<const int64_t> faceNumbers = {};  ///< of each face, as of FaceNumbers
+  std::span<const FaceNumbers::Lost> lost = {};
 };
 
 struct AnalysedFrame {

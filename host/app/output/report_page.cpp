@@ -16,7 +16,7 @@ namespace {
 // Drawings are this many units wide, whatever the window.
 constexpr double width = 960.0;
 constexpr double left = 64.0;
-constexpr double right = 16.0;
+constexpr double right = 32.0;  // half of the last time, whose middle is at the edge
 
 constexpr const char* style = R"(<style>
 :root { color-scheme: light dark; --ink: #1b1f24; --dim: #57606a; --paper: #ffffff; --line: #d0d7de;
