@@ -67,6 +67,10 @@ const CLI::Validator wholeNumber(
     },
     "");
 
+/// An unset variable of a shell shouldn't mean that nothing is written.
+const CLI::Validator fileName(
+    [](const std::string& text) { return text.empty() ? "needs a name" : ""; }, "");
+
 const CLI::Validator webAddress(
     [](const std::string& text) {
       return parseWebAddress(text).has_value() ? "" : "must be [ADDRESS:]PORT, not " + text;
@@ -103,8 +107,8 @@ std::string contradiction(const Options& options) {
     return "--annotate needs a name that ends in " + anyOf(known) + ": " + options.annotate;
   if (options.blur && !showsFrames(options))
     return "--blur needs an output that shows frames, such as --annotate";
-  if (options.blur && options.every > 1)
-    return "--blur needs every frame, and --every leaves some out";
+  if ((options.blur || options.format == "blur-filter") && options.every > 1)
+    return "hiding faces needs every frame, and --every leaves some out";
   if (options.blur && !(options.cropFaces.empty() && options.report.empty()))
     return "--blur hides the faces that --crop-faces and --report show";
   const std::pair<const char*, std::string> targets[] = {
@@ -160,7 +164,9 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
   app.add_option("INPUT", options.input, help.input)->required();
-  app.add_option("--output", options.output, "File for the results")->type_name("FILE");
+  app.add_option("--output", options.output, "File for the results")
+      ->type_name("FILE")
+      ->check(fileName);
   app.add_option("--format", options.format, "Form of the results:" + formatHelp())
       ->type_name("NAME")
       ->check(CLI::Validator(
@@ -168,16 +174,18 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
             return findTextFormat(name) != nullptr ? "" : "there is no format " + name;
           },
           ""));
-  app.add_option("--annotate", options.annotate, help.annotate)->type_name("FILE");
+  app.add_option("--annotate", options.annotate, help.annotate)->type_name("FILE")->check(fileName);
   app.add_flag("--blur", options.blur,
                "Pixelate the faces instead of framing them. A face that isn't found isn't hidden: "
                "look through the result before you publish it");
   app.add_option("--crop-faces", options.cropFaces,
                  "Folder for a JPEG of each face, from the frame that shows it best")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(fileName);
   app.add_option("--report", options.report,
                  "HTML page with a timeline of the faces, a picture of each and the time per frame")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(fileName);
   app.add_option(
          "--serve", options.serve,
          "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "
@@ -218,6 +226,8 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       return badUsage("--input-option needs KEY=VALUE: " + text);
     options.inputOptions.push_back(std::move(*option));
   }
+  if (options.output == "-")  // as for INPUT
+    options.output.clear();
   if (std::string fault = contradiction(options); !fault.empty())
     return badUsage(std::move(fault));
   return parsed;
