@@ -9,6 +9,7 @@ import http.client
 import json
 import os
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -21,6 +22,7 @@ import unittest
 WIDTH, HEIGHT, RATE = 640, 360, 25
 HEADER = f"YUV4MPEG2 W{WIDTH} H{HEIGHT} F{RATE}:1 C420jpeg\n".encode()
 FRAME = b"FRAME\n" + os.urandom(WIDTH * HEIGHT * 3 // 2)  # as large a JPEG as there is
+BROWSER = shutil.which("chromium")
 
 
 class Server:
@@ -103,6 +105,16 @@ class Serve(unittest.TestCase):
         self.assertEqual(self.server.end(), 0)
         self.assertLess(len(stream.read()), 10 * length)  # ends for who still looks
         self.assertTrue(set(numbers) <= set(self.server.frames()))
+
+    @unittest.skipUnless(BROWSER, "there is no Chromium")
+    def testABrowserShowsTheResults(self):
+        with tempfile.TemporaryDirectory() as profile:
+            page = subprocess.run(
+                [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--timeout=3000",
+                 "--user-data-dir=" + profile, "--dump-dom", f"http://127.0.0.1:{self.server.port}/"],
+                capture_output=True, text=True, timeout=60, check=True).stdout
+        self.assertRegex(page, r'"status">\d+ faces? at \d+\.\d s, found in \d+\.\d\d ms<')
+        self.assertEqual(self.server.end(), 0)
 
     def testRefusesInPlainWords(self):
         port = str(self.server.port)
