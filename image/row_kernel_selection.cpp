@@ -119,8 +119,4 @@ void setPlainRowsOnly(uint8_t value) {
   plainRowsSwitch.store(value, std::memory_order_relaxed);
 }
 
-uint8_t plainRowsOnly() {
-  return plainRowsSwitch.load(std::memory_order_relaxed);
-}
-
 }  // namespace TavroRTC::FDModule

@@ -76,6 +76,5 @@ void doubleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x
 /// While the value is not 0, every chooser returns the plain form; it is 0 at first. For tests: it
 /// changes the bytes that filterColumns gives.
 void setPlainRowsOnly(uint8_t value);
-uint8_t plainRowsOnly();
 
 }  // namespace TavroRTC::FDModule

@@ -28,8 +28,6 @@ class FaceNumbers {
   /// The faces that were there within the last second and aren't now, each where it was last.
   std::span<const Lost> lost() const { return lost_; }
 
-  int64_t count() const { return count_; }  ///< faces so far
-
  private:
   std::vector<Lost> present_;
   std::vector<Lost> lost_;

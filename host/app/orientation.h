@@ -18,7 +18,6 @@ struct Orientation {
   bool flipY = false;
 
   bool isUpright() const { return !transpose && !flipX && !flipY; }
-  friend bool operator==(const Orientation&, const Orientation&) = default;
 };
 
 /// Reads a display matrix (ISO/IEC 14496-12, nine 16.16 and 2.30 numbers, row vectors multiplied

@@ -5,10 +5,20 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace tavro::host {
+
+/// Closes a stream that this program has opened: all but the standard input.
+struct StreamCloser {
+  void operator()(std::FILE* stream) const {
+    if (stream != stdin)
+      std::fclose(stream);
+  }
+};
+using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
 
 /// The arguments behind the program's name, in UTF-8.
 std::vector<std::string> commandLine(int argumentCount, char** arguments);

@@ -3,15 +3,9 @@
 // Modules print diagnostics to the process's standard output. This keeps them out of the results:
 // the real standard output moves to a private stream, and its place is taken by the standard error.
 
-#include <cstdio>
-#include <memory>
+#include "host/app/process.h"
 
 namespace tavro::host {
-
-struct StreamCloser {
-  void operator()(std::FILE* stream) const { std::fclose(stream); }
-};
-using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
 
 /// From here on everything written to descriptor 1 goes to the standard error. Returns the stream
 /// that still leads to where descriptor 1 led before; null if that was closed.

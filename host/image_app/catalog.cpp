@@ -3,6 +3,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 
 namespace tavro::host::image {
@@ -70,14 +71,14 @@ constexpr Conversion conversions[] = {
 };
 #undef TAVRO_CONVERSION
 
-template <typename Row, typename Condition>
-const Row* findRow(std::span<const Row> table, const Condition& condition) {
-  const auto row = std::find_if(table.begin(), table.end(), condition);
-  return row == table.end() ? nullptr : &*row;
+template <typename Row, size_t count, typename Condition>
+const Row* findRow(const Row (&table)[count], const Condition& condition) {
+  const auto* row = std::ranges::find_if(table, condition);
+  return row == std::end(table) ? nullptr : row;
 }
 
-template <typename Row>
-std::string namesOf(std::span<const Row> table) {
+template <typename Row, size_t count>
+std::string namesOf(const Row (&table)[count]) {
   std::string names;
   for (const Row& row : table)
     names.append(names.empty() ? "" : ", ").append(row.name);
@@ -93,40 +94,28 @@ std::string column(std::string_view text, size_t width) {
 
 }  // namespace
 
-std::span<const PictureFormat> allFormats() {
-  return formats;
-}
-
-std::span<const Filter> allFilters() {
-  return filters;
-}
-
-std::span<const Conversion> allConversions() {
-  return conversions;
-}
-
 const PictureFormat* findFormat(std::string_view name) {
-  return findRow(allFormats(), [&](const PictureFormat& format) {
+  return findRow(formats, [&](const PictureFormat& format) {
     return format.name == name || (!format.otherName.empty() && format.otherName == name);
   });
 }
 
 const Filter* findFilter(std::string_view name) {
-  return findRow(allFilters(), [&](const Filter& filter) { return filter.name == name; });
+  return findRow(filters, [&](const Filter& filter) { return filter.name == name; });
 }
 
 const Conversion* findConversion(const PictureFormat& from, const PictureFormat& to) {
-  return findRow(allConversions(), [&](const Conversion& conversion) {
+  return findRow(conversions, [&](const Conversion& conversion) {
     return conversion.from == from.name && conversion.to == to.name;
   });
 }
 
 std::string formatNames() {
-  return namesOf(allFormats());
+  return namesOf(formats);
 }
 
 std::string filterNames() {
-  return namesOf(allFilters());
+  return namesOf(filters);
 }
 
 std::string targetNames(const PictureFormat& from) {

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -41,10 +40,6 @@ struct Conversion {
   std::string_view operation;
   TavroRTC::FDModule::ColorOp code;
 };
-
-std::span<const PictureFormat> allFormats();
-std::span<const Filter> allFilters();
-std::span<const Conversion> allConversions();
 
 /// Null if there is none of that name.
 const PictureFormat* findFormat(std::string_view name);

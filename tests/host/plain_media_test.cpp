@@ -11,6 +11,7 @@
 #include "host/app/annotation.h"
 #include "host/app/plain/picture_file.h"
 #include "host/app/plain/stream_header.h"
+#include "host/app/png.h"
 #include "host/app/video_input.h"
 #include "tests/support/frames.h"
 
@@ -216,7 +217,7 @@ TEST_F(PlainInput, DamagedPicturesNeverCrashIt) {
   const uint64_t seed = test::baseSeed();
   SCOPED_TRACE(test::seedNote(seed));
   Random random(seed);
-  const std::vector<uint8_t> whole = encodePng(randomFrame(random, 40, 30));
+  const std::vector<uint8_t> whole = encodePng(randomFrame(random, 40, 30), 2);
   ASSERT_FALSE(whole.empty());
   for (int round = 0; round < 500; ++round) {
     std::vector<uint8_t> file = whole;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Owning handles for the objects of FFmpeg's libraries, and FFmpeg's error codes as text.
+// Owning handles for the objects of FFmpeg's libraries, and what both sides of them use.
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -12,6 +12,8 @@ extern "C" {
 
 #include <memory>
 #include <string>
+
+#include "host/core/i420_frame.h"
 
 namespace tavro::host {
 
@@ -44,6 +46,13 @@ class OptionDictionary {
  private:
   AVDictionary* entries_ = nullptr;
 };
+
+/// Takes the whole frame through the scaler. The number of rows, or FFmpeg's error code.
+inline int scaleFrame(SwsContext& scaler, const I420Frame& frame, AVFrame& target) {
+  const uint8_t* planes[4] = {frame.planeData(0), frame.planeData(1), frame.planeData(2), nullptr};
+  const int strides[4] = {frame.planeStride(0), frame.planeStride(1), frame.planeStride(2), 0};
+  return sws_scale(&scaler, planes, strides, 0, frame.height(), target.data, target.linesize);
+}
 
 inline std::string ffmpegError(int code) {
   char text[AV_ERROR_MAX_STRING_SIZE] = "";

@@ -25,6 +25,15 @@ bool isGray(AVPixelFormat format) {
          (descriptor->flags & (AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL)) == 0;
 }
 
+/// True if the samples span 0 to 255 rather than 16 to 235.
+bool isFullRange(const AVFrame& frame) {
+  const auto format = static_cast<AVPixelFormat>(frame.format);
+  return frame.color_range == AVCOL_RANGE_JPEG ||
+         std::find(fullRangeFormats.begin(), fullRangeFormats.end(), format) !=
+             fullRangeFormats.end() ||
+         (isGray(format) && frame.color_range == AVCOL_RANGE_UNSPECIFIED);
+}
+
 /// The decoder's planes as they are, if the detector can take them.
 std::optional<I420Frame> lent(const AVFrame& decoded) {
   if (decoded.format != AV_PIX_FMT_YUV420P || isFullRange(decoded) ||
@@ -35,14 +44,6 @@ std::optional<I420Frame> lent(const AVFrame& decoded) {
 }
 
 }  // namespace
-
-bool isFullRange(const AVFrame& frame) {
-  const auto format = static_cast<AVPixelFormat>(frame.format);
-  return frame.color_range == AVCOL_RANGE_JPEG ||
-         std::find(fullRangeFormats.begin(), fullRangeFormats.end(), format) !=
-             fullRangeFormats.end() ||
-         (isGray(format) && frame.color_range == AVCOL_RANGE_UNSPECIFIED);
-}
 
 std::optional<I420Frame> FrameConverter::convert(const AVFrame& decoded, Orientation orientation,
                                                  std::string& error) {

@@ -35,7 +35,4 @@ class FrameConverter {
   bool fullRange_ = false;
 };
 
-/// True if the samples span 0 to 255 rather than 16 to 235.
-bool isFullRange(const AVFrame& frame);
-
 }  // namespace tavro::host

@@ -131,13 +131,7 @@ class VideoSink final : public FrameSink {
       error = "out of memory";
       return false;
     }
-    const uint8_t* planes[4] = {picture.planeData(0), picture.planeData(1), picture.planeData(2),
-                                nullptr};
-    const int strides[4] = {picture.planeStride(0), picture.planeStride(1), picture.planeStride(2),
-                            0};
-    return succeeded(sws_scale(scaler_.get(), planes, strides, 0, picture.height(), frame_->data,
-                               frame_->linesize),
-                     error);
+    return succeeded(scaleFrame(*scaler_, picture, *frame_), error);
   }
 
   /// Encodes a frame, or with null what the encoder still holds, and writes what comes out.

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "host/app/jpeg.h"
+#include "host/app/png.h"
 #include "image/image_dispatch.h"
 
 namespace tavro::host {
@@ -105,7 +106,8 @@ std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string
   return frame;
 }
 
-std::vector<uint8_t> encodePng(const I420Frame& frame) {
+/// The conversions of this build know one matrix only.
+std::vector<uint8_t> encodePng(const I420Frame& frame, int32_t /*colorMatrix*/) {
   std::vector<uint8_t> file;
   std::vector<uint8_t> pixels = toRgb(frame);
   if (pixels.empty() || stbi_write_png_to_func(&append, &file, frame.width(), frame.height(),
@@ -114,7 +116,6 @@ std::vector<uint8_t> encodePng(const I420Frame& frame) {
   return file;
 }
 
-/// The conversions of this build know one matrix only.
 std::vector<uint8_t> encodeJpeg(const I420Frame& frame, int32_t /*colorMatrix*/) {
   constexpr int quality = 90;
   std::vector<uint8_t> file;

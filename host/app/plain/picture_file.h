@@ -1,6 +1,6 @@
 #pragma once
 
-// PNG files, and the way between their pixels and I420.
+// Pictures in PNG files, as I420.
 
 #include <cstdint>
 #include <optional>
@@ -14,8 +14,5 @@ namespace tavro::host {
 /// The picture in a PNG file's bytes, in limited-range BT.601. Nothing on failure, with the reason
 /// in `error`.
 std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string& error);
-
-/// The bytes of a PNG file; empty if memory runs out.
-std::vector<uint8_t> encodePng(const I420Frame& frame);
 
 }  // namespace tavro::host

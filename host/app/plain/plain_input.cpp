@@ -26,14 +26,6 @@ constexpr int pngFirstByte = 0x89;
 constexpr int32_t unknownMatrix = 2;
 constexpr int32_t bt601Matrix = 6;
 
-struct FileCloser {
-  void operator()(std::FILE* file) const {
-    if (file != stdin)
-      std::fclose(file);
-  }
-};
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
-
 /// One line without its ending. Nothing if the file ends within it or it is longer than any header.
 std::optional<std::string> readLine(std::FILE* file) {
   std::string line;
@@ -50,7 +42,7 @@ std::optional<std::string> readLine(std::FILE* file) {
 class StreamInput final : public VideoInput {
  public:
   /// The file is at the first frame; `size` is that of the whole file, 0 if unknown.
-  StreamInput(FileHandle file, const StreamHeader& header, bool isRaw, int64_t size,
+  StreamInput(StreamHandle file, const StreamHeader& header, bool isRaw, int64_t size,
               int64_t headerBytes)
       : file_(std::move(file)), isRaw_(isRaw) {
     frameRate_ = header.frameRate;
@@ -117,7 +109,7 @@ class StreamInput final : public VideoInput {
     return true;
   }
 
-  FileHandle file_;
+  StreamHandle file_;
   bool isRaw_;
   bool ended_ = false;
   std::optional<I420Frame> frame_;
@@ -154,7 +146,7 @@ std::unique_ptr<VideoInput> openPicture(std::FILE* file, std::string& error) {
   return picture.has_value() ? std::make_unique<PictureInput>(std::move(*picture)) : nullptr;
 }
 
-std::unique_ptr<VideoInput> openStream(FileHandle file, const InputRequest& request,
+std::unique_ptr<VideoInput> openStream(StreamHandle file, const InputRequest& request,
                                        std::string& error) {
   std::error_code failure;
   const auto size = std::filesystem::file_size(pathFromUtf8(request.path), failure);
@@ -192,7 +184,7 @@ std::unique_ptr<VideoInput> VideoInput::open(const InputRequest& request, std::s
     error = "only the input format rawvideo has options";
     return nullptr;
   }
-  FileHandle file(request.path == "-" ? binaryStandardInput() : openFile(request.path, "rb"));
+  StreamHandle file(request.path == "-" ? binaryStandardInput() : openFile(request.path, "rb"));
   if (file == nullptr) {
     error = std::strerror(errno);
     return nullptr;

@@ -1,0 +1,68 @@
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "host/app/annotation.h"
+#include "host/app/process.h"
+
+namespace tavro::host {
+
+namespace {
+
+/// A Y4M stream, which holds pictures of one size only.
+class StreamSink final : public FrameSink {
+ public:
+  StreamSink(StreamHandle file, const SinkFormat& format)
+      : file_(std::move(file)), format_(format) {}
+
+  bool write(const I420Frame& frame, double /*time*/, std::string& error) override {
+    if (frame.width() != format_.width || frame.height() != format_.height) {
+      error = "the size of the pictures has changed";
+      return false;
+    }
+    std::string head;
+    if (!std::exchange(started_, true))
+      head = "YUV4MPEG2 W" + std::to_string(format_.width) + " H" + std::to_string(format_.height) +
+             " F" + std::to_string(format_.frameRate.numerator) + ":" +
+             std::to_string(format_.frameRate.denominator) + " C420jpeg\n";
+    head += "FRAME\n";
+    bool written = put(head.data(), head.size());
+    for (int32_t plane = 0; plane < planeCount; ++plane)
+      for (int32_t y = 0; written && y < frame.planeHeight(plane); ++y)
+        written = put(frame.planeData(plane) + ptrdiff_t{y} * frame.planeStride(plane),
+                      static_cast<size_t>(frame.planeWidth(plane)));
+    return succeeded(written, error);
+  }
+
+  bool finish(std::string& error) override {
+    return succeeded(std::fclose(file_.release()) == 0, error);
+  }
+
+ private:
+  bool put(const void* bytes, size_t size) {
+    return std::fwrite(bytes, 1, size, file_.get()) == size;
+  }
+  static bool succeeded(bool done, std::string& error) {
+    if (!done)
+      error = std::strerror(errno);
+    return done;
+  }
+
+  StreamHandle file_;
+  SinkFormat format_;
+  bool started_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSink> openVideoSink(const std::string& path, const SinkFormat& format,
+                                         std::string& error) {
+  StreamHandle file(openFile(path, "wb"));
+  if (file == nullptr) {
+    error = std::strerror(errno);
+    return nullptr;
+  }
+  return std::make_unique<StreamSink>(std::move(file), format);
+}
+
+}  // namespace tavro::host
