@@ -8,13 +8,12 @@
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 #include <vector>
 
 #include "host/core/face_rects.h"
-#include "image/image_dispatch.h"
 #include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/impl.h"
+#include "modules/face_detection/network_input.h"
 #include "modules/face_detection/truncation.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
@@ -121,22 +120,6 @@ TEST(FaceDetector, OneFrameWithoutFacesEndsAllTracks) {
   EXPECT_EQ(detect(*detector, viewOf(picture)), before);
 }
 
-/// The network's input for a plain picture of its own size.
-std::vector<uint8_t> packedPlain(uint8_t y, uint8_t u, uint8_t v) {
-  constexpr int32_t side = 192;
-  std::vector<uint8_t> packed(size_t{3} * side * side);
-  I420Frame plain = plainFrame(side, side, y, u, v);
-  const ImageDesc source = {
-      .planes = {plain.writablePlane(0), plain.writablePlane(1), plain.writablePlane(2)},
-      .widths = {side, side / 2, side / 2},
-      .heights = {side, side / 2, side / 2},
-      .strides = {side, side / 2, side / 2},
-      .format = ImageFormat::I420};
-  const ImageDesc target = {.planes = {packed.data()}, .strides = {3 * side}};
-  EXPECT_EQ(convertImage(source, target, ColorOp::I420ToBgr24), 0);
-  return packed;
-}
-
 TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
   // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
   // (The weights with which columns are interpolated add up to 127 of 128.)
@@ -151,7 +134,9 @@ TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
     const auto scaled = [&](uint8_t sample) {
       return static_cast<uint8_t>(view.width == 192 ? sample : sample * 127 / 128);
     };
-    std::vector<uint8_t> packed = packedPlain(scaled(y), scaled(u), scaled(v));
+    std::vector<uint8_t> planar(planarInputSize), packed(packedInputSize);
+    const I420Frame plain = plainFrame(192, 192, scaled(y), scaled(u), scaled(v));
+    ASSERT_TRUE(prepareNetworkInput(viewOf(plain), planar.data(), packed.data()));
     Impl* const impl = createImpl(0, 0);
     float* boxes = nullptr;
     float* scores = nullptr;
