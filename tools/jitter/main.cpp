@@ -10,8 +10,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -20,6 +22,7 @@
 #include "host/app/media.h"
 #include "host/app/process.h"
 #include "host/app/standard_output.h"
+#include "host/app/stream_damage.h"
 #include "host/app/video_input.h"
 #include "host/core/utf8_path.h"
 #include "tools/jitter/detection.h"
@@ -68,13 +71,20 @@ std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitC
 }
 
 void printRow(std::FILE* target, const char* name, double raw, double tracked, int decimals = 4) {
-  std::fprintf(target, "%-44s %10.*f %10.*f\n", name, decimals, raw, decimals, tracked);
+  std::fprintf(target, "%-44s", name);
+  for (const double value : {raw, tracked})
+    if (std::isnan(value))
+      std::fprintf(target, " %10s", "-");
+    else
+      std::fprintf(target, " %10.*f", decimals, value);
+  std::fputc('\n', target);
 }
 
 void printSteadiness(std::FILE* target, const Detection& detection) {
   const Steadiness raw = measure(detection.raw());
   const Steadiness tracked = measure(detection.tracked());
-  std::fprintf(target, "%zu frames\n%-44s %10s %10s\n", detection.raw().size(), "", "raw",
+  const auto frames = static_cast<int64_t>(detection.raw().size());
+  std::fprintf(target, "%s\n%-44s %10s %10s\n", host::counted(frames, "frame").c_str(), "", "raw",
                "tracked");
   printRow(target, "steps from frame to frame", static_cast<double>(raw.steps),
            static_cast<double>(tracked.steps), 0);
@@ -119,6 +129,10 @@ int run(const Arguments& arguments) {
     return fail("the standard output is closed");
   std::FILE* target = output.get();
   std::string error;
+  std::error_code failure;
+  if (std::filesystem::equivalent(host::pathFromUtf8(arguments.plot),
+                                  host::pathFromUtf8(arguments.input), failure))
+    return fail("the input would be overwritten: " + arguments.plot);
   const auto input = host::VideoInput::open({arguments.input, {}, {}}, error);
   if (input == nullptr)
     return fail(arguments.input + ": " + error);

@@ -152,8 +152,11 @@ Following compare(std::span<const Sighting> sightings, std::span<const FaceRect>
       ++count;
     }
   }
+  Following result;
   if (count == 0)
-    return {};
+    return result;
+  result.meanDistance = distance / static_cast<double>(count);
+  result.foundShare = static_cast<double>(count) / static_cast<double>(found.size());
   // The mean squared distance for every delay; the same frames for all of them. A constant
   // distance, such as a network's that sees chins lower than the truth has them, is no delay.
   std::vector<double> errors;
@@ -171,16 +174,16 @@ Following compare(std::span<const Sighting> sightings, std::span<const FaceRect>
       sums[2] += x * x + y * y;
       ++counted;
     }
-    const auto n = static_cast<double>(std::max<int64_t>(1, counted));
+    if (counted == 0)
+      return result;
+    const auto n = static_cast<double>(counted);
     errors.push_back(sums[2] / n - sums[0] / n * (sums[0] / n) - sums[1] / n * (sums[1] / n));
   }
   const auto best = static_cast<size_t>(std::ranges::min_element(errors) - errors.begin());
-  double lag = static_cast<double>(best) - 1.0;
+  result.lagFrames = static_cast<double>(best) - 1.0;
   if (best > 0 && best + 1 < errors.size())
-    lag += leastBetween(errors[best - 1], errors[best], errors[best + 1]);
-  return {.lagFrames = lag,
-          .meanDistance = distance / static_cast<double>(count),
-          .foundShare = static_cast<double>(count) / static_cast<double>(found.size())};
+    result.lagFrames += leastBetween(errors[best - 1], errors[best], errors[best + 1]);
+  return result;
 }
 
 }  // namespace tavro::jitter

@@ -4,6 +4,7 @@
 // and everything is relative to its size, so that near and far faces count alike.
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <span>
 #include <vector>
@@ -20,17 +21,20 @@ struct Sighting {
   std::vector<FaceRect> faces;
 };
 
+/// What there is nothing to measure by.
+inline constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
+
 /// Over all pairs of consecutive frames that show a face: how its rectangle changes from one to the
 /// other. Size is the square root of the area.
 struct Steadiness {
-  int64_t steps = 0;             ///< such pairs; without any, the next five mean nothing
-  double centreDeviation = 0.0;  ///< standard deviation of the centre's change along an axis
-  double centreP99 = 0.0;        ///< 99th percentile of the distance that the centre moves
-  double sizeDeviation = 0.0;    ///< the same for the size
-  double sizeP99 = 0.0;
-  double meanLoss = 0.0;           ///< mean of 1 - IoU
-  double flipsPerMinute = 0.0;     ///< a face goes and comes back at its place within a second
-  double switchesPerMinute = 0.0;  ///< a face goes and another begins near it within a second
+  int64_t steps = 0;                 ///< such pairs; without any, the next five are unknown
+  double centreDeviation = unknown;  ///< standard deviation of the centre's change along an axis
+  double centreP99 = unknown;        ///< 99th percentile of the distance that the centre moves
+  double sizeDeviation = unknown;    ///< the same for the size
+  double sizeP99 = unknown;
+  double meanLoss = unknown;           ///< mean of 1 - IoU
+  double flipsPerMinute = unknown;     ///< a face goes and comes back at its place within a second
+  double switchesPerMinute = unknown;  ///< a face goes and another begins near it within a second
 };
 
 Steadiness measure(std::span<const Sighting> sightings);
@@ -48,9 +52,9 @@ double sizeOf(const FaceRect& face);
 
 /// How a rectangle follows a face whose way is known.
 struct Following {
-  double lagFrames = 0.0;     ///< how far behind it is: the delay that explains its way best
-  double meanDistance = 0.0;  ///< from the true centre, relative to the size
-  double foundShare = 0.0;    ///< of the frames
+  double lagFrames = unknown;     ///< how far behind it is: the delay that explains its way best
+  double meanDistance = unknown;  ///< from the true centre, relative to the size
+  double foundShare = 0.0;        ///< of the frames
 };
 
 /// `truth` has a rectangle for each sighting; counted is the found face nearest to it.
