@@ -12,8 +12,8 @@
 #include <numeric>
 #include <vector>
 
-#include "tests/support/random.h"
 #include "tests/support/reference_boxes.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -172,8 +172,7 @@ TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {
 }
 
 TEST(BoxDecoder, OutputsThatAreNotFiniteDoNoHarm) {
-  tavro::test::Random random(tavro::test::baseSeed());
-  SCOPED_TRACE(tavro::test::seedNote(tavro::test::baseSeed()));
+  tavro::test::TracedRandom random;
   const float odd[] = {std::numeric_limits<float>::infinity(),
                        -std::numeric_limits<float>::infinity(),
                        std::numeric_limits<float>::quiet_NaN(),

@@ -24,9 +24,7 @@ namespace {
 
 using tavro::host::FaceRects;
 using tavro::host::I420Frame;
-using tavro::test::CapturedStdout;
-using tavro::test::plainFrame;
-using tavro::test::viewOf;
+using namespace tavro::test;
 using Rects = std::vector<FaceRect>;
 
 constexpr float anyScore = -1.0F;
@@ -44,8 +42,8 @@ Rects detect(FaceDetector& detector, const FrameView& frame) {
 }
 
 I420Frame noise(uint64_t seed) {
-  tavro::test::Random random(seed);
-  return tavro::test::randomFrame(random, 192, 192);
+  Random random(seed);
+  return randomFrame(random, 192, 192);
 }
 
 TEST(FaceDetector, RefusesBadFramesInOrder) {

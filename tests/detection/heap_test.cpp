@@ -25,12 +25,7 @@ namespace {
 
 using tavro::host::FaceRects;
 using tavro::host::I420Frame;
-using tavro::test::CapturedStdout;
-using tavro::test::heapTraffic;
-using tavro::test::HeapTraffic;
-using tavro::test::Portrait;
-using tavro::test::Processor;
-using tavro::test::ScarceMemory;
+using namespace tavro::test;
 using TavroRTC::FDModule::FaceRect;
 using TavroRTC::FDModule::FDWrapper;
 using TavroRTC::FDModule::ModuleCommand;
@@ -65,7 +60,7 @@ TEST(Heap, AFrameWithoutFacesTakesScratchRowsOnly) {
     int32_t width, height, scalerRows;
   } sizes[] = {{1280, 720, 3}, {100, 100, 3}, {384, 384, 0}, {192, 192, 0}, {192, 720, 0}};
   // The first convolution takes one block; the 128-bit kernels two, and one for each of seven more.
-  for (const bool avxAndFma : tavro::test::availableProcessors())
+  for (const bool avxAndFma : availableProcessors())
     for (const auto& size : sizes) {
       SCOPED_TRACE(std::to_string(size.width) + "x" + std::to_string(size.height) +
                    (avxAndFma ? "" : " without AVX and FMA"));

@@ -27,10 +27,7 @@ namespace {
 
 using tavro::host::FaceRects;
 using tavro::host::I420Frame;
-using tavro::test::availableProcessors;
-using tavro::test::CapturedStdout;
-using tavro::test::Processor;
-using tavro::test::viewOf;
+using namespace tavro::test;
 using namespace TavroRTC::FDModule;
 
 /// FNV-1a in 64 bits.
@@ -57,7 +54,7 @@ std::vector<I420Frame> makeSequence() {
   constexpr int32_t sizes[][2] = {{640, 360},  {641, 361}, {192, 192}, {100, 75},
                                   {1280, 720}, {384, 384}, {333, 500}, {96, 96},
                                   {1, 1},      {16, 2048}, {720, 96},  {1279, 719}};
-  const tavro::test::Portrait portrait;
+  const Portrait portrait;
   std::vector<I420Frame> frames;
   uint32_t noise = 1;
   for (int32_t i = 0; i < 48; ++i) {

@@ -11,15 +11,12 @@
 #include "engine/cpu_info.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/processor.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Guard;
-using tavro::test::GuardedBuffer;
-using tavro::test::Processor;
-using tavro::test::Random;
+using namespace tavro::test;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
@@ -82,7 +79,7 @@ std::vector<float> floatsToNarrow() {
     floats.insert(floats.end(), {value, std::nextafter(value, infinity),
                                  std::nextafter(value, -infinity), (value + next) / 2});
   }
-  Random random(tavro::test::baseSeed());
+  TracedRandom random;
   for (int i = 0; i < 1 << 18; ++i)
     floats.push_back(std::bit_cast<float>(random.between(INT32_MIN, INT32_MAX)));
   for (const float value :
@@ -106,7 +103,7 @@ void checkWidening(bool byInstruction) {
 }
 
 void checkNarrowing(bool byInstruction) {
-  SCOPED_TRACE(tavro::test::seedNote(tavro::test::baseSeed()));
+  SCOPED_TRACE(seedNote(baseSeed()));
   const std::vector<float> floats = floatsToNarrow();
   std::vector<uint16_t> halves(floats.size());
   floatToHalf(floats.data(), halves.data(), static_cast<int64_t>(floats.size()));
@@ -153,9 +150,7 @@ TEST(HalfConversion, onlyWholeGroupsAreRounded) {
 }
 
 TEST(ByteConversion, rowsOfEveryWidth) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   const float scales[] = {0.00392156886F, 1.0F, random.real(-2, 2)};
   for (int32_t width = 0; width <= 70; ++width) {
     SCOPED_TRACE(width);

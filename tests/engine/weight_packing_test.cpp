@@ -10,14 +10,12 @@
 #include <vector>
 
 #include "tests/support/guarded_buffer.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Guard;
-using tavro::test::GuardedBuffer;
-using tavro::test::Random;
+using namespace tavro::test;
 
 // A layout as the mixed-radix digits of a position, most significant first: n = block of output
 // channels, L = lane, h, w, c as they are, g = channel within a group.
@@ -122,9 +120,7 @@ void checkPacking(const TensorExtents& e, int32_t sourceCode, int32_t code, Guar
 }
 
 TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (int32_t n = 1; n <= 40; ++n)
     for (const int32_t group : {1, 1, 4, 8}) {
       const int32_t channels = group * random.between(1, group == 1 ? 9 : 3);

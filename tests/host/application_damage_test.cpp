@@ -5,7 +5,7 @@
 
 #include "host/app/annotation.h"
 #include "tests/host/application_runner.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {
@@ -104,9 +104,7 @@ TEST_F(Damage, CutOffPictureIsBadInputOrIncomplete) {
 }
 
 TEST_F(Damage, NoiseNeverCrashesIt) {
-  const uint64_t seed = baseSeed();
-  SCOPED_TRACE(seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   const std::string whole = video("fuzzed.mp4");
   const std::string path = folder_.file("fuzzed.mp4");
   for (int round = 0; round < 30; ++round) {

@@ -17,6 +17,7 @@ extern "C" {
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"
 #include "tests/support/frames.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {
@@ -142,9 +143,7 @@ TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
 
 // Cameras give NV12; widths that fit no vector once made the converter write beside its rows.
 TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
-  const uint64_t seed = baseSeed();
-  SCOPED_TRACE(seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const std::string format : {"nv12", "nv21", "yuv422p", "rgb24"})
     for (const auto& [width, height] :
          {std::pair{854, 480}, {200, 150}, {33, 17}, {2, 2}, {1, 1}}) {

@@ -9,6 +9,7 @@
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"
 #include "tests/support/frames.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {
@@ -43,9 +44,7 @@ class Application : public FileTest {
 };
 
 TEST_F(Application, Yuv420pReachesTheDetectorByteForByte) {
-  const uint64_t seed = baseSeed();
-  SCOPED_TRACE(seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const auto& [width, height] :
        {std::pair{1, 1}, {2, 2}, {3, 5}, {16, 16}, {33, 17}, {161, 91}, {640, 360}}) {
     SCOPED_TRACE(testing::Message() << width << "x" << height);

@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include "tests/support/frames.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::host {
 namespace {
@@ -26,9 +27,7 @@ std::pair<int32_t, int32_t> displayed(const int32_t* matrix, int32_t x, int32_t 
 }
 
 TEST(Orientation, MovesEverySampleAsTheDisplayMatrixSays) {
-  const uint64_t seed = test::baseSeed();
-  SCOPED_TRACE(test::seedNote(seed));
-  test::Random random(seed);
+  test::TracedRandom random;
   for (const auto& [width, height] : {std::pair{1, 1}, {1, 7}, {6, 4}, {33, 65}, {71, 40}}) {
     const I420Frame stored = test::randomFrame(random, width, height, width + random.between(0, 9),
                                                (width + 1) / 2 + random.between(0, 9));

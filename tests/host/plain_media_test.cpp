@@ -14,13 +14,12 @@
 #include "host/app/png.h"
 #include "host/app/video_input.h"
 #include "tests/support/frames.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::host {
 namespace {
 
-using test::Random;
-using test::randomFrame;
-using test::samplesOf;
+using namespace test;
 
 TEST(Y4mHeader, ReadsWhatItKnowsAndRefusesTheRest) {
   const struct {
@@ -97,9 +96,7 @@ class PlainInput : public testing::Test {
 };
 
 TEST_F(PlainInput, FramesComeByteForByte) {
-  const uint64_t seed = test::baseSeed();
-  SCOPED_TRACE(test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const auto& [width, height] : {std::pair{1, 1}, {2, 3}, {33, 17}, {128, 72}})
     for (const bool isRaw : {false, true}) {
       SCOPED_TRACE(testing::Message() << width << "x" << height << (isRaw ? " raw" : " Y4M"));
@@ -214,9 +211,7 @@ TEST_F(PlainInput, PicturesSurviveTheFile) {
 }
 
 TEST_F(PlainInput, DamagedPicturesNeverCrashIt) {
-  const uint64_t seed = test::baseSeed();
-  SCOPED_TRACE(test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   const std::vector<uint8_t> whole = encodePng(randomFrame(random, 40, 30), 2);
   ASSERT_FALSE(whole.empty());
   for (int round = 0; round < 500; ++round) {

@@ -14,24 +14,12 @@
 #include "image/image_dispatch.h"
 #include "image/row_kernels.h"
 #include "tests/image/image_sweep.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Bgr;
-using tavro::test::bgrOf;
-using tavro::test::Bytes;
-using tavro::test::Content;
-using tavro::test::describe;
-using tavro::test::GuardedBuffer;
-using tavro::test::holds;
-using tavro::test::ImageCase;
-using tavro::test::makePlanes;
-using tavro::test::Planes;
-using tavro::test::Random;
-using tavro::test::Size;
-using tavro::test::sweep;
-using tavro::test::TestPlane;
+using namespace tavro::test;
 
 // What a plane of an image holds: its size in bytes for an image of a size.
 using PlaneShape = std::function<Size(Size)>;
@@ -247,7 +235,7 @@ TEST_P(ColorConversion, givesTheFormulasBytes) {
 TEST_P(ColorConversion, refusesWithoutWriting) {
   const Operation& operation = GetParam();
   const Size size = {20, 6};
-  Random random(tavro::test::baseSeed());
+  TracedRandom random;
   Planes src = makePlanes(sizesOf(operation.src, size), random);
   Planes dst = makePlanes(sizesOf(operation.dst, size), random);
   const auto expectRefusal = [&](const std::function<void(ImageDesc&, ImageDesc&)>& spoil) {

@@ -9,19 +9,12 @@
 
 #include "tests/image/reference.h"
 #include "tests/support/scarce_memory.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Content;
-using tavro::test::Guard;
-using tavro::test::holds;
-using tavro::test::PackedView;
-using tavro::test::PlaneView;
-using tavro::test::Random;
-using tavro::test::scaledPacked;
-using tavro::test::scaledPlane;
-using tavro::test::TestPlane;
+using namespace tavro::test;
 
 // A 4:2:0 image, each plane in guarded memory of its own, or one whose plane 0 holds packed pixels;
 // the unread fields hold junk.
@@ -49,14 +42,13 @@ struct Frame {
     return desc;
   }
   bool isUntouched() const {
-    const std::vector<uint8_t> poison(planes[0].bytes.size(),
-                                      tavro::test::GuardedBuffer<uint8_t>::poison);
+    const std::vector<uint8_t> poison(planes[0].bytes.size(), GuardedBuffer<uint8_t>::poison);
     return holds(planes[0], poison) && holds(planes[1], poison) && holds(planes[2], poison);
   }
 
   int32_t bytesPerPixel;
   TestPlane planes[3];
-  tavro::test::GuardedBuffer<uint8_t> noMemory{0};  // its address is one that stops the program
+  GuardedBuffer<uint8_t> noMemory{0};  // its address is one that stops the program
 };
 
 int32_t bytesPerPixelOf(ImageFormat format) {
@@ -102,9 +94,7 @@ void checkScaling(Frame& src, Frame& dst, const CropRect& rect, ImageFormat form
 }
 
 TEST(ImageDispatch, scalesAndCrops) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const auto& [width, height, dstWidth, dstHeight] :
        {std::array{641, 361, 193, 95}, {383, 383, 192, 192}, {32768, 1, 4, 1}, {1, 32768, 1, 4}}) {
     Frame src(width, height);
@@ -112,7 +102,7 @@ TEST(ImageDispatch, scalesAndCrops) {
     Frame dst(dstWidth, dstHeight);
     checkScaling(src, dst, {0, 0, width, height}, ImageFormat::I420, 2);
   }
-  for (int32_t i = 0; i < tavro::test::caseCount(600) && !HasFatalFailure(); ++i) {
+  for (int32_t i = 0; i < caseCount(600) && !HasFatalFailure(); ++i) {
     const int32_t width = random.between(1, 40), height = random.between(1, 40);
     const ImageFormat formats[] = {ImageFormat::I420, ImageFormat::I420, ImageFormat::Gray8,
                                    static_cast<ImageFormat>(random.between(0, 5))};
@@ -183,7 +173,7 @@ TEST(ImageDispatch, refusesWithoutWriting) {
     for (const int32_t filter : {3, -1})
       expectRefusal(filter, static_cast<ScaleFilter>(filter));
     {
-      const tavro::test::ScarceMemory none;
+      const ScarceMemory none;
       expectRefusal(0);
     }
     for (int32_t* size : {source.widths, source.heights}) {

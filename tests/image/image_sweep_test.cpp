@@ -14,12 +14,7 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Bytes;
-using tavro::test::Planes;
-using tavro::test::PlaneView;
-using tavro::test::Random;
-using tavro::test::sweep;
-using tavro::test::TestPlane;
+using namespace tavro::test;
 
 int32_t runSound(const TestPlane& src, TestPlane& dst, int32_t srcStride = 0,
                  ScaleFilter filter = ScaleFilter::Bilinear) {
@@ -115,10 +110,8 @@ const Broken brokenOperations[] = {
 
 testing::AssertionResult sweepBroken(const Broken& broken) {
   return sweep(200, [&broken](Random& random, int32_t) {
-    const auto size = [&random] {
-      return tavro::test::Size{random.between(1, 40), random.between(1, 9)};
-    };
-    const tavro::test::Size from = size(), to = size();
+    const auto size = [&random] { return Size{random.between(1, 40), random.between(1, 9)}; };
+    const Size from = size(), to = size();
     return checkImage(
         {.src = {from},
          .dst = {to},
@@ -134,8 +127,7 @@ testing::AssertionResult sweepBroken(const Broken& broken) {
 
 TEST(ImageSweepItself, catchesBrokenOperations) {
   for (const Broken& broken : brokenOperations)
-    tavro::test::expectCaught(broken.what, broken.caughtBy,
-                              [&broken] { return sweepBroken(broken); });
+    expectCaught(broken.what, broken.caughtBy, [&broken] { return sweepBroken(broken); });
 }
 
 }  // namespace

@@ -7,20 +7,12 @@
 #include "image/packed_scaler.h"
 #include "image/plane_scaler.h"
 #include "tests/image/image_sweep.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Bytes;
-using tavro::test::checkImage;
-using tavro::test::PackedView;
-using tavro::test::Planes;
-using tavro::test::PlaneView;
-using tavro::test::Random;
-using tavro::test::scaledPacked;
-using tavro::test::scaledPlane;
-using tavro::test::sweep;
-using tavro::test::TestPlane;
+using namespace tavro::test;
 
 struct Sizes {
   int32_t srcWidth, srcHeight, dstWidth, dstHeight;
@@ -95,7 +87,7 @@ TEST_P(Scaler, everyCaseAtEveryWidth) {
 }
 
 TEST_P(Scaler, randomSizes) {
-  EXPECT_TRUE(sweep(tavro::test::caseCount(300), [](Random& random, int32_t i) {
+  EXPECT_TRUE(sweep(caseCount(300), [](Random& random, int32_t i) {
     const auto size = [&](int32_t largest) { return random.between(1, i % 3 == 0 ? 5 : largest); };
     return checkScaling({size(70), size(60), size(70), size(60)}, GetParam(), random);
   }));
@@ -117,7 +109,7 @@ const Sizes extremePackedImages[] = {{1, 1, 2, 2},         {1, 1, 9, 3},        
                                      {32767, 2, 32766, 2}, {300, 200, 192, 192}};
 
 TEST(ScalerSizes, extremes) {
-  Random random(tavro::test::baseSeed());
+  TracedRandom random;
   for (const Sizes& sizes : extremePlanes)
     EXPECT_TRUE(checkScaling(sizes, 1, random));
   for (const Sizes& sizes : extremePackedImages)

@@ -15,18 +15,12 @@
 #include "tests/kernels/small_net.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::BoundedValue;
-using tavro::test::ConvOperands;
-using tavro::test::drawFloats;
-using tavro::test::OutputPosition;
-using tavro::test::Processor;
-using tavro::test::Random;
-using tavro::test::RowOf;
-using tavro::test::SmallNet;
+using namespace tavro::test;
 
 constexpr int64_t largestCase = 300'000;  // terms of the whole output
 
@@ -87,10 +81,10 @@ LayerCase drawCase(Random& random) {
       p.outputC = p.group * (p.group == p.outputC ? 1 : random.between(1, 16));
       p.inputC = p.group * (random.chance(0.8) ? 1 : random.between(1, 3));
     }
-  } while (!tavro::test::deriveOutputSize(p, tavro::test::Overhang::allowed) ||
-           tavro::test::termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
-  c.input = drawFloats(tavro::test::inputExtents(p).count(), random);
-  c.weights = drawFloats(tavro::test::weightExtents(p).count(), random);
+  } while (!deriveOutputSize(p, Overhang::allowed) ||
+           termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
+  c.input = drawFloats(inputExtents(p).count(), random);
+  c.weights = drawFloats(weightExtents(p).count(), random);
   if (random.chance(0.7))
     c.bias = drawFloats(static_cast<size_t>(p.outputC), random);
   c.isPicture = random.chance(p.inputC == 3 || p.inputC == 1 ? 0.5 : 0.05);
@@ -135,13 +129,13 @@ std::vector<float> channelsFirst(const LayerCase& c) {
 void build(SmallNet& small, const LayerCase& c) {
   const ConvProblem& p = c.sizes;
   if (c.isPicture) {
-    Tensor& picture = small.addPicture("x", tavro::test::inputExtents(p), c.bytes);
+    Tensor& picture = small.addPicture("x", inputExtents(p), c.bytes);
     picture.mean[0] = 127;
     picture.scale[0] = 1.0F / 128;
   } else {
-    small.addInput("x", tavro::test::inputExtents(p), c.input);
+    small.addInput("x", inputExtents(p), c.input);
   }
-  small.addConstant("weight", tavro::test::weightExtents(p), channelsFirst(c));
+  small.addConstant("weight", weightExtents(p), channelsFirst(c));
   if (!c.bias.empty())
     small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias);
   small.addLayer({.type = c.isDepthwise ? "DepthwiseConv" : "Conv",
@@ -170,25 +164,23 @@ BoundedValue withActivation(BoundedValue sum, int32_t kind) {
 
 void checkOutput(const LayerCase& c, const std::vector<float>& output) {
   const ConvProblem& p = c.sizes;
-  ASSERT_EQ(output.size(), tavro::test::outputExtents(p).count());
+  ASSERT_EQ(output.size(), outputExtents(p).count());
   const ConvOperands operands = {c.input.data(), c.weights.data(),
                                  c.bias.empty() ? nullptr : c.bias.data()};
   for (int32_t i = 0; std::cmp_less(i, output.size()); ++i) {
     const OutputPosition at = {i / p.outputC / p.outputW, i / p.outputC % p.outputW, i % p.outputC};
     const BoundedValue expected =
-        withActivation(tavro::test::convolveInDouble(p, operands, at), p.activation.kind);
+        withActivation(convolveInDouble(p, operands, at), p.activation.kind);
     ASSERT_NEAR(output[static_cast<size_t>(i)], expected.value, expected.error)
         << "y " << at.y << " x " << at.x << " channel " << at.channel;
   }
 }
 
 TEST(ConvLayer, computesOrRefusesAnyGeometry) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
-  for (int i = 0; i < tavro::test::caseCount(4000); ++i) {
+  TracedRandom random;
+  for (int i = 0; i < caseCount(4000); ++i) {
     const LayerCase c = drawCase(random);
-    for (const bool avxAndFma : tavro::test::availableProcessors()) {
+    for (const bool avxAndFma : availableProcessors()) {
       SCOPED_TRACE(testing::Message() << "case " << i << (avxAndFma ? " with" : " without")
                                       << " AVX and FMA, " << (c.isDepthwise ? "depthwise" : "dense")
                                       << (c.isPicture ? ", picture: " : ": ") << c.sizes);
@@ -213,8 +205,8 @@ struct Row {
   int32_t kernel = 3;
   int32_t padding = 1;
   int32_t stride = 1;
-  tavro::test::Extents input = {1, 5, 5, 2};
-  tavro::test::Extents weight = {2, 3, 3, 2};
+  Extents input = {1, 5, 5, 2};
+  Extents weight = {2, 3, 3, 2};
   int32_t biasCount = 2;
   int32_t group = 1;
   std::vector<const char*> io = {"x", "y"};
@@ -266,9 +258,9 @@ TEST(ConvLayer, refusesRowsThatDoNotFitTheirTensors) {
 
 // The constants of a test end where their memory does.
 TEST(ConvLayer, readsNothingBehindABorrowedBias) {
-  for (const bool avxAndFma : tavro::test::availableProcessors()) {
+  for (const bool avxAndFma : availableProcessors()) {
     const Processor processor(avxAndFma);
-    tavro::test::GuardedBuffer<float> bias(9);
+    GuardedBuffer<float> bias(9);
     std::ranges::fill(bias, 1.0F);
     SmallNet small;
     small.addInput("x", {1, 1, 1, 1}, {2});

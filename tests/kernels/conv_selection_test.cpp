@@ -15,16 +15,12 @@
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
 #include "tests/kernels/swept_kernels.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Lead;
-using tavro::test::Processor;
-using tavro::test::QuietEnv;
-using tavro::test::Random;
-using tavro::test::SweptKernel;
+using namespace tavro::test;
 
 const ConvKernel* selectDense(const ConvProblem& p) {
   const QuietEnv env;
@@ -94,13 +90,13 @@ const ModelRow modelRows[] = {
 
 // The weights' layout after a run shows that forward took the kernel, too.
 TEST(ConvSelection, modelTakesTheseKernels) {
-  for (const bool avxAndFma : tavro::test::availableProcessors()) {
+  for (const bool avxAndFma : availableProcessors()) {
     const Processor processor(avxAndFma);
-    tavro::test::SmallNet small;
+    SmallNet small;
     small.net.addConstants(modelTensors());
     small.net.addLayers(modelLayers());
     small.net.env->rewriteGraph(&small.net);
-    const tavro::test::Extents image = {1, 192, 192, 3};
+    const Extents image = {1, 192, 192, 3};
     small.addPicture(modelInput, image, std::vector<uint8_t>(image.count(), 100));
     ASSERT_TRUE(small.compute());
 
@@ -130,13 +126,11 @@ TEST(ConvSelection, modelTakesTheseKernels) {
 // --- Any sizes ---
 
 TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   const uint8_t picture = 0;
   std::set<const ConvKernel*> taken;
   for (int i = 0; i < 1000; ++i)
-    for (const SweptKernel& swept : tavro::test::sweptKernels()) {
+    for (const SweptKernel& swept : sweptKernels()) {
       ConvProblem p;
       p.kernelW = p.kernelH = random.between(1, 5);
       for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
@@ -149,7 +143,7 @@ TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
       p.bytes = random.chance(0.3) ? &picture : nullptr;
       Lead lead(p, random);
       swept.lead(lead);
-      if (!tavro::test::deriveOutputSize(p))
+      if (!deriveOutputSize(p))
         continue;
       const Processor processor(random.chance(0.7));
       const ConvKernel* grouped = selectGrouped(p);
@@ -159,7 +153,7 @@ TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
       ASSERT_TRUE(dense != nullptr && dense->serves(p)) << nameOf(dense) << ": " << p;
       taken.insert({grouped, dense});
     }
-  for (const SweptKernel& swept : tavro::test::sweptKernels())
+  for (const SweptKernel& swept : sweptKernels())
     EXPECT_TRUE(taken.contains(swept.kernel)) << swept.kernel->name;
 }
 

@@ -16,22 +16,17 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Arithmetic;
-using tavro::test::Lead;
-using tavro::test::Needs;
-using tavro::test::Sequence;
-using tavro::test::SumRule;
-using tavro::test::SweptKernel;
+using namespace tavro::test;
 
 class ConvSweep : public testing::TestWithParam<SweptKernel> {};
 
 TEST_P(ConvSweep, matchesBothReferences) {
   if (GetParam().needs == Needs::avxAndFma && !cpuInfo().hasAvxAndFma())
     GTEST_SKIP() << "needs AVX and FMA";
-  EXPECT_TRUE(sweepKernel(GetParam(), tavro::test::caseCount(200)));
+  EXPECT_TRUE(sweepKernel(GetParam(), caseCount(200)));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllKernels, ConvSweep, testing::ValuesIn(tavro::test::sweptKernels()),
+INSTANTIATE_TEST_SUITE_P(AllKernels, ConvSweep, testing::ValuesIn(sweptKernels()),
                          [](const testing::TestParamInfo<SweptKernel>& swept) {
                            return std::string(swept.param.kernel->name);
                          });
@@ -185,8 +180,7 @@ TEST(ConvSweepItself, catchesBrokenKernels) {
     rule = broken.rule;
     const SweptKernel swept = {&kernel, [](Lead&) {},
                                [](const ConvProblem&, int32_t) { return rule; }};
-    tavro::test::expectCaught(broken.what, broken.caughtBy,
-                              [&swept] { return sweepKernel(swept, 400); });
+    expectCaught(broken.what, broken.caughtBy, [&swept] { return sweepKernel(swept, 400); });
   }
 }
 

@@ -15,15 +15,12 @@
 #include "engine/simd/binary_op.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::Extents;
-using tavro::test::Random;
-using tavro::test::RowOf;
-using tavro::test::SmallNet;
+using namespace tavro::test;
 
 std::vector<float> drawValues(size_t count, Random& random, float limit) {
   constexpr float edges[] = {0.0F, -0.0F, 1.0F, -1.0F, 1e-40F, -1e-40F, 3e38F, -3e38F};
@@ -50,7 +47,7 @@ float activate(int32_t kind, float x, float slope) {
     case 5:
       return static_cast<float>(1 / (1 + std::exp(-double{x})));
     default:
-      return tavro::test::activateInFloat(x, {kind, parameter, parameter});
+      return activateInFloat(x, {kind, parameter, parameter});
   }
 }
 
@@ -83,9 +80,7 @@ void checkActivation(int32_t kind, bool inPlace, const Extents& extents, Random&
 }
 
 TEST(Activation, everyKindInPlaceAndOutOfPlace) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const int32_t kind : {0, 1, 2, 3, 4, 5, 6, 7, -1, 100})
     for (const bool inPlace : {false, true})
       for (int i = 0; i < 12; ++i) {
@@ -193,9 +188,7 @@ void checkBinary(const Operands& shapes, int32_t op, int32_t kind, Random& rando
 }
 
 TEST(BinaryOp, repeatsTheSmallerShapeAndMergesActivations) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const Operands& shapes : broadcasts)
     for (const int32_t op : {0, 2})
       for (const int32_t kind : {0, 1, 2, 3, 6}) {
@@ -247,9 +240,7 @@ TEST(BinaryOp, refusesWhatItCannotCompute) {
 // For more than three channels nothing is subtracted from inputs below 0, so that these keep away
 // from where exp underflows.
 TEST(Softmax, givesProbabilities) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   for (const int32_t channels : {1, 2, 3, 4, 5, 17})
     for (const auto& [low, high] :
          {std::pair{-8.0F, 8.0F}, {-60.0F, -40.0F}, {60.0F, 200.0F}, {0.5F, 0.5F}}) {

@@ -21,10 +21,7 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::CapturedStdout;
-using tavro::test::QuietEnv;
-using tavro::test::RowOf;
-using tavro::test::SmallNet;
+using namespace tavro::test;
 
 using Values = std::vector<float>;
 
@@ -283,7 +280,7 @@ TEST(NetPass, keepsNamesOfInputsAndOutputsOnce) {
 
 // A first layer like the model's, and a layer without parameters to tell.
 void addLabelled(SmallNet& small) {
-  const tavro::test::Extents image = {1, 192, 192, 3};
+  const Extents image = {1, 192, 192, 3};
   small.addPicture("picture", image, std::vector<uint8_t>(image.count(), 1));
   small.addConstant("w", {16, 3, 3, 3}, Values(432, 0.5F));
   small.addLayer({.type = "Conv",

@@ -15,17 +15,12 @@
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/sweep.h"
+#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {
 
-using tavro::test::ConvProblem;
-using tavro::test::drawFloats;
-using tavro::test::Extents;
-using tavro::test::Processor;
-using tavro::test::Random;
-using tavro::test::RowOf;
-using tavro::test::SmallNet;
+using namespace tavro::test;
 
 constexpr double unitRoundoff = 0x1p-24;
 
@@ -192,10 +187,8 @@ void checkPooled(const ConvProblem& p, bool isMean, const std::vector<float>& in
 }
 
 TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
-  for (int i = 0; i < tavro::test::caseCount(600); ++i) {
+  TracedRandom random;
+  for (int i = 0; i < caseCount(600); ++i) {
     ConvProblem p;
     const bool isUsual = random.chance(0.5);  // 2x2 or 3x3 windows, as networks have them
     const int32_t size = random.between(2, 3);
@@ -210,7 +203,7 @@ TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
     p.inputH = random.between(1, 15);
     p.inputW = random.between(1, 15);
     p.inputC = random.between(1, 20);
-    if (!tavro::test::deriveOutputSize(p, tavro::test::Overhang::allowed))
+    if (!deriveOutputSize(p, Overhang::allowed))
       continue;
     const bool isMean = random.chance(0.5);
     SCOPED_TRACE(testing::Message() << "case " << i);
@@ -326,10 +319,8 @@ void checkProduct(const Product& g, Random& random) {
 }
 
 TEST(Gemm, multipliesMatrixAndVector) {
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  Random random(seed);
-  for (int i = 0; i < tavro::test::caseCount(600); ++i) {
+  TracedRandom random;
+  for (int i = 0; i < caseCount(600); ++i) {
     const bool isRow = random.chance(0.5);
     const Product g = {isRow ? 1 : random.between(1, 40),
                        random.between(1, 40),

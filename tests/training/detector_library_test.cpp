@@ -18,13 +18,12 @@
 #include "modules/face_detection/truncation.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/print_face_rect.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace {
 
 using tavro::host::FaceRects;
-using tavro::test::Guard;
-using tavro::test::GuardedBuffer;
+using namespace tavro::test;
 using TavroRTC::FDModule::FaceDetector;
 using TavroRTC::FDModule::FaceRect;
 using TavroRTC::FDModule::truncateToInt32;
@@ -99,9 +98,7 @@ TEST(DetectorLibrary, FindsWhatTheModuleFinds) {
   EXPECT_EQ(libraryFaces(detector.get(), portrait, 0.65F).size(), 1U);
 
   // Below 0 every prior is a candidate: any picture has six boxes, the most that are reported.
-  const uint64_t seed = tavro::test::baseSeed();
-  SCOPED_TRACE(tavro::test::seedNote(seed));
-  tavro::test::Random random(seed);
+  TracedRandom random;
   for (const auto [width, height, padding] : {std::array{1, 1, 0},
                                               {97, 53, 0},
                                               {53, 97, 5},
