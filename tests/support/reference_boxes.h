@@ -54,7 +54,8 @@ ReferenceBoxes referenceBoxes(const Offset& offset, const Score& score, int32_t 
       for (const double side : level.sides) {
         const double s = side / 192;
         const double x = (cell % level.cells + 0.5) / level.cells + 0.1 * s * offset(4 * i);
-        const double y = (cell / level.cells + 0.5) / level.cells + 0.1 * s * offset(4 * i + 1);
+        const int32_t row = cell / level.cells;
+        const double y = (row + 0.5) / level.cells + 0.1 * s * offset(4 * i + 1);
         const double halfWidth = s * std::exp(0.2 * offset(4 * i + 2)) / 2;
         const double halfHeight = s * std::exp(0.2 * offset(4 * i + 3)) / 2;
         result.closestCall = std::min(result.closestCall, std::abs(score(i) - threshold));
