@@ -8,6 +8,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The tavro-fd maintainers <maintainers@tavro-fd.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # Where dpkg-shlibdeps finds the library that isn't installed yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_BINARY_DIR}/host/core")
 
@@ -37,6 +38,15 @@ if(TARGET tavrofd_python)
   string(CONCAT CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "libtavro-fd1 ${exactly}, python3-numpy, "
     "python3 (>= 3.${Python_VERSION_MINOR}), python3 (<< 3.${next})")
   set(CPACK_COMPONENT_PYTHON_DESCRIPTION "The face detector for Python")
+  # Python's compiled files come with the package and go with it.
+  set(steps postinst prerm)
+  set(commands py3compile py3clean)
+  foreach(step command IN ZIP_LISTS steps commands)
+    file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/package-files/${step}" CONTENT
+      "#!/bin/sh\nset -e\nif command -v ${command} >/dev/null; then ${command} -p python3-tavrofd; fi\n")
+    list(APPEND CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+      "${CMAKE_BINARY_DIR}/package-files/${step}")
+  endforeach()
 endif()
 if(TARGET gsttavrofacedetect)
   list(APPEND CPACK_COMPONENTS_ALL gstreamer)
