@@ -13,6 +13,7 @@
 
 #include "image/image_dispatch.h"
 #include "tests/host/application_runner.h"
+#include "tests/image/reference.h"
 #include "tests/support/random.h"
 
 namespace tavro::test {
@@ -76,24 +77,6 @@ std::string encode(const Format& format, const ColourAt& colourAt) {
   return bytes;
 }
 
-// BT.601 in limited range with 7 bits for luma and 8 for chroma. One operation, rgb24 to luma, has
-// 8 bits for luma too.
-Colour toYuv(const Colour& rgb, bool fineLuma) {
-  const auto [r, g, b, a] = rgb;
-  return {
-      fineLuma ? (66 * r + 129 * g + 25 * b + 0x1080) >> 8 : ((33 * r + 65 * g + 13 * b) >> 7) + 16,
-      ((112 * b - 74 * g - 38 * r) >> 8) + 128, ((112 * r - 94 * g - 18 * b) >> 8) + 128};
-}
-
-// The way back with 6 bits.
-Colour toRgb(const Colour& yuv) {
-  const auto [y, u, v, unused] = yuv;
-  const int luma = (y * 0x0101 * 18997) >> 16;
-  const auto clamped = [](int value) { return std::clamp(value >> 6, 0, 255); };
-  return {clamped(luma + 102 * v - 14216), clamped(luma - 25 * u - 52 * v + 8696),
-          clamped(luma + 128 * u - 17544), 255};
-}
-
 // Blocks of 2 by 2 pixels of one colour, so that no chroma mean mixes two.
 const std::vector<Colour> rgbColours = {{255, 255, 255, 7}, {0, 0, 0, 0},     {255, 0, 0, 255},
                                         {0, 255, 0, 128},   {0, 0, 255, 254}, {17, 130, 201, 99}};
@@ -108,10 +91,16 @@ Colour blockColour(bool packed, int32_t x, int32_t y) {
 
 Colour converted(const Format& from, const Format& to, Colour colour) {
   const bool packed = !from.letters.empty();
-  if (packed && to.letters.empty())
-    return toYuv(colour, from.name == "rgb24" && to.name == "luma");
-  if (!packed && !to.letters.empty())
-    return toRgb(colour);
+  if (packed && to.letters.empty()) {
+    const Rgb rgb = {colour[0], colour[1], colour[2]};
+    const bool hasPlainLuma = from.name == "rgb24" && to.name == "luma";  // alone of all
+    const Yuv yuv = yuvOf(rgb, hasPlainLuma);
+    return {yuv.y, yuv.u, yuv.v};
+  }
+  if (!packed && !to.letters.empty()) {
+    const Bgr bgr = bgrOf(colour[0], colour[1], colour[2]);
+    return {bgr.r, bgr.g, bgr.b, 255};
+  }
   if (packed)
     colour[3] = 255;
   return colour;

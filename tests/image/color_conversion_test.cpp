@@ -30,10 +30,6 @@ const PlaneShape full = [](Size size) { return size; };
 const PlaneShape half = [](Size size) { return size.half(); };
 const PlaneShape pairs = [](Size size) { return Size{2 * size.half().width, size.half().height}; };
 
-struct Rgb {
-  int32_t r, g, b;
-};
-
 // Where the colours stand: "rgb", "bgra" and so on; any other letter is no colour.
 struct Layout {
   std::string letters;
@@ -46,21 +42,6 @@ struct Layout {
     return {byte('r'), byte('g'), byte('b')};
   }
 };
-
-uint8_t lumaOf(const Rgb& c, bool isPlain) {
-  return static_cast<uint8_t>(isPlain ? (66 * c.r + 129 * c.g + 25 * c.b + 0x1080) / 256
-                                      : (33 * c.r + 65 * c.g + 13 * c.b) / 128 + 16);
-}
-
-// Division that rounds down, also below 0.
-int32_t floorDivide(int32_t a, int32_t b) {
-  return (a - ((a % b + b) % b)) / b;
-}
-
-uint8_t chromaOf(int32_t sum, bool isPlain) {
-  return static_cast<uint8_t>(isPlain ? floorDivide(sum + 0x8080, 256)
-                                      : floorDivide(sum, 256) + 128);
-}
 
 // The mean of a colour over two by two pixels; the last column of an odd width stands alone.
 int32_t meanOf(int32_t topLeft, int32_t topRight, int32_t bottomLeft, int32_t bottomRight,
@@ -80,7 +61,7 @@ Bytes lumaPlane(const Layout& layout, const TestPlane& src, Size size, bool isPl
   Bytes luma;
   for (int32_t y = 0; y < size.height; ++y)
     for (int32_t x = 0; x < size.width; ++x)
-      luma.push_back(lumaOf(layout.at(src, x, y), isPlain));
+      luma.push_back(yuvOf(layout.at(src, x, y), isPlain).y);
   return luma;
 }
 
@@ -103,8 +84,9 @@ Reference i420(const std::string& letters) {
         const Rgb mean = {meanOf(p[0].r, p[1].r, p[2].r, p[3].r, isPlain),
                           meanOf(p[0].g, p[1].g, p[2].g, p[3].g, isPlain),
                           meanOf(p[0].b, p[1].b, p[2].b, p[3].b, isPlain)};
-        planes[1].push_back(chromaOf(112 * mean.b - 74 * mean.g - 38 * mean.r, isPlain));
-        planes[2].push_back(chromaOf(112 * mean.r - 94 * mean.g - 18 * mean.b, isPlain));
+        const Yuv chroma = yuvOf(mean, isPlain);
+        planes[1].push_back(chroma.u);
+        planes[2].push_back(chroma.v);
       }
     return planes;
   };

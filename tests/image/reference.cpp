@@ -201,6 +201,19 @@ Bgr bgrOf(int32_t y, int32_t u, int32_t v) {
   return {byte(128 * u - 17544), byte(8696 - 25 * u - 52 * v), byte(102 * v - 14216)};
 }
 
+Yuv yuvOf(const Rgb& colour, bool isPlain) {
+  const auto [r, g, b] = colour;
+  // Division that rounds down, also below 0.
+  const auto in256ths = [](int32_t sum) { return (sum - (sum % 256 + 256) % 256) / 256; };
+  const auto chroma = [&](int32_t sum) {
+    return static_cast<uint8_t>(isPlain ? in256ths(sum + 0x8080) : in256ths(sum) + 128);
+  };
+  const int32_t luma =
+      isPlain ? (66 * r + 129 * g + 25 * b + 0x1080) / 256 : (33 * r + 65 * g + 13 * b) / 128 + 16;
+  return {static_cast<uint8_t>(luma), chroma(112 * b - 74 * g - 38 * r),
+          chroma(112 * r - 94 * g - 18 * b)};
+}
+
 testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>& expected) {
   for (size_t i = 0; i < dst.bytes.size(); ++i) {
     const size_t y = i / static_cast<size_t>(dst.stride);

@@ -69,6 +69,15 @@ struct Bgr {
 };
 Bgr bgrOf(int32_t y, int32_t u, int32_t v);
 
+struct Rgb {
+  int32_t r, g, b;
+};
+struct Yuv {
+  uint8_t y, u, v;
+};
+/// Of a colour, by the plain form or by that of the blocks.
+Yuv yuvOf(const Rgb& colour, bool isPlain);
+
 /// Whether `dst` holds the samples, and the bytes around and between its rows are as they were.
 testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>& expected);
 

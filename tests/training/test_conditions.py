@@ -61,7 +61,3 @@ class Faults(unittest.TestCase):
                 expected[2] = min(expected[2], scene.image.shape[1])
                 found = synthetic.brightPart(change(scene.image, conditions.random(0)))
                 self.assertEqual(found, expected.tolist(), name)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -140,7 +140,3 @@ class Refusals(unittest.TestCase):
             with mock.patch.object(detector_library, "ROOT", pathlib.Path(tempfile.mkdtemp())):
                 with self.assertRaisesRegex(detector_library.NotBuilt, "--target tavro_training"):
                     Library()
-
-
-if __name__ == "__main__":
-    unittest.main()

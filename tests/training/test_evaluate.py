@@ -101,7 +101,3 @@ class Evaluate(unittest.TestCase):
     def testMissingPeersAreNamed(self):
         with self.assertRaisesRegex(FileNotFoundError, "opencv-data"):
             peers.load("/nowhere")
-
-
-if __name__ == "__main__":
-    unittest.main()

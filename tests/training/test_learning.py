@@ -147,7 +147,3 @@ class Network(unittest.TestCase):
         change = (after[..., 1] - after[..., 0]) - (before[..., 1] - before[..., 0])
         self.assertLess((change - 0.7).abs().max().item(), 1e-4)
         self.assertLess((boxes - same).abs().max().item(), 1e-4)
-
-
-if __name__ == "__main__":
-    unittest.main()

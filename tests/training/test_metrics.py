@@ -161,7 +161,3 @@ class Steady(unittest.TestCase):
         seen = steadiness.sightings(matches, boxes)
         self.assertTrue(numpy.allclose(seen.scores, [.7, .8, 0]))
         self.assertEqual(seen.boxes[0].tolist(), [10, 10, 30, 31])
-
-
-if __name__ == "__main__":
-    unittest.main()

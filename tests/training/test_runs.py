@@ -109,7 +109,3 @@ class Runs(unittest.TestCase):
                 train.main(["--data", str(self.set), "--run", str(self.folder / "run"), "--resume",
                             "--samples", "40"])
         self.assertEqual(torch.load(self.folder / "run" / trainer.CHECKPOINT)["step"], 2)
-
-
-if __name__ == "__main__":
-    unittest.main()

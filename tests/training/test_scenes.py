@@ -155,7 +155,3 @@ class Camera(unittest.TestCase):
         self.assertLess((fine - plane).abs().max().item(), 0.02)
         self.assertGreater((camera.quantise(plane, steps, camera.cosines()) - plane)
                            .abs().mean().item(), 1)
-
-
-if __name__ == "__main__":
-    unittest.main()
