@@ -110,9 +110,9 @@ class Serve(unittest.TestCase):
     def testABrowserShowsTheResults(self):
         with tempfile.TemporaryDirectory() as profile:
             page = subprocess.run(
-                [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--timeout=3000",
+                [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--timeout=8000",
                  "--user-data-dir=" + profile, "--dump-dom", f"http://127.0.0.1:{self.server.port}/"],
-                capture_output=True, text=True, timeout=60, check=True).stdout
+                capture_output=True, text=True, timeout=120, check=True).stdout
         self.assertRegex(page, r'"status">\d+ faces? at \d+\.\d s, found in \d+\.\d\d ms<')
         self.assertEqual(self.server.end(), 0)
 
