@@ -90,7 +90,7 @@ class Runs(unittest.TestCase):
         checkpoint.write_bytes(checkpoint.read_bytes()[:1000])
         for name, options, cause in (
                 ("new", ("--hours", "0"), "--hours"), ("new", ("--samples", "nan"), "--samples"),
-                ("new", ("--samples", "inf"), "--samples"), ("new", ("--seed", 1 << 23), "--seed"),
+                ("new", ("--samples", "inf"), "--samples"), ("new", ("--seed", 1 << 31), "--seed"),
                 ("new", ("--device", "abacus"), "abacus"), ("new", ("--folded",), "--start"),
                 ("new", ("--start", "/nowhere.bin"), "/nowhere.bin"),
                 ("new", ("--start", self.set / "boxes.txt"), "391296"),
