@@ -52,9 +52,8 @@ void countBytes(benchmark::State& state, int32_t bytes) {
 
 void copyRow(benchmark::State& state) {
   Rows rows;
-  CopyRow* const kernel = chooseCopyRow(rowWidth);
   for (auto _ : state)
-    kernel(rows.source.data(), rows.destination.data(), rowWidth);
+    TavroRTC::FDModule::copyRow(rows.source.data(), rows.destination.data(), rowWidth);
   countBytes(state, rowWidth);
 }
 BENCHMARK(copyRow);

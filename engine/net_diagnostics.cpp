@@ -64,8 +64,8 @@ void Net::dump(Layer& layer, const std::string& layerLabel) const {
     const float* values = output.copyTo(planes) ? planes.data(layout::channelsFirst) : nullptr;
     if (values == nullptr)
       continue;
-    logPrint("%s output%d(n:%d, c:%d, h:%d, w:%d):\n", layerLabel.c_str(),
-             static_cast<int>(i), output.n, output.c, output.h, output.w);
+    logPrint("%s output%d(n:%d, c:%d, h:%d, w:%d):\n", layerLabel.c_str(), static_cast<int>(i),
+             output.n, output.c, output.h, output.w);
     const auto columns = static_cast<int64_t>(output.w);
     const int64_t rows = columns > 0 ? static_cast<int64_t>(planes.count()) / columns : 0;
     for (int64_t row = std::max(dumpRowBegin, 0); row < std::min<int64_t>(dumpRowEnd, rows);

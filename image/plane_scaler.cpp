@@ -108,7 +108,6 @@ void copyPlane(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32_t dstS
     widthBytes *= height;
     height = 1;
   }
-  CopyRow* copyRow = chooseCopyRow(widthBytes);
   for (ptrdiff_t y = 0; y < height; ++y)
     copyRow(src + y * srcStride, dst + y * dstStride, widthBytes);
 }

@@ -12,7 +12,6 @@ bool blockFormsRun();
 
 namespace plain {
 
-CopyRow copyRow;
 InterpolateRows interpolateRows;
 ColumnsRow filterColumns;
 HalveRow halveRowPoint;

@@ -33,11 +33,6 @@ Kernel* choose(const KernelRow<Kernel> (&table)[count], int32_t code, int64_t wi
 
 constexpr int32_t onlyRow = 0;
 
-constexpr KernelRow<CopyRow> copyKernels[] = {
-    // The C library copies in blocks of its own, as wide as the processor has them.
-    {onlyRow, 1, plain::copyRow, nullptr, nullptr},
-};
-
 constexpr KernelRow<InterpolateRows> interpolateKernels[] = {
     {onlyRow, ssse3::interpolateBlock, plain::interpolateRows, ssse3::interpolateRows,
      interpolateScratchTail<ssse3::interpolateRows, ssse3::interpolateBlock>},
@@ -88,10 +83,6 @@ constexpr KernelRow<YuvRow> yuvKernels[] = {
 
 bool blockFormsRun() {
   return plainRowsSwitch.load(std::memory_order_relaxed) == 0 && __builtin_cpu_supports("ssse3");
-}
-
-CopyRow* chooseCopyRow(int32_t bytes) {
-  return choose(copyKernels, onlyRow, bytes);
 }
 
 InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel) {

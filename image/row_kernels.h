@@ -15,8 +15,6 @@
 
 namespace TavroRTC::FDModule {
 
-using CopyRow = void(const uint8_t* src, uint8_t* dst, int32_t bytes);
-
 /// With a from the row at `src` and b from the one at src + srcStride:
 ///   fraction 0         a, and the second row is not touched
 ///   fraction 128       (a + b + 1) >> 1
@@ -59,7 +57,6 @@ using YuvRow = void(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_
 
 /// Choosers. Widths are those of the destination, in pixels if not named otherwise. Null for a
 /// pixel size, filter or pack mode that has no kernel.
-CopyRow* chooseCopyRow(int32_t bytes);
 InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel);
 ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
 /// Null for a width that isn't a whole number of blocks, too.
@@ -67,7 +64,9 @@ BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel);
 HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
 YuvRow* chooseYuvRow(int32_t width, PackMode packMode);
 
-/// Kernels without a block form, and so without a chooser; the numbers are bits per pixel.
+/// Kernels without a block form, and so without a chooser; the numbers are bits per pixel. The C
+/// library copies in blocks of its own, as wide as the processor has them.
+void copyRow(const uint8_t* src, uint8_t* dst, int32_t bytes);
 void sampleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 void sampleColumns24(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
 void sampleColumns32(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);

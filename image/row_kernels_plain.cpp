@@ -32,6 +32,11 @@ void yuvRow(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
 
 }  // namespace
 
+void copyRow(const uint8_t* src, uint8_t* dst, int32_t bytes) {
+  if (bytes > 0)
+    std::memcpy(dst, src, static_cast<size_t>(bytes));
+}
+
 void sampleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   forEachColumn(dstWidth, x, dx,
                 [&](int32_t i, int64_t index, int32_t /*fraction*/) { dst[i] = src[index]; });
@@ -44,11 +49,6 @@ void doubleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t /
 }
 
 namespace plain {
-
-void copyRow(const uint8_t* src, uint8_t* dst, int32_t bytes) {
-  if (bytes > 0)
-    std::memcpy(dst, src, static_cast<size_t>(bytes));
-}
 
 void interpolateRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
                      int32_t fraction) {

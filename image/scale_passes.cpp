@@ -26,10 +26,7 @@ class ColumnFilter {
   }
 
   // False if there is no memory.
-  bool prepare() {
-    copyRow_ = chooseCopyRow(srcBytes_);
-    return !leavesRow_ || edgedRow_.allocate(srcBytes_);
-  }
+  bool prepare() { return !leavesRow_ || edgedRow_.allocate(srcBytes_); }
 
   /// Whether a kernel must not be given the rows as they are.
   bool leavesRow() const { return leavesRow_; }
@@ -43,14 +40,13 @@ class ColumnFilter {
     uint8_t* samples = edgedRow_.samples();
     uint8_t* end = samples + srcBytes_;
     const auto pixelBytes = static_cast<size_t>(bytesPerPixel_);
-    copyRow_(row, samples, srcBytes_);
+    copyRow(row, samples, srcBytes_);
     std::memcpy(samples - bytesPerPixel_, samples, pixelBytes);
     std::memcpy(end, end - bytesPerPixel_, pixelBytes);
     return samples;
   }
 
   ColumnsRow* kernel_;
-  CopyRow* copyRow_ = nullptr;
   int32_t srcBytes_, dstWidth_;
   int32_t x_, dx_;
   int32_t bytesPerPixel_;

@@ -2,10 +2,6 @@
 
 // Anonymised frames: a copy of the picture in which the faces are a few flat blocks.
 
-#include <cstdint>
-#include <optional>
-#include <span>
-
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"
 

@@ -1,6 +1,8 @@
 #include "host/app/face_numbers.h"
 
 #include <algorithm>
+#include <functional>
+#include <utility>
 
 namespace tavro::host {
 

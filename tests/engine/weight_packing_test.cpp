@@ -7,7 +7,6 @@
 #include <limits>
 #include <numeric>
 #include <string_view>
-#include <vector>
 
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/traced_random.h"

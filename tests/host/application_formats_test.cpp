@@ -148,7 +148,7 @@ TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
     for (const auto& [width, height] :
          {std::pair{854, 480}, {200, 150}, {33, 17}, {2, 2}, {1, 1}}) {
       const std::string size = std::to_string(width) + "x" + std::to_string(height);
-      SCOPED_TRACE(format + " " + size);
+      SCOPED_TRACE(testing::Message() << format << ' ' << size);
       const I420Frame frame = randomFrame(random, width, height);
       const bool isTwoPlanes = format.starts_with("nv");
       std::string samples =

@@ -8,7 +8,6 @@
 #include <functional>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "image/image_dispatch.h"

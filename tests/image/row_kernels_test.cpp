@@ -43,7 +43,7 @@ TEST(RowKernels, widthsBelowOneDoNothing) {
       const uint8_t unread[4] = {};
       uint8_t first = 7, second = 7;
       setPlainRowsOnly(plainOnly ? 1 : 0);
-      chooseCopyRow(width)(unread, &first, width);
+      copyRow(unread, &first, width);
       for (const int32_t fraction : {0, 128, 200})
         chooseInterpolateRows(width, 1)(&first, unread, 1, width, fraction);
       for (ColumnsRow* columns :

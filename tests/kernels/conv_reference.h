@@ -6,7 +6,6 @@
 // match it bit for bit.
 
 #include <cstdint>
-#include <vector>
 
 #include "engine/conv_problem.h"
 

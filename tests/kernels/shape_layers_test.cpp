@@ -8,7 +8,6 @@
 #include <limits>
 #include <memory>
 #include <numeric>
-#include <string>
 #include <vector>
 
 #include "engine/simd/pooling.h"

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <initializer_list>
 #include <list>
-#include <string>
 #include <vector>
 
 #include "engine/net.h"

@@ -4,7 +4,6 @@
 // without the host's knowledge, whether it is in memory, whose code lies at an address, and which
 // functions the loader runs first.
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

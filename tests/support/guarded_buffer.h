@@ -21,12 +21,11 @@ class GuardedBuffer {
  public:
   static constexpr uint8_t poison = 0xA5;
 
-  /// Room for `count` elements. With Guard::behind the last byte of the payload, rounded up to
-  /// `alignment`, touches the guard page; with Guard::inFront the first byte does.
-  explicit GuardedBuffer(size_t count, Guard guard = Guard::behind, size_t alignment = alignof(T))
-      : count_(count) {
+  /// Room for `count` elements. With Guard::behind the last byte of the payload touches the guard
+  /// page; with Guard::inFront the first byte does.
+  explicit GuardedBuffer(size_t count, Guard guard = Guard::behind) : count_(count) {
     const size_t page = pageSize();
-    const size_t bytes = (count * sizeof(T) + alignment - 1) / alignment * alignment;
+    const size_t bytes = count * sizeof(T);
     payloadPages_ = (bytes + page - 1) / page * page;
     mapped_ = payloadPages_ + 2 * page;
     void* base = reservePages(mapped_);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <string>
 #include <vector>
 
 #include "host/core/face_rects.h"

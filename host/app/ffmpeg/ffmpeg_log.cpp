@@ -6,6 +6,7 @@ extern "C" {
 
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "host/app/ffmpeg/ffmpeg_handles.h"
 

@@ -7,6 +7,7 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace tavro::host {
 

@@ -6,6 +6,7 @@
 // matrix (BT.601, BT.709) stays that of the source, since the detector works from luma mostly and a
 // second rounding would cost more than it gains.
 
+#include <optional>
 #include <string>
 
 #include "host/app/ffmpeg/ffmpeg_handles.h"

@@ -1,6 +1,8 @@
 // Single pictures by FFmpeg's encoders: the frame goes to RGB by its own matrix, and from there to
 // what the encoder takes.
 
+#include <utility>
+
 #include "host/app/ffmpeg/ffmpeg_handles.h"
 #include "host/app/jpeg.h"
 #include "host/app/png.h"

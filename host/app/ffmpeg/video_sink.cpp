@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <utility>
 
 #include "host/app/annotation.h"
 #include "host/app/ffmpeg/ffmpeg_handles.h"

@@ -69,7 +69,7 @@ class Drawing {
       : height_(height), endTime_(std::max(endTime, 1e-3)) {
     svg_ = "<svg role=\"img\" aria-label=\"" + name + ". " + description + "\" viewBox=\"0 0 " +
            fixed(width, 0) + ' ' + fixed(height, 0) + "\">\n";
-    const double step = niceStep(endTime_);
+    const double step = std::max(0.1, niceStep(endTime_));  // the last digit of a time
     for (double time = 0.0; time <= endTime_ * 1.0001; time += step) {
       path("grid", 'M' + fixed(x(time), 1) + " 4V" + fixed(height - 24.0, 1));
       text(x(time), height - 6.0, "middle", clockTime(time));

@@ -2,6 +2,7 @@
 
 // The header of a Y4M stream, and the options that stand for one where raw samples have none.
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
