@@ -1,11 +1,13 @@
 """Shifts the scores so that the detector's fixed threshold is where precision and recall meet best.
 
     python3 -m training.calibrate --data PATH --weights weights.bin --output calibrated.bin
+    python3 -m training.calibrate --shift -0.1 --weights weights.bin --output calibrated.bin
 
 The score is the softmax of two logits: adding a constant to their difference moves all scores and
 changes the order of none. The constant goes into the biases of the three last `conf` layers; it
 turns the threshold of the best F1 into the detector's own. The pictures should not be those that
-the detector is measured on later.
+the detector is measured on later. --shift gives the constant itself, for those who want fewer false
+alarms or fewer missed faces than that.
 """
 
 import argparse
@@ -50,7 +52,9 @@ def bestPoint(path, folder, sizeClass):
 
 def main(arguments=None):
     parser = argparse.ArgumentParser("training.calibrate", description=__doc__.splitlines()[0])
-    parser.add_argument("--data", required=True, help="folder of pictures and boxes")
+    shift = parser.add_mutually_exclusive_group(required=True)
+    shift.add_argument("--data", help="folder of pictures and boxes")
+    shift.add_argument("--shift", type=float, help="what to add to the logits")
     parser.add_argument("--weights", required=True, help="the weight block to start from")
     parser.add_argument("--output", required=True, help="where the new block goes")
     parser.add_argument("--faces", default="16 and more", choices=list(metrics.SIZE_CLASSES),
@@ -58,16 +62,19 @@ def main(arguments=None):
     options = parser.parse_args(arguments)
     cv2.setNumThreads(1)
     try:
-        best = bestPoint(options.weights, options.data, options.faces)
+        shift = options.shift
+        if options.data:
+            best = bestPoint(options.weights, options.data, options.faces)
+            print(f"best F1 {best.f1:.3f} (precision {best.precision:.3f}, "
+                  f"recall {best.recall:.3f}) at {best.threshold:.3f}")
+            shift = logit(THRESHOLD) - logit(best.threshold)
         shapes = {name: values.shape for name, values in FaceNetwork().folded().items()}
-        shift = logit(THRESHOLD) - logit(best.threshold)
         tensors = weight_block.read(options.weights, shapes)
         weight_block.write(pathlib.Path(options.output), shifted(tensors, shift))
     except (OSError, ValueError, detector_library.NotBuilt) as error:
         print(f"training.calibrate: {error}", file=sys.stderr)
         return 2
-    print(f"best F1 {best.f1:.3f} (precision {best.precision:.3f}, recall {best.recall:.3f}) at "
-          f"{best.threshold:.3f}; logits shifted by {shift:+.3f}")
+    print(f"logits shifted by {shift:+.3f}")
     return 0
 
 

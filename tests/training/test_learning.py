@@ -4,9 +4,10 @@ import pathlib
 import tempfile
 import unittest
 
+import numpy
 import torch
 
-from training import calibrate, weight_block
+from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
 from training.loss import completeOverlap, focal, hardest, shares
@@ -135,6 +136,17 @@ class Network(unittest.TestCase):
         with self.assertRaisesRegex(ValueError, "conv1.0.weight"):
             network.save(path)
 
+    def testTheMeanOfBlocksCountsEachAsOftenAsItIsNamed(self):
+        folder = pathlib.Path(tempfile.mkdtemp())
+        first, second = FaceNetwork().folded(), FaceNetwork().folded()
+        weight_block.write(folder / "first", first)
+        weight_block.write(folder / "second", second)
+        output = folder / "mean"
+        self.assertEqual(average.main([str(folder / name) for name in ("first", "second", "first")]
+                                      + ["--output", str(output)]), 0)
+        shapes = {name: values.shape for name, values in first.items()}
+        for name, values in weight_block.read(output, shapes).items():
+            numpy.testing.assert_allclose(values, (2 * first[name] + second[name]) / 3, 1e-6, 1e-7)
 
     def testTheShiftMovesEveryScoreByTheSame(self):
         network, moved = FaceNetwork().eval(), FaceNetwork().eval()
