@@ -1,5 +1,5 @@
-// What the files of the module and of the host's library show to the outside, and how they are
-// hardened.
+// What the files of the module and of the other libraries show to the outside, and how those that
+// every host loads are hardened.
 
 #include <cxxabi.h>
 #include <elf.h>
@@ -14,6 +14,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tavro::host {
@@ -121,6 +122,23 @@ TEST(CoreFile, ExportsItsTwoFacesOnly) {
                                           "tavro::host::setBoundaryObserver",
                                           "tavro::host::unloadModule"};
   EXPECT_EQ(ElfFile(TAVRO_CORE_PATH).exports, expected);
+}
+
+TEST(OtherFiles, ExportWhatTheirLoadersLookFor) {
+  const std::pair<const char*, std::set<std::string>> expected[] = {
+    {TAVRO_TRAINING_PATH,
+     {"tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroPrepareInput",
+      "tavroReleaseDetector", "tavroRunNetwork", "tavroWeights"}},
+#if defined(GSTTAVROFACEDETECT_PATH)
+    {GSTTAVROFACEDETECT_PATH,
+     {"gst_plugin_tavrofacedetect_get_desc", "gst_plugin_tavrofacedetect_register"}},
+#endif
+#if defined(TAVROFD_PYTHON_PATH)
+    {TAVROFD_PYTHON_PATH, {"PyInit__native"}},
+#endif
+  };
+  for (const auto& [path, exports] : expected)
+    EXPECT_EQ(ElfFile(path).exports, exports) << path;
 }
 
 TEST(LibraryFiles, AreHardened) {
