@@ -99,7 +99,9 @@ bool Gemm::forward(core::RunEnv* env) {
   float* output = outputs[0]->data(layout::channelsLast);
   const float* values = matrix->floatData;
   const float* biases = bias != nullptr ? bias->floatData : nullptr;
-  if (input == nullptr || output == nullptr || values == nullptr)
+  // Again: a tensor that had to be repacked now has as many values as its extents tell, and they
+  // may have changed since the sizes were found.
+  if (input == nullptr || output == nullptr || values == nullptr || !fitsTensors())
     return false;
   const bool isWide = !env->halfPrecision && cpuInfo().hasAvxAndFma();
   const Kernels& kernels = isWide ? wideKernels : narrowKernels;
