@@ -1,6 +1,5 @@
-// The prior boxes and the decoder: rows of the prior table worked out by hand, the limits of
-// threshold, overlap and count, and random outputs against a decoder that works in another order
-// and in double precision.
+// The decoder: the limits of threshold and overlap, and random outputs against a decoder with
+// priors of its own, which works in another order and in double precision.
 
 #include "modules/face_detection/box_decoder.h"
 
@@ -17,28 +16,6 @@
 
 namespace TavroRTC::FDModule {
 namespace {
-
-TEST(PriorBoxes, TellingRows) {
-  struct Row {
-    size_t index;
-    double cx, cy, side;  // in input pixels
-  };
-  const Row rows[] = {{0, 4, 4, 8},        {1, 4, 4, 16},       {2, 4, 4, 32},
-                      {3, 12, 4, 8},       {72, 4, 12, 8},      {1727, 188, 188, 32},
-                      {1728, 8, 8, 64},    {1729, 8, 8, 96},    {2015, 184, 184, 96},
-                      {2016, 16, 16, 128}, {2029, 16, 48, 192}, {2087, 176, 176, 192}};
-  std::array<PriorBox, priorCount> priors;
-  generatePriors(priors);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.index);
-    const PriorBox& prior = priors[row.index];
-    // Each value is one rounding away from the fraction.
-    EXPECT_EQ(prior.cx, static_cast<float>(row.cx / 192));
-    EXPECT_EQ(prior.cy, static_cast<float>(row.cy / 192));
-    EXPECT_EQ(prior.w, static_cast<float>(row.side / 192));
-    EXPECT_EQ(prior.h, prior.w);
-  }
-}
 
 /// A network output without any face, to be filled in by the test.
 struct Outputs {
@@ -86,19 +63,6 @@ TEST(BoxDecoder, ScoreMustExceedTheThreshold) {
   outputs.scores[1800] = 1.0F;  // a sure no
   EXPECT_EQ(priorsOf(outputs.decode()), std::vector<int32_t>{300});
   EXPECT_TRUE(Outputs().decode().empty());
-}
-
-TEST(BoxDecoder, BoxIsInPixelsOfTheFrameAndNotClipped) {
-  Outputs outputs;
-  outputs.setScore(2, 0.9F);  // 32 pixels around (4, 4) of the input
-  const std::vector<Detection> found = outputs.decode(1280, 720);
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_NEAR(found[0].x1, -80, 1e-3);
-  EXPECT_NEAR(found[0].y1, -45, 1e-3);
-  EXPECT_NEAR(found[0].x2, 133.3333, 1e-3);
-  EXPECT_NEAR(found[0].y2, 75, 1e-3);
-  EXPECT_EQ(found[0].score, 0.9F);
-  EXPECT_EQ(found[0].suppressed, 1);
 }
 
 TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {

@@ -1,20 +1,16 @@
-// FaceDetector on whole frames: what it refuses, in which order and with which words; that its
-// first answer is the decoder's; and that a frame that fails leaves no trace. A threshold below 0
-// makes every prior a candidate, so that any picture has "faces", whatever the weights.
+// FaceDetector on whole frames: what it refuses, in which order and with which words, and that a
+// frame that fails leaves no trace. A threshold below 0 makes every prior a candidate, so that any
+// picture has "faces", whatever the weights. (The rectangles themselves: tests/end_to_end.)
 
 #include "modules/face_detection/face_detector.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <vector>
 
 #include "host/core/face_rects.h"
-#include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/impl.h"
-#include "modules/face_detection/network_input.h"
-#include "modules/face_detection/truncation.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
 #include "tests/support/print_face_rect.h"
@@ -118,44 +114,6 @@ TEST(FaceDetector, OneFrameWithoutFacesEndsAllTracks) {
   EXPECT_EQ(detect(*detector, viewOf(picture)), before);
 }
 
-TEST(FaceDetector, FirstFrameGivesTheDecodersBoxes) {
-  // A plain frame stays plain when it is scaled, so the network's picture is known for any size.
-  // (The weights with which columns are interpolated add up to 127 of 128.)
-  const uint8_t y = 90, u = 140, v = 100;
-  for (const auto& [width, height] : {std::pair{192, 192}, {639, 479}, {1280, 720}, {1, 1}}) {
-    SCOPED_TRACE(width);
-    const I420Frame picture = plainFrame(width, height, y, u, v);
-    FrameView view = viewOf(picture);
-    // A chroma stride of half the width, rounded down, is allowed; the planes hold the last column
-    // nonetheless.
-    view.strideUV = std::max(width / 2, 1);
-    const auto scaled = [&](uint8_t sample) {
-      return static_cast<uint8_t>(view.width == 192 ? sample : sample * 127 / 128);
-    };
-    std::vector<uint8_t> planar(planarInputSize), packed(packedInputSize);
-    const I420Frame plain = plainFrame(192, 192, scaled(y), scaled(u), scaled(v));
-    ASSERT_TRUE(prepareNetworkInput(viewOf(plain), planar.data(), packed.data()));
-    Impl* const impl = createImpl(0, 0);
-    float* boxes = nullptr;
-    float* scores = nullptr;
-    ASSERT_EQ(runImpl(impl, packed.data(), &boxes, &scores), 0);
-    for (size_t i = 0; i < priorCount; ++i)
-      ASSERT_NEAR(scores[2 * i] + scores[2 * i + 1], 1, 1e-5) << "prior " << i;
-
-    BoxDecoder decoder;
-    decoder.keepLimit = 5;
-    decoder.scoreThreshold = anyScore;
-    generatePriors(decoder.priors);
-    Rects expected;
-    for (const Detection& box : decoder.decode(width, height, boxes, scores))
-      expected.push_back({truncateToInt32(box.x1), truncateToInt32(box.y1), truncateToInt32(box.x2),
-                          truncateToInt32(box.y2)});
-    EXPECT_FALSE(expected.empty());
-    EXPECT_EQ(detect(*makeDetector(anyScore), view), expected);
-    EXPECT_EQ(releaseImpl(impl), 0);
-  }
-}
-
 TEST(FaceDetector, TracksSurviveFramesThatFail) {
   const I420Frame firstFrame = noise(1), secondFrame = noise(2);
   const FrameView first = viewOf(firstFrame), second = viewOf(secondFrame);
@@ -198,10 +156,6 @@ TEST(Impl, RefusesWhatItCannotRun) {
   EXPECT_EQ(runImpl(impl, nullptr, &boxes, &scores), -1);  // no picture yet
   EXPECT_EQ(boxes, nullptr);
   EXPECT_EQ(releaseImpl(impl), 0);
-}
-
-TEST(FaceDetector, Version) {
-  EXPECT_STREQ(FaceDetector::version(), "\"facedetection_release_1.2.0\"");
 }
 
 }  // namespace

@@ -3,17 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "engine/core/conv.h"
+#include "engine/weight_packing.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
-#include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
 #include "tests/support/traced_random.h"
 
@@ -112,19 +110,6 @@ bool mayRefuse(const LayerCase& c) {
   return p.outputC / p.group % 4 != 0;
 }
 
-std::vector<float> channelsFirst(const LayerCase& c) {
-  const ConvProblem& p = c.sizes;
-  const auto taps = static_cast<size_t>(p.kernelH) * static_cast<size_t>(p.kernelW);
-  const auto channels = static_cast<size_t>(p.inputC / p.group);
-  std::vector<float> turned(c.weights.size());
-  for (size_t i = 0; i < turned.size(); ++i) {
-    const size_t output = i / (taps * channels);
-    const size_t channel = i / taps % channels;
-    turned[i] = c.weights[(output * taps + i % taps) * channels + channel];
-  }
-  return turned;
-}
-
 // The layer and an activation behind it, which the layer may merge.
 void build(SmallNet& small, const LayerCase& c) {
   const ConvProblem& p = c.sizes;
@@ -135,7 +120,11 @@ void build(SmallNet& small, const LayerCase& c) {
   } else {
     small.addInput("x", inputExtents(p), c.input);
   }
-  small.addConstant("weight", weightExtents(p), channelsFirst(c));
+  const auto [n, h, w, channels] = weightExtents(p);
+  std::vector<float> channelsFirst(c.weights.size());
+  packWeights(c.weights.data(), channelsFirst.data(), {n, h, w, channels}, layout::channelsLast,
+              layout::channelsFirst);
+  small.addConstant("weight", weightExtents(p), channelsFirst);
   if (!c.bias.empty())
     small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias);
   small.addLayer({.type = c.isDepthwise ? "DepthwiseConv" : "Conv",
@@ -254,26 +243,6 @@ TEST(ConvLayer, refusesRowsThatDoNotFitTheirTensors) {
       const bool isRight = c.isRight && std::string(type) == "Conv";  // two channels in one group
       EXPECT_EQ(small.compute(), isRight) << type << ": " << c.what;
     }
-}
-
-// The constants of a test end where their memory does.
-TEST(ConvLayer, readsNothingBehindABorrowedBias) {
-  for (const bool avxAndFma : availableProcessors()) {
-    const Processor processor(avxAndFma);
-    GuardedBuffer<float> bias(9);
-    std::ranges::fill(bias, 1.0F);
-    SmallNet small;
-    small.addInput("x", {1, 1, 1, 1}, {2});
-    small.addConstant("weight", {9, 1, 1, 1}, std::vector<float>(9, 3));
-    Tensor& tensor = small.addConstant("bias", {1, 1, 1, 9}, {}, 0);
-    tensor.borrow(bias.data());
-    small.addLayer({.type = "Conv",
-                    .io = {"x", "y"},
-                    .ints = {1, 1, 0, 0, 0, 0, 1, 1},
-                    .weights = {"weight", "bias"}});
-    ASSERT_TRUE(small.compute());
-    EXPECT_EQ(small.values("y"), std::vector<float>(9, 7));
-  }
 }
 
 }  // namespace

@@ -42,16 +42,7 @@ std::string_view nameOf(const ConvKernel* kernel) {
 
 ConvProblem problemOf(const core::Conv& layer) {
   ConvProblem p;
-  p.kernelW = layer.kernelW;
-  p.kernelH = layer.kernelH;
-  p.padLeft = layer.padLeft;
-  p.padRight = layer.padRight;
-  p.padTop = layer.padTop;
-  p.padBottom = layer.padBottom;
-  p.strideW = layer.strideW;
-  p.strideH = layer.strideH;
-  p.dilationW = layer.dilationW;
-  p.dilationH = layer.dilationH;
+  static_cast<Window&>(p) = layer;
   const Tensor& input = *layer.inputs[0];
   p.inputH = input.h;
   p.inputW = input.w;

@@ -1,7 +1,6 @@
 #include "tests/kernels/small_net.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "engine/layer_registry.h"
 #include "impl_x86/x86_run_env.h"
@@ -18,14 +17,6 @@ fd::x86::RunEnv& machine() {
     return fd::x86::RunEnv();
   }();
   return env;
-}
-
-void setExtents(Tensor& tensor, const Extents& extents, int32_t layout) {
-  tensor.n = extents.n;
-  tensor.h = extents.h;
-  tensor.w = extents.w;
-  tensor.c = extents.c;
-  tensor.layout = layout;
 }
 
 }  // namespace
@@ -48,27 +39,33 @@ LayerRow RowOf::row(const char* name) const {
   return row;
 }
 
-Tensor& SmallNet::addInput(const char* name, const Extents& extents, std::vector<float> values,
-                           int32_t layout) {
-  Tensor& tensor = net.tensors[name];
-  setExtents(tensor, extents, layout);
-  tensor.borrow(constants_.emplace_back(std::move(values)).data());
+template <typename T>
+Tensor& SmallNet::lend(Tensor& tensor, const Extents& extents, int32_t layout,
+                       std::list<GuardedBuffer<T>>& buffers, const std::vector<T>& values) {
+  tensor.n = extents.n;
+  tensor.h = extents.h;
+  tensor.w = extents.w;
+  tensor.c = extents.c;
+  tensor.layout = layout;
+  GuardedBuffer<T>& buffer = buffers.emplace_back(values.size());
+  std::ranges::copy(values, buffer.begin());
+  tensor.borrow(buffer.data());
   return tensor;
 }
 
-Tensor& SmallNet::addPicture(const char* name, const Extents& extents, std::vector<uint8_t> bytes) {
-  Tensor& tensor = net.tensors[name];
-  setExtents(tensor, extents, 0);
-  tensor.borrow(pictures_.emplace_back(std::move(bytes)).data());
-  return tensor;
+Tensor& SmallNet::addInput(const char* name, const Extents& extents,
+                           const std::vector<float>& values, int32_t layout) {
+  return lend(net.tensors[name], extents, layout, floats_, values);
 }
 
-Tensor& SmallNet::addConstant(const char* name, const Extents& extents, std::vector<float> values,
-                              int32_t layout) {
-  Tensor& tensor = net.weights[name];
-  setExtents(tensor, extents, layout);
-  tensor.borrow(constants_.emplace_back(std::move(values)).data());
-  return tensor;
+Tensor& SmallNet::addPicture(const char* name, const Extents& extents,
+                             const std::vector<uint8_t>& bytes) {
+  return lend(net.tensors[name], extents, 0, bytes_, bytes);
+}
+
+Tensor& SmallNet::addConstant(const char* name, const Extents& extents,
+                              const std::vector<float>& values, int32_t layout) {
+  return lend(net.weights[name], extents, layout, floats_, values);
 }
 
 Layer* SmallNet::addLayer(const RowOf& row) {

@@ -1,7 +1,7 @@
 #pragma once
 
 // SmallNet: a net of a few layers made by hand, from the layer classes that ship. Layers come from
-// the registry through rows of the same form as the model's.
+// the registry through rows of the same form as the model's. Their operands end at a guard page.
 
 #include <cstdint>
 #include <initializer_list>
@@ -10,6 +10,7 @@
 
 #include "engine/net.h"
 #include "tests/kernels/extents.h"
+#include "tests/support/guarded_buffer.h"
 #include "tests/support/processor.h"
 
 namespace tavro::test {
@@ -43,12 +44,12 @@ class SmallNet {
   SmallNet() : net(new QuietEnv) {}
 
   /// An activation with values, in plain order of the given layout code.
-  Tensor& addInput(const char* name, const Extents& extents, std::vector<float> values,
+  Tensor& addInput(const char* name, const Extents& extents, const std::vector<float>& values,
                    int32_t layout = 0);
   /// A picture: bytes without floats.
-  Tensor& addPicture(const char* name, const Extents& extents, std::vector<uint8_t> bytes);
+  Tensor& addPicture(const char* name, const Extents& extents, const std::vector<uint8_t>& bytes);
   /// A constant, of layout code 1 like the model's.
-  Tensor& addConstant(const char* name, const Extents& extents, std::vector<float> values,
+  Tensor& addConstant(const char* name, const Extents& extents, const std::vector<float>& values,
                       int32_t layout = 1);
   /// Null if the registry has no such type.
   Layer* addLayer(const RowOf& row);
@@ -65,8 +66,12 @@ class SmallNet {
   Net net;
 
  private:
-  std::list<std::vector<float>> constants_;
-  std::list<std::vector<uint8_t>> pictures_;
+  template <typename T>
+  static Tensor& lend(Tensor& tensor, const Extents& extents, int32_t layout,
+                      std::list<GuardedBuffer<T>>& buffers, const std::vector<T>& values);
+
+  std::list<GuardedBuffer<float>> floats_;
+  std::list<GuardedBuffer<uint8_t>> bytes_;
 };
 
 }  // namespace tavro::test
