@@ -1,9 +1,8 @@
 #include "host/app/annotation.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
-
-#include "host/app/options.h"
 
 namespace tavro::host {
 
@@ -72,6 +71,15 @@ std::optional<I420Frame> withRectangles(const I420Frame& frame, std::span<const 
   for (const FaceRect& face : faces)
     outline(*drawn, face, thickness);
   return drawn;
+}
+
+bool hasExtension(const std::string& path, const std::string& extension) {
+  const auto sameLetter = [](char a, char b) {
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
+  };
+  return path.size() > extension.size() &&
+         std::equal(extension.rbegin(), extension.rend(), path.rbegin(), sameLetter);
 }
 
 std::unique_ptr<FrameSink> openSink(const std::string& path, const SinkFormat& format,

@@ -43,6 +43,9 @@ struct SinkFormat {
   int32_t colorMatrix = 2;  ///< as of VideoInput
 };
 
+/// True if the name ends in `extension`, in upper or lower case.
+bool hasExtension(const std::string& path, const std::string& extension);
+
 /// A sink by the file's extension. Null on failure, with the reason in `error`.
 std::unique_ptr<FrameSink> openSink(const std::string& path, const SinkFormat& format,
                                     std::string& error);

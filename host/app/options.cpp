@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/app/annotation.h"
 #include "host/app/media.h"
 #include "host/app/output/frame_output.h"
 #include "host/app/output/text_format.h"
@@ -142,15 +143,6 @@ ParsedOptions badUsage(std::string message) {
 }
 
 }  // namespace
-
-bool hasExtension(const std::string& path, const std::string& extension) {
-  const auto sameLetter = [](char a, char b) {
-    return std::tolower(static_cast<unsigned char>(a)) ==
-           std::tolower(static_cast<unsigned char>(b));
-  };
-  return path.size() > extension.size() &&
-         std::equal(extension.rbegin(), extension.rend(), path.rbegin(), sameLetter);
-}
 
 ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   ParsedOptions parsed;

@@ -43,7 +43,4 @@ struct ParsedOptions {
 /// to the standard error as one line.
 ParsedOptions parseOptions(const std::vector<std::string>& arguments);
 
-/// True if the name ends in `extension`, in upper or lower case.
-bool hasExtension(const std::string& path, const std::string& extension);
-
 }  // namespace tavro::host

@@ -3,41 +3,19 @@
 
 #include <gtest/gtest.h>
 
-#include "host/app/annotation.h"
 #include "tests/host/application_runner.h"
 #include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {
 
-using host::I420Frame;
-
-/// 40 frames of moving noise on a gradient, so that packets aren't all tiny.
-std::vector<I420Frame> movingFrames(int count) {
-  Random random(5);
-  std::vector<I420Frame> frames;
-  for (int i = 0; i < count; ++i) {
-    auto frame = I420Frame::allocate(96, 64);
-    for (int32_t plane = 0; plane < host::planeCount; ++plane)
-      for (int32_t j = 0; j < frame->planeStride(plane) * frame->planeHeight(plane); ++j)
-        frame->writablePlane(plane)[j] = static_cast<uint8_t>(random.between(0, 40) + j % 96 + i);
-    frames.push_back(std::move(*frame));
-  }
-  return frames;
-}
-
 class Damage : public FileTest {
  protected:
+  /// 40 frames of noise, so that packets aren't tiny.
   std::string video(const char* name) {
+    Random random(5);
     const std::string path = folder_.file(name);
-    std::string error;
-    const auto sink =
-        host::openVideoSink(path, {.width = 96, .height = 64, .frameRate = {25, 1}}, error);
-    EXPECT_NE(sink, nullptr) << error;
-    int index = 0;
-    for (const I420Frame& frame : movingFrames(40))
-      EXPECT_TRUE(sink->write(frame, index++ / 25.0, error)) << error;
-    EXPECT_TRUE(sink->finish(error)) << error;
+    writeMedia(path, randomFrames(random, 40, 96, 64));
     return contentOf(path);
   }
 
@@ -55,7 +33,8 @@ class Damage : public FileTest {
 };
 
 TEST_F(Damage, CutOffY4m) {
-  const std::string whole = y4m(movingFrames(4));
+  Random random(5);
+  const std::string whole = y4m(randomFrames(random, 4, 96, 64));
   const std::string path = folder_.file("cut.y4m");
   const size_t frameSize = 6 + 96 * 64 * 3 / 2;
   // In a frame's samples, one sample before its end, and in the next frame's header.
@@ -89,11 +68,8 @@ TEST_F(Damage, OverwrittenVideo) {
 
 TEST_F(Damage, CutOffPictureIsBadInputOrIncomplete) {
   const std::string path = folder_.file("picture.png");
-  std::string error;
-  const auto sink = host::openPictureSink(path, {.width = 96, .height = 64}, error);
-  ASSERT_NE(sink, nullptr);
-  ASSERT_TRUE(sink->write(movingFrames(1).front(), 0.0, error));
-  ASSERT_TRUE(sink->finish(error));
+  Random random(5);
+  writeMedia(path, randomFrames(random, 1, 96, 64));
   const std::string whole = contentOf(path);
   for (const size_t eighths : {1U, 4U, 7U}) {
     writeFile(path, whole.substr(0, whole.size() * eighths / 8));

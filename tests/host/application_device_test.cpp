@@ -37,10 +37,8 @@ std::string shownOnTerminal(const std::vector<std::string>& arguments, bool outp
 class Devices : public FileTest {
  protected:
   std::string clip() {
-    const host::I420Frame frames[] = {quarters(32, 18, {1, 2, 3, 4}),
-                                      quarters(32, 18, {5, 6, 7, 8})};
     std::string path = folder_.file("clip.y4m");
-    writeFile(path, y4m(frames));
+    writeFile(path, y4m(quarters(32, 18, {1, 2, 3, 4}, 2)));
     return path;
   }
 };

@@ -8,9 +8,6 @@ extern "C" {
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "host/app/annotation.h"
 #include "host/app/ffmpeg/ffmpeg_handles.h"
 #include "host/app/video_input.h"
@@ -37,17 +34,6 @@ void expectQuarters(const json& result, const std::vector<int>& expected) {
   const auto means = quarterMeans(result);
   for (size_t i = 0; i < 4; ++i)
     EXPECT_NEAR(means[i], expected[i], 2) << "quarter " << i;
-}
-
-/// An MP4 of `count` equal frames.
-void writeVideo(const std::string& path, const I420Frame& frame, int count) {
-  std::string error;
-  const auto sink = host::openVideoSink(
-      path, {.width = frame.width(), .height = frame.height(), .frameRate = {25, 1}}, error);
-  ASSERT_NE(sink, nullptr) << error;
-  for (int i = 0; i < count; ++i)
-    ASSERT_TRUE(sink->write(frame, i / 25.0, error)) << error;
-  ASSERT_TRUE(sink->finish(error)) << error;
 }
 
 /// A JPEG of the frame, whose samples count as full range.
@@ -88,12 +74,12 @@ class Formats : public FileTest {};
 TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
   const uint8_t extremes[4] = {0, 255, 128, 64};
   const std::vector<int> limited = {16, 235, 126, 71};
-  const I420Frame frame = quarters(64, 48, extremes);
+  const auto frames = quarters(64, 48, extremes);
 
   const std::string clip = folder_.file("full.y4m");
-  writeFile(clip, y4m({&frame, 1}, "F25:1 C420jpeg XCOLORRANGE=FULL"));
+  writeFile(clip, y4m(frames, "F25:1 C420jpeg XCOLORRANGE=FULL"));
   const std::string photo = folder_.file("photo.jpg");
-  writeFile(photo, jpeg(frame));
+  writeFile(photo, jpeg(frames[0]));
   for (const std::string& path : {clip, photo}) {
     SCOPED_TRACE(path);
     const Outcome outcome = runWithFake({path});
@@ -103,13 +89,13 @@ TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
     expectQuarters(results[0], limited);
   }
   // The same samples without the mark are limited range already.
-  writeFile(clip, y4m({&frame, 1}, "F25:1 C420jpeg XCOLORRANGE=LIMITED"));
+  writeFile(clip, y4m(frames, "F25:1 C420jpeg XCOLORRANGE=LIMITED"));
   expectQuarters(runWithFake({clip}).results().at(0), {0, 255, 128, 64});
 }
 
 TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
   // One luma plane is common to all; chroma is neutral and of each format's own size.
-  const I420Frame frame = quarters(34, 26, quarterLuma);
+  const I420Frame frame = std::move(quarters(34, 26, quarterLuma)[0]);
   const auto luma = [&](int shift) {
     std::string samples;
     for (int i = 0; i < 34 * 26; ++i) {
@@ -175,7 +161,7 @@ TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
 }
 
 TEST_F(Formats, PhotosAreTurnedUpright) {
-  const std::string photo = jpeg(quarters(64, 32, quarterLuma));
+  const std::string photo = jpeg(quarters(64, 32, quarterLuma)[0]);
   // Luma of the quarters in full range, brought to limited range.
   const auto limited = [](int value) { return 16 + value * 219 / 255; };
   const int a = limited(60);
@@ -202,7 +188,7 @@ TEST_F(Formats, PhotosAreTurnedUpright) {
 
 TEST_F(Formats, VideosAreTurnedUpright) {
   const std::string path = folder_.file("clip.mp4");
-  writeVideo(path, quarters(64, 32, quarterLuma), 3);
+  writeMedia(path, quarters(64, 32, quarterLuma, 3));
   std::string content = contentOf(path);
   // The track header's matrix: 0 -1, 1 0 turned a quarter to the left, as a phone held the other
   // way round stores it.
@@ -221,7 +207,7 @@ TEST_F(Formats, VideosAreTurnedUpright) {
 }
 
 TEST_F(Formats, AnyFileNameWillDo) {
-  const std::string photo = jpeg(quarters(16, 16, quarterLuma));
+  const std::string photo = jpeg(quarters(16, 16, quarterLuma)[0]);
   for (const char* name : {"with space.jpg", "100%d.jpg", "12:30.jpg", "a:b.jpg"}) {
     writeFile(folder_.file(name), photo);
     const Outcome outcome = runWithFake({folder_.file(name)});
@@ -229,25 +215,11 @@ TEST_F(Formats, AnyFileNameWillDo) {
   }
 }
 
-/// The input's pictures, by the application's own reader.
-std::vector<I420Frame> picturesOf(const std::string& path) {
-  std::vector<I420Frame> pictures;
-  std::string error;
-  const auto input = host::VideoInput::open({.path = path, .format = "", .options = {}}, error);
-  EXPECT_NE(input, nullptr) << error;
-  while (input != nullptr && input->read())
-    pictures.push_back(*host::withRectangles(input->picture(), {}));
-  EXPECT_FALSE(input != nullptr && input->damage().any());
-  return pictures;
-}
-
 TEST_F(Formats, AnnotatedFilesCanBeReadAgain) {
   // The fake's fourth rectangle has the quarters' luma for corners: one that can be seen.
   const uint8_t corners[4] = {20, 30, 90, 70};
   const std::string clip = folder_.file("clip.y4m");
-  std::vector<I420Frame> frames;
-  std::generate_n(std::back_inserter(frames), 5, [&] { return quarters(129, 97, corners); });
-  writeFile(clip, y4m(frames, "F30000:1001 C420jpeg"));
+  writeFile(clip, y4m(quarters(129, 97, corners, 5), "F30000:1001 C420jpeg"));
 
   // Every frame is in the video, and those between two detections keep their rectangles.
   for (const char* name : {"boxes.mp4", "boxes.MKV", "boxes.mov", "boxes.png"}) {
@@ -283,16 +255,14 @@ TEST_F(Formats, ChangingPictureSizesFitTheVideo) {
   // Time stamps that stand still or go back must not stop the recording either.
   for (const auto& [width, height, time] :
        {std::tuple{64, 32, 0.0}, {128, 128, 0.04}, {31, 33, 0.04}, {64, 32, -1.0}})
-    ASSERT_TRUE(sink->write(quarters(width, height, quarterLuma), time, error)) << error;
+    ASSERT_TRUE(sink->write(quarters(width, height, quarterLuma)[0], time, error)) << error;
   ASSERT_TRUE(sink->finish(error)) << error;
   EXPECT_EQ(picturesOf(path).size(), 4U);
 }
 
 TEST_F(Formats, WhatTheEncoderRefusesIsToldInItsWords) {
-  const uint8_t luma[4] = {};
-  const I420Frame frame = quarters(32768, 2, luma);
   const std::string wide = folder_.file("wide.y4m");
-  writeFile(wide, y4m({&frame, 1}));
+  writeFile(wide, y4m(quarters(32768, 2, quarterLuma)));
   const std::string video = folder_.file("boxes.mp4");
   setenv("LSAN_OPTIONS", "detect_leaks=0", 1);  // libx264 loses memory over what it refuses
   const Outcome outcome = runWithFake({wide, "--annotate", video});

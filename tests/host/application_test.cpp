@@ -14,16 +14,7 @@
 namespace tavro::test {
 namespace {
 
-using host::I420Frame;
 using nlohmann::json;
-
-std::vector<I420Frame> randomFrames(Random& random, int count, int32_t width, int32_t height) {
-  std::vector<I420Frame> frames;
-  frames.reserve(static_cast<size_t>(count));
-  for (int i = 0; i < count; ++i)
-    frames.push_back(randomFrame(random, width, height));
-  return frames;
-}
 
 json asJson(const std::vector<TavroRTC::FDModule::FaceRect>& faces) {
   json list = json::array();

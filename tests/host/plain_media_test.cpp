@@ -2,18 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <random>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "host/app/annotation.h"
 #include "host/app/plain/picture_file.h"
 #include "host/app/plain/stream_header.h"
 #include "host/app/png.h"
-#include "host/app/video_input.h"
-#include "tests/support/frames.h"
+#include "tests/host/media_files.h"
 #include "tests/support/traced_random.h"
 
 namespace tavro::host {
@@ -79,19 +75,14 @@ TEST(RawOptions, NeedASizeAndKnowTheirNames) {
     EXPECT_FALSE(parseRawOptions(options, error).has_value());
 }
 
-class PlainInput : public testing::Test {
+class PlainInput : public FileTest {
  protected:
-  ~PlainInput() override { std::remove(path_.c_str()); }
-
-  std::unique_ptr<VideoInput> open(const std::string& content, const InputRequest& request = {}) {
-    std::ofstream(path_, std::ios::binary) << content;
-    InputRequest whole = request;
-    whole.path = path_;
-    return VideoInput::open(whole, error_);
+  std::unique_ptr<VideoInput> open(const std::string& content, InputRequest request = {}) {
+    request.path = folder_.file("input");
+    writeFile(request.path, content);
+    return VideoInput::open(request, error_);
   }
 
-  std::string path_ =
-      testing::TempDir() + "plain_media_test_" + std::to_string(std::random_device()());
   std::string error_;
 };
 
@@ -100,26 +91,24 @@ TEST_F(PlainInput, FramesComeByteForByte) {
   for (const auto& [width, height] : {std::pair{1, 1}, {2, 3}, {33, 17}, {128, 72}})
     for (const bool isRaw : {false, true}) {
       SCOPED_TRACE(testing::Message() << width << "x" << height << (isRaw ? " raw" : " Y4M"));
-      const std::string size = std::to_string(width) + "x" + std::to_string(height);
-      std::vector<std::string> samples;
-      std::string content = isRaw ? ""
-                                  : "YUV4MPEG2 W" + std::to_string(width) + " H" +
-                                        std::to_string(height) + " F50:1\n";
-      for (int i = 0; i < 3; ++i) {
-        samples.push_back(samplesOf(randomFrame(random, width, height)));
-        content += (isRaw ? "" : i == 1 ? "FRAME Ip\n" : "FRAME\n") + samples.back();
-      }
+      const auto frames = randomFrames(random, 3, width, height);
+      std::string content = isRaw ? "" : y4m({frames.data(), 1}, "F50:1");
+      for (const I420Frame& frame : std::span(frames).subspan(isRaw ? 0 : 1))
+        content += (isRaw ? "" : "FRAME Ip\n") + samplesOf(frame);
       InputRequest request;
       if (isRaw)
-        request = {.path = "", .format = "rawvideo", .options = {{"video_size", size}}};
+        request = {
+            .path = "",
+            .format = "rawvideo",
+            .options = {{"video_size", std::to_string(width) + "x" + std::to_string(height)}}};
       const auto input = open(content, request);
       ASSERT_NE(input, nullptr) << error_;
       EXPECT_EQ(input->expectedFrames(), 3);
-      for (int i = 0; i < 3; ++i) {
+      for (size_t i = 0; i < 3; ++i) {
         ASSERT_TRUE(input->read());
         EXPECT_EQ(input->index(), i);
-        EXPECT_DOUBLE_EQ(input->time(), i / (isRaw ? 25.0 : 50.0));
-        EXPECT_EQ(samplesOf(input->picture()), samples[static_cast<size_t>(i)]);
+        EXPECT_DOUBLE_EQ(input->time(), static_cast<double>(i) / (isRaw ? 25 : 50));
+        EXPECT_EQ(samplesOf(input->picture()), samplesOf(frames[i]));
       }
       EXPECT_FALSE(input->read());
       EXPECT_FALSE(input->damage().any());
@@ -176,8 +165,9 @@ TEST_F(PlainInput, RefusesWhatItCantRead) {
     EXPECT_NE(error_, "");
     EXPECT_EQ(error_.find('\n'), std::string::npos);
   }
-  EXPECT_EQ(VideoInput::open({.path = path_ + "_missing", .format = "", .options = {}}, error_),
-            nullptr);
+  EXPECT_EQ(
+      VideoInput::open({.path = folder_.file("missing"), .format = "", .options = {}}, error_),
+      nullptr);
 }
 
 TEST_F(PlainInput, PicturesSurviveTheFile) {
@@ -190,23 +180,16 @@ TEST_F(PlainInput, PicturesSurviveTheFile) {
         for (int32_t x = 0; x < frame->planeWidth(plane); ++x)
           frame->writablePlane(plane)[y * frame->planeStride(plane) + x] =
               static_cast<uint8_t>(plane == 0 ? 60 + x + y : 110 + plane * 5 + x / 4);
-    const std::string path = path_ + ".png";
-    const auto sink = openPictureSink(path, {.width = width, .height = height}, error_);
-    ASSERT_NE(sink, nullptr) << error_;
-    ASSERT_TRUE(sink->write(*frame, 0.0, error_)) << error_;
-    ASSERT_TRUE(sink->finish(error_)) << error_;
-    const auto input = VideoInput::open({.path = path, .format = "", .options = {}}, error_);
-    ASSERT_NE(input, nullptr) << error_;
-    ASSERT_TRUE(input->read());
-    const I420Frame& picture = input->picture();
-    ASSERT_EQ(picture.width(), width);
-    ASSERT_EQ(picture.height(), height);
+    const std::string path = folder_.file("picture.png");
+    writeMedia(path, {&*frame, 1});
+    const auto pictures = picturesOf(path);
+    ASSERT_EQ(pictures.size(), 1U);
+    ASSERT_EQ(pictures[0].width(), width);
+    ASSERT_EQ(pictures[0].height(), height);
     const std::string before = samplesOf(*frame);
-    const std::string after = samplesOf(picture);
+    const std::string after = samplesOf(pictures[0]);
     for (size_t i = 0; i < before.size(); ++i)
       ASSERT_NEAR(static_cast<uint8_t>(before[i]), static_cast<uint8_t>(after[i]), 4) << i;
-    EXPECT_FALSE(input->read());
-    std::remove(path.c_str());
   }
 }
 
@@ -226,24 +209,19 @@ TEST_F(PlainInput, DamagedPicturesNeverCrashIt) {
 }
 
 TEST_F(PlainInput, StreamsWrittenAreReadAgain) {
-  Random random(1);
-  const std::string path = path_ + ".y4m";
-  const auto sink =
-      openVideoSink(path, {.width = 33, .height = 17, .frameRate = {30000, 1001}}, error_);
+  TracedRandom random;
+  const std::string path = folder_.file("clip.y4m");
+  const auto frames = randomFrames(random, 2, 33, 17);
+  writeMedia(path, frames, {30000, 1001});
+  EXPECT_TRUE(contentOf(path).starts_with("YUV4MPEG2 W33 H17 F30000:1001 "));
+  const auto pictures = picturesOf(path);
+  ASSERT_EQ(pictures.size(), 2U);
+  for (size_t i = 0; i < 2; ++i)
+    EXPECT_EQ(samplesOf(pictures[i]), samplesOf(frames[i]));
+
+  const auto sink = openVideoSink(path, {.width = 32, .height = 17, .frameRate = {25, 1}}, error_);
   ASSERT_NE(sink, nullptr) << error_;
-  const I420Frame frame = randomFrame(random, 33, 17);
-  ASSERT_TRUE(sink->write(frame, 0.0, error_));
-  ASSERT_TRUE(sink->write(frame, 1.0, error_));
-  EXPECT_FALSE(sink->write(randomFrame(random, 34, 17), 2.0, error_));
-  ASSERT_TRUE(sink->finish(error_));
-  const auto input = VideoInput::open({.path = path, .format = "", .options = {}}, error_);
-  ASSERT_NE(input, nullptr) << error_;
-  EXPECT_EQ(input->frameRate().numerator, 30000);
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(input->read());
-    EXPECT_EQ(samplesOf(input->picture()), samplesOf(frame));
-  }
-  std::remove(path.c_str());
+  EXPECT_FALSE(sink->write(frames[0], 0.0, error_));  // another size
 }
 
 }  // namespace
