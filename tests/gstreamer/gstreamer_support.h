@@ -15,9 +15,11 @@
 #include <string>
 #include <vector>
 
+#include "gstreamer/face_identities.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
+#include "tests/support/frames.h"
 #include "tests/support/portrait.h"
 #include "tests/support/print_face_rect.h"
 
@@ -75,14 +77,9 @@ class Detector {
   host::FaceRects rects_;
 };
 
-struct Region {
-  int id = 0;
-  FaceRect rect;
-};
-
 /// The faces that a buffer bears.
-inline std::vector<Region> regionsOf(GstBuffer* buffer) {
-  std::vector<Region> regions;
+inline std::vector<gstreamer::Face> regionsOf(GstBuffer* buffer) {
+  std::vector<gstreamer::Face> regions;
   gpointer state = nullptr;
   while (GstMeta* meta = gst_buffer_iterate_meta_filtered(
              buffer, &state, GST_VIDEO_REGION_OF_INTEREST_META_API_TYPE)) {
@@ -97,11 +94,14 @@ inline std::vector<Region> regionsOf(GstBuffer* buffer) {
   return regions;
 }
 
-inline std::vector<FaceRect> rectsOf(GstBuffer* buffer) {
+inline std::vector<FaceRect> rectsOf(const std::vector<gstreamer::Face>& faces) {
   std::vector<FaceRect> rects;
-  for (const Region& region : regionsOf(buffer))
-    rects.push_back(region.rect);
+  for (const gstreamer::Face& face : faces)
+    rects.push_back(face.rect);
   return rects;
+}
+inline std::vector<FaceRect> rectsOf(GstBuffer* buffer) {
+  return rectsOf(regionsOf(buffer));
 }
 
 /// How a picture lies in a buffer.
@@ -172,11 +172,6 @@ inline I420Frame copyOf(const GstVideoFrame& picture) {
                     x * GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, plane)];
   }
   return std::move(*frame);
-}
-
-inline std::vector<uint8_t> samplesOf(const I420Frame& frame) {
-  const auto* first = frame.planeData(0);
-  return {first, frame.planeData(2) + frame.planeStride(2) * frame.planeHeight(2)};
 }
 
 template <typename T>

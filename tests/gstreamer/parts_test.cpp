@@ -3,7 +3,7 @@
 #include "gstreamer/face_drawing.h"
 #include "gstreamer/face_identities.h"
 #include "tests/gstreamer/gstreamer_support.h"
-#include "tests/support/random.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {
@@ -57,9 +57,7 @@ int32_t depthOf(int32_t x, int32_t y, const FaceRect& face, const Layout& layout
 class Drawing : public GStreamerTest {};
 
 TEST_F(Drawing, ChangesTheOutlineAndNothingElse) {
-  const uint64_t seed = baseSeed();
-  SCOPED_TRACE(seedNote(seed));
-  Random random(seed);
+  TracedRandom random;
   const uint8_t color[] = {173, 42, 26};
   const Portrait portrait;
   for (int round = 0; round < 60; ++round) {
