@@ -29,8 +29,9 @@ struct LayerCase {
   bool isPicture = false;
   std::vector<float> input;
   std::vector<uint8_t> bytes;
-  std::vector<float> weights;  // output channel, ky, kx, input channel
-  std::vector<float> bias;     // empty: the row names none
+  std::vector<float> weights;                 // output channel, ky, kx, input channel
+  std::vector<float> bias;                    // empty: the row names none
+  int32_t biasLayout = layout::channelsLast;  // lent as it is, or repacked first
 };
 
 // Half of the windows are of the sizes that kernels are made for.
@@ -85,6 +86,8 @@ LayerCase drawCase(Random& random) {
   c.weights = drawFloats(weightExtents(p).count(), random);
   if (random.chance(0.7))
     c.bias = drawFloats(static_cast<size_t>(p.outputC), random);
+  if (random.chance(0.5))
+    c.biasLayout = layout::channelsFirst;
   c.isPicture = random.chance(p.inputC == 3 || p.inputC == 1 ? 0.5 : 0.05);
   if (c.isPicture)
     for (float& value : c.input) {
@@ -126,7 +129,7 @@ void build(SmallNet& small, const LayerCase& c) {
               layout::channelsFirst);
   small.addConstant("weight", weightExtents(p), channelsFirst);
   if (!c.bias.empty())
-    small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias);
+    small.addConstant("bias", {1, 1, 1, p.outputC}, c.bias, c.biasLayout);
   small.addLayer({.type = c.isDepthwise ? "DepthwiseConv" : "Conv",
                   .io = {"x", "sum"},
                   .ints = {p.kernelW, p.kernelH, p.padLeft, p.padRight, p.padTop, p.padBottom,

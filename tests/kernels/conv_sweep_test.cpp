@@ -3,10 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <span>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "engine/cpu_info.h"
 #include "engine/simd/conv_kernels.h"
@@ -35,152 +36,112 @@ INSTANTIATE_TEST_SUITE_P(AllKernels, ConvSweep, testing::ValuesIn(sweptKernels()
 
 constexpr const ConvKernel& sound = simd::convSseScalar;
 
-size_t outputCount(const ConvProblem& p) {
-  return static_cast<size_t>(p.outputH) * static_cast<size_t>(p.outputW) *
-         static_cast<size_t>(p.outputC);
+std::span<float> outputOf(const ConvProblem& p) {
+  return {p.output, static_cast<size_t>(p.outputH) * static_cast<size_t>(p.outputW) *
+                        static_cast<size_t>(p.outputC)};
 }
 
-// The sound kernel, and `spoil` for each value of its output.
-template <typename Spoil>
-bool runAndSpoil(const ConvProblem& p, const Spoil& spoil) {
-  const bool done = sound.run(p);
-  for (size_t i = 0; i < outputCount(p); ++i)
-    p.output[i] = spoil(p.output[i]);
-  return done;
-}
-
-// The sound kernel for a problem that `change` has changed.
 template <typename Change>
-bool runChanged(ConvProblem p, const Change& change) {
-  change(p);
-  return sound.run(p);
+void changeOutput(const ConvProblem& p, Change change) {
+  std::ranges::transform(outputOf(p), p.output, change);
 }
 
 volatile float sink;
 
+constexpr const char* differs = "in the kernel's order";
+constexpr const char* stops = nullptr;  // the whole program does
+
+// What the sound kernel does, but for another problem, with something done behind it, or by another
+// rule than it should.
 struct Broken {
   const char* what;
-  bool (*run)(const ConvProblem& p);
-  const char* caughtBy;  // a part of the failure's text; null: the program is stopped
+  const char* caughtBy;  // a part of the failure's text
+  void (*change)(ConvProblem& p) = [](ConvProblem&) {};
+  void (*spoil)(const ConvProblem& p) = [](const ConvProblem&) {};
   SumRule rule = {};
 };
 
 const Broken brokenKernels[] = {
-    {"ignores the bias",
-     [](const ConvProblem& p) { return runChanged(p, [](ConvProblem& q) { q.bias = nullptr; }); },
-     "in the kernel's order"},
-    {"takes the padding from the other side",
-     [](const ConvProblem& p) {
-       return runChanged(p, [](ConvProblem& q) { std::swap(q.padLeft, q.padRight); });
-     },
-     "in the kernel's order"},
-    {"steps over rows as if they weren't dilated",
-     [](const ConvProblem& p) { return runChanged(p, [](ConvProblem& q) { q.dilationH = 1; }); },
-     "in the kernel's order"},
-    {"skips the last column",
-     [](const ConvProblem& p) {
-       const std::vector<float> before(p.output, p.output + outputCount(p));
-       const bool done = sound.run(p);
-       const auto row = static_cast<size_t>(p.outputW) * static_cast<size_t>(p.outputC);
-       for (size_t end = row; end <= outputCount(p); end += row)
-         for (size_t i = end - static_cast<size_t>(p.outputC); i < end; ++i)
-           p.output[i] = before[i];
-       return done;
-     },
-     "in the kernel's order"},
-    {"leaves a value in an accumulator",
-     [](const ConvProblem& p) {
-       const bool done = sound.run(p);
-       if (outputCount(p) > 1)
-         p.output[outputCount(p) - 1] += p.output[0];
-       return done;
-     },
-     "in the kernel's order"},
-    {"fuses what it says it rounds twice",
-     sound.run,
-     "in the kernel's order",
-     {.arithmetic = Arithmetic::fused}},
-    {"takes the channels first",
-     sound.run,
-     "in the kernel's order",
-     {.sequence = Sequence::channelsThenTaps}},
-    {"takes denormal numbers for 0",
-     [](const ConvProblem& p) {
-       return runAndSpoil(p, [](float x) {
-         return std::fpclassify(x) == FP_SUBNORMAL ? std::copysign(0.0F, x) : x;
-       });
-     },
-     "in the kernel's order"},
-    {"loses the sign of 0",
-     [](const ConvProblem& p) { return runAndSpoil(p, [](float x) { return x + 0.0F; }); },
-     "in the kernel's order"},
-    {"loses what is not a number",
-     [](const ConvProblem& p) {
-       return runAndSpoil(p, [](float x) { return std::isnan(x) ? 0.0F : x; });
-     },
-     "in the kernel's order"},
-    {"overflows early",
-     [](const ConvProblem& p) {
-       return runAndSpoil(p, [](float x) { return x > 1e33F ? INFINITY : x; });
-     },
-     "in the kernel's order"},
-    {"refuses", [](const ConvProblem& p) { return p.outputW != 3 && sound.run(p); }, "refused"},
-    {"changes its input",
-     [](const ConvProblem& p) {
-       const bool done = sound.run(p);
-       const_cast<float*>(p.input)[0] += 1;
-       return done;
-     },
-     "changed its operands"},
-    {"writes in front of its output",
-     [](const ConvProblem& p) {
-       p.output[-1] = 0;
-       return sound.run(p);
-     },
-     "wrote outside the output"},
-    {"writes behind whole blocks",
-     [](const ConvProblem& p) {
-       const bool done = sound.run(p);
-       p.output[outputCount(p)] = 0;
-       return done;
-     },
-     "wrote behind the output"},
-    {"writes behind the spare room",
-     [](const ConvProblem& p) {
-       p.output[outputCount(p) + 16] = 0;
-       return sound.run(p);
-     },
-     nullptr},
-    {"reads in front of its input",
-     [](const ConvProblem& p) {
-       sink = p.input[-1];
-       return sound.run(p);
-     },
-     nullptr},
-    {"reads behind its input",
-     [](const ConvProblem& p) {
-       sink = p.input[p.inputH * p.inputW * p.inputC];
-       return sound.run(p);
-     },
-     nullptr},
-    {"reads behind its bias and the room there",
-     [](const ConvProblem& p) {
-       if (p.bias != nullptr)
-         sink = p.bias[p.outputC + 16];
-       return sound.run(p);
-     },
-     nullptr},
+    {.what = "ignores the bias",
+     .caughtBy = differs,
+     .change = [](ConvProblem& p) { p.bias = nullptr; }},
+    {.what = "takes the padding from the other side",
+     .caughtBy = differs,
+     .change = [](ConvProblem& p) { std::swap(p.padLeft, p.padRight); }},
+    {.what = "steps over rows as if they weren't dilated",
+     .caughtBy = differs,
+     .change = [](ConvProblem& p) { p.dilationH = 1; }},
+    {.what = "skips the last column of an odd width",
+     .caughtBy = differs,
+     .spoil =
+         [](const ConvProblem& p) {
+           if (p.outputW % 2 == 1)
+             outputOf(p).back() = 0;
+         }},
+    {.what = "fuses what it says it rounds twice",
+     .caughtBy = differs,
+     .rule = {.arithmetic = Arithmetic::fused}},
+    {.what = "takes the channels first",
+     .caughtBy = differs,
+     .rule = {.sequence = Sequence::channelsThenTaps}},
+    {.what = "takes denormal numbers for 0",
+     .caughtBy = differs,
+     .spoil =
+         [](const ConvProblem& p) {
+           changeOutput(p, [](float x) {
+             return std::fpclassify(x) == FP_SUBNORMAL ? std::copysign(0.0F, x) : x;
+           });
+         }},
+    {.what = "loses the sign of 0",
+     .caughtBy = differs,
+     .spoil = [](const ConvProblem& p) { changeOutput(p, [](float x) { return x + 0.0F; }); }},
+    {.what = "loses what is not a number",
+     .caughtBy = differs,
+     .spoil =
+         [](const ConvProblem& p) {
+           changeOutput(p, [](float x) { return std::isnan(x) ? 0.0F : x; });
+         }},
+    {.what = "overflows early",
+     .caughtBy = differs,
+     .spoil =
+         [](const ConvProblem& p) {
+           changeOutput(p, [](float x) { return x > 1e33F ? INFINITY : x; });
+         }},
+    {.what = "changes its input",
+     .caughtBy = "changed its operands",
+     .spoil = [](const ConvProblem& p) { const_cast<float*>(p.input)[0] += 1; }},
+    {.what = "writes in front of its output",
+     .caughtBy = "wrote outside the output",
+     .spoil = [](const ConvProblem& p) { p.output[-1] = 0; }},
+    {.what = "writes behind whole blocks",
+     .caughtBy = "wrote behind the output",
+     .spoil = [](const ConvProblem& p) { *outputOf(p).end() = 0; }},
+    {.what = "writes behind the spare room",
+     .caughtBy = stops,
+     .spoil = [](const ConvProblem& p) { outputOf(p).end()[16] = 0; }},
+    {.what = "reads in front of its input",
+     .caughtBy = stops,
+     .spoil = [](const ConvProblem& p) { sink = p.input[-1]; }},
+    {.what = "reads behind its input",
+     .caughtBy = stops,
+     .spoil = [](const ConvProblem& p) { sink = p.input[p.inputH * p.inputW * p.inputC]; }},
 };
 
 TEST(ConvSweepItself, catchesBrokenKernels) {
-  static SumRule rule;  // a SweptKernel's is a plain function
-  for (const Broken& broken : brokenKernels) {
-    ConvKernel kernel = sound;
-    kernel.run = broken.run;
-    rule = broken.rule;
-    const SweptKernel swept = {&kernel, [](Lead&) {},
-                               [](const ConvProblem&, int32_t) { return rule; }};
-    expectCaught(broken.what, broken.caughtBy, [&swept] { return sweepKernel(swept, 400); });
+  static const Broken* broken;  // a kernel is plain functions
+  ConvKernel kernel = sound;
+  kernel.run = [](const ConvProblem& p) {
+    ConvProblem changed = p;
+    broken->change(changed);
+    const bool done = sound.run(changed);
+    broken->spoil(p);
+    return done;
+  };
+  const SweptKernel swept = {&kernel, [](Lead&) {},
+                             [](const ConvProblem&, int32_t) { return broken->rule; }};
+  for (const Broken& each : brokenKernels) {
+    broken = &each;
+    expectCaught(each.what, each.caughtBy, [&swept] { return sweepKernel(swept, 400); });
   }
 }
 
