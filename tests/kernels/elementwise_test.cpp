@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <span>
 #include <utility>
@@ -15,6 +14,7 @@
 #include "engine/simd/binary_op.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
+#include "tests/support/sweep.h"
 #include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
@@ -23,15 +23,25 @@ namespace {
 using namespace tavro::test;
 
 std::vector<float> drawValues(size_t count, Random& random, float limit) {
-  constexpr float edges[] = {0.0F, -0.0F, 1.0F, -1.0F, 1e-40F, -1e-40F, 3e38F, -3e38F};
+  using Limits = std::numeric_limits<float>;
+  constexpr float edges[] = {0.0F,
+                             -0.0F,
+                             1.0F,
+                             -1.0F,
+                             1e-40F,
+                             3e38F,
+                             -3e38F,
+                             Limits::infinity(),
+                             -Limits::infinity(),
+                             Limits::quiet_NaN()};
   std::vector<float> values(count);
   for (float& value : values)
-    value = random.chance(0.1) ? edges[random.between(0, 7)] : random.real(-limit, limit);
+    value = random.chance(0.2) ? edges[random.between(0, 9)] : random.real(-limit, limit);
   return values;
 }
 
-bool sameBits(const std::vector<float>& a, const std::vector<float>& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+bool sameFloats(const std::vector<float>& a, const std::vector<float>& b) {
+  return std::ranges::equal(a, b, sameFloat);
 }
 
 // --- Activation ---
@@ -70,12 +80,13 @@ void checkActivation(int32_t kind, bool inPlace, const Extents& extents, Random&
     expected[i] = activate(kind, input[i], slopes[i % channels]);
   if (kind == 4 || kind == 5) {
     for (size_t i = 0; i < input.size(); ++i)
-      ASSERT_NEAR(output[i], expected[i], 4e-7F) << "of " << input[i];
+      ASSERT_TRUE(sameFloat(output[i], expected[i]) || std::abs(output[i] - expected[i]) <= 4e-7F)
+          << output[i] << " of " << input[i];
   } else {
-    ASSERT_TRUE(sameBits(output, expected));
+    ASSERT_TRUE(sameFloats(output, expected));
   }
   if (!inPlace) {
-    EXPECT_TRUE(std::equal(input.begin(), input.end(), x.floatData)) << "changed its input";
+    EXPECT_TRUE(isUnchanged(input, x.floatData)) << "changed its input";
   }
 }
 
@@ -91,29 +102,6 @@ TEST(Activation, everyKindInPlaceAndOutOfPlace) {
         if (HasFatalFailure())
           return;
       }
-}
-
-TEST(Activation, comparesAsItsFormulasDo) {
-  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-  constexpr float infinity = std::numeric_limits<float>::infinity();
-  const struct {
-    int32_t kind;
-    float x;
-    float y;
-  } cases[] = {{1, nan, 0},         {1, infinity, infinity},   {1, -infinity, 0},
-               {2, nan, parameter}, {2, infinity, parameter},  {2, parameter, parameter},
-               {2, -infinity, 0},   {6, -infinity, -infinity}, {4, infinity, 1},
-               {4, -infinity, -1},  {5, infinity, 1},          {5, -infinity, 0},
-               {5, -1000, 0},       {6, -2, -2 * parameter}};
-  for (const auto& c : cases)
-    for (const int32_t count : {1, 5}) {  // with a scalar alone and with a vector
-      SmallNet small;
-      small.addInput("x", {1, 1, 1, count}, std::vector<float>(static_cast<size_t>(count), c.x));
-      small.addLayer({.type = "Relu", .io = {"x", "y"}, .ints = {c.kind}, .floats = {parameter}});
-      ASSERT_TRUE(small.compute());
-      for (const float y : small.values("y"))
-        EXPECT_EQ(y, c.y) << "kind " << c.kind << " of " << c.x;
-    }
 }
 
 TEST(Activation, missingSlopesWriteNothingAndShortOnesAreRefused) {
@@ -184,7 +172,7 @@ void checkBinary(const Operands& shapes, int32_t op, int32_t kind, Random& rando
         const float q = *at(shapes.b, b, row, column, channel);
         expected.push_back(activate(kind, op == 2 ? p * q : p + q, 1));
       }
-  ASSERT_TRUE(sameBits(small.values("y"), expected));
+  ASSERT_TRUE(sameFloats(small.values("y"), expected));
 }
 
 TEST(BinaryOp, repeatsTheSmallerShapeAndMergesActivations) {
