@@ -6,7 +6,9 @@
 //   jitter --slide PHOTO [--plot FILE.svg]   slides a photograph of a face to and fro, whose way is
 //                                       known, and tells also how far behind the rectangles are
 //
-// The frames go through the module's own scaler and network, the static library tavro_fd.
+// The frames go through the module's own scaler and network, the static library tavro_fd. The exit
+// code is that of tavro-fd: 1 if a damaged clip gave only part of its frames, 2 for bad usage or
+// input.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -161,11 +163,18 @@ int run(const Arguments& arguments) {
     printRow(target, "share of the frames in which it is found", raw.foundShare,
              tracked.foundShare);
   }
+  if (std::fflush(target) != 0)
+    return fail("the figures can't be written");
   if (!arguments.plot.empty()) {
     std::ofstream file(host::pathFromUtf8(arguments.plot), std::ios::binary);
     file << plot(detection->raw(), detection->tracked(), truth);
     if (!file.flush())
       return fail(arguments.plot + ": the plot can't be written");
+  }
+  if (input->damage().any()) {
+    std::fprintf(stderr, "jitter: warning: %s: %s\n", arguments.input.c_str(),
+                 input->damage().summary().c_str());
+    return 1;
   }
   return 0;
 }
