@@ -1,11 +1,11 @@
 // The element in whole pipelines, with files, branches and seeks.
 
 #include <chrono>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
 #include "tests/gstreamer/gstreamer_support.h"
+#include "tests/support/temporary_folder.h"
 #include "tests/support/traced_random.h"
 
 namespace tavro::test {
@@ -87,20 +87,23 @@ class Pipeline {
   BusHandle bus_;
 };
 
-/// The portrait on its way to the right, as a YUV4MPEG2 file or as samples alone.
-std::string writeClip(const std::string& name, int32_t width, int32_t height, int32_t count) {
-  const std::string path = testing::TempDir() + name;
-  const bool hasHeaders = name.ends_with(".y4m");
-  std::ofstream file(path, std::ios::binary);
-  if (hasHeaders)
-    file << "YUV4MPEG2 W" << width << " H" << height << " F25:1 C420jpeg\n";
-  const Portrait portrait;
-  for (int32_t i = 0; i < count; ++i)
-    file << (hasHeaders ? "FRAME\n" : "") << samplesOf(portrait.frame(width, height, 7 * i));
-  return path;
-}
+class Pipelines : public GStreamerTest {
+ protected:
+  /// The portrait on its way to the right, as a YUV4MPEG2 file or as samples alone.
+  std::string writeClip(const std::string& name, int32_t width, int32_t height, int32_t count) {
+    const bool hasHeaders = name.ends_with(".y4m");
+    std::string content;
+    if (hasHeaders)
+      content = "YUV4MPEG2 W" + std::to_string(width) + " H" + std::to_string(height) + " F25:1\n";
+    for (int32_t i = 0; i < count; ++i)
+      content += (hasHeaders ? "FRAME\n" : "") + samplesOf(portrait_.frame(width, height, 7 * i));
+    writeFile(folder_.file(name), content);
+    return folder_.file(name);
+  }
 
-class Pipelines : public GStreamerTest {};
+  const Portrait portrait_;
+  const TemporaryFolder folder_;
+};
 
 /// Every picture bears what the test's detector finds in it.
 void expectFacesOfTheirOwn(const std::vector<Arrived>& arrived) {
@@ -116,7 +119,7 @@ TEST_F(Pipelines, FindTheFacesInFiles) {
   constexpr int32_t count = 12;
   const std::string odd = writeClip("odd.y4m", 401, 301, count);
   const std::string even = writeClip("even.y4m", 400, 304, count);
-  const std::string mp4 = testing::TempDir() + "clip.mp4";
+  const std::string mp4 = folder_.file("clip.mp4");
   ASSERT_TRUE(Pipeline("filesrc location=" + even +
                        " ! y4mdec ! openh264enc ! h264parse ! mp4mux"
                        " ! filesink location=" +
@@ -153,10 +156,9 @@ TEST_F(Pipelines, HoldTwoElementsSideBySideAndInARow) {
   ASSERT_EQ(plain.size(), size_t{count});
   ASSERT_EQ(drawn.size(), size_t{count});
   expectFacesOfTheirOwn(plain);
-  const Portrait portrait;
   for (size_t i = 0; i < plain.size(); ++i) {
     SCOPED_TRACE(i);
-    const std::string original = samplesOf(portrait.frame(320, 240, 7 * static_cast<int32_t>(i)));
+    const std::string original = samplesOf(portrait_.frame(320, 240, 7 * static_cast<int32_t>(i)));
     EXPECT_EQ(samplesOf(plain[i].frame), original);
     EXPECT_NE(samplesOf(drawn[i].frame), original);
     ASSERT_GE(drawn[i].faces.size(), 1U);

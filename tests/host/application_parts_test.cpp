@@ -213,18 +213,9 @@ TEST(Annotation, OutlinesJustTheRectangle) {
 }
 
 TEST(Annotation, ClipsWhateverTheDetectorSays) {
-  const FaceRect faces[] = {
-      {smallest, smallest, largest, largest},
-      {largest, largest, smallest, smallest},
-      {-5, -5, 3, 3},
-      {30, 30, 30, 30},
-      {40, 20, 10, 10},
-      {36, -100, 1000, 1000},
-      {0, 0, 1, 1},
-  };
-  for (const auto& [width, height] : {std::pair{1, 1}, {37, 21}, {64, 48}}) {
+  for (const auto& [width, height] : {std::pair{1, 1}, {37, 21}, {160, 96}}) {
     const auto frame = I420Frame::allocate(width, height);
-    const auto drawn = withRectangles(*frame, faces);
+    const auto drawn = withRectangles(*frame, anywhere);
     ASSERT_TRUE(drawn.has_value());
     EXPECT_GT(markOf(*drawn, 0).count, 0);
   }

@@ -1,52 +1,22 @@
 #pragma once
 
-// Files for tests: a folder of its own for each test, and pictures and videos that are written into
-// it and read again by the application's own sinks and input.
+// Pictures and videos for tests, written into a folder of the test's own and read again by the
+// application's own sinks and input.
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/app/annotation.h"
 #include "host/app/media.h"
 #include "host/app/video_input.h"
 #include "host/core/i420_frame.h"
-#include "host/core/utf8_path.h"
 #include "tests/support/frames.h"
+#include "tests/support/temporary_folder.h"
 
 namespace tavro::test {
-
-/// A folder of its own for one test, removed with everything in it.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::random_device chance;
-    do
-      path_ = std::filesystem::path(testing::TempDir()) / ("tavro-fd-" + std::to_string(chance()));
-    while (!std::filesystem::create_directory(path_));
-  }
-  ~TemporaryFolder() {
-    std::error_code failure;
-    std::filesystem::remove_all(path_, failure);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  /// The name of a file in the folder, in UTF-8.
-  std::string file(const std::string& name) const {
-    return host::utf8FromPath(path_ / host::pathFromUtf8(name));
-  }
-
- private:
-  std::filesystem::path path_;
-};
 
 /// A test with a folder of its own, in which the media libraries are as quiet as in the
 /// application.
@@ -56,15 +26,6 @@ class FileTest : public testing::Test {
 
   TemporaryFolder folder_;
 };
-
-inline std::string contentOf(const std::string& path) {
-  std::ifstream file(host::pathFromUtf8(path), std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(host::pathFromUtf8(path), std::ios::binary) << content;
-}
 
 /// A picture or a video, by the name's extension.
 inline void writeMedia(const std::string& path, std::span<const host::I420Frame> frames,

@@ -14,6 +14,7 @@
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/dynamic_library.h"
+#include "tests/support/temporary_folder.h"
 
 namespace tavro::host {
 namespace {
@@ -77,12 +78,10 @@ TEST_F(ModuleHostTest, LoadsRunsAndUnloads) {
 }
 
 TEST_F(ModuleHostTest, RefusesWhatIsNoModule) {
-  const std::string textFile = testing::TempDir() + "no_module.so";
-  std::FILE* file = std::fopen(textFile.c_str(), "w");
-  ASSERT_NE(file, nullptr);
-  std::fputs("not a library at all, but long enough to be looked at as one by the loader", file);
-  std::fclose(file);
-
+  const test::TemporaryFolder folder;
+  const std::string textFile = folder.file("no_module.so");
+  test::writeFile(textFile,
+                  "not a library at all, but long enough to be looked at as one by the loader");
   const struct {
     std::string path;
     const char* reason;
@@ -101,7 +100,6 @@ TEST_F(ModuleHostTest, RefusesWhatIsNoModule) {
     EXPECT_EQ(name, "untouched");
   }
   EXPECT_TRUE(modules().empty());
-  std::remove(textFile.c_str());
 }
 
 TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {

@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -17,6 +15,7 @@
 #include "modules/face_detection/face_detector.h"
 #include "modules/face_detection/truncation.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/portrait.h"
 #include "tests/support/print_face_rect.h"
 #include "tests/support/traced_random.h"
 
@@ -87,11 +86,10 @@ std::vector<FaceRect> libraryFaces(TavroDetector* detector, const TavroFrame& fr
 }
 
 TEST(DetectorLibrary, FindsWhatTheModuleFinds) {
-  std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-  std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
-  ASSERT_EQ(bytes.size(), 160U * 120U * 3U / 2U);
-  const TavroFrame portrait{
-      bytes.data(), bytes.data() + 19200, bytes.data() + 24000, 160, 120, 160, 80};
+  auto face = Portrait().frame();
+  const TavroFrame portrait{face.writablePlane(0), face.writablePlane(1), face.writablePlane(2),
+                            face.width(),          face.height(),         face.planeStride(0),
+                            face.planeStride(1)};
   const Detector detector(tavroCreateDetector());
   ASSERT_NE(detector, nullptr);
   EXPECT_EQ(libraryFaces(detector.get(), portrait, 0.65F), moduleFaces(portrait, 0.65F));

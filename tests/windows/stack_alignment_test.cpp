@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <vector>
 
 #include "host/core/face_rects.h"
@@ -11,6 +10,7 @@
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/portrait.h"
 
 /// Calls function(first, second) with the stack pointer at `offset` modulo 32 just before the call,
 /// and stores there what it was.
@@ -58,10 +58,7 @@ const void* operationOf(const FDWrapper* instance, TablePlace place) {
 }
 
 std::vector<std::vector<FaceRect>> rectanglesWithStackAt(uint64_t offset) {
-  auto frame = I420Frame::allocate(160, 120);
-  std::ifstream file(TAVRO_PORTRAIT_PATH, std::ios::binary);
-  file.read(reinterpret_cast<char*>(frame->writablePlane(0)), std::streamsize{160} * 120 * 3 / 2);
-  EXPECT_TRUE(file.good());
+  const I420Frame frame = test::Portrait().frame();
   FDWrapper* instance = nullptr;
   EXPECT_EQ(createInstance(TavroRTC::FDModule::moduleName, &instance).error, "");
   std::vector<std::vector<FaceRect>> rectangles;
@@ -74,7 +71,7 @@ std::vector<std::vector<FaceRect>> rectanglesWithStackAt(uint64_t offset) {
   EXPECT_EQ(stackPointer % 32, offset);
   FaceRects faces;
   for (int i = 0; i < 3; ++i) {
-    EXPECT_TRUE(callWithStackAt(operationOf(instance, executePlace), instance, &*frame,
+    EXPECT_TRUE(callWithStackAt(operationOf(instance, executePlace), instance, &frame,
                                 faces.sequence(), offset, &stackPointer));
     EXPECT_EQ(stackPointer % 32, offset);
     rectangles.emplace_back(faces.view().begin(), faces.view().end());
