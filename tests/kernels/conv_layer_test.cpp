@@ -10,8 +10,8 @@
 
 #include "engine/weight_packing.h"
 #include "tests/kernels/conv_reference.h"
-#include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
+#include "tests/kernels/swept_kernels.h"
 #include "tests/support/sweep.h"
 #include "tests/support/traced_random.h"
 
@@ -20,9 +20,9 @@ namespace {
 
 using namespace tavro::test;
 
-constexpr int64_t largestCase = 300'000;  // terms of the whole output
+constexpr int64_t largestCase = 200'000;  // terms of the whole output
 
-// A layer's sizes, and what a row tells besides. Depthwise layers have group counts of all sorts.
+// A layer's sizes, and what a row tells besides.
 struct LayerCase {
   ConvProblem sizes;
   bool isDepthwise = false;
@@ -34,54 +34,18 @@ struct LayerCase {
   int32_t biasLayout = layout::channelsLast;  // lent as it is, or repacked first
 };
 
-// Half of the windows are of the sizes that kernels are made for.
-ConvProblem drawSizes(Random& random) {
-  ConvProblem p;
-  if (random.chance(0.5)) {
-    p.kernelW = p.kernelH = random.chance(0.3) ? 1 : 3;
-    p.strideW = p.strideH = random.between(1, 2);
-    p.dilationW = p.dilationH = random.chance(0.7) ? 1 : random.between(2, 3);
-    const int32_t padding = p.kernelW / 2 * p.dilationW;
-    p.padLeft = p.padRight = p.padTop = p.padBottom = padding;
-  } else {
-    p.kernelW = random.between(1, 4);
-    p.kernelH = random.between(1, 4);
-    p.strideW = random.between(1, 3);
-    p.strideH = random.between(1, 3);
-    if (random.chance(0.3)) {
-      p.dilationW = random.between(1, 3);
-      p.dilationH = random.between(1, 3);
-    }
-  }
-  // Traits by themselves, so that each of them also comes alone.
-  for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
-    if (random.chance(0.15))
-      *padding = random.between(0, 4);
-  if (random.chance(0.1))
-    p.strideH = random.between(1, 3);
-  if (random.chance(0.1))
-    p.dilationH = random.between(1, 3);
-  p.inputH = random.between(1, 20);
-  p.inputW = random.chance(0.2) ? random.between(48, 70) : random.between(1, 20);
-  constexpr int32_t channels[] = {1, 2, 3, 4, 8, 12, 16, 24, 32};
-  p.inputC = random.chance(0.5) ? random.between(1, 20) : channels[random.between(0, 8)];
-  p.outputC = random.chance(0.5) ? random.between(1, 34) : channels[random.between(0, 8)];
-  return p;
-}
-
+// Sizes that any of the kernels is made for, more or less.
 LayerCase drawCase(Random& random) {
   LayerCase c;
   ConvProblem& p = c.sizes;
   do {
-    p = drawSizes(random);
-    c.isDepthwise = random.chance(0.3);
-    if (c.isDepthwise) {
-      p.group = random.chance(0.6) ? p.outputC : random.between(1, 4);
-      p.outputC = p.group * (p.group == p.outputC ? 1 : random.between(1, 16));
-      p.inputC = p.group * (random.chance(0.8) ? 1 : random.between(1, 3));
-    }
-  } while (!deriveOutputSize(p, Overhang::allowed) ||
-           termCount(p) * p.outputH * p.outputW * p.outputC > largestCase);
+    p = drawGeometry(random);
+    Lead lead(p, random);
+    const auto kernels = sweptKernels();
+    kernels[static_cast<size_t>(lead.between(0, static_cast<int32_t>(kernels.size()) - 1))].lead(
+        lead);
+    c.isDepthwise = p.group != 1 || random.chance(0.05);
+  } while (!deriveOutputSize(p, Overhang::allowed) || termCount(p) > largestCase);
   c.input = drawFloats(inputExtents(p).count(), random);
   c.weights = drawFloats(weightExtents(p).count(), random);
   if (random.chance(0.7))

@@ -11,13 +11,6 @@ namespace {
 constexpr double unitRoundoff = 0x1p-24;
 constexpr double smallestDenormal = 0x1p-149;
 
-int32_t positions(int32_t extent, int32_t padding, int32_t kernel, int32_t dilation, int32_t stride,
-                  Overhang overhang) {
-  const int32_t room = extent + padding - ((kernel - 1) * dilation + 1);
-  const int32_t least = overhang == Overhang::allowed ? 1 - stride : 0;
-  return room < least ? 0 : room / stride + 1;
-}
-
 int32_t ceilOfQuotient(int32_t a, int32_t b) {
   return (a + b - 1) / b;
 }
@@ -90,18 +83,6 @@ float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
 }
 
 }  // namespace
-
-bool deriveOutputSize(ConvProblem& p, Overhang overhang) {
-  p.outputH =
-      positions(p.inputH, p.padTop + p.padBottom, p.kernelH, p.dilationH, p.strideH, overhang);
-  p.outputW =
-      positions(p.inputW, p.padLeft + p.padRight, p.kernelW, p.dilationW, p.strideW, overhang);
-  return p.outputH > 0 && p.outputW > 0;
-}
-
-int64_t termCount(const ConvProblem& p) {
-  return int64_t{p.kernelH} * p.kernelW * (p.inputC / p.group);
-}
 
 // The bound: let k be the number of terms, u the unit roundoff and S the sum of |bias| and of all
 // |x w|. A product is rounded once and takes part in at most k additions, whatever their order;

@@ -7,11 +7,10 @@
 
 #include <cstdint>
 
-#include "engine/conv_problem.h"
+#include "tests/kernels/conv_geometry.h"
 
 namespace tavro::test {
 
-using TavroRTC::FDModule::ConvProblem;
 using TavroRTC::FDModule::FusedActivation;
 
 /// The operands in plain order: input h, w, c; weights output channel, ky, kx, input channel of the
@@ -27,14 +26,6 @@ struct OutputPosition {
   int32_t x = 0;
   int32_t channel = 0;
 };
-
-/// Sets the output's height and width from the input and the window; false if nothing fits. A
-/// window that lacks less than a stride fits once if it may hang over the image's end.
-enum class Overhang : uint8_t { none, allowed };
-bool deriveOutputSize(ConvProblem& p, Overhang overhang = Overhang::none);
-
-/// Terms of one output value, the ones in the padding included.
-int64_t termCount(const ConvProblem& p);
 
 /// A value and how far a float computation of it, in any order of its terms, may be off.
 struct BoundedValue {

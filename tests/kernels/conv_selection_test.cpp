@@ -12,7 +12,6 @@
 #include "impl_x86/x86_conv.h"
 #include "impl_x86/x86_depthwise_conv.h"
 #include "tests/kernels/conv_reference.h"
-#include "tests/kernels/print_conv_problem.h"
 #include "tests/kernels/small_net.h"
 #include "tests/kernels/swept_kernels.h"
 #include "tests/support/traced_random.h"
@@ -122,15 +121,8 @@ TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
   std::set<const ConvKernel*> taken;
   for (int i = 0; i < 1000; ++i)
     for (const SweptKernel& swept : sweptKernels()) {
-      ConvProblem p;
-      p.kernelW = p.kernelH = random.between(1, 5);
-      for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
-        *padding = random.between(0, 3);
-      p.strideW = p.strideH = random.between(1, 3);
-      p.dilationW = p.dilationH = random.between(1, 3);
+      ConvProblem p = drawGeometry(random);
       p.inputH = p.inputW = random.between(13, 60);
-      p.inputC = random.between(1, 20);
-      p.outputC = random.between(1, 60);
       p.bytes = random.chance(0.3) ? &picture : nullptr;
       Lead lead(p, random);
       swept.lead(lead);

@@ -188,20 +188,12 @@ void checkPooled(const ConvProblem& p, bool isMean, const std::vector<float>& in
 TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
   TracedRandom random;
   for (int i = 0; i < caseCount(600); ++i) {
-    ConvProblem p;
-    const bool isUsual = random.chance(0.5);  // 2x2 or 3x3 windows, as networks have them
-    const int32_t size = random.between(2, 3);
-    p.kernelW = isUsual ? size : random.between(1, 4);
-    p.kernelH = isUsual ? size : random.between(1, 4);
-    p.strideW = isUsual ? 2 : random.between(1, 3);
-    p.strideH = isUsual ? 2 : random.between(1, 3);
-    p.dilationW = isUsual ? 1 : random.between(1, 3);
-    p.dilationH = isUsual ? 1 : random.between(1, 3);
-    for (int32_t* padding : {&p.padLeft, &p.padRight, &p.padTop, &p.padBottom})
-      *padding = random.between(0, 2);
-    p.inputH = random.between(1, 15);
-    p.inputW = random.between(1, 15);
-    p.inputC = random.between(1, 20);
+    ConvProblem p = drawGeometry(random);
+    if (random.chance(0.5)) {  // 2x2 or 3x3 windows, as networks have them
+      p.kernelW = p.kernelH = random.between(2, 3);
+      p.strideW = p.strideH = 2;
+      p.dilationW = p.dilationH = 1;
+    }
     if (!deriveOutputSize(p, Overhang::allowed))
       continue;
     const bool isMean = random.chance(0.5);
