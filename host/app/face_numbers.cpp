@@ -4,6 +4,8 @@
 #include <functional>
 #include <utility>
 
+#include "host/core/face_overlap.h"
+
 namespace tavro::host {
 
 namespace {
@@ -13,14 +15,6 @@ using TavroRTC::FDModule::FaceRect;
 constexpr double memory = 1.0;  // seconds
 constexpr double smallestOverlap = 0.2;
 
-double difference(int32_t a, int32_t b) {
-  return static_cast<double>(int64_t{a} - b);
-}
-
-double area(const FaceRect& face) {
-  return difference(face.right, face.left) * difference(face.bottom, face.top);
-}
-
 struct Pair {
   double overlap;
   size_t face;
@@ -28,16 +22,6 @@ struct Pair {
 };
 
 }  // namespace
-
-double overlap(const FaceRect& a, const FaceRect& b) {
-  if (a.right <= a.left || a.bottom <= a.top || b.right <= b.left || b.bottom <= b.top)
-    return 0.0;
-  const double width = difference(std::min(a.right, b.right), std::max(a.left, b.left));
-  const double height = difference(std::min(a.bottom, b.bottom), std::max(a.top, b.top));
-  if (width <= 0.0 || height <= 0.0)
-    return 0.0;
-  return width * height / (area(a) + area(b) - width * height);
-}
 
 std::span<const int64_t> FaceNumbers::update(std::span<const FaceRect> faces, double time) {
   std::vector<Lost> known = std::move(present_);

@@ -35,7 +35,4 @@ class FaceNumbers {
   int64_t count_ = 0;
 };
 
-/// Intersection over union, from 0 to 1; 0 if a rectangle is empty.
-double overlap(const TavroRTC::FDModule::FaceRect& a, const TavroRTC::FDModule::FaceRect& b);
-
 }  // namespace tavro::host

@@ -4,7 +4,7 @@
 // and as the detector's tracker makes them steady.
 
 #include <memory>
-#include <string>
+#include <vector>
 
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <optional>
 
 #include "host/app/face_numbers.h"
+#include "host/core/face_overlap.h"
 
 namespace tavro::jitter {
 
