@@ -3,10 +3,11 @@
 // The fuzzers: programs that turn arbitrary bytes into arbitrary use of one part of the system and
 // stop if it misbehaves. Each is one file with the function that libFuzzer calls:
 //
-//   fuzz_frames.cpp   an instance and the frames, sequences and calls that a host could come up
-//   with fuzz_images.cpp   the image dispatchers with any descriptor, size and code fuzz_layers.cpp
-//   rows of a layer table with any types, parameters and tensors fuzz_paths.cpp    the same
-//   computation on every kind of processor
+//   fuzz_frames.cpp    an instance with any frames, results and order of calls
+//   fuzz_images.cpp    the image dispatchers with any descriptor, size and code
+//   fuzz_layers.cpp    rows of a layer table with any types, parameters and tensors
+//   fuzz_network.cpp   the whole network on any picture, on every kind of processor
+//   fuzz_paths.cpp     single layers of whole numbers, on every kind of processor
 //
 // The preset `fuzz` links them with libFuzzer; in all others replay_main.cpp feeds them the
 // committed corpus as an ordinary test. Memory that the tested code may touch is allocated to the
@@ -18,7 +19,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <limits>
 
 namespace tavro::fuzz {
 
@@ -59,32 +59,10 @@ class ByteReader {
   }
   /// Any number, most often one at which something could turn.
   int32_t number() {
-    constexpr int32_t turns[] = {0,
-                                 1,
-                                 -1,
-                                 2,
-                                 3,
-                                 4,
-                                 7,
-                                 8,
-                                 15,
-                                 16,
-                                 17,
-                                 31,
-                                 32,
-                                 33,
-                                 64,
-                                 255,
-                                 256,
-                                 32767,
-                                 32768,
-                                 32769,
-                                 65535,
-                                 65536,
-                                 1 << 20,
-                                 1 << 30,
-                                 std::numeric_limits<int32_t>::max(),
-                                 std::numeric_limits<int32_t>::min()};
+    constexpr int32_t turns[] = {0,     1,       -1,      2,         3,        4,     7,
+                                 8,     15,      16,      17,        31,       32,    33,
+                                 64,    255,     256,     32767,     32768,    32769, 65535,
+                                 65536, 1 << 20, 1 << 30, INT32_MAX, INT32_MIN};
     const uint8_t which = byte();
     if (which < std::size(turns))
       return turns[which];

@@ -29,9 +29,8 @@ constexpr const char* moduleText =
     "module";
 constexpr const char* everyNFramesText =
     "Search one picture of every so many, in pictures; 1 searches all. The pictures between bear "
-    "the "
-    "faces of the latest search. The tracking goes from search to search: with fast motion and a "
-    "high number a face becomes a new one each time";
+    "the faces of the latest search. The tracking goes from search to search: with fast motion "
+    "and a high number a face becomes a new one each time";
 constexpr const char* skipLateText =
     "Don't search a picture that, by the sink's quality-of-service events, comes too late to be "
     "shown; it passes with the faces of the latest search. At most 10 pictures in a row are left "
@@ -42,9 +41,8 @@ constexpr const char* messagesText =
     "When to post an element message on the bus. Its structure tavro-faces has the fields frame "
     "(number of the picture in the stream), timestamp, stream-time, running-time and duration (all "
     "guint64, in ns, 2^64 - 1 if unknown), width and height (gint, of the picture, in pixels), and "
-    "faces: a GstValueList of structures face with id (gint, kept while the face is followed), x, "
-    "y, "
-    "width and height (guint, in pixels)";
+    "faces: a GstValueList of structures face with id (gint, kept while the face is followed), "
+    "x, y, width and height (guint, in pixels)";
 constexpr const char* framesText = "Pictures searched since the element was started";
 constexpr const char* lateFramesText =
     "Pictures that weren't searched since the element was started because they came too late";

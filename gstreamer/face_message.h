@@ -25,8 +25,7 @@ struct SearchedPicture {
   gint height = 0;
 };
 
-/// The structure of the message, which the caller owns; element_properties.cpp describes it to
-/// users.
+/// The structure of the message, which the caller owns; users read of it in element_properties.cpp.
 GstStructure* faceStructure(const SearchedPicture& picture, std::span<const Face> faces);
 
 /// Adds a region of interest for every face. The buffer must be writable; its memory isn't touched.
