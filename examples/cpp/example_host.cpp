@@ -26,7 +26,7 @@ static bool readFrame(std::FILE* file, I420Frame& frame) {
 
 static int fail(const char* what) {
   std::fprintf(stderr, "example_host: %s\n", what);
-  return 1;
+  return 2;
 }
 
 int main(int argumentCount, char** arguments) {
