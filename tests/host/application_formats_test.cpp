@@ -24,16 +24,13 @@ using nlohmann::json;
 
 constexpr uint8_t quarterLuma[4] = {60, 110, 160, 210};
 
-/// Mean luma of the four quarters, as the fake detector reports it in its last rectangle.
-std::vector<int> quarterMeans(const json& result) {
-  const json& face = result["faces"].back();
-  return {face["left"], face["top"], face["right"], face["bottom"]};
-}
-
+/// Compares the mean luma of the four quarters, which the fake detector reports in its last
+/// rectangle.
 void expectQuarters(const json& result, const std::vector<int>& expected) {
-  const auto means = quarterMeans(result);
+  const json& face = result["faces"].back();
+  const char* const edges[] = {"left", "top", "right", "bottom"};
   for (size_t i = 0; i < 4; ++i)
-    EXPECT_NEAR(means[i], expected[i], 2) << "quarter " << i;
+    EXPECT_NEAR(face[edges[i]].get<int>(), expected[i], 2) << "quarter " << i;
 }
 
 /// A JPEG of the frame, whose samples count as full range.
@@ -73,7 +70,6 @@ class Formats : public FileTest {};
 
 TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
   const uint8_t extremes[4] = {0, 255, 128, 64};
-  const std::vector<int> limited = {16, 235, 126, 71};
   const auto frames = quarters(64, 48, extremes);
 
   const std::string clip = folder_.file("full.y4m");
@@ -82,48 +78,38 @@ TEST_F(Formats, FullRangeIsBroughtToLimitedRange) {
   writeFile(photo, jpeg(frames[0]));
   for (const std::string& path : {clip, photo}) {
     SCOPED_TRACE(path);
-    const Outcome outcome = runWithFake({path});
-    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
-    const auto results = outcome.results();
-    ASSERT_EQ(results.size(), 1U);
-    expectQuarters(results[0], limited);
+    expectQuarters(resultsOf({path}, 1)[0], {16, 235, 126, 71});
   }
   // The same samples without the mark are limited range already.
   writeFile(clip, y4m(frames, "F25:1 C420jpeg XCOLORRANGE=LIMITED"));
-  expectQuarters(runWithFake({clip}).results().at(0), {0, 255, 128, 64});
+  expectQuarters(resultsOf({clip}, 1)[0], {0, 255, 128, 64});
 }
 
 TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
   // One luma plane is common to all; chroma is neutral and of each format's own size.
-  const I420Frame frame = std::move(quarters(34, 26, quarterLuma)[0]);
-  const auto luma = [&](int shift) {
+  const auto planes = [](int32_t chromaSamples, int depth) {
     std::string samples;
-    for (int i = 0; i < 34 * 26; ++i) {
-      const int value = frame.planeData(0)[i] << shift;
-      samples += static_cast<char>(value & 255);
-      if (shift != 0)
-        samples += static_cast<char>(value >> 8);
-    }
+    const auto put = [&](int value) {
+      samples += static_cast<char>(value << (depth - 8) & 255);
+      if (depth > 8)
+        samples += static_cast<char>(value >> (16 - depth));
+    };
+    for (const char luma : samplesOf(quarters(34, 26, quarterLuma)[0]).substr(0, 34 * 26))
+      put(static_cast<uint8_t>(luma));
+    for (int32_t i = 0; i < chromaSamples; ++i)
+      put(128);
     return samples;
   };
-  std::string chroma10;
-  for (int i = 0; i < 2 * 17 * 13; ++i)
-    chroma10 += std::string("\0\2", 2);
-  const std::pair<const char*, std::string> cases[] = {
-      {"C444", luma(0) + std::string(size_t{2} * 34 * 26, '\x80')},
-      {"C422", luma(0) + std::string(size_t{2} * 17 * 26, '\x80')},
-      {"C420p10", luma(2) + chroma10},
-  };
+  const std::pair<std::string, std::string> cases[] = {{"C444", planes(2 * 34 * 26, 8)},
+                                                       {"C422", planes(2 * 17 * 26, 8)},
+                                                       {"C420p10", planes(2 * 17 * 13, 10)}};
   const std::string path = folder_.file("clip.y4m");
   for (const auto& [format, samples] : cases) {
     SCOPED_TRACE(format);
-    writeFile(path, "YUV4MPEG2 W34 H26 F25:1 " + std::string(format) + "\nFRAME\n" + samples);
-    const Outcome outcome = runWithFake({path});
-    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
-    const auto results = outcome.results();
-    ASSERT_EQ(results.size(), 1U);
-    EXPECT_EQ(results[0]["width"], 34);
-    expectQuarters(results[0], {60, 110, 160, 210});
+    writeFile(path, "YUV4MPEG2 W34 H26 F25:1 " + format + "\nFRAME\n" + samples);
+    const json result = resultsOf({path}, 1)[0];
+    EXPECT_EQ(result["width"], 34);
+    expectQuarters(result, {60, 110, 160, 210});
   }
 }
 
@@ -146,12 +132,10 @@ TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
           av_image_get_buffer_size(av_get_pix_fmt(format.c_str()), width, height, 1)));
       const std::string path = folder_.file("raw");
       writeFile(path, samples + samples);
-      const Outcome outcome =
-          runWithFake({path, "--input-format", "rawvideo", "--input-option", "video_size=" + size,
-                       "--input-option", "pixel_format=" + format});
-      EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
-      const auto results = outcome.results();
-      ASSERT_EQ(results.size(), 2U);
+      const auto results =
+          resultsOf({path, "--input-format", "rawvideo", "--input-option", "video_size=" + size,
+                     "--input-option", "pixel_format=" + format},
+                    2);
       if (!isTwoPlanes)
         continue;  // whose samples are converted to others
       const auto faces = fakeFaces(frame);
@@ -163,11 +147,8 @@ TEST_F(Formats, RawPicturesOfAnyWidthAreConverted) {
 TEST_F(Formats, PhotosAreTurnedUpright) {
   const std::string photo = jpeg(quarters(64, 32, quarterLuma)[0]);
   // Luma of the quarters in full range, brought to limited range.
-  const auto limited = [](int value) { return 16 + value * 219 / 255; };
-  const int a = limited(60);
-  const int b = limited(110);
-  const int c = limited(160);
-  const int d = limited(210);
+  const auto limited = [](int quarter) { return 16 + quarterLuma[quarter] * 219 / 255; };
+  const int a = limited(0), b = limited(1), c = limited(2), d = limited(3);
   // By the Exif standard: which side of the stored picture is the visual top and left.
   const struct {
     char orientation;
@@ -178,11 +159,10 @@ TEST_F(Formats, PhotosAreTurnedUpright) {
   for (const auto& [orientation, seen] : cases) {
     SCOPED_TRACE(static_cast<int>(orientation));
     writeFile(path, withExifOrientation(photo, orientation));
-    const auto results = runWithFake({path}).results();
-    ASSERT_EQ(results.size(), 1U);
-    EXPECT_EQ(results[0]["width"], orientation < 5 ? 64 : 32);
-    EXPECT_EQ(results[0]["height"], orientation < 5 ? 32 : 64);
-    expectQuarters(results[0], seen);
+    const json result = resultsOf({path}, 1)[0];
+    EXPECT_EQ(result["width"], orientation < 5 ? 64 : 32);
+    EXPECT_EQ(result["height"], orientation < 5 ? 32 : 64);
+    expectQuarters(result, seen);
   }
 }
 
@@ -197,21 +177,18 @@ TEST_F(Formats, VideosAreTurnedUpright) {
   const std::string matrix("\0\0\0\0\xff\xff\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0\0\0", 24);
   content.replace(header + 44, matrix.size(), matrix);
   writeFile(path, content);
-  const Outcome outcome = runWithFake({path});
-  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
-  const auto results = outcome.results();
-  ASSERT_EQ(results.size(), 3U);
-  EXPECT_EQ(results[0]["width"], 32);
-  EXPECT_EQ(results[0]["height"], 64);
-  expectQuarters(results[0], {110, 210, 60, 160});
+  const json result = resultsOf({path}, 3)[0];
+  EXPECT_EQ(result["width"], 32);
+  EXPECT_EQ(result["height"], 64);
+  expectQuarters(result, {110, 210, 60, 160});
 }
 
 TEST_F(Formats, AnyFileNameWillDo) {
   const std::string photo = jpeg(quarters(16, 16, quarterLuma)[0]);
   for (const char* name : {"with space.jpg", "100%d.jpg", "12:30.jpg", "a:b.jpg"}) {
+    SCOPED_TRACE(name);
     writeFile(folder_.file(name), photo);
-    const Outcome outcome = runWithFake({folder_.file(name)});
-    EXPECT_EQ(outcome.results().size(), 1U) << name << ": " << outcome.errors;
+    resultsOf({folder_.file(name)}, 1);
   }
 }
 

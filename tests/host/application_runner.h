@@ -57,4 +57,15 @@ inline Outcome runWithFake(std::vector<std::string> arguments,
   return runApplication(arguments, input);
 }
 
+/// What it answers where all goes well: `count` results.
+inline std::vector<nlohmann::json> resultsOf(const std::vector<std::string>& arguments,
+                                             size_t count) {
+  const Outcome outcome = runWithFake(arguments);
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  auto results = outcome.results();
+  EXPECT_EQ(results.size(), count);
+  results.resize(count);
+  return results;
+}
+
 }  // namespace tavro::test
