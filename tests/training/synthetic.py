@@ -1,4 +1,4 @@
-"""Small sets of pictures whose contents are known."""
+"""Small sets of pictures whose contents are known, and boxes measured the plain way."""
 
 import pathlib
 
@@ -48,3 +48,17 @@ def portrait():
     path = pathlib.Path(__file__).parent.parent / "data" / "portrait_160x120.i420"
     planes = numpy.fromfile(path, numpy.uint8).reshape(180, 160)
     return cv2.cvtColor(planes, cv2.COLOR_YUV2BGR_I420)
+
+
+def area(box):
+    return max(box[2] - box[0], 0) * max(box[3] - box[1], 0)
+
+
+def shared(a, b):
+    """The area that both boxes have."""
+    return area((max(a[0], b[0]), max(a[1], b[1]), min(a[2], b[2]), min(a[3], b[3])))
+
+
+def overlap(a, b):
+    """Intersection over union."""
+    return shared(a, b) / (area(a) + area(b) - shared(a, b))

@@ -53,11 +53,3 @@ class Faults(unittest.TestCase):
             self.assertEqual((first.shape, first.dtype), (image.shape, image.dtype))
             self.assertTrue((first != image).any(), name)
             self.assertEqual((first != other).any(), name in ("dark", "noise", "noise of 2 levels"))
-
-    def testBoxesMoveWithTheNudgedPicture(self):
-        for scene in list(scenes(5))[1:]:
-            for name, (change, moved) in conditions.NUDGED.items():
-                expected = scene.boxes[0] + [moved, 0, moved, 0]
-                expected[2] = min(expected[2], scene.image.shape[1])
-                found = synthetic.brightPart(change(scene.image, conditions.random(0)))
-                self.assertEqual(found, expected.tolist(), name)

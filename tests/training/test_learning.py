@@ -7,20 +7,13 @@ import unittest
 import numpy
 import torch
 
+from synthetic import overlap
 from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
 from training.loss import completeOverlap, focal, hardest, shares
 from training.network import FaceNetwork
 from training.priors import corners, decode, encode, priorBoxes
-
-
-def overlap(a, b):
-    """Intersection over union of two boxes, the slow way."""
-    width = min(a[2], b[2]) - max(a[0], b[0])
-    height = min(a[3], b[3]) - max(a[1], b[1])
-    inter = max(width, 0) * max(height, 0)
-    return inter / ((a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1]) - inter)
 
 
 class Assignment(unittest.TestCase):

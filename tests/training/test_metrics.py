@@ -5,21 +5,10 @@ import unittest
 
 import numpy
 
+from synthetic import area, overlap, shared
 from training import metrics, steadiness
 
 EVERYTHING = (0, metrics.LARGEST)
-
-
-def area(box):
-    return max(box[2] - box[0], 0) * max(box[3] - box[1], 0)
-
-
-def shared(a, b):
-    return area((max(a[0], b[0]), max(a[1], b[1]), min(a[2], b[2]), min(a[3], b[3])))
-
-
-def overlap(a, b):
-    return shared(a, b) / (area(a) + area(b) - shared(a, b))
 
 
 def slowAveragePrecision(pictures, low, high):
