@@ -78,7 +78,7 @@ std::optional<SharedModule> SharedModule::acquire(const std::string& path, Failu
   std::error_code error;
   if (!fs::exists(file, error)) {
     failure = {true, "There is no face detector module \"" + file.string() + "\".",
-               error.message()};
+               error ? error.message() : std::string()};
     return std::nullopt;
   }
   const std::lock_guard lock(usesLock);
