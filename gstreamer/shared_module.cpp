@@ -49,7 +49,7 @@ fs::path findModule(Failure& failure) {
   const fs::path plugin = pluginFile().parent_path();
   std::error_code error;
   for (const char* folder : moduleFolders) {
-    const fs::path file = (plugin / folder / TAVRO_MODULE_FILE).lexically_normal();
+    fs::path file = (plugin / folder / TAVRO_MODULE_FILE).lexically_normal();
     if (fs::exists(file, error))
       return file;
     failure.details += (failure.details.empty() ? "tried " : ", ") + file.string();
