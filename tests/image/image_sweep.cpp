@@ -1,11 +1,14 @@
 #include "tests/image/image_sweep.h"
 
+#include <algorithm>
+
 #include "image/row_kernels.h"
 
 namespace tavro::test {
 namespace {
 
 using TavroRTC::FDModule::ImageDesc;
+using TavroRTC::FDModule::ImageFormat;
 using TavroRTC::FDModule::setPlainRowsOnly;
 
 testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard guard,
@@ -58,15 +61,23 @@ Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard) {
   return planes;
 }
 
-ImageDesc describe(Planes& planes, Size size) {
-  ImageDesc desc;
-  for (size_t i = 0; i < planes.size(); ++i) {
-    desc.planes[i] = planes[i].bytes.data();
-    desc.strides[i] = planes[i].stride;
+ImageDesc describe(Planes& planes, Size size, ImageFormat format) {
+  static GuardedBuffer<uint8_t> noMemory(0);  // its address is one that stops the program
+  ImageDesc desc = {
+      .widths = {size.width, -5, 1 << 30}, .heights = {size.height, 0, -1}, .format = format};
+  for (size_t i = 0; i < 3; ++i) {
+    const bool isThere = i < planes.size();
+    desc.planes[i] = isThere ? planes[i].bytes.data() : noMemory.data();
+    desc.strides[i] = isThere ? planes[i].stride : INT32_MIN;
   }
-  desc.widths[0] = size.width;
-  desc.heights[0] = size.height;
   return desc;
+}
+
+bool isUntouched(const Planes& planes) {
+  return std::ranges::all_of(planes, [](const TestPlane& plane) {
+    return static_cast<bool>(
+        holds(plane, Bytes(plane.bytes.size(), GuardedBuffer<uint8_t>::poison)));
+  });
 }
 
 }  // namespace tavro::test

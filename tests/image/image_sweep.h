@@ -37,7 +37,11 @@ testing::AssertionResult checkImage(const ImageCase& c, Random& random);
 /// none of its planes has one.
 Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard = Guard::behind);
 
-/// An image of that size that lies in the planes.
-TavroRTC::FDModule::ImageDesc describe(Planes& planes, Size size);
+/// An image of that size that lies in the planes. Fields that need not be read hold junk.
+TavroRTC::FDModule::ImageDesc describe(Planes& planes, Size size,
+                                       TavroRTC::FDModule::ImageFormat format = {});
+
+/// Whether nothing has been written into the planes since they were made.
+bool isUntouched(const Planes& planes);
 
 }  // namespace tavro::test

@@ -266,16 +266,6 @@ TEST(NetPass, warmsUpOnceAndGoesOnAfterAFailure) {
   EXPECT_TRUE(constant.floatData[0] == 1 && constant.floatData[1] == -2);
 }
 
-TEST(NetPass, keepsNamesOfInputsAndOutputsOnce) {
-  SmallNet small;
-  for (const char* name : {"b", "a", "b"}) {
-    small.net.addInput(name);
-    small.net.addOutput(name);
-  }
-  EXPECT_EQ(small.net.inputs, (std::vector<std::string>{"b", "a"}));
-  EXPECT_EQ(small.net.outputs, (std::vector<std::string>{"b", "a"}));
-}
-
 // --- Diagnostics ---
 
 // A first layer like the model's, and a layer without parameters to tell.
