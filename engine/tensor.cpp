@@ -33,16 +33,6 @@ void releaseStorage(T*& storage, bool borrowed) {
   storage = nullptr;
 }
 
-template <typename T>
-void borrowStorage(T*& storage, bool& borrowed, T* address) {
-  // A tensor that is lent its own buffer stays the owner: there is nobody else to free it.
-  if (address == nullptr || address == storage)
-    return;
-  releaseStorage(storage, borrowed);
-  storage = address;
-  borrowed = true;
-}
-
 }  // namespace
 
 Tensor::~Tensor() {
@@ -61,20 +51,23 @@ float* Tensor::data(int32_t layoutCode) {
   return repack(layoutCode) ? floatData : nullptr;
 }
 
-void Tensor::noteStorage(uint64_t capacity) {
-  notedStorage_ = floatData;
-  notedCapacity_ = capacity;
+bool Tensor::fits(const void* storage, const Capacity& capacity) const {
+  return storage == nullptr || storage != capacity.storage || count() <= capacity.elements;
 }
 
 bool Tensor::storageFits() const {
-  return floatData == nullptr || floatData != notedStorage_ || count() <= notedCapacity_;
+  return fits(floatData, floatCapacity_);
+}
+
+bool Tensor::byteStorageFits() const {
+  return fits(byteData, byteCapacity_);
 }
 
 bool Tensor::allocateFloatData() {
   if (floatData == nullptr) {
     floatData = allocateFloats(count()).release();
     floatBorrowed = false;
-    noteStorage(count());
+    floatCapacity_ = {floatData, count()};
   }
   return floatData != nullptr && storageFits();
 }
@@ -100,7 +93,7 @@ bool Tensor::repack(int32_t layoutCode) {
   releaseStorage(floatData, floatBorrowed);
   floatData = packed.release();
   floatBorrowed = false;
-  noteStorage(*wanted);
+  floatCapacity_ = {floatData, *wanted};
   elementCount = *wanted;
   layout = layoutCode;
   return true;
@@ -108,7 +101,8 @@ bool Tensor::repack(int32_t layoutCode) {
 
 void Tensor::halfToFloat() {
   // A packed tensor counts more values than the half storage has.
-  if (halfData != nullptr && count() == elementsOfShape(*this) && allocateFloatData())
+  if (halfData != nullptr && fits(halfData, halfCapacity_) && count() == elementsOfShape(*this) &&
+      allocateFloatData())
     FDModule::halfToFloat(halfData, floatData, static_cast<int64_t>(count()));
 }
 
@@ -128,7 +122,7 @@ bool Tensor::copyTo(Tensor& dst) {
       return false;
     dst.floatData = storage.release();
     dst.floatBorrowed = false;
-    dst.noteStorage(needed);
+    dst.floatCapacity_ = {dst.floatData, needed};
   }
   dst.n = n;
   dst.h = h;
@@ -139,17 +133,28 @@ bool Tensor::copyTo(Tensor& dst) {
   return true;
 }
 
-void Tensor::borrow(float* address) {
-  borrowStorage(floatData, floatBorrowed, address);
+template <typename T>
+void Tensor::borrow(T*& storage, bool& borrowed, Capacity& capacity, T* address) {
+  // A tensor that is lent its own buffer stays the owner: there is nobody else to free it.
+  if (address == nullptr || (address == storage && !borrowed))
+    return;
+  if (address != storage)
+    releaseStorage(storage, borrowed);
+  storage = address;
+  borrowed = true;
   // A lender gives the tensor its shape first, where it knows it.
-  if (address != nullptr && count() != 0)
-    noteStorage(count());
+  if (count() != 0)
+    capacity = {address, count()};
+}
+
+void Tensor::borrow(float* address) {
+  borrow(floatData, floatBorrowed, floatCapacity_, address);
 }
 void Tensor::borrow(uint16_t* address) {
-  borrowStorage(halfData, halfBorrowed, address);
+  borrow(halfData, halfBorrowed, halfCapacity_, address);
 }
 void Tensor::borrow(uint8_t* address) {
-  borrowStorage(byteData, byteBorrowed, address);
+  borrow(byteData, byteBorrowed, byteCapacity_, address);
 }
 
 }  // namespace TavroRTC::FDModule

@@ -34,11 +34,13 @@ class Tensor {
   /// the shape has outgrown the storage.
   float* floatStorage();
 
-  /// False if the shape has outgrown the float storage. Storage that was put in by hand, past the
-  /// functions of this class, counts as large enough.
+  /// False if the shape has outgrown the float storage, or the byte storage. Storage that was put
+  /// in by hand, past the functions of this class, counts as large enough.
   bool storageFits() const;
+  bool byteStorageFits() const;
 
-  /// Fills the float storage from the half storage, if there is one, on every call.
+  /// Fills the float storage from the half storage, if there is one and the shape hasn't outgrown
+  /// it, on every call.
   void halfToFloat();
 
   /// Gives `dst` this tensor's extents, layout and float values; its elementCount stays. False if
@@ -71,13 +73,21 @@ class Tensor {
   std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
 
  private:
+  // How many elements a storage has; known for one address at a time.
+  struct Capacity {
+    const void* storage = nullptr;
+    uint64_t elements = 0;
+  };
+
   bool allocateFloatData();
   bool repack(int32_t layoutCode);
-  void noteStorage(uint64_t capacity);
+  bool fits(const void* storage, const Capacity& capacity) const;
+  template <typename T>
+  void borrow(T*& storage, bool& borrowed, Capacity& capacity, T* address);
 
-  // How many elements the float storage has; known for one address at a time.
-  const float* notedStorage_ = nullptr;
-  uint64_t notedCapacity_ = 0;
+  Capacity floatCapacity_;
+  Capacity halfCapacity_;
+  Capacity byteCapacity_;
 };
 
 }  // namespace TavroRTC::FDModule

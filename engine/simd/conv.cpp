@@ -47,7 +47,8 @@ constexpr ConvChoice pairToSingle[] = {
 bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
   const bool readsFloats = reads != ConvInput::bytes && input.floatData != nullptr;
   problem.input = readsFloats ? input.data(layout::channelsLast) : nullptr;
-  problem.bytes = reads != ConvInput::floats ? input.byteData : nullptr;
+  const bool readsBytes = reads != ConvInput::floats && input.byteStorageFits();
+  problem.bytes = readsBytes ? input.byteData : nullptr;
   problem.byteMean = input.mean[0];
   problem.byteScale = input.scale[0];
   return problem.input != nullptr || problem.bytes != nullptr;
