@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "engine/aligned_memory.h"
 #include "engine/number_conversion.h"
@@ -27,18 +28,33 @@ uint64_t elementsOfShape(const Tensor& tensor) {
 }
 
 template <typename T>
-void releaseStorage(T*& storage, bool borrowed) {
-  if (!borrowed)
+void releaseStorage(T*& storage, bool borrowed, std::shared_ptr<void>& keeper) {
+  const bool isKept = storage != nullptr && keeper.get() == storage;
+  keeper.reset();
+  if (!isKept && !borrowed)
     alignedFree(storage);
   storage = nullptr;
+}
+
+/// Leaves a tensor's own storage to a keeper that others can hold, too. False without memory.
+template <typename T>
+bool keep(T* storage, bool borrowed, std::shared_ptr<void>& keeper) {
+  if (storage == nullptr || borrowed || keeper.get() == storage)
+    return true;
+  try {
+    keeper = {std::make_shared<AlignedBuffer<T>>(storage), storage};
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 }  // namespace
 
 Tensor::~Tensor() {
-  releaseStorage(floatData, floatBorrowed);
-  releaseStorage(halfData, halfBorrowed);
-  releaseStorage(byteData, byteBorrowed);
+  releaseStorage(floatData, floatBorrowed, floatNote_.keeper);
+  releaseStorage(halfData, halfBorrowed, halfNote_.keeper);
+  releaseStorage(byteData, byteBorrowed, byteNote_.keeper);
 }
 
 uint64_t Tensor::count() const {
@@ -51,23 +67,23 @@ float* Tensor::data(int32_t layoutCode) {
   return repack(layoutCode) ? floatData : nullptr;
 }
 
-bool Tensor::fits(const void* storage, const Capacity& capacity) const {
-  return storage == nullptr || storage != capacity.storage || count() <= capacity.elements;
+bool Tensor::fits(const void* storage, const Note& note) const {
+  return storage == nullptr || storage != note.storage || count() <= note.elements;
 }
 
 bool Tensor::storageFits() const {
-  return fits(floatData, floatCapacity_);
+  return fits(floatData, floatNote_);
 }
 
 bool Tensor::byteStorageFits() const {
-  return fits(byteData, byteCapacity_);
+  return fits(byteData, byteNote_);
 }
 
 bool Tensor::allocateFloatData() {
   if (floatData == nullptr) {
     floatData = allocateFloats(count()).release();
     floatBorrowed = false;
-    floatCapacity_ = {floatData, count()};
+    floatNote_ = {floatData, count(), nullptr};
   }
   return floatData != nullptr && storageFits();
 }
@@ -90,10 +106,10 @@ bool Tensor::repack(int32_t layoutCode) {
     return false;
   if (floatData != nullptr)
     packWeights(floatData, packed.get(), extents, layout, layoutCode);
-  releaseStorage(floatData, floatBorrowed);
+  releaseStorage(floatData, floatBorrowed, floatNote_.keeper);
   floatData = packed.release();
   floatBorrowed = false;
-  floatCapacity_ = {floatData, *wanted};
+  floatNote_ = {floatData, *wanted, nullptr};
   elementCount = *wanted;
   layout = layoutCode;
   return true;
@@ -101,7 +117,7 @@ bool Tensor::repack(int32_t layoutCode) {
 
 void Tensor::halfToFloat() {
   // A packed tensor counts more values than the half storage has.
-  if (halfData != nullptr && fits(halfData, halfCapacity_) && count() == elementsOfShape(*this) &&
+  if (halfData != nullptr && fits(halfData, halfNote_) && count() == elementsOfShape(*this) &&
       allocateFloatData())
     FDModule::halfToFloat(halfData, floatData, static_cast<int64_t>(count()));
 }
@@ -122,7 +138,7 @@ bool Tensor::copyTo(Tensor& dst) {
       return false;
     dst.floatData = storage.release();
     dst.floatBorrowed = false;
-    dst.floatCapacity_ = {dst.floatData, needed};
+    dst.floatNote_ = {dst.floatData, needed, nullptr};
   }
   dst.n = n;
   dst.h = h;
@@ -134,27 +150,42 @@ bool Tensor::copyTo(Tensor& dst) {
 }
 
 template <typename T>
-void Tensor::borrow(T*& storage, bool& borrowed, Capacity& capacity, T* address) {
+void Tensor::borrow(T*& storage, bool& borrowed, Note& note, T* address) {
   // A tensor that is lent its own buffer stays the owner: there is nobody else to free it.
   if (address == nullptr || (address == storage && !borrowed))
     return;
   if (address != storage)
-    releaseStorage(storage, borrowed);
+    releaseStorage(storage, borrowed, note.keeper);
   storage = address;
   borrowed = true;
   // A lender gives the tensor its shape first, where it knows it.
-  if (count() != 0)
-    capacity = {address, count()};
+  if (count() != 0) {
+    note.storage = address;
+    note.elements = count();
+  }
 }
 
 void Tensor::borrow(float* address) {
-  borrow(floatData, floatBorrowed, floatCapacity_, address);
+  borrow(floatData, floatBorrowed, floatNote_, address);
 }
 void Tensor::borrow(uint16_t* address) {
-  borrow(halfData, halfBorrowed, halfCapacity_, address);
+  borrow(halfData, halfBorrowed, halfNote_, address);
 }
 void Tensor::borrow(uint8_t* address) {
-  borrow(byteData, byteBorrowed, byteCapacity_, address);
+  borrow(byteData, byteBorrowed, byteNote_, address);
+}
+
+bool Tensor::share(Tensor& lender) {
+  if (!keep(lender.floatData, lender.floatBorrowed, lender.floatNote_.keeper) ||
+      !keep(lender.halfData, lender.halfBorrowed, lender.halfNote_.keeper))
+    return false;
+  borrow(lender.floatData);
+  borrow(lender.halfData);
+  if (floatData == lender.floatData)
+    floatNote_.keeper = lender.floatNote_.keeper;
+  if (halfData == lender.halfData)
+    halfNote_.keeper = lender.halfNote_.keeper;
+  return true;
 }
 
 }  // namespace TavroRTC::FDModule

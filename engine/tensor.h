@@ -7,6 +7,7 @@
 // tables into the order its kernel wants, on the first frame and without a packing step.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,10 @@ class Tensor {
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
 
+  /// Borrows the float and half storages of another tensor, which stay as they are for as long as
+  /// either tensor uses them. False, with nothing changed, if there is no memory.
+  bool share(Tensor& lender);
+
   int32_t n = 0;  ///< first extent; of a weight, the output channels
   int32_t h = 0;
   int32_t w = 0;
@@ -73,21 +78,22 @@ class Tensor {
   std::vector<Layer*> consumers;  ///< the layers that read it, in order of construction
 
  private:
-  // How many elements a storage has; known for one address at a time.
-  struct Capacity {
-    const void* storage = nullptr;
+  // What is known of a storage besides its address.
+  struct Note {
+    const void* storage = nullptr;  // which one, as somebody may put in another by hand
     uint64_t elements = 0;
+    std::shared_ptr<void> keeper;  // if the storage is shared: frees it after its last user
   };
 
   bool allocateFloatData();
   bool repack(int32_t layoutCode);
-  bool fits(const void* storage, const Capacity& capacity) const;
+  bool fits(const void* storage, const Note& note) const;
   template <typename T>
-  void borrow(T*& storage, bool& borrowed, Capacity& capacity, T* address);
+  void borrow(T*& storage, bool& borrowed, Note& note, T* address);
 
-  Capacity floatCapacity_;
-  Capacity halfCapacity_;
-  Capacity byteCapacity_;
+  Note floatNote_;
+  Note halfNote_;
+  Note byteNote_;
 };
 
 }  // namespace TavroRTC::FDModule

@@ -61,9 +61,7 @@ bool Reshape::forward(RunEnv* /*env*/) {
       !input.storageFits() || (input.floatData == nullptr && input.halfData == nullptr))
     return false;
   shapeOutput();
-  output.borrow(input.floatData);
-  output.borrow(input.halfData);
-  return true;
+  return output.share(input);
 }
 
 }  // namespace TavroRTC::FDModule::core
