@@ -55,8 +55,8 @@ class Tensor {
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
 
-  /// Borrows the float and half storages of another tensor, which stay as they are for as long as
-  /// either tensor uses them. False, with nothing changed, if there is no memory.
+  /// Borrows the float and half storages of another tensor, whose memory is freed when neither of
+  /// them uses it any more. False, with nothing changed, if there is no memory.
   bool share(Tensor& lender);
 
   int32_t n = 0;  ///< first extent; of a weight, the output channels
