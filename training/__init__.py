@@ -2,7 +2,7 @@
 
     pictures with boxes --faces, picture_store--> memory --views, scenes, pastes--> scenes
       --camera--> frames --detector_input--> the bytes that the detector's network sees
-      --assignment, loss, network, trainer--> weights --weight_block, calibrate-->
+      --assignment, loss, network, trainer--> weights --weight_block, average, calibrate-->
       engine/model/weights.bin --evaluate--> figures
 
 `python3 -m training.train --data PATH` makes a weight block, `python3 -m training.evaluate --data

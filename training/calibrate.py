@@ -21,6 +21,8 @@ from training import conditions, detector_library, evaluate, faces, metrics, wei
 from training.contract import THRESHOLD
 from training.network import FaceNetwork
 
+FACES = "16 and more"  # those whose F1 counts
+
 
 def logit(score):
     return math.log(score / (1 - score))
@@ -37,16 +39,16 @@ def shifted(tensors, shift):
     return result
 
 
-def bestPoint(path, folder, sizeClass):
+def bestPoint(path, folder):
     """Where the detector with these weights has its best F1 on the folder's pictures."""
     detector = detector_library.Detector(detector_library.Library(detector_library.build(path)))
     scenes = (conditions.fromPicture(picture, faces.readImage(picture))
               for picture in faces.load(folder))
     parts = [evaluate.examine(detector, scene)[0] for scene in scenes]
     best = metrics.bestPoint(metrics.counted(metrics.joined(parts),
-                                             *metrics.SIZE_CLASSES[sizeClass]))
+                                             *metrics.SIZE_CLASSES[FACES]))
     if not best.f1 > 0:
-        raise ValueError(f"{folder}: no face of {sizeClass} pixels is found: nothing to go by")
+        raise ValueError(f"{folder}: no face of {FACES} pixels is found: nothing to go by")
     return best
 
 
@@ -57,19 +59,16 @@ def main(arguments=None):
     shift.add_argument("--shift", type=float, help="what to add to the logits")
     parser.add_argument("--weights", required=True, help="the weight block to start from")
     parser.add_argument("--output", required=True, help="where the new block goes")
-    parser.add_argument("--faces", default="16 and more", choices=list(metrics.SIZE_CLASSES),
-                        help="the faces whose F1 counts")
     options = parser.parse_args(arguments)
     cv2.setNumThreads(1)
     try:
         shift = options.shift
         if options.data:
-            best = bestPoint(options.weights, options.data, options.faces)
+            best = bestPoint(options.weights, options.data)
             print(f"best F1 {best.f1:.3f} (precision {best.precision:.3f}, "
                   f"recall {best.recall:.3f}) at {best.threshold:.3f}")
             shift = logit(THRESHOLD) - logit(best.threshold)
-        shapes = {name: values.shape for name, values in FaceNetwork().folded().items()}
-        tensors = weight_block.read(options.weights, shapes)
+        tensors = weight_block.read(options.weights, FaceNetwork().blockShapes())
         weight_block.write(pathlib.Path(options.output), shifted(tensors, shift))
     except (OSError, ValueError, detector_library.NotBuilt) as error:
         print(f"training.calibrate: {error}", file=sys.stderr)

@@ -32,7 +32,7 @@ def fromPicture(picture, image):
     return Scene(image, corners, picture.doubtful)
 
 
-def best(centres, length, window):
+def windowStart(centres, length, window):
     """Where along an axis a window begins that holds most of the centres, the middle if all do."""
     middle = (length - window) / 2
     # A best window can be moved until a centre touches one of its ends.
@@ -52,7 +52,7 @@ def cropped(scene, aspect):
     w, h = max(w, 1), max(h, 1)
     sure = scene.boxes[~scene.doubtful]
     centres = (sure[:, :2] + sure[:, 2:]) / 2
-    x, y = int(best(centres[:, 0], width, w)), int(best(centres[:, 1], height, h))
+    x, y = int(windowStart(centres[:, 0], width, w)), int(windowStart(centres[:, 1], height, h))
     cut = (scene.boxes - [x, y, x, y]).clip(0, [w, h, w, h])
     area = (scene.boxes[:, 2:] - scene.boxes[:, :2]).prod(1)
     left = (cut[:, 2:] - cut[:, :2]).prod(1) / numpy.maximum(area, 1e-9)

@@ -16,6 +16,7 @@ import sys
 
 import numpy
 
+from training import weight_block
 from training.contract import MOST_REPORTED, PRIOR_COUNT, SIDE, THRESHOLD, WEIGHT_BYTES
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -81,11 +82,7 @@ def build(weights, tree=TRIAL_TREE):
     The first time takes minutes, after that only the weights are put in anew.
     """
     weights = pathlib.Path(weights).resolve()
-    if not weights.is_file():
-        raise NotBuilt(f"there is no file {weights}")
-    if weights.stat().st_size != WEIGHT_BYTES:
-        raise NotBuilt(f"{weights}: a weight block has {WEIGHT_BYTES} bytes, "
-                       f"this file has {weights.stat().st_size}")
+    weight_block.content(weights)  # refuses what can't be built in
     print(f"building the detector with {weights}", file=sys.stderr)
     for command in (["cmake", "-S", ROOT, "-B", tree, "-G", "Ninja", "-DTAVRO_BUILD_HOST=OFF",
                      "-DTAVRO_BUILD_TESTS=OFF", f"-DTAVRO_WEIGHTS={weights}"],

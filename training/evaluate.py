@@ -36,13 +36,10 @@ def parseArguments(arguments):
     parser.add_argument("--output", help="folder for figures.json and the plots")
     parser.add_argument("--peers", action="store_true", help="measure other detectors, too")
     parser.add_argument("--weights", help="another weight block, built into a library of its own")
-    parser.add_argument("--library", help="another libtavro_training.so")
     parser.add_argument("--limit", type=int, help="only so many pictures, spread over the set")
     options = parser.parse_args(arguments)
     if options.limit is not None and options.limit < 1:
         parser.error("--limit: at least 1")
-    if options.weights and options.library:
-        parser.error("--weights builds a library, --library names one: give one of them")
     return options
 
 
@@ -213,8 +210,8 @@ def evaluate(options):
     if not pictures:
         raise ValueError(f"{options.data}: no pictures")
     others = peers.load() if options.peers else {}
-    path = detector_library.build(options.weights) if options.weights else options.library
-    library = detector_library.Library(path)
+    library = detector_library.Library(
+        detector_library.build(options.weights) if options.weights else None)
     evaluation = Evaluation(detector_library.Detector(library), others)
     for index, picture in enumerate(pictures):
         evaluation.add(index, picture)

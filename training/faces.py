@@ -66,7 +66,10 @@ def load(folder):
 def readImage(picture):
     """Height x width x 3 bytes: B, G, R. The picture's boxes must lie in it, in part at least."""
     data = numpy.fromfile(picture.path, numpy.uint8)
-    image = cv2.imdecode(data, cv2.IMREAD_COLOR) if len(data) else None
+    try:
+        image = cv2.imdecode(data, cv2.IMREAD_COLOR) if len(data) else None
+    except cv2.error:  # too large
+        image = None
     if image is None:
         raise ValueError(f"{picture.path}: not a picture")
     low, high = picture.boxes[:, :2], picture.boxes[:, :2] + picture.boxes[:, 2:]

@@ -15,6 +15,7 @@ from training.assignment import BEST_PRIORS, assign
 from training.priors import decode, encode
 
 FOCUS, POSITIVE_WEIGHT = 2.0, 0.5
+BOX_WEIGHT = 2.0  # of the box loss beside that of the scores
 NEGATIVES_PER_POSITIVE, FEWEST_NEGATIVES = 4, 20
 
 
@@ -69,13 +70,11 @@ class Loss:
     scoreLosses = {"focal": focal, "hardest": hardest}
     boxLosses = ("complete", "smooth")
 
-    def __init__(self, priors, scoreLoss="focal", boxLoss="complete", balance=0.5,
-                 boxWeight=2.0):
+    def __init__(self, priors, scoreLoss, boxLoss, balance):
         self.priors = priors
         self.scoreLoss = self.scoreLosses[scoreLoss]
         self.boxLoss = boxLoss
         self.balance = balance
-        self.boxWeight = boxWeight
 
     def __call__(self, logits, offsets, boxes, kinds):
         """Outputs of the network; boxes and kinds as `assign` takes them. Gives (score, box)."""
@@ -92,4 +91,4 @@ class Loss:
             box = completeOverlap(decode(found.clamp(-20, 20), priors), truth)
         else:
             box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="none").sum(1)
-        return score / count, self.boxWeight * (box * share[positive]).sum() / count
+        return score / count, BOX_WEIGHT * (box * share[positive]).sum() / count

@@ -183,10 +183,13 @@ class FaceNetwork(nn.Module):
             tensors[unit.biasName] = bias.float().cpu().numpy()
         return tensors
 
+    def blockShapes(self):
+        """The extents of the weight block's tensors by name."""
+        return {name: values.shape for name, values in self.folded().items()}
+
     def load(self, path):
         """Takes the weights of a block over. Call restoreNormalisation before training on."""
-        shapes = {name: values.shape for name, values in self.folded().items()}
-        tensors = weight_block.read(path, shapes)
+        tensors = weight_block.read(path, self.blockShapes())
         with torch.no_grad():
             for unit in self.units():
                 unit.set(torch.from_numpy(tensors[unit.weightName]),

@@ -1,7 +1,7 @@
 """Trains the network and writes a weight block.
 
     python3 -m training.train --data PATH --run DIR
-    python3 -m training.train --data PATH --run DIR --resume
+    python3 -m training.train --run DIR --resume
 
 PATH is a folder of pictures and boxes (see faces.py). DIR receives `checkpoint.pt`, from which
 --resume goes on with the options that the run was begun with, `weights.bin`, `run.json`,
@@ -33,6 +33,7 @@ from training.trainer import CHECKPOINT, Batches, Trainer
 
 CHECKPOINT_SECONDS = 300
 LOG_STEPS = 100
+LARGEST_BATCH = 4096
 AGREE_STEPS = 10  # how often the processes ask each other whether to stop
 KEPT_OPTIONS = ("batch", "processes", "folded")  # without them a checkpoint means something else
 
@@ -41,8 +42,8 @@ def number(kind, low, high=math.inf):
     """A reader of numbers from `low` to `high`, both but for infinity allowed."""
     def read(text):
         value = kind(text)
-        if not low <= value <= high or math.isinf(value):
-            limit = "" if math.isinf(high) else f" and at most {high}"
+        if not low <= value <= high or value == math.inf:
+            limit = "" if high == math.inf else f" and at most {high}"
             raise argparse.ArgumentTypeError(f"{text} isn't at least {low}{limit}")
         return value
     read.__name__ = kind.__name__
@@ -62,7 +63,7 @@ def device(text):
 def makeParser():
     parser = argparse.ArgumentParser(prog="training.train", description=__doc__.split("\n\n")[0])
     add = parser.add_argument
-    add("--data", required=True, help="folder of pictures and boxes")
+    add("--data", help="folder of pictures and boxes (with --resume: by default the run's)")
     add("--run", required=True, help="folder for what comes out")
     add("--resume", action="store_true",
         help="go on from the run's checkpoint, with its options where none are given")
@@ -72,8 +73,8 @@ def makeParser():
     add("--samples", type=number(float, 1), default=2e6, help="samples in all (default: 2e6)")
     add("--hours", type=number(float, 1e-3),
         help="time in all, if it ends first; the learning rate falls in time for it")
-    add("--batch", type=number(int, 1), help="samples a step of each process (default: 32 on a "
-        "processor, 256 on a CUDA device)")
+    add("--batch", type=number(int, 1, LARGEST_BATCH),
+        help="samples a step of each process (default: 32 on a processor, 256 on a CUDA device)")
     add("--rate", type=number(float, 1e-9), default=3e-3,
         help="the highest learning rate (default: 0.003)")
     add("--score-loss", default="focal", choices=list(Loss.scoreLosses), help="(default: focal)")
@@ -103,6 +104,8 @@ def readOptions(arguments):
         for name in KEPT_OPTIONS:
             if name in known and getattr(options, name) != known[name]:
                 parser.error(f"the run was begun with --{name} {known[name]} and goes on with it")
+    if not options.data:
+        parser.error("--data is needed")
     onProcessor = options.device.startswith("cpu")
     options.batch = options.batch or (32 if onProcessor else 256)
     options.processes = options.processes or (

@@ -33,8 +33,8 @@ class Views:
     def __len__(self):
         return len(self.pictures)
 
-    def select(self, mask):
-        return Views(self.pictures[mask], self.centres[mask], self.scales[mask], self.angles[mask])
+    def select(self, rows):
+        return Views(self.pictures[rows], self.centres[rows], self.scales[rows], self.angles[rows])
 
     def toPicture(self, points):
         """Points n x k x 2 relative to the tile's middle -> picture pixels."""

@@ -24,14 +24,23 @@ def offsets(shapes):
     return begin, end
 
 
-def read(path, shapes):
-    """The tensors of the file by name, float32, with the given extents."""
+def content(path):
+    """All floats of the file, padding included."""
     with open(path, "rb") as file:
         block = file.read()
     if len(block) != WEIGHT_BYTES:
         raise ValueError(f"{path}: has {len(block)} bytes, a weight block has {WEIGHT_BYTES}")
+    floats = numpy.frombuffer(block, "<f4")
+    if not numpy.isfinite(floats).all():
+        raise ValueError(f"{path}: has values that are not finite")
+    return floats
+
+
+def read(path, shapes):
+    """The tensors of the file by name, float32, with the given extents."""
+    floats = content(path)
     begin, _ = offsets(shapes)
-    return {name: numpy.frombuffer(block, "<f4", int(numpy.prod(shape)), begin[name])
+    return {name: numpy.frombuffer(floats, "<f4", int(numpy.prod(shape)), begin[name])
             .reshape(shape).copy() for name, shape in shapes.items()}
 
 

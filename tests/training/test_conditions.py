@@ -35,7 +35,7 @@ class Aspects(unittest.TestCase):
         random = numpy.random.default_rng(4)
         for _ in range(50):
             centres = random.uniform(0, 300, random.integers(0, 9))
-            start = conditions.best(centres, 300, 120)
+            start = conditions.windowStart(centres, 300, 120)
             self.assertTrue(0 <= start <= 180)
             def held(at):
                 return int(((centres >= at) & (centres <= at + 120)).sum())

@@ -124,6 +124,9 @@ class Network(unittest.TestCase):
         path.write_bytes(b"0" * 1000)
         with self.assertRaisesRegex(ValueError, "1000 bytes"):
             FaceNetwork().load(path)
+        path.write_bytes(b"\xff" * WEIGHT_BYTES)
+        with self.assertRaisesRegex(ValueError, "not finite"):
+            FaceNetwork().load(path)
         network = FaceNetwork()
         network.units()[0].convolution.weight.data[0] = float("nan")
         with self.assertRaisesRegex(ValueError, "conv1.0.weight"):
@@ -137,8 +140,7 @@ class Network(unittest.TestCase):
         output = folder / "mean"
         self.assertEqual(average.main([str(folder / name) for name in ("first", "second", "first")]
                                       + ["--output", str(output)]), 0)
-        shapes = {name: values.shape for name, values in first.items()}
-        for name, values in weight_block.read(output, shapes).items():
+        for name, values in weight_block.read(output, FaceNetwork().blockShapes()).items():
             numpy.testing.assert_allclose(values, (2 * first[name] + second[name]) / 3, 1e-6, 1e-7)
 
     def testTheShiftMovesEveryScoreByTheSame(self):

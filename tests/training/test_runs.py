@@ -33,8 +33,8 @@ class Runs(unittest.TestCase):
         errors = io.StringIO()
         with contextlib.redirect_stdout(io.StringIO()), contextlib.redirect_stderr(errors):
             try:
-                status = train.main(["--data", str(self.set), "--run", str(self.folder / name),
-                                     *map(str, options)])
+                status = train.main([*(() if "--resume" in options else ("--data", str(self.set))),
+                                     "--run", str(self.folder / name), *map(str, options)])
             except SystemExit as stop:  # argparse
                 status = stop.code
         return status, errors.getvalue()
@@ -91,6 +91,7 @@ class Runs(unittest.TestCase):
         for name, options, cause in (
                 ("new", ("--hours", "0"), "--hours"), ("new", ("--samples", "nan"), "--samples"),
                 ("new", ("--samples", "inf"), "--samples"), ("new", ("--seed", 1 << 31), "--seed"),
+                ("new", ("--batch", 10 ** 400), "at most 4096"),
                 ("new", ("--device", "abacus"), "abacus"), ("new", ("--folded",), "--start"),
                 ("new", ("--start", "/nowhere.bin"), "/nowhere.bin"),
                 ("new", ("--start", self.set / "boxes.txt"), "391296"),
@@ -105,7 +106,5 @@ class Runs(unittest.TestCase):
     def testAnEndlessLossIsNotSaved(self):
         self.finish("run", "--batch", 4, "--processes", 1, "--samples", 8)
         with mock.patch.object(trainer.Trainer, "rate", lambda _: float("nan")):
-            with self.assertRaisesRegex(SystemExit, "lower --rate"):
-                train.main(["--data", str(self.set), "--run", str(self.folder / "run"), "--resume",
-                            "--samples", "40"])
+            self.assertIn("lower --rate", self.start("run", "--resume", "--samples", 40)[0])
         self.assertEqual(torch.load(self.folder / "run" / trainer.CHECKPOINT)["step"], 2)

@@ -50,7 +50,7 @@ class BoxLists(unittest.TestCase):
         synthetic.write(self.folder / "set", [(synthetic.portrait(), [(160, 9, 5, 5)], [0])])
         picture = faces.load(self.folder / "set")[0]
         for data, cause in ((None, "outside"), (b"no picture", "not a picture"),
-                            (b"", "not a picture")):
+                            (b"P6 60000 60000 255 ", "not a picture"), (b"", "not a picture")):
             if data is not None:
                 picture.path.write_bytes(data)
             with self.assertRaisesRegex(ValueError, f"picture0.png: .*{cause}"):
