@@ -96,6 +96,7 @@ inline std::vector<gstreamer::Face> regionsOf(GstBuffer* buffer) {
 
 inline std::vector<FaceRect> rectsOf(const std::vector<gstreamer::Face>& faces) {
   std::vector<FaceRect> rects;
+  rects.reserve(faces.size());
   for (const gstreamer::Face& face : faces)
     rects.push_back(face.rect);
   return rects;

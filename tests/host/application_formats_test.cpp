@@ -106,7 +106,9 @@ TEST_F(Formats, OtherSamplingsAndDepthsAreConverted) {
   const std::string path = folder_.file("clip.y4m");
   for (const auto& [format, samples] : cases) {
     SCOPED_TRACE(format);
-    writeFile(path, "YUV4MPEG2 W34 H26 F25:1 " + format + "\nFRAME\n" + samples);
+    std::string stream = "YUV4MPEG2 W34 H26 F25:1 ";
+    stream.append(format).append("\nFRAME\n").append(samples);
+    writeFile(path, stream);
     const json result = resultsOf({path}, 1)[0];
     EXPECT_EQ(result["width"], 34);
     expectQuarters(result, {60, 110, 160, 210});

@@ -67,6 +67,7 @@ inline std::string y4m(std::span<const host::I420Frame> frames,
 inline std::vector<host::I420Frame> randomFrames(Random& random, int count, int32_t width,
                                                  int32_t height) {
   std::vector<host::I420Frame> frames;
+  frames.reserve(static_cast<size_t>(count));
   for (int i = 0; i < count; ++i)
     frames.push_back(randomFrame(random, width, height));
   return frames;
