@@ -62,14 +62,7 @@ I420Frame movedPicture(const std::vector<char>& picture, int32_t width, int32_t 
 uint64_t inputChecksum(const I420Frame& frame) {
   static std::vector<uint8_t> planar(planarInputSize + 64);
   static std::vector<uint8_t> packed(packedInputSize + 64);
-  const FrameView view = {.y = frame.planeData(0),
-                          .u = frame.planeData(1),
-                          .v = frame.planeData(2),
-                          .width = frame.width(),
-                          .height = frame.height(),
-                          .strideY = frame.planeStride(0),
-                          .strideUV = frame.planeStride(1)};
-  if (!prepareNetworkInput(view, planar.data(), packed.data()))
+  if (!prepareNetworkInput(viewOf(frame), planar.data(), packed.data()))
     return 0;
   uint64_t hash = 14695981039346656037U;
   for (size_t i = 0; i < packedInputSize; ++i)

@@ -1,12 +1,10 @@
 // The sink for a single picture, which the build's media folder encodes.
 
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "host/app/annotation.h"
 #include "host/app/png.h"
-#include "host/app/process.h"
+#include "host/app/target_file.h"
 
 namespace tavro::host {
 
@@ -14,7 +12,7 @@ namespace {
 
 class PictureSink final : public FrameSink {
  public:
-  PictureSink(StreamHandle file, int32_t colorMatrix)
+  PictureSink(TargetFile file, int32_t colorMatrix)
       : file_(std::move(file)), colorMatrix_(colorMatrix) {}
 
   bool write(const I420Frame& frame, double /*time*/, std::string& error) override {
@@ -25,22 +23,13 @@ class PictureSink final : public FrameSink {
       error = "the picture can't be encoded";
       return false;
     }
-    return succeeded(std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) == bytes.size(),
-                     error);
+    return file_.put(bytes.data(), bytes.size(), error);
   }
 
-  bool finish(std::string& error) override {
-    return succeeded(std::fclose(file_.release()) == 0, error);
-  }
+  bool finish(std::string& error) override { return file_.close(error); }
 
  private:
-  static bool succeeded(bool done, std::string& error) {
-    if (!done)
-      error = std::strerror(errno);
-    return done;
-  }
-
-  StreamHandle file_;
+  TargetFile file_;
   int32_t colorMatrix_;
   bool written_ = false;
 };
@@ -49,12 +38,9 @@ class PictureSink final : public FrameSink {
 
 std::unique_ptr<FrameSink> openPictureSink(const std::string& path, const SinkFormat& format,
                                            std::string& error) {
-  StreamHandle file(openFile(path, "wb"));
-  if (file == nullptr) {
-    error = std::strerror(errno);
-    return nullptr;
-  }
-  return std::make_unique<PictureSink>(std::move(file), format.colorMatrix);
+  auto file = TargetFile::open(path, error);
+  return file.has_value() ? std::make_unique<PictureSink>(std::move(*file), format.colorMatrix)
+                          : nullptr;
 }
 
 }  // namespace tavro::host

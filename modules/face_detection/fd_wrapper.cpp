@@ -7,18 +7,6 @@ namespace {
 
 constexpr float scoreThreshold = 0.65F;
 
-FrameView view(const HostFrame& frame) {
-  FrameView result;
-  result.y = frame.planeData(0);
-  result.u = frame.planeData(1);
-  result.v = frame.planeData(2);
-  result.width = frame.width();
-  result.height = frame.height();
-  result.strideY = frame.planeStride(0);
-  result.strideUV = frame.planeStride(1);
-  return result;
-}
-
 }  // namespace
 
 FDWrapper::FDWrapper() = default;
@@ -40,7 +28,7 @@ bool FDWrapper::execute(const HostFrame* frame, FaceRectSequence* faces) {
   if (detector_ == nullptr)
     return false;
   try {
-    return detector_->execute(view(*frame), *faces);
+    return detector_->execute(viewOf(*frame), *faces);
   } catch (...) {
     faces->size = 0;
     return false;

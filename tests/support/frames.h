@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "host/core/i420_frame.h"
-#include "modules/face_detection/frame_view.h"
 #include "tests/support/random.h"
 
 namespace tavro::test {
@@ -45,17 +44,6 @@ inline std::string samplesOf(const host::I420Frame& frame) {
                          ptrdiff_t{y} * frame.planeStride(plane),
                      static_cast<size_t>(frame.planeWidth(plane)));
   return samples;
-}
-
-/// As the detector sees it.
-inline TavroRTC::FDModule::FrameView viewOf(const host::I420Frame& frame) {
-  return {.y = frame.planeData(0),
-          .u = frame.planeData(1),
-          .v = frame.planeData(2),
-          .width = frame.width(),
-          .height = frame.height(),
-          .strideY = frame.planeStride(0),
-          .strideUV = frame.planeStride(1)};
 }
 
 }  // namespace tavro::test

@@ -49,17 +49,10 @@ std::unique_ptr<Detection> Detection::make() {
 
 bool Detection::detect(const host::I420Frame& frame, double time) {
   Parts& parts = *parts_;
-  const fd::FrameView view = {.y = frame.planeData(0),
-                              .u = frame.planeData(1),
-                              .v = frame.planeData(2),
-                              .width = frame.width(),
-                              .height = frame.height(),
-                              .strideY = frame.planeStride(0),
-                              .strideUV = frame.planeStride(1)};
   float* boxes = nullptr;
   float* scores = nullptr;
   if (!parts.detector.execute(&frame, parts.faces.sequence()) ||
-      !fd::prepareNetworkInput(view, parts.planar.data(), parts.packed.data()) ||
+      !fd::prepareNetworkInput(fd::viewOf(frame), parts.planar.data(), parts.packed.data()) ||
       fd::runImpl(parts.network.get(), parts.packed.data(), &boxes, &scores) != 0)
     return false;
   Sighting raw{.time = time, .faces = {}};

@@ -4,8 +4,7 @@
 #include <system_error>
 
 #include "host/app/best_faces.h"
-#include "host/app/process.h"
-#include "host/app/standard_output.h"
+#include "host/app/target_file.h"
 #include "host/core/utf8_path.h"
 
 namespace tavro::host {
@@ -31,10 +30,9 @@ class FacePictures final : public FrameOutput {
       char name[64];
       std::snprintf(name, sizeof name, "face-%04lld.jpg", static_cast<long long>(number));
       const std::string path = utf8FromPath(pathFromUtf8(folder_) / name);
-      StreamHandle file(openFile(path, "wb"));
-      const bool written = file != nullptr && std::fwrite(story.jpeg.data(), 1, story.jpeg.size(),
-                                                          file.get()) == story.jpeg.size();
-      if (!written || std::fclose(file.release()) != 0) {
+      auto file = TargetFile::open(path, error);
+      if (!file.has_value() || !file->put(story.jpeg.data(), story.jpeg.size(), error) ||
+          !file->close(error)) {
         error = path + ": the picture can't be written";
         return false;
       }

@@ -1,11 +1,7 @@
 // --report: gathers what the page of report_page.h shows.
 
-#include <cerrno>
-#include <cstring>
-
 #include "host/app/output/report_page.h"
-#include "host/app/process.h"
-#include "host/app/standard_output.h"
+#include "host/app/target_file.h"
 
 namespace tavro::host {
 
@@ -15,7 +11,7 @@ constexpr int32_t thumbnailSide = 240;
 
 class Report final : public FrameOutput {
  public:
-  Report(std::string path, StreamHandle file, const OutputRequest& request)
+  Report(std::string path, TargetFile file, const OutputRequest& request)
       : path_(std::move(path)),
         file_(std::move(file)),
         faces_(thumbnailSide, request.format.colorMatrix) {
@@ -48,16 +44,15 @@ class Report final : public FrameOutput {
     data_.endTime = endTime;
     data_.faces = faces_.stories();
     const std::string page = reportPage(data_);
-    const bool written = std::fwrite(page.data(), 1, page.size(), file_.get()) == page.size();
-    if (std::fclose(file_.release()) == 0 && written)
+    if (file_.put(page.data(), page.size(), error) && file_.close(error))
       return true;
-    error = path_ + ": " + std::strerror(errno);
+    error = path_ + ": " + error;
     return false;
   }
 
  private:
   std::string path_;
-  StreamHandle file_;
+  TargetFile file_;
   BestFaces faces_;
   ReportData data_;
   double lastTime_ = 0.0;
@@ -67,10 +62,9 @@ class Report final : public FrameOutput {
 
 std::unique_ptr<FrameOutput> openReport(const OutputRequest& request, std::string& error) {
   const std::string& path = request.options.report;
-  StreamHandle file(openFile(path, "wb"));
-  if (file != nullptr)
-    return std::make_unique<Report>(path, std::move(file), request);
-  error = path + ": " + std::strerror(errno);
+  if (auto file = TargetFile::open(path, error))
+    return std::make_unique<Report>(path, std::move(*file), request);
+  error = path + ": " + error;
   return nullptr;
 }
 

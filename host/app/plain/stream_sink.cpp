@@ -1,9 +1,7 @@
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "host/app/annotation.h"
-#include "host/app/process.h"
+#include "host/app/target_file.h"
 
 namespace tavro::host {
 
@@ -12,8 +10,7 @@ namespace {
 /// A Y4M stream, which holds pictures of one size only.
 class StreamSink final : public FrameSink {
  public:
-  StreamSink(StreamHandle file, const SinkFormat& format)
-      : file_(std::move(file)), format_(format) {}
+  StreamSink(TargetFile file, const SinkFormat& format) : file_(std::move(file)), format_(format) {}
 
   bool write(const I420Frame& frame, double /*time*/, std::string& error) override {
     if (frame.width() != format_.width || frame.height() != format_.height) {
@@ -26,29 +23,18 @@ class StreamSink final : public FrameSink {
              " F" + std::to_string(format_.frameRate.numerator) + ":" +
              std::to_string(format_.frameRate.denominator) + " C420jpeg\n";
     head += "FRAME\n";
-    bool written = put(head.data(), head.size());
+    bool written = file_.put(head.data(), head.size(), error);
     for (int32_t plane = 0; plane < planeCount; ++plane)
       for (int32_t y = 0; written && y < frame.planeHeight(plane); ++y)
-        written = put(frame.planeData(plane) + ptrdiff_t{y} * frame.planeStride(plane),
-                      static_cast<size_t>(frame.planeWidth(plane)));
-    return succeeded(written, error);
+        written = file_.put(frame.planeData(plane) + ptrdiff_t{y} * frame.planeStride(plane),
+                            static_cast<size_t>(frame.planeWidth(plane)), error);
+    return written;
   }
 
-  bool finish(std::string& error) override {
-    return succeeded(std::fclose(file_.release()) == 0, error);
-  }
+  bool finish(std::string& error) override { return file_.close(error); }
 
  private:
-  bool put(const void* bytes, size_t size) {
-    return std::fwrite(bytes, 1, size, file_.get()) == size;
-  }
-  static bool succeeded(bool done, std::string& error) {
-    if (!done)
-      error = std::strerror(errno);
-    return done;
-  }
-
-  StreamHandle file_;
+  TargetFile file_;
   SinkFormat format_;
   bool started_ = false;
 };
@@ -57,12 +43,8 @@ class StreamSink final : public FrameSink {
 
 std::unique_ptr<FrameSink> openVideoSink(const std::string& path, const SinkFormat& format,
                                          std::string& error) {
-  StreamHandle file(openFile(path, "wb"));
-  if (file == nullptr) {
-    error = std::strerror(errno);
-    return nullptr;
-  }
-  return std::make_unique<StreamSink>(std::move(file), format);
+  auto file = TargetFile::open(path, error);
+  return file.has_value() ? std::make_unique<StreamSink>(std::move(*file), format) : nullptr;
 }
 
 }  // namespace tavro::host
