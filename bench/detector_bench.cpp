@@ -5,8 +5,8 @@
 #include "bench/network.h"
 #include "bench/scenes.h"
 #include "host/core/face_rects.h"
+#include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/fd_wrapper.h"
-#include "modules/face_detection/prior_boxes.h"
 
 namespace tavro::bench {
 namespace {

@@ -1,15 +1,13 @@
 #include "bench/scenes.h"
 
+#include <array>
 #include <cmath>
 #include <new>
 #include <random>
 #include <utility>
 
 #include "bench/network.h"
-#include "modules/face_detection/box_decoder.h"
-#include "modules/face_detection/face_tracker.h"
-#include "modules/face_detection/prior_boxes.h"
-#include "modules/face_detection/truncation.h"
+#include "modules/face_detection/frame_analysis.h"
 
 namespace tavro::bench {
 
@@ -72,14 +70,14 @@ std::vector<float> planesOf(std::span<const uint8_t> picture) {
 }
 
 FaceScene::FaceScene(uint32_t moment) : boxes(priorCount * 4), scores(priorCount * 2) {
-  BoxDecoder decoder;
-  generatePriors(decoder.priors);
+  std::array<PriorBox, priorCount> priors;
+  generatePriors(priors);
   std::mt19937 random(moment + 1);
   std::uniform_real_distribution<float> tremble(-0.1F, 0.1F);
   std::uniform_real_distribution<float> low(0.0F, 0.4F);
   std::uniform_real_distribution<float> high(0.7F, 0.99F);
   for (size_t i = 0; i < priorCount; ++i) {
-    const PriorBox& prior = decoder.priors[i];
+    const PriorBox& prior = priors[i];
     float score = low(random);
     for (const Face& face : faces) {
       if (!fires(prior, face))
@@ -97,19 +95,8 @@ FaceScene::FaceScene(uint32_t moment) : boxes(priorCount * 4), scores(priorCount
 }
 
 size_t PostProcessing::frame(const FaceScene& scene, FrameSize size) {
-  BoxDecoder decoder;
-  decoder.keepLimit = sceneFaces - 1;
-  decoder.scoreThreshold = 0.65F;
-  generatePriors(decoder.priors);
-  std::vector<FaceRect> rects;
-  for (const Detection& box :
-       decoder.decode(size.width, size.height, scene.boxes.data(), scene.scores.data()))
-    rects.push_back({truncateToInt32(box.x1), truncateToInt32(box.y1), truncateToInt32(box.x2),
-                     truncateToInt32(box.y2)});
-  std::vector<FaceRect> unmatched;
-  associateTracks(rects, unmatched, tracks_);
-  pruneTracks(rects, tracks_);
-  addTracks(unmatched, tracks_);
+  const NetworkOutput output = {.boxes = scene.boxes.data(), .scores = scene.scores.data()};
+  updateTracks(truncated(decodeBoxes(output, size.width, size.height, defaultThreshold)), tracks_);
   return tracks_.size();
 }
 

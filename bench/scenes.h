@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/core/i420_frame.h"
-#include "modules/face_detection/face_track.h"
+#include "modules/face_detection/face_tracker.h"
 
 namespace tavro::bench {
 

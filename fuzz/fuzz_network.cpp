@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "fuzz/byte_reader.h"
+#include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/impl.h"
-#include "modules/face_detection/prior_boxes.h"
 #include "tests/support/processor.h"
 
 namespace {

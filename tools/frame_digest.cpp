@@ -9,17 +9,17 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <span>
 #include <vector>
 
-#include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
-#include "modules/face_detection/fd_wrapper.h"
+#include "modules/face_detection/face_tracker.h"
+#include "modules/face_detection/frame_analysis.h"
 #include "modules/face_detection/network_input.h"
 
 namespace {
 
 using namespace TavroRTC::FDModule;
-using tavro::host::FaceRects;
 using tavro::host::I420Frame;
 using tavro::host::planeCount;
 using tavro::host::planeExtent;
@@ -58,15 +58,11 @@ I420Frame movedPicture(const std::vector<char>& picture, int32_t width, int32_t 
   return std::move(*frame);
 }
 
-/// FNV-1a of the network's input.
-uint64_t inputChecksum(const I420Frame& frame) {
-  static std::vector<uint8_t> planar(planarInputSize + 64);
-  static std::vector<uint8_t> packed(packedInputSize + 64);
-  if (!prepareNetworkInput(viewOf(frame), planar.data(), packed.data()))
-    return 0;
+/// FNV-1a.
+uint64_t checksum(std::span<const uint8_t> bytes) {
   uint64_t hash = 14695981039346656037U;
-  for (size_t i = 0; i < packedInputSize; ++i)
-    hash = (hash ^ packed[i]) * 1099511628211U;
+  for (const uint8_t byte : bytes)
+    hash = (hash ^ byte) * 1099511628211U;
   return hash;
 }
 
@@ -79,24 +75,26 @@ int main(int argumentCount, char** arguments) {
     std::fprintf(stderr, "usage: frame_digest PICTURE, an I420 file of 160x120\n");
     return 2;
   }
-  FDWrapper detector;
-  if (!detector.init()) {
+  FrameAnalysis analysis;
+  if (!analysis.init()) {
     std::fprintf(stderr, "frame_digest: no network\n");
     return 1;
   }
   std::mt19937 noise(1);
-  FaceRects faces;
+  std::vector<FaceTrack> tracks;
   for (const auto& [width, height, strideGap] : sizes)
     for (int32_t step = 0; step < 4; ++step) {
       const I420Frame frame = movedPicture(picture, width, height, strideGap, step, noise);
-      if (!detector.execute(&frame, faces.sequence())) {
+      const auto boxes = analysis.findBoxes(viewOf(frame), defaultThreshold);
+      if (!boxes.has_value()) {
         std::fprintf(stderr, "frame_digest: the detector refuses %dx%d\n", width, height);
         return 1;
       }
+      updateTracks(truncated(*boxes), tracks);
       std::printf("frame %dx%d input %016llx faces", width, height,
-                  static_cast<unsigned long long>(inputChecksum(frame)));
-      for (const FaceRect& face : faces.view())
-        std::printf(" (%d %d %d %d)", face.left, face.top, face.right, face.bottom);
+                  static_cast<unsigned long long>(checksum({analysis.picture(), packedInputSize})));
+      for (const FaceTrack& track : tracks)
+        std::printf(" (%d %d %d %d)", track.rect[0], track.rect[1], track.rect[2], track.rect[3]);
       std::printf("\n");
     }
   return 0;

@@ -5,7 +5,7 @@
 
 #include "bench/peers/child_process.h"
 #include "bench/peers/peers.h"
-#include "modules/face_detection/prior_boxes.h"
+#include "modules/face_detection/box_decoder.h"
 
 namespace tavro::bench {
 namespace {

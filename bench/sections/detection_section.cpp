@@ -5,8 +5,7 @@
 
 #include "bench/report_data.h"
 #include "bench/scenes.h"
-#include "modules/face_detection/box_decoder.h"
-#include "modules/face_detection/prior_boxes.h"
+#include "modules/face_detection/frame_analysis.h"
 
 namespace tavro::bench {
 namespace {
@@ -31,8 +30,8 @@ void measureDetection(Report& report, const ReportOptions& options) {
   const auto nextFrame = [&] { faces = tracked.frame(scenes[frame++ % moments], size); };
 
   BoxDecoder decoder;
-  decoder.keepLimit = sceneFaces - 1;
-  decoder.scoreThreshold = 0.65F;
+  decoder.keepLimit = TavroRTC::FDModule::defaultKeepLimit;
+  decoder.scoreThreshold = TavroRTC::FDModule::defaultThreshold;
   const FaceScene& scene = scenes[0];
   const std::array<Contender, 3> contenders = {
       inProcess("decode, suppress, track, six faces", runsPerTurn, nextFrame),

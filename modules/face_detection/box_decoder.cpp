@@ -3,8 +3,31 @@
 #include <algorithm>
 #include <cmath>
 
+#include "modules/face_detection/network_input.h"
+
 namespace TavroRTC::FDModule {
 namespace {
+
+struct Grid {
+  int cells;     // along each side of the input
+  float stride;  // side of a cell in input pixels
+  int sizeCount;
+  std::array<float, 3> sizes;  // sides of a cell's priors in input pixels
+};
+
+constexpr std::array<Grid, 3> grids = {{
+    {24, 8, 3, {8, 16, 32}},
+    {12, 16, 2, {64, 96}},
+    {6, 32, 2, {128, 192}},
+}};
+
+constexpr size_t countPriors() {
+  size_t count = 0;
+  for (const Grid& grid : grids)
+    count += static_cast<size_t>(grid.cells * grid.cells * grid.sizeCount);
+  return count;
+}
+static_assert(countPriors() == priorCount);
 
 // By these factors the network's offsets were enlarged in training: centres and sizes come out in
 // similar ranges.
@@ -37,6 +60,21 @@ float intersectionOverUnion(const Detection& a, const Detection& b) {
 }
 
 }  // namespace
+
+void generatePriors(std::span<PriorBox, priorCount> priors) {
+  auto prior = priors.begin();
+  for (const Grid& grid : grids) {
+    const auto cellCentre = [&](int cell, float inputSide) {
+      return (static_cast<float>(cell) + 0.5F) * grid.stride / inputSide;
+    };
+    for (int row = 0; row < grid.cells; ++row)
+      for (int column = 0; column < grid.cells; ++column)
+        for (size_t k = 0; k < static_cast<size_t>(grid.sizeCount); ++k) {
+          *prior++ = {cellCentre(column, inputWidth), cellCentre(row, inputHeight),
+                      grid.sizes[k] / inputWidth, grid.sizes[k] / inputHeight};
+        }
+  }
+}
 
 std::vector<Detection> BoxDecoder::decode(int32_t frameWidth, int32_t frameHeight,
                                           const float* boxes, const float* scores) {

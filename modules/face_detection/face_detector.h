@@ -2,8 +2,7 @@
 
 // FaceDetector: the pipeline from one video frame to the faces in it.
 //
-//   frame --scale--> 192x192 I420 --convert--> B, G, R bytes --network--> scores and offsets
-//     --decode--> boxes --track--> rectangles
+//   frame --FrameAnalysis--> boxes of this frame --updateTracks--> rectangles of the faces
 //
 // It owns what carries over from frame to frame: the network and the list of tracked faces.
 

@@ -1,13 +1,9 @@
 #include "modules/face_detection/fd_wrapper.h"
 
 #include "modules/face_detection/face_detector.h"
+#include "modules/face_detection/frame_analysis.h"
 
 namespace TavroRTC::FDModule {
-namespace {
-
-constexpr float scoreThreshold = 0.65F;
-
-}  // namespace
 
 FDWrapper::FDWrapper() = default;
 FDWrapper::~FDWrapper() = default;
@@ -15,7 +11,7 @@ FDWrapper::~FDWrapper() = default;
 bool FDWrapper::init() {
   try {
     detector_ = std::make_shared<FaceDetector>();
-    return detector_->init(scoreThreshold);
+    return detector_->init(defaultThreshold);
   } catch (...) {
     return false;
   }

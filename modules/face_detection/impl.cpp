@@ -11,8 +11,8 @@
 #include "engine/net.h"
 #include "engine/weight_packing.h"
 #include "impl_x86/x86_run_env.h"
+#include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/network_input.h"
-#include "modules/face_detection/prior_boxes.h"
 
 namespace TavroRTC::FDModule {
 
@@ -33,8 +33,8 @@ bool setInput(Net& net, uint8_t* picture) {
   if (input == nullptr)
     return false;
   input->n = 1;
-  input->h = networkInputSide;
-  input->w = networkInputSide;
+  input->h = inputHeight;
+  input->w = inputWidth;
   input->c = inputChannels;
   input->layout = layout::channelsLast;
   input->borrow(picture);

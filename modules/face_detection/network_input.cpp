@@ -26,15 +26,14 @@ ImageDesc describe(const FrameView& frame) {
 }  // namespace
 
 bool prepareNetworkInput(const FrameView& frame, uint8_t* planar, uint8_t* packed) {
-  constexpr int32_t side = networkInputSide;
-  constexpr int32_t pixels = side * side;
-  const ImageDesc scaled =
-      describePlanes(planar, planar + pixels, planar + pixels * 5 / 4, side, side, side, side / 2);
+  constexpr int32_t pixels = inputWidth * inputHeight;
+  const ImageDesc scaled = describePlanes(planar, planar + pixels, planar + pixels * 5 / 4,
+                                          inputWidth, inputHeight, inputWidth, inputWidth / 2);
   ImageDesc picture;
   picture.planes[0] = packed;
-  picture.widths[0] = side;
-  picture.heights[0] = side;
-  picture.strides[0] = side * bytesPerPixel;
+  picture.widths[0] = inputWidth;
+  picture.heights[0] = inputHeight;
+  picture.strides[0] = inputWidth * bytesPerPixel;
   picture.format = ImageFormat::Bgr24;
   return scaleImage(describe(frame), scaled, ScaleFilter::Bilinear) == 0 &&
          convertImage(scaled, picture, ColorOp::I420ToBgr24) == 0;

@@ -12,12 +12,13 @@
 
 namespace TavroRTC::FDModule {
 
-inline constexpr int32_t networkInputSide = 192;
+inline constexpr int32_t inputWidth = 192;  ///< in pixels
+inline constexpr int32_t inputHeight = 192;
 
-/// Bytes of the two buffers: the square's three planes in one block, and its packed pixels without
+/// Bytes of the two buffers: the picture's three planes in one block, and its packed pixels without
 /// gaps between the rows.
-inline constexpr size_t planarInputSize = size_t{networkInputSide} * networkInputSide * 3 / 2;
-inline constexpr size_t packedInputSize = size_t{networkInputSide} * networkInputSide * 3;
+inline constexpr size_t planarInputSize = size_t{inputWidth} * inputHeight * 3 / 2;
+inline constexpr size_t packedInputSize = size_t{inputWidth} * inputHeight * 3;
 
 /// Fills both buffers. False, with the packed one as it was, if the frame's planes or its size are
 /// refused or there is no memory for a work row.

@@ -8,7 +8,6 @@
 #include <cmath>
 #include <limits>
 
-#include "modules/face_detection/one_euro_filter.h"
 #include "modules/face_detection/truncation.h"
 #include "tests/support/print_face_rect.h"
 

@@ -27,7 +27,7 @@
 #include "host/app/stream_damage.h"
 #include "host/app/video_input.h"
 #include "host/core/utf8_path.h"
-#include "tools/jitter/detection.h"
+#include "tools/jitter/face_recorder.h"
 #include "tools/jitter/moving_picture.h"
 #include "tools/jitter/plot.h"
 #include "tools/jitter/steadiness.h"
@@ -82,10 +82,10 @@ void printRow(std::FILE* target, const char* name, double raw, double tracked, i
   std::fputc('\n', target);
 }
 
-void printSteadiness(std::FILE* target, const Detection& detection) {
-  const Steadiness raw = measure(detection.raw());
-  const Steadiness tracked = measure(detection.tracked());
-  const auto frames = static_cast<int64_t>(detection.raw().size());
+void printSteadiness(std::FILE* target, const FaceRecorder& recorder) {
+  const Steadiness raw = measure(recorder.raw());
+  const Steadiness tracked = measure(recorder.tracked());
+  const auto frames = static_cast<int64_t>(recorder.raw().size());
   std::fprintf(target, "%s\n%-44s %10s %10s\n", host::counted(frames, "frame").c_str(), "", "raw",
                "tracked");
   printRow(target, "steps from frame to frame", static_cast<double>(raw.steps),
@@ -104,10 +104,10 @@ void printSteadiness(std::FILE* target, const Detection& detection) {
 }
 
 /// Slides the photograph; the truth is where its face is when it rests.
-bool slide(const host::I420Frame& photo, Detection& detection, std::vector<FaceRect>& truth,
+bool slide(const host::I420Frame& photo, FaceRecorder& recorder, std::vector<FaceRect>& truth,
            std::string& error) {
-  const auto resting = Detection::make();
-  if (resting == nullptr || !resting->detect(photo, 0.0) || resting->raw().front().faces.empty()) {
+  const auto resting = FaceRecorder::make();
+  if (resting == nullptr || !resting->record(photo, 0.0) || resting->raw().front().faces.empty()) {
     error = "no face is found in the photograph";
     return false;
   }
@@ -115,7 +115,7 @@ bool slide(const host::I420Frame& photo, Detection& detection, std::vector<FaceR
   const MovingPicture moving(photo, *std::ranges::max_element(faces, {}, &sizeOf), 0.75);
   for (size_t i = 0; i < MovingPicture::frameCount; ++i) {
     const auto frame = moving.frame(i);
-    if (!frame.has_value() || !detection.detect(*frame, MovingPicture::time(i))) {
+    if (!frame.has_value() || !recorder.record(*frame, MovingPicture::time(i))) {
       error = "a frame can't be analysed";
       return false;
     }
@@ -138,25 +138,25 @@ int run(const Arguments& arguments) {
   const auto input = host::VideoInput::open({arguments.input, {}, {}}, error);
   if (input == nullptr)
     return fail(arguments.input + ": " + error);
-  const auto detection = Detection::make();
-  if (detection == nullptr)
+  const auto recorder = FaceRecorder::make();
+  if (recorder == nullptr)
     return fail("the network can't be built");
   if (!input->read())
     return fail(arguments.input + ": no frame could be decoded");
   std::vector<FaceRect> truth;
   if (arguments.slides) {
-    if (!slide(input->picture(), *detection, truth, error))
+    if (!slide(input->picture(), *recorder, truth, error))
       return fail(arguments.input + ": " + error);
   } else {
     do
-      if (!detection->detect(input->picture(), input->time()))
+      if (!recorder->record(input->picture(), input->time()))
         return fail(arguments.input + ": the detector refuses a frame");
     while (input->read());
   }
-  printSteadiness(target, *detection);
+  printSteadiness(target, *recorder);
   if (!truth.empty()) {
-    const Following raw = compare(detection->raw(), truth);
-    const Following tracked = compare(detection->tracked(), truth);
+    const Following raw = compare(recorder->raw(), truth);
+    const Following tracked = compare(recorder->tracked(), truth);
     printRow(target, "frames behind the known way", raw.lagFrames, tracked.lagFrames, 2);
     printRow(target, "mean distance from the true centre / size", raw.meanDistance,
              tracked.meanDistance);
@@ -167,7 +167,7 @@ int run(const Arguments& arguments) {
     return fail("the figures can't be written");
   if (!arguments.plot.empty()) {
     std::ofstream file(host::pathFromUtf8(arguments.plot), std::ios::binary);
-    file << plot(detection->raw(), detection->tracked(), truth);
+    file << plot(recorder->raw(), recorder->tracked(), truth);
     if (!file.flush())
       return fail(arguments.plot + ": the plot can't be written");
   }

@@ -1,27 +1,19 @@
 #include "training/native/detector_library.h"
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <new>
 #include <vector>
 
 #include "engine/model/weight_block.h"
 #include "image/image_dispatch.h"
-#include "modules/face_detection/box_decoder.h"
-#include "modules/face_detection/impl.h"
+#include "modules/face_detection/frame_analysis.h"
 #include "modules/face_detection/network_input.h"
 
 namespace fd = TavroRTC::FDModule;
 
 struct TavroDetector {
-  struct Release {
-    void operator()(fd::Impl* made) const { fd::releaseImpl(made); }
-  };
-  std::unique_ptr<fd::Impl, Release> impl;
-  fd::BoxDecoder decoder;
-  std::array<uint8_t, fd::planarInputSize> planar;
-  alignas(64) std::array<uint8_t, fd::packedInputSize + 64> packed;  // kernels may read on
+  fd::FrameAnalysis analysis;
 };
 
 namespace {
@@ -35,15 +27,14 @@ bool isUsable(const TavroFrame* frame) {
          frame->strideUV >= fd::chromaSize(frame->width);
 }
 
-bool prepare(const TavroFrame& frame, uint8_t* planar, uint8_t* packed) {
-  return fd::prepareNetworkInput({.y = frame.y,
-                                  .u = frame.u,
-                                  .v = frame.v,
-                                  .width = frame.width,
-                                  .height = frame.height,
-                                  .strideY = frame.strideY,
-                                  .strideUV = frame.strideUV},
-                                 planar, packed);
+fd::FrameView viewOf(const TavroFrame& frame) {
+  return {.y = frame.y,
+          .u = frame.u,
+          .v = frame.v,
+          .width = frame.width,
+          .height = frame.height,
+          .strideY = frame.strideY,
+          .strideUV = frame.strideUV};
 }
 
 /// Memory running out must not throw into a caller of another language.
@@ -83,7 +74,7 @@ int32_t tavroPrepareInput(const TavroFrame* frame, uint8_t* picture) {
     return -1;
   return guarded([&] {
     std::vector<uint8_t> planar(fd::planarInputSize);
-    return prepare(*frame, planar.data(), picture) ? 0 : -1;
+    return fd::prepareNetworkInput(viewOf(*frame), planar.data(), picture) ? 0 : -1;
   });
 }
 
@@ -91,9 +82,7 @@ TavroDetector* tavroCreateDetector() {
   TavroDetector* made = nullptr;
   guarded([&] {
     auto detector = std::make_unique<TavroDetector>();
-    detector->impl.reset(fd::createImpl(0, 0));
-    fd::generatePriors(detector->decoder.priors);
-    if (detector->impl != nullptr)
+    if (detector->analysis.init() && detector->analysis.picture() != nullptr)
       made = detector.release();
     return 0;
   });
@@ -109,13 +98,12 @@ int32_t tavroRunNetwork(TavroDetector* detector, const uint8_t* picture, float* 
   if (detector == nullptr || picture == nullptr || scores == nullptr || offsets == nullptr)
     return -1;
   return guarded([&] {
-    std::copy_n(picture, fd::packedInputSize, detector->packed.data());
-    float* boxValues = nullptr;
-    float* scoreValues = nullptr;
-    if (fd::runImpl(detector->impl.get(), detector->packed.data(), &boxValues, &scoreValues) != 0)
+    std::copy_n(picture, fd::packedInputSize, detector->analysis.picture());
+    fd::NetworkOutput output;
+    if (!detector->analysis.runNetwork(output))
       return -1;
-    std::copy_n(scoreValues, fd::priorCount * 2, scores);
-    std::copy_n(boxValues, fd::priorCount * 4, offsets);
+    std::copy_n(output.scores, fd::priorCount * 2, scores);
+    std::copy_n(output.boxes, fd::priorCount * 4, offsets);
     return 0;
   });
 }
@@ -125,17 +113,11 @@ int32_t tavroDetect(TavroDetector* detector, const TavroFrame* frame, float thre
   if (detector == nullptr || !isUsable(frame) || keepLimit < 0 || boxes == nullptr || capacity < 0)
     return -1;
   return guarded([&] {
-    float* offsets = nullptr;
-    float* scores = nullptr;
-    if (!prepare(*frame, detector->planar.data(), detector->packed.data()) ||
-        fd::runImpl(detector->impl.get(), detector->packed.data(), &offsets, &scores) != 0)
+    const auto kept = detector->analysis.findBoxes(viewOf(*frame), threshold, keepLimit);
+    if (!kept.has_value())
       return -1;
-    detector->decoder.scoreThreshold = threshold;
-    detector->decoder.keepLimit = keepLimit;
-    const std::vector<fd::Detection> kept =
-        detector->decoder.decode(frame->width, frame->height, offsets, scores);
-    const auto count = std::min(kept.size(), static_cast<size_t>(capacity));
-    std::transform(kept.begin(), kept.begin() + static_cast<ptrdiff_t>(count), boxes,
+    const auto count = std::min(kept->size(), static_cast<size_t>(capacity));
+    std::transform(kept->begin(), kept->begin() + static_cast<ptrdiff_t>(count), boxes,
                    [](const fd::Detection& box) {
                      return TavroBox{box.x1, box.y1, box.x2, box.y2, box.score};
                    });
