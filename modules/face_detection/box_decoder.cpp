@@ -79,8 +79,10 @@ void generatePriors(std::span<PriorBox, priorCount> priors) {
 std::vector<Detection> BoxDecoder::decode(int32_t frameWidth, int32_t frameHeight,
                                           const float* boxes, const float* scores) {
   collectCandidates(static_cast<float>(frameWidth), static_cast<float>(frameHeight), boxes, scores);
-  std::sort(candidates.begin(), candidates.end(),
-            [](const Detection& a, const Detection& b) { return a.score > b.score; });
+  // Equal scores stay in the order of their priors, which std::sort by itself promises to nobody.
+  std::sort(candidates.begin(), candidates.end(), [](const Detection& a, const Detection& b) {
+    return a.score != b.score ? a.score > b.score : a.priorIndex < b.priorIndex;
+  });
   suppressOverlaps();
   return kept;
 }

@@ -65,6 +65,17 @@ TEST(BoxDecoder, ScoreMustExceedTheThreshold) {
   EXPECT_TRUE(Outputs().decode().empty());
 }
 
+TEST(BoxDecoder, EqualScoresStayInPriorOrder) {
+  // The smallest priors of neighbouring cells, which hardly overlap.
+  for (const size_t count : {size_t{7}, size_t{17}, size_t{32}}) {
+    Outputs outputs;
+    for (size_t i = 0; i < count; ++i)
+      outputs.setScore(3 * i, 0.9F);
+    outputs.setScore(300, 0.95F);
+    EXPECT_EQ(priorsOf(outputs.decode()), (std::vector<int32_t>{300, 0, 3, 6, 9, 12})) << count;
+  }
+}
+
 TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {
   // Sides count both ends: these boxes are 100 pixels long and one high, and two of them that are
   // `shift` apart have 100 - shift pixels in common.
