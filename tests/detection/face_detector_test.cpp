@@ -7,15 +7,25 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
+#include "engine/net.h"
 #include "host/core/face_rects.h"
 #include "modules/face_detection/impl.h"
+#include "modules/face_detection/network_input.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
 #include "tests/support/print_face_rect.h"
 
 namespace TavroRTC::FDModule {
+
+// As it stands in impl.cpp, for a look inside.
+class Impl final : public Net {
+ public:
+  using Net::Net;
+};
+
 namespace {
 
 using tavro::host::FaceRects;
@@ -156,6 +166,21 @@ TEST(Impl, RefusesWhatItCannotRun) {
   EXPECT_EQ(runImpl(impl, nullptr, &boxes, &scores), -1);  // no picture yet
   EXPECT_EQ(boxes, nullptr);
   EXPECT_EQ(releaseImpl(impl), 0);
+}
+
+TEST(Impl, RefusesOutputsOfTheWrongCount) {
+  Impl* const impl = createImpl(0, 0);
+  Net* const net = impl;
+  std::swap(net->outputs[0], net->outputs[1]);
+  std::vector<uint8_t> picture(packedInputSize + 64);
+  float* boxes = nullptr;
+  float* scores = nullptr;
+  EXPECT_EQ(runImpl(impl, picture.data(), &boxes, &scores), -1);
+  net->outputs[0] = net->outputs[1];  // the boxes as they should be, the scores with four values
+  EXPECT_EQ(runImpl(impl, picture.data(), &boxes, &scores), -1);
+  EXPECT_EQ(boxes, nullptr);
+  EXPECT_EQ(scores, nullptr);
+  releaseImpl(impl);
 }
 
 }  // namespace
