@@ -1,10 +1,12 @@
 // How steady the rectangles are: prints figures for a clip, the boxes of single frames ("raw")
 // beside the rectangles that the tracker makes of them ("tracked").
 //
-//   jitter CLIP [--plot FILE.svg]       any video; its camera and faces should be at rest, since
-//                                       what really moves counts as well
-//   jitter --slide PHOTO [--plot FILE.svg]   slides a photograph of a face to and fro, whose way is
-//                                       known, and tells also how far behind the rectangles are
+//   jitter CLIP             any video; its camera and faces should be at rest, since what really
+//                           moves counts as well
+//   jitter --slide PHOTO    slides a photograph of a face to and fro, whose way is known, and tells
+//                           also how far behind the rectangles are
+//
+// --csv FILE writes where the face was in every frame; plot.py draws it.
 //
 // The frames go through the module's own scaler and network, the static library tavro_fd. The exit
 // code is that of tavro-fd: 1 if a damaged clip gave only part of its frames, 2 for bad usage or
@@ -17,7 +19,9 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -29,7 +33,6 @@
 #include "host/core/utf8_path.h"
 #include "tools/jitter/face_recorder.h"
 #include "tools/jitter/moving_picture.h"
-#include "tools/jitter/plot.h"
 #include "tools/jitter/steadiness.h"
 
 namespace {
@@ -39,7 +42,7 @@ using namespace tavro::jitter;
 
 struct Arguments {
   std::string input;
-  std::string plot;
+  std::string csv;
   bool slides = false;
 };
 
@@ -59,7 +62,7 @@ std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitC
       ->required();
   app.add_flag("--slide", arguments.slides,
                "Slide the photograph to and fro and tell how far behind the rectangles are");
-  app.add_option("--plot", arguments.plot, "Drawing of the face's way to write, an SVG file");
+  app.add_option("--csv", arguments.csv, "Table to write of where the face is in every frame");
   try {
     app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     return arguments;
@@ -103,6 +106,20 @@ void printSteadiness(std::FILE* target, const FaceRecorder& recorder) {
            tracked.switchesPerMinute, 1);
 }
 
+/// The rectangles of the face that is seen in most frames, by the index of the frame.
+std::map<size_t, FaceRect> longestWay(std::span<const Sighting> sightings) {
+  std::map<size_t, FaceRect> longest;
+  for (auto& [number, way] : follow(sightings))
+    if (way.size() > longest.size())
+      longest = way;
+  return longest;
+}
+
+void writeRow(std::ostream& file, const char* way, size_t frame, const FaceRect& face) {
+  file << way << ',' << frame << ',' << face.left << ',' << face.top << ',' << face.right << ','
+       << face.bottom << '\n';
+}
+
 /// Slides the photograph; the truth is where its face is when it rests.
 bool slide(const host::I420Frame& photo, FaceRecorder& recorder, std::vector<FaceRect>& truth,
            std::string& error) {
@@ -132,9 +149,9 @@ int run(const Arguments& arguments) {
   std::FILE* target = output.get();
   std::string error;
   std::error_code failure;
-  if (std::filesystem::equivalent(host::pathFromUtf8(arguments.plot),
+  if (std::filesystem::equivalent(host::pathFromUtf8(arguments.csv),
                                   host::pathFromUtf8(arguments.input), failure))
-    return fail("the input would be overwritten: " + arguments.plot);
+    return fail("the input would be overwritten: " + arguments.csv);
   const auto input = host::VideoInput::open({arguments.input, {}, {}}, error);
   if (input == nullptr)
     return fail(arguments.input + ": " + error);
@@ -165,11 +182,17 @@ int run(const Arguments& arguments) {
   }
   if (std::fflush(target) != 0)
     return fail("the figures can't be written");
-  if (!arguments.plot.empty()) {
-    std::ofstream file(host::pathFromUtf8(arguments.plot), std::ios::binary);
-    file << plot(recorder->raw(), recorder->tracked(), truth);
+  if (!arguments.csv.empty()) {
+    std::ofstream file(host::pathFromUtf8(arguments.csv), std::ios::binary);
+    file << "way,frame,left,top,right,bottom\n";
+    for (size_t frame = 0; frame < truth.size(); ++frame)
+      writeRow(file, "truth", frame, truth[frame]);
+    for (const auto& [frame, face] : longestWay(recorder->raw()))
+      writeRow(file, "raw", frame, face);
+    for (const auto& [frame, face] : longestWay(recorder->tracked()))
+      writeRow(file, "tracked", frame, face);
     if (!file.flush())
-      return fail(arguments.plot + ": the plot can't be written");
+      return fail(arguments.csv + ": the table can't be written");
   }
   if (input->damage().any()) {
     std::fprintf(stderr, "jitter: warning: %s: %s\n", arguments.input.c_str(),
