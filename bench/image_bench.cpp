@@ -53,7 +53,8 @@ void countBytes(benchmark::State& state, int32_t bytes) {
 void copyRow(benchmark::State& state) {
   Rows rows;
   for (auto _ : state)
-    TavroRTC::FDModule::copyRow(rows.source.data(), rows.destination.data(), rowWidth);
+    TavroRTC::FDModule::chooseCopyRow(rowWidth)(rows.source.data(), rows.destination.data(),
+                                                rowWidth);
   countBytes(state, rowWidth);
 }
 BENCHMARK(copyRow);
@@ -93,7 +94,7 @@ void convertRow(benchmark::State& state) {
   YuvRow* const kernel = chooseYuvRow(rowWidth, PackMode::threeBytes);
   const uint8_t* chroma = rows.source.data() + rowWidth;
   for (auto _ : state)
-    kernel(rows.source.data(), chroma, chroma + rowWidth, rows.destination.data(), yuvTableBgr,
+    kernel(rows.source.data(), chroma, chroma + rowWidth, rows.destination.data(), YuvTableBgr,
            rowWidth);
   countBytes(state, 3 * rowWidth);
 }

@@ -1,9 +1,31 @@
 // The plain forms for colours and layouts, pixel by pixel.
 
-#include "image/color_row_forms.h"
+#include <algorithm>
+
+#include "image/row_forms.h"
 
 namespace TavroRTC::FDModule::plain {
 namespace {
+
+uint8_t clampToByte(int32_t value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+template <int32_t bytesPerPixel, int32_t firstColour>
+void yuvRow(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+            const YuvTable& constants, int32_t width) {
+  for (int32_t i = 0; i < width; ++i, dst += bytesPerPixel) {
+    const int32_t y1 = y[i] * constants.yGain[0] * 257 >> 16;
+    const auto colour = [&](const int8_t* pair, const int16_t* bias) {
+      return clampToByte((bias[0] - (pair[0] * u[i / 2] + pair[1] * v[i / 2]) + y1) >> 6);
+    };
+    if constexpr (bytesPerPixel == 4)
+      dst[firstColour == 0 ? 3 : 0] = 255;
+    dst[firstColour] = colour(constants.first, constants.firstBias);
+    dst[firstColour + 1] = colour(constants.second, constants.secondBias);
+    dst[firstColour + 2] = colour(constants.third, constants.thirdBias);
+  }
+}
 
 struct Colour {
   int32_t red, green, blue;
@@ -34,6 +56,21 @@ Colour operator>>(const Colour& c, int32_t bits) {
 }
 
 }  // namespace
+
+void yuvRowFourBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                     const YuvTable& constants, int32_t width) {
+  yuvRow<4, 0>(y, u, v, dst, constants, width);
+}
+
+void yuvRowOpaqueFirst(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                       const YuvTable& constants, int32_t width) {
+  yuvRow<4, 1>(y, u, v, dst, constants, width);
+}
+
+void yuvRowThreeBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                      const YuvTable& constants, int32_t width) {
+  yuvRow<3, 0>(y, u, v, dst, constants, width);
+}
 
 template <PixelLayout layout>
 void lumaRow(const uint8_t* src, uint8_t* dstY, int32_t width) {

@@ -1,13 +1,14 @@
-// The block forms for colours and layouts, in SSSE3, 16 pixels or samples at a time. Compiled with
-// its own instruction set; all that isn't a kernel is internal.
+// The block forms for colours and layouts, in SSSE3, 16 pixels or samples at a time, or 8 from YUV.
+// Compiled with its own instruction set; all that isn't a kernel is internal.
 //
-// Pixels of three bytes are spread to four, the last one 0, so that one set of kernels serves all
-// layouts: a colour's coefficient stands at the colour's byte, and a 0 at the byte that isn't one.
+// To YUV, pixels of three bytes are spread to four, the last one 0, so that one set of kernels
+// serves all layouts: a colour's coefficient stands at the colour's byte, and a 0 at the byte that
+// isn't one.
 
 #include <tmmintrin.h>
 
 #include "image/block_access.h"
-#include "image/color_row_forms.h"
+#include "image/row_forms.h"
 
 namespace TavroRTC::FDModule::ssse3 {
 namespace {
@@ -103,6 +104,54 @@ void addOpaque(const uint8_t* src, uint8_t* dst, int32_t width, __m128i fromStar
     for (int n = 0; n < 4; ++n)
       store16(dst + 16 * n, _mm_or_si128(pixels.four[n], opaque));
   }
+}
+
+// ---- From YUV
+
+// Eight pixels of each output byte, in 16 bits and not yet clamped.
+struct Colours {
+  __m128i first, second, third;
+};
+
+Colours convertPixels(const uint8_t* y, const uint8_t* u, const uint8_t* v,
+                      const YuvTable& constants) {
+  const __m128i luma = load8(y);
+  const __m128i y1 = _mm_mulhi_epu16(_mm_unpacklo_epi8(luma, luma), load16(constants.yGain));
+  const __m128i pairs = _mm_unpacklo_epi8(load4(u), load4(v));
+  const __m128i chroma = _mm_unpacklo_epi16(pairs, pairs);
+  // Only the last sum can pass the 16 bits; saturated or not, it is clamped to 255.
+  const auto colour = [&](const int8_t* coefficients, const int16_t* bias) {
+    const __m128i product = _mm_maddubs_epi16(chroma, load16(coefficients));
+    return _mm_srai_epi16(_mm_adds_epi16(_mm_sub_epi16(load16(bias), product), y1), 6);
+  };
+  return {colour(constants.first, constants.firstBias),
+          colour(constants.second, constants.secondBias),
+          colour(constants.third, constants.thirdBias)};
+}
+
+// Eight pixels of four bytes from four vectors of 16 bits.
+void storeFourBytes(uint8_t* dst, __m128i byte0, __m128i byte1, __m128i byte2, __m128i byte3) {
+  const __m128i bytes02 = _mm_packus_epi16(byte0, byte2);
+  const __m128i bytes13 = _mm_packus_epi16(byte1, byte3);
+  const __m128i bytes01 = _mm_unpacklo_epi8(bytes02, bytes13);
+  const __m128i bytes23 = _mm_unpackhi_epi8(bytes02, bytes13);
+  store16(dst, _mm_unpacklo_epi16(bytes01, bytes23));
+  store16(dst + 16, _mm_unpackhi_epi16(bytes01, bytes23));
+}
+
+// Eight pixels of three bytes: 16 bytes and 8 bytes, each put together from where its first and
+// second colours lie (0 to 7 and 8 to 15) and where its third ones lie (0 to 7); -1 leaves a 0.
+void storeThreeBytes(uint8_t* dst, const Colours& colours) {
+  const __m128i head12 = _mm_setr_epi8(0, 8, -1, 1, 9, -1, 2, 10, -1, 3, 11, -1, 4, 12, -1, 5);
+  const __m128i head3 = _mm_setr_epi8(-1, -1, 0, -1, -1, 1, -1, -1, 2, -1, -1, 3, -1, -1, 4, -1);
+  const __m128i rest12 =
+      _mm_setr_epi8(13, -1, 6, 14, -1, 7, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1);
+  const __m128i rest3 = _mm_setr_epi8(-1, 5, -1, -1, 6, -1, -1, 7, -1, -1, -1, -1, -1, -1, -1, -1);
+  const __m128i bytes12 = _mm_packus_epi16(colours.first, colours.second);
+  const __m128i bytes3 = _mm_packus_epi16(colours.third, colours.third);
+  store16(dst, _mm_or_si128(_mm_shuffle_epi8(bytes12, head12), _mm_shuffle_epi8(bytes3, head3)));
+  store8(dst + 16,
+         _mm_or_si128(_mm_shuffle_epi8(bytes12, rest12), _mm_shuffle_epi8(bytes3, rest3)));
 }
 
 }  // namespace
@@ -211,6 +260,30 @@ void splitChromaRow(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t
     store16(first + i, _mm_packus_epi16(_mm_and_si128(a, lower), _mm_and_si128(b, lower)));
     store16(second + i, _mm_packus_epi16(_mm_srli_epi16(a, 8), _mm_srli_epi16(b, 8)));
   }
+}
+
+void yuvRowFourBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                     const YuvTable& constants, int32_t width) {
+  const __m128i opaque = _mm_set1_epi16(255);
+  for (int32_t i = 0; i < width; i += yuvBlock, dst += ptrdiff_t{yuvBlock} * 4) {
+    const auto [first, second, third] = convertPixels(y + i, u + i / 2, v + i / 2, constants);
+    storeFourBytes(dst, first, second, third, opaque);
+  }
+}
+
+void yuvRowOpaqueFirst(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                       const YuvTable& constants, int32_t width) {
+  const __m128i opaque = _mm_set1_epi16(255);
+  for (int32_t i = 0; i < width; i += yuvBlock, dst += ptrdiff_t{yuvBlock} * 4) {
+    const auto [first, second, third] = convertPixels(y + i, u + i / 2, v + i / 2, constants);
+    storeFourBytes(dst, opaque, first, second, third);
+  }
+}
+
+void yuvRowThreeBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                      const YuvTable& constants, int32_t width) {
+  for (int32_t i = 0; i < width; i += yuvBlock, dst += ptrdiff_t{yuvBlock} * 3)
+    storeThreeBytes(dst, convertPixels(y + i, u + i / 2, v + i / 2, constants));
 }
 
 }  // namespace TavroRTC::FDModule::ssse3

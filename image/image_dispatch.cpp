@@ -4,12 +4,10 @@
 #include <cstddef>
 #include <iterator>
 
-#include "image/layout_conversion.h"
+#include "image/color_conversion.h"
 #include "image/packed_scaler.h"
 #include "image/plane_scaler.h"
-#include "image/rgb_to_yuv.h"
 #include "image/work_row.h"
-#include "image/yuv_to_packed.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -132,7 +130,7 @@ template <FirstColour firstColour, PackMode packMode>
 int32_t i420ToPacked(const ImageDesc& src, const ImageDesc& dst) {
   constexpr int32_t u = firstColour == FirstColour::blue ? 1 : 2;
   constexpr int32_t v = firstColour == FirstColour::blue ? 2 : 1;
-  const YuvTable& table = firstColour == FirstColour::blue ? yuvTableBgr : yuvTableRgb;
+  const YuvTable& table = firstColour == FirstColour::blue ? YuvTableBgr : YuvTableRgb;
   return convertI420ToPacked(src.planes[0], src.strides[0], src.planes[u], src.strides[u],
                              src.planes[v], src.strides[v], dst.planes[0], dst.strides[0], table,
                              src.widths[0], src.heights[0], packMode);

@@ -5,7 +5,6 @@
 #include <limits>
 
 #include "image/row_kernels.h"
-#include "image/scale_geometry.h"
 #include "image/scale_passes.h"
 
 namespace TavroRTC::FDModule {
@@ -108,6 +107,7 @@ void copyPlane(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32_t dstS
     widthBytes *= height;
     height = 1;
   }
+  CopyRow* copyRow = chooseCopyRow(widthBytes);
   for (ptrdiff_t y = 0; y < height; ++y)
     copyRow(src + y * srcStride, dst + y * dstStride, widthBytes);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The forms of the row kernels, for the tables of row_kernel_selection.cpp. Every form has the type
+// The forms of the row kernels, for the tables of row_selection.cpp. Every form has the type
 // of its family; a block form takes whole blocks only.
 
 #include "image/row_kernels.h"
@@ -12,6 +12,7 @@ bool blockFormsRun();
 
 namespace plain {
 
+CopyRow copyRow;
 InterpolateRows interpolateRows;
 ColumnsRow filterColumns;
 HalveRow halveRowPoint;
@@ -28,6 +29,14 @@ HalveRow halveRowBox32;
 YuvRow yuvRowFourBytes;
 YuvRow yuvRowOpaqueFirst;
 YuvRow yuvRowThreeBytes;
+template <PixelLayout layout>
+LumaRow lumaRow;
+template <PixelLayout layout>
+ChromaRow chromaRow;
+template <PackedOp op>
+PackedRow packedRow;
+MergeChromaRow mergeChromaRow;
+SplitChromaRow splitChromaRow;
 
 }  // namespace plain
 
@@ -39,6 +48,7 @@ inline constexpr int32_t halveBlock = 16;
 inline constexpr int32_t packed24Block = 16;
 inline constexpr int32_t packed32Block = 4;
 inline constexpr int32_t yuvBlock = 8;
+inline constexpr int32_t colorBlock = 16;
 
 InterpolateRows interpolateRows;
 ColumnsRow filterColumns;
@@ -52,6 +62,24 @@ HalveRow halveRowBox32;
 YuvRow yuvRowFourBytes;
 YuvRow yuvRowOpaqueFirst;
 YuvRow yuvRowThreeBytes;
+LumaRow fineLumaRowRgb24;
+LumaRow lumaRowRgb24;
+LumaRow lumaRowBgr24;
+LumaRow lumaRowRgba32;
+LumaRow lumaRowBgra32;
+LumaRow lumaRowArgb32;
+LumaRow lumaRowAbgr32;
+ChromaRow chromaRowRgb24;
+ChromaRow chromaRowBgr24;
+ChromaRow chromaRowRgba32;
+ChromaRow chromaRowBgra32;
+ChromaRow chromaRowArgb32;
+ChromaRow chromaRowAbgr32;
+PackedRow packedRowAddOpaque;
+PackedRow packedRowDropLast;
+PackedRow packedRowAddOpaqueSwapped;
+MergeChromaRow mergeChromaRow;
+SplitChromaRow splitChromaRow;
 
 }  // namespace ssse3
 

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "image/row_kernels.h"
+#include "image/row_forms.h"
 
 namespace TavroRTC::FDModule {
 
@@ -87,6 +87,80 @@ void yuvScratchTail(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_
   ScratchBlock<size_t{block} * bytesPerPixel> output;
   blockForm(lastY.data(), lastU.data(), lastV.data(), output.data(), constants, block);
   output.copyTo(dst + ptrdiff_t{split.whole} * bytesPerPixel, split.rest * bytesPerPixel);
+}
+
+// ---- Colours and layouts, which all have the same block
+
+using ssse3::colorBlock;
+
+template <LumaRow* blockForm, int32_t bytesPerPixel>
+void lumaScratchTail(const uint8_t* src, uint8_t* dstY, int32_t width) {
+  const RowSplit<colorBlock> split(width);
+  blockForm(src, dstY, split.whole);
+  ScratchBlock<size_t{colorBlock} * bytesPerPixel> input(
+      src + ptrdiff_t{split.whole} * bytesPerPixel, split.rest * bytesPerPixel);
+  ScratchBlock<colorBlock> output;
+  blockForm(input.data(), output.data(), colorBlock);
+  output.copyTo(dstY + split.whole, split.rest);
+}
+
+// An odd width's last pixel stands in the scratch twice, so that the last average sees two equal
+// columns.
+template <ChromaRow* blockForm, int32_t bytesPerPixel>
+void chromaScratchTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                       int32_t width) {
+  constexpr int32_t blockBytes = colorBlock * bytesPerPixel;
+  const RowSplit<colorBlock> split(width);
+  blockForm(src, srcStride, dstU, dstV, split.whole);
+  if (split.rest == 0)
+    return;
+  const int32_t restBytes = split.rest * bytesPerPixel;
+  ScratchBlock<size_t{2} * blockBytes> input;
+  for (ptrdiff_t row = 0; row < 2; ++row) {
+    uint8_t* scratch = input.data() + row * blockBytes;
+    std::memcpy(scratch, src + row * srcStride + ptrdiff_t{split.whole} * bytesPerPixel,
+                static_cast<size_t>(restBytes));
+    if (split.rest % 2 != 0)
+      std::memcpy(scratch + restBytes, scratch + restBytes - bytesPerPixel, bytesPerPixel);
+  }
+  ScratchBlock<colorBlock / 2> outputU;
+  ScratchBlock<colorBlock / 2> outputV;
+  blockForm(input.data(), blockBytes, outputU.data(), outputV.data(), colorBlock);
+  outputU.copyTo(dstU + split.whole / 2, (split.rest + 1) / 2);
+  outputV.copyTo(dstV + split.whole / 2, (split.rest + 1) / 2);
+}
+
+template <PackedRow* blockForm, int32_t srcBytes, int32_t dstBytes>
+void packedScratchTail(const uint8_t* src, uint8_t* dst, int32_t width) {
+  const RowSplit<colorBlock> split(width);
+  blockForm(src, dst, split.whole);
+  ScratchBlock<size_t{colorBlock} * srcBytes> input(src + ptrdiff_t{split.whole} * srcBytes,
+                                                    split.rest * srcBytes);
+  ScratchBlock<size_t{colorBlock} * dstBytes> output;
+  blockForm(input.data(), output.data(), colorBlock);
+  output.copyTo(dst + ptrdiff_t{split.whole} * dstBytes, split.rest * dstBytes);
+}
+
+inline void mergeScratchTail(const uint8_t* first, const uint8_t* second, uint8_t* dst,
+                             int32_t width) {
+  const RowSplit<colorBlock> split(width);
+  ssse3::mergeChromaRow(first, second, dst, split.whole);
+  ScratchBlock<colorBlock> lastFirst(first + split.whole, split.rest);
+  ScratchBlock<colorBlock> lastSecond(second + split.whole, split.rest);
+  ScratchBlock<size_t{2} * colorBlock> output;
+  ssse3::mergeChromaRow(lastFirst.data(), lastSecond.data(), output.data(), colorBlock);
+  output.copyTo(dst + ptrdiff_t{2} * split.whole, 2 * split.rest);
+}
+
+inline void splitScratchTail(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width) {
+  const RowSplit<colorBlock> split(width);
+  ssse3::splitChromaRow(src, first, second, split.whole);
+  ScratchBlock<size_t{2} * colorBlock> input(src + ptrdiff_t{2} * split.whole, 2 * split.rest);
+  ScratchBlock<colorBlock> outputFirst;
+  ScratchBlock<colorBlock> outputSecond;
+  ssse3::splitChromaRow(input.data(), outputFirst.data(), outputSecond.data(), colorBlock);
+  outputFirst.copyTo(first + split.whole, split.rest);
+  outputSecond.copyTo(second + split.whole, split.rest);
 }
 
 }  // namespace TavroRTC::FDModule

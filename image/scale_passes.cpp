@@ -8,6 +8,27 @@
 namespace TavroRTC::FDModule {
 namespace {
 
+constexpr int64_t one = 0x10000;
+constexpr int32_t halfSample = 0x8000;
+
+int32_t wrapTo32(int64_t value) {
+  return static_cast<int32_t>(value);
+}
+
+void centerAxis(int32_t src, int32_t dst, int32_t shift, int32_t& start, int32_t& step) {
+  step = fixedRatio(src, dst);
+  start = centerStart(step, shift);
+}
+
+void bilinearAxis(int32_t src, int32_t dst, int32_t& start, int32_t& step) {
+  if (dst <= src) {
+    centerAxis(src, dst, -halfSample, start, step);
+  } else if (dst > 1) {
+    step = fixedRatioLast(src, dst);
+    start = 0;
+  }
+}
+
 // Filters the columns of one row after another. A kernel reads the neighbour to the right of every
 // position. Where a position lies beyond the first or on the last pixel of the row, the row is
 // copied first, with its edges repeated; known once per image, so that others pay nothing.
@@ -40,7 +61,7 @@ class ColumnFilter {
     uint8_t* samples = edgedRow_.samples();
     uint8_t* end = samples + srcBytes_;
     const auto pixelBytes = static_cast<size_t>(bytesPerPixel_);
-    copyRow(row, samples, srcBytes_);
+    std::memcpy(samples, row, static_cast<size_t>(srcBytes_));
     std::memcpy(samples - bytesPerPixel_, samples, pixelBytes);
     std::memcpy(end, end - bytesPerPixel_, pixelBytes);
     return samples;
@@ -82,6 +103,34 @@ void prefetchRowPair(const uint8_t* row, ptrdiff_t stride, int32_t bytes) {
 }
 
 }  // namespace
+
+int32_t fixedRatio(int32_t a, int32_t b) {
+  return wrapTo32(a * one / b);
+}
+
+int32_t fixedRatioLast(int32_t a, int32_t b) {
+  return wrapTo32((a * one - (one + 1)) / (int64_t{b} - 1));
+}
+
+int32_t centerStart(int32_t step, int32_t shift) {
+  if (step >= 0)
+    return (step >> 1) + shift;
+  // The wrapped ratio is its own negative in 32 bits, and half of it is the wanted start's
+  // negative.
+  const int32_t negated = wrapTo32(-int64_t{step});
+  return -((negated >> 1) + shift);
+}
+
+void computeScaleSlopes(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, int32_t dstHeight,
+                        ScaleFilter filter, int32_t& x, int32_t& y, int32_t& dx, int32_t& dy) {
+  if (filter == ScaleFilter::Bilinear) {
+    bilinearAxis(srcWidth, dstWidth, x, dx);
+    bilinearAxis(srcHeight, dstHeight, y, dy);
+  } else {
+    centerAxis(srcWidth, dstWidth, 0, x, dx);
+    centerAxis(srcHeight, dstHeight, 0, y, dy);
+  }
+}
 
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
                   ColumnsRow* columns) {

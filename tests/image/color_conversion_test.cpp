@@ -250,7 +250,7 @@ TEST(YuvToPacked, knownColours) {
               {255, 255, 255, 255, 125, 255}, {0, 0, 0, 0, 135, 0}};
   for (const auto& row : rows) {
     uint8_t out[3] = {};
-    chooseYuvRow(1, PackMode::threeBytes)(&row.y, &row.u, &row.v, out, yuvTableBgr, 1);
+    chooseYuvRow(1, PackMode::threeBytes)(&row.y, &row.u, &row.v, out, YuvTableBgr, 1);
     EXPECT_TRUE(out[0] == row.b && out[1] == row.g && out[2] == row.r)
         << +row.y << ": " << +out[0] << ' ' << +out[1] << ' ' << +out[2];
   }
@@ -270,7 +270,7 @@ TEST(YuvToPacked, everyColourByBothForms) {
     }
     for (const bool plainOnly : {false, true}) {
       setPlainRowsOnly(plainOnly ? 1 : 0);
-      chooseYuvRow(256, PackMode::threeBytes)(y, u, v, actual, yuvTableBgr, 256);
+      chooseYuvRow(256, PackMode::threeBytes)(y, u, v, actual, YuvTableBgr, 256);
       setPlainRowsOnly(0);
       ASSERT_EQ(std::memcmp(actual, expected, sizeof(actual)), 0)
           << "u " << (chroma & 255) << " v " << (chroma >> 8) << " plain " << plainOnly;

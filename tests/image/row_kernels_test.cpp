@@ -4,8 +4,6 @@
 
 #include <vector>
 
-#include "image/color_row_kernels.h"
-
 namespace TavroRTC::FDModule {
 namespace {
 
@@ -43,7 +41,7 @@ TEST(RowKernels, widthsBelowOneDoNothing) {
       const uint8_t unread[4] = {};
       uint8_t first = 7, second = 7;
       setPlainRowsOnly(plainOnly ? 1 : 0);
-      copyRow(unread, &first, width);
+      chooseCopyRow(width)(unread, &first, width);
       for (const int32_t fraction : {0, 128, 200})
         chooseInterpolateRows(width, 1)(&first, unread, 1, width, fraction);
       for (ColumnsRow* columns :
@@ -55,7 +53,7 @@ TEST(RowKernels, widthsBelowOneDoNothing) {
           chooseHalveRow(width, bytes, static_cast<ScaleFilter>(filter))(unread, 1, &first, width);
       for (const int32_t mode : {1, 2, 3})
         chooseYuvRow(width, static_cast<PackMode>(mode))(unread, unread, unread, &first,
-                                                         yuvTableBgr, width);
+                                                         YuvTableBgr, width);
       for (const PixelLayout& layout : {rgb24, bgr24, rgba32, bgra32, argb32, abgr32}) {
         chooseLumaRow(width, layout)(unread, &first, width);
         chooseChromaRow(width, layout)(unread, 0, &first, &second, width);

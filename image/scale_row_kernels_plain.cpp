@@ -1,12 +1,21 @@
-// The plain forms for packed pixels, channel by channel.
+// The plain forms for scaling: what each kernel computes, sample by sample, or channel by channel
+// where a pixel has several.
 
 #include <cstring>
 
-#include "image/each_column.h"
 #include "image/row_forms.h"
 
 namespace TavroRTC::FDModule {
 namespace {
+
+/// Calls filter(i, index, fraction) for the positions x + i * dx. Positions are summed up in 64
+/// bits: the sum behind the last one may need more than 32.
+template <typename Filter>
+void forEachColumn(int32_t dstWidth, int32_t x, int32_t dx, const Filter& filter) {
+  int64_t position = x;
+  for (int32_t i = 0; i < dstWidth; ++i, position += dx)
+    filter(i, position >> 16, static_cast<int32_t>(position & 0xFFFF));
+}
 
 template <int32_t bytesPerPixel>
 void samplePixels(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
@@ -60,6 +69,11 @@ void averageFour(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t 
 
 }  // namespace
 
+void sampleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
+  forEachColumn(dstWidth, x, dx,
+                [&](int32_t i, int64_t index, int32_t /*fraction*/) { dst[i] = src[index]; });
+}
+
 void sampleColumns24(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   samplePixels<3>(dst, src, dstWidth, x, dx);
 }
@@ -68,7 +82,54 @@ void sampleColumns32(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t
   samplePixels<4>(dst, src, dstWidth, x, dx);
 }
 
+void doubleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t /*x*/,
+                   int32_t /*dx*/) {
+  for (int32_t i = 0; i < dstWidth; ++i)
+    dst[i] = src[i / 2];
+}
+
 namespace plain {
+
+void copyRow(const uint8_t* src, uint8_t* dst, int32_t bytes) {
+  if (bytes > 0)
+    std::memcpy(dst, src, static_cast<size_t>(bytes));
+}
+
+void interpolateRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
+                     int32_t fraction) {
+  if (fraction == 0) {
+    copyRow(src, dst, bytes);
+    return;
+  }
+  // With fraction 128 this is the rounded mean.
+  const uint8_t* below = src + srcStride;
+  for (int32_t i = 0; i < bytes; ++i)
+    dst[i] = static_cast<uint8_t>((src[i] * (256 - fraction) + below[i] * fraction + 128) >> 8);
+}
+
+void filterColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
+  forEachColumn(dstWidth, x, dx, [&](int32_t i, int64_t index, int32_t fraction) {
+    const int32_t a = src[index];
+    const int32_t b = src[index + 1];
+    dst[i] = static_cast<uint8_t>(a + ((b - a) * fraction >> 16));
+  });
+}
+
+void halveRowPoint(const uint8_t* src, ptrdiff_t /*srcStride*/, uint8_t* dst, int32_t dstWidth) {
+  for (int32_t i = 0; i < dstWidth; ++i)
+    dst[i] = src[2 * ptrdiff_t{i} + 1];
+}
+
+void halveRowLinear(const uint8_t* src, ptrdiff_t /*srcStride*/, uint8_t* dst, int32_t dstWidth) {
+  for (int32_t i = 0; i < dstWidth; ++i, src += 2)
+    dst[i] = static_cast<uint8_t>((src[0] + src[1] + 1) >> 1);
+}
+
+void halveRowBox(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth) {
+  const uint8_t* below = src + srcStride;
+  for (int32_t i = 0; i < dstWidth; ++i, src += 2, below += 2)
+    dst[i] = static_cast<uint8_t>((src[0] + src[1] + below[0] + below[1] + 2) >> 2);
+}
 
 void filterColumns24(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   blendPixels<3>(dst, src, dstWidth, x, dx, [](int32_t a, int32_t b, int32_t fraction) {

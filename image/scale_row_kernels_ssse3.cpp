@@ -1,6 +1,7 @@
-// The block forms for packed pixels, in SSSE3. Loads take whole pixels and no byte behind them.
-// Compiled with its own instruction set: nothing here may be visible to other files except the
-// kernels themselves, so helpers are internal and the standard library's inline functions stay out.
+// The block forms for scaling, in SSSE3. Loads and stores are unaligned and never leave the blocks
+// of the row; those of packed pixels take whole pixels. Compiled with its own instruction set:
+// nothing here may be visible to other files except the kernels themselves, so helpers are internal
+// and the standard library's inline functions stay out.
 
 #include <tmmintrin.h>
 
@@ -11,6 +12,88 @@
 
 namespace TavroRTC::FDModule::ssse3 {
 namespace {
+
+// ---- One byte per sample
+
+void averageRows(uint8_t* dst, const uint8_t* top, const uint8_t* bottom, int32_t bytes) {
+  for (int32_t i = 0; i < bytes; i += interpolateBlock)
+    store16(dst + i, _mm_avg_epu8(load16(top + i), load16(bottom + i)));
+}
+
+// Blends 16 samples of two rows, `fraction` of 1 to 255 parts in 256 of the lower one. The
+// multiplication pairs unsigned with signed bytes, and the weights, up to 255, need the unsigned
+// side. So the samples move down by 128, which makes the sums 32768 too low: they fit 16 bits, and
+// the rounding term makes up for it.
+class RowBlend {
+ public:
+  explicit RowBlend(int32_t fraction)
+      : weights_(_mm_set1_epi16(static_cast<int16_t>(fraction << 8 | (256 - fraction)))) {}
+
+  __m128i operator()(__m128i top, __m128i bottom) const {
+    const __m128i toSigned = _mm_set1_epi8(-128);
+    const __m128i rounding = _mm_set1_epi16(static_cast<int16_t>(32768 + 128));
+    const __m128i a = _mm_xor_si128(top, toSigned);
+    const __m128i b = _mm_xor_si128(bottom, toSigned);
+    const __m128i low = _mm_maddubs_epi16(weights_, _mm_unpacklo_epi8(a, b));
+    const __m128i high = _mm_maddubs_epi16(weights_, _mm_unpackhi_epi8(a, b));
+    return _mm_packus_epi16(_mm_srli_epi16(_mm_add_epi16(low, rounding), 8),
+                            _mm_srli_epi16(_mm_add_epi16(high, rounding), 8));
+  }
+
+ private:
+  __m128i weights_;
+};
+
+void blendRows(uint8_t* dst, const uint8_t* top, const uint8_t* bottom, int32_t bytes,
+               int32_t fraction) {
+  const RowBlend blend(fraction);
+  for (int32_t i = 0; i < bytes; i += interpolateBlock)
+    store16(dst + i, blend(load16(top + i), load16(bottom + i)));
+}
+
+// The sample at `position` and its right neighbour, in one load.
+int32_t loadPair(const uint8_t* src, int64_t position) {
+  uint16_t pair = 0;
+  std::memcpy(&pair, src + (position >> 16), sizeof(pair));
+  return pair;
+}
+
+// Without optimisation GCC's insertion is a macro, which narrows its argument.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+// Eight pairs. Two half registers keep the chain of insertions short.
+__m128i gatherPairs(const uint8_t* src, int64_t position, int64_t dx) {
+  __m128i low = _mm_cvtsi32_si128(loadPair(src, position));
+  __m128i high = _mm_cvtsi32_si128(loadPair(src, position + 4 * dx));
+  low = _mm_insert_epi16(low, loadPair(src, position + dx), 1);
+  high = _mm_insert_epi16(high, loadPair(src, position + 5 * dx), 1);
+  low = _mm_insert_epi16(low, loadPair(src, position + 2 * dx), 2);
+  high = _mm_insert_epi16(high, loadPair(src, position + 6 * dx), 2);
+  low = _mm_insert_epi16(low, loadPair(src, position + 3 * dx), 3);
+  high = _mm_insert_epi16(high, loadPair(src, position + 7 * dx), 3);
+  return _mm_unpacklo_epi64(low, high);
+}
+#pragma GCC diagnostic pop
+
+// Weights eight pairs of neighbours at a time by the fractions of their positions, block after
+// block along a row. `takePairs` gives the pairs of the block that begins at a position.
+template <typename TakePairs>
+void filterPairs(uint8_t* dst, int32_t dstWidth, int32_t x, int32_t dx, TakePairs takePairs) {
+  const __m128i allBits = _mm_set1_epi16(127);
+  const __m128i step = _mm_set1_epi16(static_cast<int16_t>(dx));
+  const __m128i blockStep = _mm_slli_epi16(step, 3);
+  __m128i fractions = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(x)),
+                                    _mm_mullo_epi16(step, _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
+  int64_t position = x;
+  for (int32_t i = 0; i < dstWidth; i += columnsBlock) {
+    const __m128i f = _mm_srli_epi16(fractions, 9);
+    const __m128i weights = _mm_or_si128(_mm_xor_si128(f, allBits), _mm_slli_epi16(f, 8));
+    const __m128i sums = _mm_maddubs_epi16(takePairs(position), weights);
+    store8(dst + i, _mm_packus_epi16(_mm_srli_epi16(sums, 7), sums));
+    fractions = _mm_add_epi16(fractions, blockStep);
+    position += int64_t{columnsBlock} * dx;
+  }
+}
 
 // ---- Three bytes per pixel
 
@@ -82,6 +165,56 @@ __m128i averageRows(const uint8_t* top, ptrdiff_t srcStride) {
 }
 
 }  // namespace
+
+void interpolateRows(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
+                     int32_t fraction) {
+  if (fraction == 0) {
+    for (int32_t i = 0; i < bytes; i += interpolateBlock)
+      store16(dst + i, load16(src + i));
+  } else if (fraction == 128) {
+    averageRows(dst, src, src + srcStride, bytes);
+  } else {
+    blendRows(dst, src, src + srcStride, bytes, fraction);
+  }
+}
+
+// The weights of a pair are 127 - f and f, so that both are signed bytes; 127 - f is f with its 7
+// bits inverted. The fractions of all eight positions live in one vector of their own.
+void filterColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
+  filterPairs(dst, dstWidth, x, dx,
+              [&](int64_t position) { return gatherPairs(src, position, dx); });
+}
+
+void blendColumns(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t fraction,
+                  int32_t dstWidth, int32_t x, int32_t dx) {
+  if (fraction == 0) {
+    filterColumns(dst, src, dstWidth, x, dx);
+    return;
+  }
+  const uint8_t* below = src + srcStride;
+  const RowBlend blend(fraction);
+  filterPairs(dst, dstWidth, x, dx, [&](int64_t position) {
+    return blend(gatherPairs(src, position, dx), gatherPairs(below, position, dx));
+  });
+}
+
+void halveRowPoint(const uint8_t* src, ptrdiff_t /*srcStride*/, uint8_t* dst, int32_t dstWidth) {
+  for (int32_t i = 0; i < dstWidth; i += halveBlock, src += 32)
+    store16(dst + i,
+            _mm_packus_epi16(_mm_srli_epi16(load16(src), 8), _mm_srli_epi16(load16(src + 16), 8)));
+}
+
+void halveRowBox(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth) {
+  const __m128i ones = _mm_set1_epi8(1);
+  const __m128i rounding = _mm_set1_epi16(2);
+  const auto means = [&](const uint8_t* top) {
+    const __m128i sum = _mm_add_epi16(_mm_maddubs_epi16(load16(top), ones),
+                                      _mm_maddubs_epi16(load16(top + srcStride), ones));
+    return _mm_srli_epi16(_mm_add_epi16(sum, rounding), 2);
+  };
+  for (int32_t i = 0; i < dstWidth; i += halveBlock, src += 32)
+    store16(dst + i, _mm_packus_epi16(means(src), means(src + 16)));
+}
 
 void filterColumns24(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   // One or two pixels are left for the end, which also get the excess bytes of the last step.

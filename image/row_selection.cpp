@@ -1,0 +1,196 @@
+// Which form of a kernel runs: for each family a table, one row for each pixel size, layout or
+// operation, or just the forms where there is one of them only.
+
+#include <atomic>
+
+#include "image/row_forms.h"
+#include "image/row_tails.h"
+
+namespace TavroRTC::FDModule {
+namespace {
+
+std::atomic<uint8_t> plainRowsOnly = 0;
+
+template <typename Kernel>
+struct Forms {
+  Kernel* plainForm;
+  int32_t block = 1;            // pixels that the block form does at a time
+  Kernel* blockForm = nullptr;  // null where there is none: the plain form serves all widths
+  Kernel* withTail = nullptr;
+
+  Kernel* choose(int64_t width) const {
+    if (blockForm == nullptr || !blockFormsRun())
+      return plainForm;
+    return width % block == 0 ? blockForm : withTail;
+  }
+};
+
+template <typename Code, typename Kernel>
+struct KernelRow {
+  Code code;  // what the family's chooser goes by
+  Forms<Kernel> forms;
+};
+
+template <typename Code, typename Kernel, size_t count>
+Kernel* choose(const KernelRow<Code, Kernel> (&table)[count], const Code& code, int32_t width) {
+  for (const KernelRow<Code, Kernel>& row : table)
+    if (row.code == code)
+      return row.forms.choose(width);
+  return nullptr;
+}
+
+constexpr Forms<InterpolateRows> interpolateForms = {
+    plain::interpolateRows, ssse3::interpolateBlock, ssse3::interpolateRows,
+    interpolateScratchTail<ssse3::interpolateRows, ssse3::interpolateBlock>};
+
+// By bytes per pixel.
+constexpr KernelRow<int32_t, ColumnsRow> filterColumnsKernels[] = {
+    {1,
+     {plain::filterColumns, ssse3::columnsBlock, ssse3::filterColumns,
+      columnsPlainTail<ssse3::filterColumns, plain::filterColumns, ssse3::columnsBlock>}},
+    {3, {plain::filterColumns24, 1, ssse3::filterColumns24}},
+    {4,
+     {plain::filterColumns32, ssse3::packed32Block, ssse3::filterColumns32,
+      columnsPlainTail<ssse3::filterColumns32, plain::filterColumns32, ssse3::packed32Block, 4>}},
+};
+
+struct HalveCode {
+  ScaleFilter filter;
+  int32_t bytesPerPixel;
+
+  friend constexpr bool operator==(const HalveCode&, const HalveCode&) = default;
+};
+
+constexpr KernelRow<HalveCode, HalveRow> halveKernels[] = {
+    {{ScaleFilter::Nearest, 1},
+     {plain::halveRowPoint, ssse3::halveBlock, ssse3::halveRowPoint,
+      halvePlainTail<ssse3::halveRowPoint, plain::halveRowPoint, ssse3::halveBlock>}},
+    {{ScaleFilter::Linear, 1}, {plain::halveRowLinear}},
+    {{ScaleFilter::Bilinear, 1},
+     {plain::halveRowBox, ssse3::halveBlock, ssse3::halveRowBox,
+      halvePlainTail<ssse3::halveRowBox, plain::halveRowBox, ssse3::halveBlock>}},
+    {{ScaleFilter::Nearest, 3}, {plain::halveRowPoint24}},
+    {{ScaleFilter::Linear, 3}, {plain::halveRowLinear24}},
+    {{ScaleFilter::Bilinear, 3},
+     {plain::halveRowBox24, ssse3::packed24Block, ssse3::halveRowBox24,
+      halvePlainTail<ssse3::halveRowBox24, plain::halveRowBox24, ssse3::packed24Block, 3>}},
+    {{ScaleFilter::Nearest, 4}, {plain::halveRowPoint32}},
+    {{ScaleFilter::Linear, 4}, {plain::halveRowLinear32}},
+    {{ScaleFilter::Bilinear, 4},
+     {plain::halveRowBox32, ssse3::packed32Block, ssse3::halveRowBox32,
+      halvePlainTail<ssse3::halveRowBox32, plain::halveRowBox32, ssse3::packed32Block, 4>}},
+};
+
+template <YuvRow* plainForm, YuvRow* blockForm, int32_t bytesPerPixel>
+constexpr Forms<YuvRow> yuvForms = {plainForm, ssse3::yuvBlock, blockForm,
+                                    yuvScratchTail<blockForm, ssse3::yuvBlock, bytesPerPixel>};
+
+constexpr KernelRow<PackMode, YuvRow> yuvKernels[] = {
+    {PackMode::fourBytes, yuvForms<plain::yuvRowFourBytes, ssse3::yuvRowFourBytes, 4>},
+    {PackMode::opaqueFirst, yuvForms<plain::yuvRowOpaqueFirst, ssse3::yuvRowOpaqueFirst, 4>},
+    {PackMode::threeBytes, yuvForms<plain::yuvRowThreeBytes, ssse3::yuvRowThreeBytes, 3>},
+};
+
+template <PixelLayout layout, LumaRow* blockForm>
+constexpr KernelRow<PixelLayout, LumaRow> lumaRowOf = {
+    layout,
+    {plain::lumaRow<layout>, colorBlock, blockForm,
+     lumaScratchTail<blockForm, layout.bytesPerPixel>}};
+
+constexpr KernelRow<PixelLayout, LumaRow> lumaKernels[] = {
+    lumaRowOf<rgb24, ssse3::lumaRowRgb24>,   lumaRowOf<bgr24, ssse3::lumaRowBgr24>,
+    lumaRowOf<rgba32, ssse3::lumaRowRgba32>, lumaRowOf<bgra32, ssse3::lumaRowBgra32>,
+    lumaRowOf<argb32, ssse3::lumaRowArgb32>, lumaRowOf<abgr32, ssse3::lumaRowAbgr32>,
+};
+
+constexpr Forms<LumaRow> fineLumaForms = lumaRowOf<rgb24, ssse3::fineLumaRowRgb24>.forms;
+
+template <PixelLayout layout, ChromaRow* blockForm>
+constexpr KernelRow<PixelLayout, ChromaRow> chromaRowOf = {
+    layout,
+    {plain::chromaRow<layout>, colorBlock, blockForm,
+     chromaScratchTail<blockForm, layout.bytesPerPixel>}};
+
+constexpr KernelRow<PixelLayout, ChromaRow> chromaKernels[] = {
+    chromaRowOf<rgb24, ssse3::chromaRowRgb24>,   chromaRowOf<bgr24, ssse3::chromaRowBgr24>,
+    chromaRowOf<rgba32, ssse3::chromaRowRgba32>, chromaRowOf<bgra32, ssse3::chromaRowBgra32>,
+    chromaRowOf<argb32, ssse3::chromaRowArgb32>, chromaRowOf<abgr32, ssse3::chromaRowAbgr32>,
+};
+
+template <PackedOp op, PackedRow* blockForm, int32_t srcBytes, int32_t dstBytes>
+constexpr KernelRow<PackedOp, PackedRow> packedRowOf = {
+    op,
+    {plain::packedRow<op>, colorBlock, blockForm,
+     packedScratchTail<blockForm, srcBytes, dstBytes>}};
+
+constexpr KernelRow<PackedOp, PackedRow> packedKernels[] = {
+    packedRowOf<PackedOp::addOpaque, ssse3::packedRowAddOpaque, 3, 4>,
+    packedRowOf<PackedOp::dropLast, ssse3::packedRowDropLast, 4, 3>,
+    packedRowOf<PackedOp::addOpaqueSwapped, ssse3::packedRowAddOpaqueSwapped, 3, 4>,
+};
+
+constexpr Forms<MergeChromaRow> mergeForms = {plain::mergeChromaRow, colorBlock,
+                                              ssse3::mergeChromaRow, mergeScratchTail};
+constexpr Forms<SplitChromaRow> splitForms = {plain::splitChromaRow, colorBlock,
+                                              ssse3::splitChromaRow, splitScratchTail};
+
+}  // namespace
+
+bool blockFormsRun() {
+  return plainRowsOnly.load(std::memory_order_relaxed) == 0 && __builtin_cpu_supports("ssse3");
+}
+
+CopyRow* chooseCopyRow(int32_t /*bytes*/) {
+  return plain::copyRow;
+}
+
+InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel) {
+  return interpolateForms.choose(int64_t{width} * bytesPerPixel);
+}
+
+ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel) {
+  return choose(filterColumnsKernels, bytesPerPixel, dstWidth);
+}
+
+BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel) {
+  const bool isThere = bytesPerPixel == 1 && dstWidth % ssse3::columnsBlock == 0 && blockFormsRun();
+  return isThere ? ssse3::blendColumns : nullptr;
+}
+
+HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter) {
+  return choose(halveKernels, {filter, bytesPerPixel}, dstWidth);
+}
+
+YuvRow* chooseYuvRow(int32_t width, PackMode packMode) {
+  return choose(yuvKernels, packMode, width);
+}
+
+LumaRow* chooseLumaRow(int32_t width, const PixelLayout& layout) {
+  return choose(lumaKernels, layout, width);
+}
+
+LumaRow* chooseFineLumaRow(int32_t width) {
+  return fineLumaForms.choose(width);
+}
+
+ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout) {
+  return choose(chromaKernels, layout, width);
+}
+
+PackedRow* choosePackedRow(int32_t width, PackedOp op) {
+  return choose(packedKernels, op, width);
+}
+
+MergeChromaRow* chooseMergeChromaRow(int32_t width) {
+  return mergeForms.choose(width);
+}
+
+SplitChromaRow* chooseSplitChromaRow(int32_t width) {
+  return splitForms.choose(width);
+}
+
+void setPlainRowsOnly(uint8_t value) {
+  plainRowsOnly.store(value, std::memory_order_relaxed);
+}
+
+}  // namespace TavroRTC::FDModule
