@@ -23,10 +23,9 @@ constexpr auto settingWhileStopped =
 constexpr auto counter = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
 
 constexpr const char* moduleText =
-    "File of the face detector's module. Unset, " TAVRO_MODULE_FILE
-    " is looked for in the plugin's folder, in the folder above it, in " TAVRO_LIBRARY_FOLDER
-    ", and in the build tree that the plugin is part of. All elements of a process share one "
-    "module";
+    "File of the face detector's module. Unset, it is the one beside libtavro-core. All elements "
+    "of "
+    "a process share one module";
 constexpr const char* everyNFramesText =
     "Search one picture of every so many, in pictures; 1 searches all. The pictures between bear "
     "the faces of the latest search. The tracking goes from search to search: with fast motion "

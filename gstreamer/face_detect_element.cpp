@@ -8,7 +8,6 @@
 #include <memory>
 
 #include "gstreamer/element_properties.h"
-#include "gstreamer/face_drawing.h"
 #include "gstreamer/face_message.h"
 #include "gstreamer/face_search.h"
 #include "gstreamer/late_frames.h"
@@ -179,14 +178,18 @@ GstFlowReturn refusePicture(GstBaseTransform* base) {
   return GST_FLOW_ERROR;
 }
 
-GstFlowReturn searchPicture(GstBaseTransform* base, GstBuffer* buffer) {
+GstFlowReturn searchPicture(GstBaseTransform* base, GstBuffer* buffer, GstClockTime runningTime) {
   State& state = stateOf(base);
   const auto begin = std::chrono::steady_clock::now();
   {
     MappedPicture picture(state.info, buffer, GST_MAP_READ);
     if (picture.get() == nullptr)
       return refusePicture(base);
-    if (!state.search->search(*picture.get()) && !state.hasWarned) {
+    // Without times, pictures count as a second apart: a face that was gone for one is a new face.
+    const double time = GST_CLOCK_TIME_IS_VALID(runningTime)
+                            ? static_cast<double>(runningTime) / GST_SECOND
+                            : static_cast<double>(state.frame);
+    if (!state.search->search(*picture.get(), time) && !state.hasWarned) {
       state.hasWarned = true;
       GST_ELEMENT_WARNING(base, STREAM, FAILED, ("A picture can't be searched for faces."),
                           ("the module refused it; it passes without faces"));
@@ -230,7 +233,8 @@ GstFlowReturn transformInPlace(GstBaseTransform* base, GstBuffer* buffer) {
   const SearchedPicture about = describe(base, buffer);
   const bool isSearched = isDue(base, settings, about.runningTime);
   if (isSearched)
-    if (const GstFlowReturn result = searchPicture(base, buffer); result != GST_FLOW_OK)
+    if (const GstFlowReturn result = searchPicture(base, buffer, about.runningTime);
+        result != GST_FLOW_OK)
       return result;
   ++state.frame;
   if (state.sinceSearch < std::numeric_limits<guint>::max())

@@ -1,6 +1,8 @@
 #include "gstreamer/face_message.h"
 
-#include <gst/video/gstvideometa.h>
+#include <vector>
+
+#include "host/core/outlines.h"
 
 namespace tavro::gstreamer {
 
@@ -47,6 +49,20 @@ void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces) {
         buffer, faceRegionType, box.x, box.y, box.width, box.height);
     region->id = face.id;
   }
+}
+
+void drawFaces(GstVideoFrame& picture, std::span<const Face> faces) {
+  host::Component components[host::planeCount];
+  for (int i = 0; i < host::planeCount; ++i)
+    components[i] = {static_cast<uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&picture, i)),
+                     GST_VIDEO_FRAME_COMP_STRIDE(&picture, i),
+                     GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, i)};
+  std::vector<FaceRect> rects;
+  rects.reserve(faces.size());
+  for (const Face& face : faces)
+    rects.push_back(face.rect);
+  host::drawOutlines(components, GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture),
+                     rects);
 }
 
 }  // namespace tavro::gstreamer

@@ -1,15 +1,24 @@
 #pragma once
 
 // What the element tells others about the faces: a region of interest on the buffer for the
-// elements downstream, and a message on the bus for the application.
+// elements downstream, a message on the bus for the application, and outlines in the picture for
+// who looks at it.
 
-#include <gst/gst.h>
+#include <gst/video/video.h>
 
 #include <span>
 
-#include "gstreamer/face_identities.h"
+#include "modules/face_detection/host_interface.h"
 
 namespace tavro::gstreamer {
+
+using TavroRTC::FDModule::FaceRect;
+
+/// A face in a picture of a stream.
+struct Face {
+  gint id = 0;  ///< from 1; never given twice between two starts of an element
+  FaceRect rect;
+};
 
 inline constexpr const char* faceMessageName = "tavro-faces";
 inline constexpr const char* faceRegionType = "face";
@@ -30,5 +39,8 @@ GstStructure* faceStructure(const SearchedPicture& picture, std::span<const Face
 
 /// Adds a region of interest for every face. The buffer must be writable; its memory isn't touched.
 void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces);
+
+/// Draws the outline of every face into a picture in I420 or NV12 that is mapped for writing.
+void drawFaces(GstVideoFrame& picture, std::span<const Face> faces);
 
 }  // namespace tavro::gstreamer

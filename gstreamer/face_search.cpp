@@ -28,28 +28,30 @@ FaceSearch::~FaceSearch() {
 }
 
 bool FaceSearch::restart() {
-  identities_.forget();
+  numbers_.forget();
   if (!isFresh_ && !instance_->init())
     return false;
   isFresh_ = true;
   return true;
 }
 
-bool FaceSearch::search(const GstVideoFrame& picture) {
+bool FaceSearch::search(const GstVideoFrame& picture, double time) {
   rects_.clear();
   isFresh_ = false;
   const host::I420Frame* frame = reader_.read(picture);
   const bool done = frame != nullptr && instance_->execute(frame, rects_.sequence());
   if (!done)
     rects_.clear();
-  nameFaces(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture));
+  numberFaces(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture), time);
   return done;
 }
 
-void FaceSearch::nameFaces(int32_t width, int32_t height) {
-  identities_.update(rects_.view());
+void FaceSearch::numberFaces(int32_t width, int32_t height, double time) {
+  const std::span<const FaceRect> rects = rects_.view();
+  const std::span<const int64_t> numbers = numbers_.update(rects, time);
   std::vector<Face> visible;
-  for (Face face : identities_.faces()) {
+  for (size_t i = 0; i < rects.size(); ++i) {
+    Face face = {static_cast<gint>(numbers[i]), rects[i]};
     face.rect.left = std::clamp(face.rect.left, 0, width);
     face.rect.right = std::clamp(face.rect.right, 0, width);
     face.rect.top = std::clamp(face.rect.top, 0, height);

@@ -2,7 +2,7 @@
 
 // FaceSearch: one instance of the detector module, and what it says about the pictures of a stream.
 // A mapped picture goes through the FrameReader into the instance; the rectangles that come back
-// are named by FaceIdentities and clipped to the picture.
+// are numbered and clipped to the picture.
 
 #include <gst/video/video.h>
 
@@ -13,9 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "gstreamer/face_identities.h"
+#include "gstreamer/face_message.h"
 #include "gstreamer/frame_reader.h"
 #include "gstreamer/shared_module.h"
+#include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
 
 namespace TavroRTC::FDModule {
@@ -36,8 +37,9 @@ class FaceSearch {
   /// nothing can be searched, if the module fails.
   bool restart();
 
-  /// Searches a picture. False, with no faces, if it can't be searched.
-  bool search(const GstVideoFrame& picture);
+  /// Searches a picture that is shown at `time`, in seconds. False, with no faces, if it can't be
+  /// searched.
+  bool search(const GstVideoFrame& picture, double time);
 
   /// The faces of the latest search, the oldest first, each with at least one pixel in the picture.
   std::span<const Face> faces() const { return faces_; }
@@ -46,14 +48,14 @@ class FaceSearch {
 
  private:
   explicit FaceSearch(SharedModule module) : module_(std::move(module)) {}
-  void nameFaces(int32_t width, int32_t height);
+  void numberFaces(int32_t width, int32_t height, double time);
 
   SharedModule module_;
   TavroRTC::FDModule::FDWrapper* instance_ = nullptr;
   bool isFresh_ = true;  ///< prepared, and no picture since
   FrameReader reader_;
   host::FaceRects rects_;
-  FaceIdentities identities_;
+  host::FaceNumbers numbers_;
   std::vector<Face> faces_;
   bool hasChanged_ = false;
 };

@@ -1,5 +1,6 @@
 #include "gstreamer/frame_reader.h"
 
+#include "host/core/frame_image.h"
 #include "image/image_dispatch.h"
 #include "image/plane_scaler.h"
 
@@ -28,21 +29,16 @@ bool hasWholeRows(const GstVideoFrame& picture, bool isInterleaved) {
          strideOf(picture, 1) >= chroma && strideOf(picture, 2) >= chroma;
 }
 
-bool splitChroma(const GstVideoFrame& picture, I420Frame& target) {
+bool splitChroma(const GstVideoFrame& picture, const I420Frame& target) {
   TavroRTC::FDModule::ImageDesc source;
-  TavroRTC::FDModule::ImageDesc destination;
   source.widths[0] = GST_VIDEO_FRAME_WIDTH(&picture);
   source.heights[0] = GST_VIDEO_FRAME_HEIGHT(&picture);
   for (int plane = 0; plane < 2; ++plane) {
     source.planes[plane] = static_cast<uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&picture, plane));
     source.strides[plane] = strideOf(picture, plane);
   }
-  for (int plane = 0; plane < host::planeCount; ++plane) {
-    destination.planes[plane] = target.writablePlane(plane);
-    destination.strides[plane] = target.planeStride(plane);
-  }
   using TavroRTC::FDModule::ColorOp;
-  return convertImage(source, destination, ColorOp::Nv12ToI420) == 0;
+  return convertImage(source, host::imageOf(target), ColorOp::Nv12ToI420) == 0;
 }
 
 void copyPlanes(const GstVideoFrame& picture, I420Frame& target) {

@@ -1,7 +1,5 @@
 #include "gstreamer/shared_module.h"
 
-#include <dlfcn.h>
-
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -16,12 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where the module lies, seen from this plugin's folder.
-constexpr const char* moduleFolders[] = {
-    ".", "..", TAVRO_LIBRARY_FOLDER,
-    "../modules/face_detection",  // in the build tree
-};
-
 struct Use {
   int users = 0;
   bool isOurs = false;  ///< false: the application has loaded it, and unloads it
@@ -35,29 +27,14 @@ std::map<std::string, Use>& uses() {
   return *all;
 }
 
-fs::path pluginFile() {
-  Dl_info info = {};
-  if (dladdr(reinterpret_cast<const void*>(&pluginFile), &info) == 0 || info.dli_fname == nullptr)
-    return {};
-  std::error_code error;
-  const fs::path file = fs::canonical(info.dli_fname, error);
-  return error ? fs::path(info.dli_fname) : file;
-}
-
-/// The default module, or empty with every place that was tried in `failure`.
+/// The default module, or empty with the reason in `failure`.
 fs::path findModule(Failure& failure) {
-  const fs::path plugin = pluginFile().parent_path();
-  std::error_code error;
-  for (const char* folder : moduleFolders) {
-    fs::path file = (plugin / folder / TAVRO_MODULE_FILE).lexically_normal();
-    if (fs::exists(file, error))
-      return file;
-    failure.details += (failure.details.empty() ? "tried " : ", ") + file.string();
-  }
-  failure.isMissing = true;
-  failure.text = "The face detector's module " TAVRO_MODULE_FILE
-                 " isn't there; name its file with the property \"module\".";
-  return {};
+  std::string path;
+  if (const host::Status status = host::findDetector(path); !status.ok())
+    failure = {
+        true, "The face detector's module isn't there; name its file with the property \"module\".",
+        status.error};
+  return path;
 }
 
 /// The name of the loaded module that came from `path`, or empty.

@@ -19,9 +19,9 @@ struct Failure {
 /// One element's share of a loaded module. May be used from any thread.
 class SharedModule {
  public:
-  /// Loads the module in `path`, or joins those who have. An empty path stands for the module that
-  /// lies beside this plugin, in the library folder of the installation, or in the build tree.
-  /// A module that the application itself has loaded is used and left to it. Nothing on failure.
+  /// Loads the module in `path`, or joins those who have. An empty path stands for the module
+  /// beside libtavro-core. A module that the application itself has loaded is used and left to it.
+  /// Empty if it fails.
   static std::optional<SharedModule> acquire(const std::string& path, Failure& failure);
 
   SharedModule(SharedModule&& other) noexcept;

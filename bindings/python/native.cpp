@@ -14,6 +14,7 @@
 
 #include "bindings/python/frame_buffers.h"
 #include "host/core/face_rects.h"
+#include "host/core/frame_image.h"
 #include "host/core/i420_frame.h"
 #include "host/core/module_host.h"
 #include "image/image_dispatch.h"
@@ -40,6 +41,14 @@ std::string loadedModule(const std::string& path) {
     if (std::filesystem::equivalent(module.path, path, failure))
       return module.name;
   throw std::runtime_error(status.error);
+}
+
+std::string findDetector() {
+  std::string path;
+  const host::Status status = host::findDetector(path);
+  if (!status.ok())
+    throw std::runtime_error(status.error);
+  return path;
 }
 
 class Detector {
@@ -107,18 +116,9 @@ class Detector {
       converted_ = I420Frame::allocate(width, height);
     if (!converted_)
       throw std::bad_alloc();
-    ImageDesc source;
-    source.planes[0] = const_cast<uint8_t*>(buffers.packed()->samples);
-    source.strides[0] = buffers.packed()->stride;
-    source.widths[0] = width;
-    source.heights[0] = height;
-    source.format = ImageFormat::Bgr24;
-    ImageDesc target;
-    for (int32_t plane = 0; plane < host::planeCount; ++plane) {
-      target.planes[plane] = converted_->writablePlane(plane);
-      target.strides[plane] = converted_->planeStride(plane);
-    }
-    if (convertImage(source, target, ColorOp::Bgr24ToI420) != 0)
+    const ImageDesc source = host::packedImage(buffers.packed()->samples, buffers.packed()->stride,
+                                               width, height, ImageFormat::Bgr24);
+    if (convertImage(source, host::imageOf(*converted_), ColorOp::Bgr24ToI420) != 0)
       return std::nullopt;
     return I420Frame::borrow(width, height, converted_->planeData(0), converted_->planeStride(0),
                              converted_->planeData(1), converted_->planeData(2),
@@ -136,6 +136,8 @@ class Detector {
 PYBIND11_MODULE(_native, module) {
   module.doc() = "The detector's instances; use them through tavrofd.Detector.";
   module.attr("__version__") = TAVRO_VERSION;
+  module.def("find_detector", &findDetector,
+             "The file of the detector that belongs to this package.");
   py::class_<Detector>(module, "Detector")
       .def(py::init<const std::string&>(), py::arg("module"))
       .def("detect", &Detector::detect, py::arg("frame"), py::arg("size") = py::none(),

@@ -4,45 +4,9 @@
 #include <cctype>
 #include <cstring>
 
+#include "host/core/outlines.h"
+
 namespace tavro::host {
-
-namespace {
-
-using TavroRTC::FDModule::FaceRect;
-
-// A green that stands out from skin on any background, in limited-range BT.601.
-constexpr uint8_t lineColor[planeCount] = {173, 42, 26};
-
-/// Half-open area of samples, 64 bits wide: rectangles may lie anywhere in 32 bits.
-struct Area {
-  int64_t left, top, right, bottom;
-};
-
-void fill(I420Frame& frame, const Area& area) {
-  for (int32_t plane = 0; plane < planeCount; ++plane) {
-    const int shift = plane == 0 ? 0 : 1;
-    const int64_t left = std::clamp<int64_t>(area.left >> shift, 0, frame.planeWidth(plane));
-    const int64_t right = std::clamp<int64_t>(area.right >> shift, left, frame.planeWidth(plane));
-    const int64_t top = std::clamp<int64_t>(area.top >> shift, 0, frame.planeHeight(plane));
-    const int64_t bottom = std::clamp<int64_t>(area.bottom >> shift, top, frame.planeHeight(plane));
-    for (int64_t y = top; y < bottom; ++y)
-      std::memset(frame.writablePlane(plane) + y * frame.planeStride(plane) + left,
-                  lineColor[plane], static_cast<size_t>(right - left));
-  }
-}
-
-/// Even corners and even thickness: the chroma of a line then covers just its luma.
-void outline(I420Frame& frame, const FaceRect& face, int64_t thickness) {
-  const auto even = [](int64_t value) { return value & ~int64_t{1}; };
-  const Area box = {even(face.left), even(face.top), even(int64_t{face.right} + 1),
-                    even(int64_t{face.bottom} + 1)};
-  fill(frame, {box.left, box.top, box.right, box.top + thickness});
-  fill(frame, {box.left, box.bottom - thickness, box.right, box.bottom});
-  fill(frame, {box.left, box.top, box.left + thickness, box.bottom});
-  fill(frame, {box.right - thickness, box.top, box.right, box.bottom});
-}
-
-}  // namespace
 
 std::optional<I420Frame> copyOf(const I420Frame& frame) {
   // The sinks hand the copy to swscale, which reads narrow rows in whole vectors.
@@ -58,18 +22,15 @@ std::optional<I420Frame> copyOf(const I420Frame& frame) {
   return copy;
 }
 
-int64_t lineThickness(int32_t width, int32_t height) {
-  // About 4 pixels in a 720-line picture.
-  return 2 * std::max<int64_t>(1, std::min(width, height) / 320);
-}
-
-std::optional<I420Frame> withRectangles(const I420Frame& frame, std::span<const FaceRect> faces) {
+std::optional<I420Frame> withRectangles(const I420Frame& frame,
+                                        std::span<const TavroRTC::FDModule::FaceRect> faces) {
   auto drawn = copyOf(frame);
   if (!drawn.has_value())
     return std::nullopt;
-  const int64_t thickness = lineThickness(frame.width(), frame.height());
-  for (const FaceRect& face : faces)
-    outline(*drawn, face, thickness);
+  Component components[planeCount];
+  for (int32_t plane = 0; plane < planeCount; ++plane)
+    components[plane] = {drawn->writablePlane(plane), drawn->planeStride(plane)};
+  drawOutlines(components, frame.width(), frame.height(), faces);
   return drawn;
 }
 

@@ -17,9 +17,6 @@ namespace tavro::host {
 /// A copy of the frame with samples of its own. Nothing if memory runs out.
 std::optional<I420Frame> copyOf(const I420Frame& frame);
 
-/// How thick the outlines are in a picture of that size, in pixels: an even number.
-int64_t lineThickness(int32_t width, int32_t height);
-
 /// A copy of the frame with the outline of every rectangle, clipped to the picture. Nothing if
 /// memory runs out.
 std::optional<I420Frame> withRectangles(const I420Frame& frame,

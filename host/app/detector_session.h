@@ -16,9 +16,8 @@ namespace tavro::host {
 
 class DetectorSession {
  public:
-  /// Loads the module in `path`, or, if that is empty, the one found beside the program: in the
-  /// same folder, in the library folder of an installation, or in the build tree. Null on failure,
-  /// with the reason in `error`.
+  /// Loads the module in `path`, or, if that is empty, the one beside libtavro-core. Null if it
+  /// fails, with the reason in `error`.
   static std::unique_ptr<DetectorSession> open(const std::string& path, std::string& error);
   ~DetectorSession();
   DetectorSession(const DetectorSession&) = delete;

@@ -4,7 +4,6 @@
 // it, as they do stop_request.h and standard_output.h.
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,9 +21,6 @@ using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
 
 /// The arguments behind the program's name, in UTF-8.
 std::vector<std::string> commandLine(int argumentCount, char** arguments);
-
-/// The program's own file; empty if that can't be found out.
-std::filesystem::path programFile();
 
 /// True for a terminal that understands escape sequences.
 bool isTerminal(std::FILE* stream);

@@ -9,7 +9,7 @@
 
 #include "host/app/anonymisation.h"
 #include "host/app/detector_session.h"
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 #include "host/app/media.h"
 #include "host/app/output/frame_output.h"
 #include "host/app/process.h"

@@ -1,11 +1,13 @@
 #include "host/core/module_host.h"
 
 #include <exception>
+#include <filesystem>
 #include <mutex>
 #include <new>
 #include <utility>
 
 #include "host/core/module_registry.h"
+#include "host/core/utf8_path.h"
 
 namespace tavro::host {
 
@@ -28,6 +30,28 @@ Status guarded(Operation&& operation) {
   } catch (const std::exception& failure) {
     return {failure.what()};
   }
+}
+
+// Where the detector lies, seen from this library's folder.
+constexpr const char* detectorFolders[] = {
+    ".",
+    "../../modules/face_detection",  // in the build tree
+};
+
+Status find(std::string& path) {
+  namespace fs = std::filesystem;
+  const fs::path library =
+      pathFromUtf8(SharedLibrary::fileOf(reinterpret_cast<const void*>(&find)));
+  std::string places;
+  for (const char* folder : detectorFolders) {
+    const fs::path place = (fs::absolute(library).parent_path() / folder).lexically_normal();
+    if (fs::exists(place / TAVRO_MODULE_FILE)) {
+      path = utf8FromPath(place / TAVRO_MODULE_FILE);
+      return {};
+    }
+    places += (places.empty() ? "" : " or ") + utf8FromPath(place);
+  }
+  return {"the detector " TAVRO_MODULE_FILE " isn't in " + places};
 }
 
 /// A load that closes its file again unless it was adopted, however it ends.
@@ -123,6 +147,10 @@ Status destroy(FDWrapper* instance) {
 }
 
 }  // namespace
+
+Status findDetector(std::string& path) {
+  return guarded([&] { return find(path); });
+}
 
 Status loadModule(const std::string& path, std::string* name) {
   return guarded([&] { return load(path, name); });

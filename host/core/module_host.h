@@ -36,6 +36,10 @@ struct ModuleInfo {
   int32_t liveInstances = 0;  ///< made and not yet destroyed
 };
 
+/// Finds the detector's module that belongs to this library, beside it or in the same build tree,
+/// and stores the name of its file, in UTF-8. The failure names the folders that it isn't in.
+TAVRO_HOST_API Status findDetector(std::string& path);
+
 /// Loads the module in `path`, a name in UTF-8, and stores its registered name in `name` unless
 /// that is null. Refused, with the file closed again: a file that can't be opened, that doesn't
 /// register itself, whose registration was refused, or that is loaded already. Of a file that

@@ -17,8 +17,8 @@ EXPORTS = {
         "qosl_module_register", "qosl_module_unregister", "qosl_printf", "qosl_so_register",
         "tavro_host_create", "tavro_host_destroy", "tavro_host_error", "tavro_host_load",
         "tavro_host_unload", "tavro::host::createInstance", "tavro::host::destroyInstance",
-        "tavro::host::findModule", "tavro::host::loadModule", "tavro::host::modules",
-        "tavro::host::setBoundaryObserver", "tavro::host::unloadModule"},
+        "tavro::host::findDetector", "tavro::host::findModule", "tavro::host::loadModule",
+        "tavro::host::modules", "tavro::host::setBoundaryObserver", "tavro::host::unloadModule"},
     "tavro_training": {
         "tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroPrepareInput",
         "tavroReleaseDetector", "tavroRunNetwork", "tavroWeights"},

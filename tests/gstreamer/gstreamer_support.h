@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "gstreamer/face_identities.h"
+#include "gstreamer/face_message.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"

@@ -1,7 +1,6 @@
 // The parts of the element that need no pipeline.
 
-#include "gstreamer/face_drawing.h"
-#include "gstreamer/face_identities.h"
+#include "gstreamer/face_message.h"
 #include "tests/gstreamer/gstreamer_support.h"
 #include "tests/support/traced_random.h"
 
@@ -9,42 +8,6 @@ namespace tavro::test {
 namespace {
 
 using gstreamer::Face;
-using gstreamer::FaceIdentities;
-
-TEST(FaceIdentities, AreKeptWhileTheOrderAndTheOverlapAllowIt) {
-  const FaceRect a = {0, 0, 100, 100};
-  const FaceRect aMoved = {40, 0, 140, 100};  // overlap 60 / 140
-  const FaceRect aFar = {60, 0, 160, 100};    // overlap 40 / 160
-  const FaceRect b = {300, 0, 400, 100};
-  const FaceRect c = {10, 5, 105, 100};
-  const FaceRect empty = {50, 50, 50, 50};
-  struct Step {
-    std::vector<FaceRect> rects;
-    std::vector<int32_t> ids;
-  };
-  const std::vector<std::vector<Step>> streams = {
-      {{{a, b}, {1, 2}}, {{aMoved, b}, {1, 2}}, {{b}, {2}}, {{b, a}, {2, 3}}},
-      {{{a}, {1}}, {{aFar}, {2}}, {{}, {}}, {{aFar}, {3}}},
-      // A newcomer stands behind the one that it overlaps.
-      {{{a}, {1}}, {{a, c}, {1, 2}}, {{c}, {2}}},
-      // The best counts, not the first.
-      {{{a, c}, {1, 2}}, {{c}, {2}}, {{c, a}, {2, 3}}},
-      {{{empty, a}, {1, 2}}, {{empty, a}, {3, 2}}},
-      {{{{INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX}}, {1}},
-       {{{INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX}}, {1}}},
-  };
-  for (size_t stream = 0; stream < streams.size(); ++stream) {
-    FaceIdentities identities;
-    for (size_t i = 0; i < streams[stream].size(); ++i) {
-      SCOPED_TRACE(testing::Message() << "stream " << stream << ", step " << i);
-      identities.update(streams[stream][i].rects);
-      std::vector<int32_t> ids;
-      for (const Face& face : identities.faces())
-        ids.push_back(face.id);
-      EXPECT_EQ(ids, streams[stream][i].ids);
-    }
-  }
-}
 
 /// How deep a luma sample lies in the rectangle, whose corners stand on even samples; negative
 /// outside.

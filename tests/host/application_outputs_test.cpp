@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "host/app/anonymisation.h"
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 #include "tests/host/application_runner.h"
 #include "tests/host/fake_detector.h"
 

@@ -12,7 +12,7 @@
 #include "host/app/annotation.h"
 #include "host/app/anonymisation.h"
 #include "host/app/best_faces.h"
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 #include "host/app/output/text_format.h"
 #include "host/app/statistics.h"
 #include "tests/support/frames.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <optional>
 
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 #include "host/core/face_overlap.h"
 
 namespace tavro::jitter {

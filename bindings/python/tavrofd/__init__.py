@@ -11,28 +11,20 @@ from __future__ import annotations
 
 import os
 import pathlib
-import sysconfig
 
 from . import _native
 
 __all__ = ["Detector", "module_file"]
 __version__ = _native.__version__
 
-_NAME = "libtavro_fd_extension.so"
-
 
 def module_file() -> pathlib.Path:
-    """The file of the detector that belongs to this package: beside it, in the library folder of the
-    same installation, or in the same build tree. Raises FileNotFoundError if there is none."""
-    here = pathlib.Path(__file__).resolve().parent
-    libraries = here.parents[2]
-    folders = [here, libraries, libraries / (sysconfig.get_config_var("MULTIARCH") or "."),
-               libraries / "modules" / "face_detection"]
-    for folder in folders:
-        if (folder / _NAME).is_file():
-            return folder / _NAME
-    places = ", ".join(str(folder) for folder in folders)
-    raise FileNotFoundError(f"the detector {_NAME} isn't in {places}; name it with Detector(module=...)")
+    """The file of the detector that belongs to this package: the one beside libtavro-core, in an
+    installation as in a build tree. Raises FileNotFoundError if there is none."""
+    try:
+        return pathlib.Path(_native.find_detector())
+    except RuntimeError as missing:
+        raise FileNotFoundError(f"{missing}; name it with Detector(module=...)") from None
 
 
 class Detector(_native.Detector):

@@ -6,6 +6,8 @@ from typing_extensions import Buffer
 
 __version__: str
 
+def find_detector() -> str: ...
+
 class Detector:
     def __init__(self, module: str) -> None: ...
     def detect(

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/app/output/text_format.h"
+#include "host/core/outlines.h"
 
 namespace tavro::host {
 

@@ -9,6 +9,7 @@
 
 #include "host/app/anonymisation.h"
 #include "host/app/output/text_format.h"
+#include "host/core/outlines.h"
 
 namespace tavro::host {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "host/app/annotation.h"
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 #include "host/app/options.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"

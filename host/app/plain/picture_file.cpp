@@ -14,6 +14,7 @@
 
 #include "host/app/jpeg.h"
 #include "host/app/png.h"
+#include "host/core/frame_image.h"
 #include "image/image_dispatch.h"
 
 namespace tavro::host {
@@ -23,6 +24,7 @@ namespace {
 using TavroRTC::FDModule::ColorOp;
 using TavroRTC::FDModule::convertImage;
 using TavroRTC::FDModule::ImageDesc;
+using TavroRTC::FDModule::ImageFormat;
 
 constexpr int channels = 3;
 constexpr int64_t mostPixels = int64_t{1} << 28;
@@ -31,27 +33,8 @@ struct PixelDeleter {
   void operator()(uint8_t* pixels) const { stbi_image_free(pixels); }
 };
 
-/// The conversions only read their source, but one descriptor serves for both sides.
-ImageDesc describe(const I420Frame& frame) {
-  ImageDesc planes;
-  for (int32_t plane = 0; plane < planeCount; ++plane) {
-    planes.planes[plane] = const_cast<uint8_t*>(frame.planeData(plane));
-    planes.widths[plane] = frame.planeWidth(plane);
-    planes.heights[plane] = frame.planeHeight(plane);
-    planes.strides[plane] = frame.planeStride(plane);
-  }
-  planes.format = TavroRTC::FDModule::ImageFormat::I420;
-  return planes;
-}
-
-ImageDesc describe(uint8_t* pixels, int32_t width, int32_t height) {
-  ImageDesc packed;
-  packed.planes[0] = pixels;
-  packed.widths[0] = width;
-  packed.heights[0] = height;
-  packed.strides[0] = width * channels;
-  packed.format = TavroRTC::FDModule::ImageFormat::Packed24;
-  return packed;
+ImageDesc rgbImage(const uint8_t* pixels, int32_t width, int32_t height) {
+  return packedImage(pixels, width * channels, width, height, ImageFormat::Packed24);
 }
 
 void append(void* file, void* bytes, int size) {
@@ -67,7 +50,7 @@ std::vector<uint8_t> toRgb(const I420Frame& frame) {
   if (int64_t{width} * height > mostPixels)
     return {};
   std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * channels);
-  if (convertImage(describe(frame), describe(pixels.data(), width, height), ColorOp::I420ToRgb24) !=
+  if (convertImage(imageOf(frame), rgbImage(pixels.data(), width, height), ColorOp::I420ToRgb24) !=
       0)
     pixels.clear();
   return pixels;
@@ -98,7 +81,7 @@ std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string
     return std::nullopt;
   }
   auto frame = I420Frame::allocate(width, height);
-  if (!frame.has_value() || convertImage(describe(pixels.get(), width, height), describe(*frame),
+  if (!frame.has_value() || convertImage(rgbImage(pixels.get(), width, height), imageOf(*frame),
                                          ColorOp::Rgb24ToI420) != 0) {
     error = "out of memory";
     return std::nullopt;

@@ -3,17 +3,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <system_error>
-
 namespace tavro::host {
 
 std::vector<std::string> commandLine(int argumentCount, char** arguments) {
   return {arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount};
-}
-
-std::filesystem::path programFile() {
-  std::error_code failure;
-  return std::filesystem::read_symlink("/proc/self/exe", failure);
 }
 
 bool isTerminal(std::FILE* stream) {

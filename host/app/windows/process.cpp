@@ -23,18 +23,6 @@ std::vector<std::string> commandLine(int /*argumentCount*/, char** /*arguments*/
   return arguments;
 }
 
-std::filesystem::path programFile() {
-  std::wstring name(MAX_PATH, L'\0');
-  while (true) {
-    const DWORD length = GetModuleFileNameW(nullptr, name.data(), static_cast<DWORD>(name.size()));
-    if (length < name.size()) {
-      name.resize(length);
-      return name;
-    }
-    name.resize(name.size() * 2);
-  }
-}
-
 bool isTerminal(std::FILE* stream) {
   auto* handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
   DWORD mode = 0;

@@ -1,4 +1,4 @@
-#include "host/app/face_numbers.h"
+#include "host/core/face_numbers.h"
 
 #include <algorithm>
 #include <functional>
@@ -49,6 +49,11 @@ std::span<const int64_t> FaceNumbers::update(std::span<const FaceRect> faces, do
   std::erase_if(known, [](const Lost& face) { return face.number == 0; });
   lost_ = std::move(known);
   return numbers_;
+}
+
+void FaceNumbers::forget() {
+  present_.clear();
+  lost_.clear();
 }
 
 }  // namespace tavro::host

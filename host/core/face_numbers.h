@@ -1,8 +1,8 @@
 #pragma once
 
-// FaceNumbers: tells the faces of one frame from those of the next. The detector gives rectangles
-// without names; here each gets a number that it keeps as long as its rectangles overlap from frame
-// to frame, also over a gap of up to a second.
+// FaceNumbers: tells the faces of one frame from those of the next. The detector's rectangles have
+// no names; here each gets a number that it keeps as long as its rectangles overlap from frame to
+// frame, also over a gap of up to a second.
 
 #include <cstdint>
 #include <span>
@@ -23,10 +23,14 @@ class FaceNumbers {
   };
 
   /// The numbers of the frame's faces, in their order. They count from 1 and are never used again.
+  /// `time` is the frame's, in seconds.
   std::span<const int64_t> update(std::span<const FaceRect> faces, double time);
 
   /// The faces that were there within the last second and aren't now, each where it was last.
   std::span<const Lost> lost() const { return lost_; }
+
+  /// Forgets the faces, not how far it has counted: all that come are new ones.
+  void forget();
 
  private:
   std::vector<Lost> present_;
