@@ -1,8 +1,5 @@
 """tavro-fd --serve as a browser sees it: the page, the pictures and the results; whom it refuses; that
-a viewer who takes nothing holds up nobody; how it ends.
-
-    serve_test.py TAVRO_FD
-"""
+a viewer who takes nothing holds up nobody; how it ends."""
 
 import contextlib
 import http.client
@@ -13,11 +10,12 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
 import tempfile
 import threading
 import time
 import unittest
+
+from application import PROGRAM, main
 
 WIDTH, HEIGHT, RATE = 640, 360, 25
 HEADER = f"YUV4MPEG2 W{WIDTH} H{HEIGHT} F{RATE}:1 C420jpeg\n".encode()
@@ -31,7 +29,7 @@ class Server:
     def __init__(self, address):
         self.output = tempfile.TemporaryFile("w+")
         self.process = subprocess.Popen(
-            [sys.argv[1], "-", "--serve", address], stdin=subprocess.PIPE, stdout=self.output,
+            [*PROGRAM, "-", "--serve", address], stdin=subprocess.PIPE, stdout=self.output,
             stderr=subprocess.PIPE, text=False)
         self.feeding = True
         self.feeder = threading.Thread(target=self.feed)
@@ -76,7 +74,7 @@ class Serve(unittest.TestCase):
         self.addCleanup(self.server.output.close)
         self.addCleanup(self.server.process.kill)
 
-    def testShowsPagePicturesAndResults(self):
+    def test_page_pictures_and_results_are_shown(self):
         page = self.server.get("/").read().decode()
         self.assertIn("<img", page)
         self.assertNotIn("://", page)  # nothing from elsewhere
@@ -107,7 +105,7 @@ class Serve(unittest.TestCase):
         self.assertTrue(set(numbers) <= set(self.server.frames()))
 
     @unittest.skipUnless(BROWSER, "there is no Chromium")
-    def testABrowserShowsTheResults(self):
+    def test_a_browser_shows_the_results(self):
         with tempfile.TemporaryDirectory() as profile:
             page = subprocess.run(
                 [BROWSER, "--headless", "--no-sandbox", "--disable-gpu", "--timeout=8000",
@@ -116,7 +114,7 @@ class Serve(unittest.TestCase):
         self.assertRegex(page, r'"status">\d+ faces? at \d+\.\d s, found in \d+\.\d\d ms<')
         self.assertEqual(self.server.end(), 0)
 
-    def testRefusesInPlainWords(self):
+    def test_refusals_are_in_plain_words(self):
         port = str(self.server.port)
         for path, method, headers, status in [
                 ("/other", "GET", {}, 404),
@@ -128,23 +126,23 @@ class Serve(unittest.TestCase):
                 self.assertEqual(self.server.get(path, method, headers).status, status)
         with socket.create_connection(("127.0.0.1", self.server.port)) as broken:
             broken.sendall(b"\x00\xff nonsense\r\n\r\n")
-        second = subprocess.run([sys.argv[1], "-", "--serve", port], input=HEADER + FRAME,
+        second = subprocess.run([*PROGRAM, "-", "--serve", port], input=HEADER + FRAME,
                                 capture_output=True, check=False)
         self.assertEqual(second.returncode, 2)
         self.assertRegex(second.stderr, rb"tavro-fd: --serve \d+: Address already in use\n")
         self.assertEqual(self.server.get("/").status, 200)  # still there for others
         self.assertEqual(self.server.end(), 0)
 
-    def testAViewerWhoTakesNothingHoldsUpNobody(self):
+    def test_a_viewer_who_takes_nothing_holds_up_nobody(self):
         events = self.server.get("/events")
 
-        def secondsFor(frames):
+        def seconds_for(frames):
             started, left = time.monotonic(), frames
             while left > 0:
                 left -= events.readline().startswith(b"data: ")
             return time.monotonic() - started
 
-        unhindered = secondsFor(RATE)
+        unhindered = seconds_for(RATE)
         idle = [socket.create_connection(("127.0.0.1", self.server.port)) for _ in range(5)]
         for connection in idle:
             connection.sendall(b"GET /stream HTTP/1.1\r\nHost: localhost\r\n\r\n")
@@ -153,7 +151,7 @@ class Serve(unittest.TestCase):
         gone.close()
         # A viewer who is waited for would stop all for seconds once the buffers of its connection
         # are full.
-        self.assertLess(secondsFor(3 * RATE), 4 * unhindered + 5)
+        self.assertLess(seconds_for(3 * RATE), 4 * unhindered + 5)
         self.server.process.send_signal(signal.SIGINT)
         self.assertEqual(self.server.end(), 0)
         frames = self.server.frames()
@@ -163,4 +161,4 @@ class Serve(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+    main()

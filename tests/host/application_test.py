@@ -1,0 +1,136 @@
+"""tavro-fd from the outside: what reaches the detector, what comes out, and how it says no. All of
+this holds with either of the media folders."""
+
+import os
+
+from application import ApplicationTest, fake_faces, main, noise, y4m
+
+
+class Application(ApplicationTest):
+    def clip(self, count):
+        return self.file("clip.y4m", y4m([noise(self.random, 32, 18) for _ in range(count)]))
+
+    def test_yuv420p_reaches_the_detector_byte_for_byte(self):
+        for width, height in ((1, 1), (2, 2), (3, 5), (16, 16), (33, 17), (161, 91), (640, 360)):
+            frames = [noise(self.random, width, height) for _ in range(3)]
+            stream = y4m(frames)
+            clip = self.file("clip.y4m", stream)
+            expected = [{"frame": i, "time": i / 25, "width": width, "height": height,
+                         "faces": fake_faces(frame)} for i, frame in enumerate(frames)]
+            for arguments, stdin in (([clip], b""), (["-"], stream)):
+                with self.subTest(width=width, height=height, arguments=arguments):
+                    results = self.succeed(3, *arguments, stdin=stdin)
+                    for result in results:
+                        self.assertGreaterEqual(result.pop("ms"), 0)
+                    self.assertEqual(results, expected)
+
+    def test_module_diagnostics_stay_out_of_the_results(self):
+        clip, file = self.clip(2), self.path("faces.jsonl")
+        direct = self.detect(clip)
+        self.assertEqual(len(direct.results()), 2)
+        self.assertEqual(direct.errors, "fake: prepared\n" + 2 * "fake: frame of 32 x 18\n")
+        stored = self.detect(clip, "--output", file)
+        self.assertEqual((stored.code, stored.output), (0, b""))
+        with open(file, "rb") as text:
+            stored.output = text.read()
+        self.assertEqual(*([result["faces"] for result in outcome.results()]
+                           for outcome in (direct, stored)))
+
+    def test_every_max_frames_and_repeat_pick_frames(self):
+        clip = self.clip(10)
+        for options, frames in (("--every 4", [0, 4, 8]),
+                                ("--every 100", [0]),
+                                ("--max-frames 3", [0, 1, 2]),
+                                ("--max-frames 5 --every 2", [0, 2, 4]),
+                                ("--max-frames 1000 --every 5", [0, 5]),
+                                ("--max-frames 2 --repeat 3", [0, 1])):
+            with self.subTest(options):
+                results = self.succeed(len(frames), clip, *options.split())
+                self.assertEqual([result["frame"] for result in results], frames)
+
+    def test_statistics_count_every_pass(self):
+        outcome = self.detect(self.clip(10), "--every", 2, "--repeat", 3, "--stats")
+        self.assertEqual((outcome.code, len(outcome.results())), (0, 5))
+        for part in ("30 decoded, 15 analysed", "min ", "median ", "p99 ", "max ",
+                     "frames per second", "peak memory", "MiB"):
+            self.assertIn(part, outcome.errors)
+
+    def test_bad_usage_is_one_line_and_exit_code_2(self):
+        clip = self.clip(2)
+        tone = self.file("tone.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x80\x3e"
+                                     b"\0\0\2\0\x10\0data\x08\0\0\0\0\0\0\0\0\0\0\0")
+        header_only = self.file("empty.y4m", b"YUV4MPEG2 W32 H18 F25:1\n")
+        linked = self.file("linked.mp4", b"")
+        os.link(linked, self.path("link.mp4"))
+        number = "--every: must be a whole number from 1 to 1000000000, not 0 "
+        for arguments, reason in (
+                ([], ""), (["clip", "--no-such-option"], ""),
+                (["clip", "extra"], "unexpected argument extra "),
+                (["clip", "--every", "0"], number),
+                (["clip", "--every", "-3"], ""), (["clip", "--every", "two"], ""),
+                (["clip", "--every", "99999999999999999999"], ""),
+                (["clip", "--max-frames", "0"], ""), (["clip", "--repeat", "0"], ""),
+                (["clip", "--output", "o.mp4", "--annotate", "./o.mp4"], ""),
+                (["clip", "--output", "link.mp4", "--annotate", linked], ""),
+                (["clip", "--format", "xml"], ""), (["clip", "--blur"], ""),
+                (["clip", "--blur", "--every", "2", "--annotate", "b.png"], ""),
+                (["clip", "--blur", "--crop-faces", "faces", "--annotate", "b.png"], ""),
+                (["clip", "--blur", "--report", "r.html", "--annotate", "b.png"], ""),
+                (["clip", "--format", "blur-filter", "--every", "2"], ""),
+                (["clip", "--crop-faces", "/dev/null/faces"], ""),
+                (["clip", "--crop-faces", ""], ""),
+                (["clip", "--report", "r.html", "--output", "r.html"], ""),
+                (["clip", "--report", "/nowhere/r.html"], ""),
+                (["clip", "--serve", "80 80"], ""), (["clip", "--serve", "[::1:80"], ""),
+                (["clip", "--serve", "elsewhere.example:80"], ""),
+                (["clip", "--serve", "192.0.2.1:0"], ""),  # no address of this machine
+                (["clip", "--annotate", "boxes.txt"], ""), (["clip", "--annotate", clip], ""),
+                (["clip", "--output", clip], ""), (["clip", "--output", "/nowhere/f.jsonl"], ""),
+                (["clip", "--annotate", "/nowhere/boxes.mp4"], ""),
+                (["clip", "--annotate", "/nowhere/boxes.png"], ""),
+                (["clip", "--input-format", "no-such-format"], ""),
+                (["clip", "--input-option", "novalue"], ""),
+                (["clip", "--input-option", "no_such_option=1"], ""),
+                (["-", "--repeat", "2"], ""), (["-"], ""),  # nothing comes in
+                (["missing.mp4"], ""), ([self.path("")], ""), ([""], ""), ([tone], ""),
+                ([header_only], ""), (["-x.jpg"], "unknown option -x.jpg ")):
+            with self.subTest(arguments):
+                # The module prints lines of its own: they must not hide the application's.
+                arguments = [clip if word == "clip" else word for word in arguments]
+                self.refuse(self.detect(*arguments), reason)
+        self.succeed(2, clip)  # an input that was named as an output is still there
+
+    def test_bad_modules_are_one_line_and_exit_code_2(self):
+        clip = self.clip(1)
+        self.refuse(self.execute(clip, "--module", "/nowhere/module.so"))
+        for module in ("silent", "poor"):
+            self.refuse(self.detect(clip, module=module))
+        unready = self.detect(clip, module="unready")
+        self.assertEqual((unready.code, unready.errors),
+                         (2, "fake: prepared\ntavro-fd: the detector can't be prepared\n"))
+
+    def test_refused_frames_give_empty_results_and_one_warning(self):
+        outcome = self.detect(self.clip(3), module="refusing")
+        self.assertEqual(outcome.code, 1)
+        self.assertEqual([result["faces"] for result in outcome.results()], [[], [], []])
+        self.assertIn("tavro-fd: warning: the detector refused 3 frames\n", outcome.errors)
+
+    def test_help_and_version_go_to_the_standard_output(self):
+        asked = self.execute("--help")
+        self.assertEqual((asked.code, asked.errors), (0, ""))
+        for part in (b"--annotate", b"--every", b"Examples:", b"Exit codes:"):
+            self.assertIn(part, asked.output)
+        version = self.execute("--version")
+        self.assertEqual((version.code, version.output[:9]), (0, b"tavro-fd "))
+
+    def test_the_detector_beside_it_is_found(self):
+        outcome = self.execute(self.clip(4))
+        self.assertEqual((outcome.code, len(outcome.results())), (0, 4), outcome.errors)
+        # Wider than the detector takes: a result for every frame all the same.
+        wide = self.execute(self.file("wide.y4m", y4m([noise(self.random, 32770, 2)] * 2)))
+        self.assertEqual((wide.code, len(wide.results())), (1, 2))
+        self.assertIn("refused 2 frames", wide.errors)
+
+
+if __name__ == "__main__":
+    main()

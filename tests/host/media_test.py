@@ -1,0 +1,268 @@
+"""tavro-fd with FFmpeg's libraries: pictures and videos that aren't stored the way the detector wants
+them, damaged ones, the annotated ones that it writes, and devices."""
+
+import itertools
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import unittest
+
+from application import (MODULES, PLANES, PROGRAM, ApplicationTest, Frame, chroma_bytes, fake_faces, ffmpeg,
+                         main, noise, pictures_of, plain, quarters, y4m)
+
+LUMA = (60, 110, 160, 210)
+HAS_FFMPEG = shutil.which("ffmpeg")
+
+
+def full_range_jpeg(frame):
+    """A JPEG of the frame, whose samples count as full range."""
+    return ffmpeg("-f", "yuv4mpegpipe", "-i", "-", "-pix_fmt", "yuvj420p", "-q:v", 2, "-f", "mjpeg",
+                  "-", stdin=y4m([frame], "F25:1 C420jpeg XCOLORRANGE=FULL"))
+
+
+def with_orientation(jpeg, orientation):
+    """With an Exif block that has nothing but the orientation."""
+    block = b"Exif\0\0MM\0\x2a\0\0\0\x08\0\1\x01\x12\0\3\0\0\0\1\0%c\0\0\0\0\0\0" % orientation
+    return jpeg[:2] + b"\xff\xe1\0" + bytes([len(block) + 2]) + block + jpeg[2:]
+
+
+def turned(frame, a, b, c, d):
+    """Moves each sample by a display matrix: x' = a x + c y, y' = b x + d y, and all of them back
+    into the positive quadrant."""
+    upright = Frame(*(frame.width, frame.height)[::1 if a else -1], [b""] * 3)
+    for plane in PLANES:
+        width, height = frame.plane_size(plane)
+        moved = {(a * x + c * y, b * x + d * y): frame.planes[plane][y * width + x]
+                 for y in range(height) for x in range(width)}
+        upright.planes[plane] = bytes(moved[place] for place in sorted(
+            moved, key=lambda place: place[::-1]))
+    return upright
+
+
+class MediaTest(ApplicationTest):
+    def expect_quarters(self, result, expected):
+        """Compares the mean luma of the quarters, which is the fake detector's last rectangle."""
+        for mean, value in zip(result["faces"][-1].values(), expected):
+            self.assertAlmostEqual(mean, value, delta=2)
+
+
+@unittest.skipUnless(HAS_FFMPEG, "there is no ffmpeg program")
+class Formats(MediaTest):
+    def test_full_range_is_brought_to_limited_range(self):
+        frame = quarters(64, 48, (0, 255, 128, 64))
+        for name, content, expected in (
+                ("full.y4m", y4m([frame], "F25:1 C420jpeg XCOLORRANGE=FULL"), (16, 235, 126, 71)),
+                ("limited.y4m", y4m([frame], "F25:1 C420jpeg XCOLORRANGE=LIMITED"),
+                 (0, 255, 128, 64)),  # the same samples
+                ("photo.jpg", full_range_jpeg(frame), (16, 235, 126, 71))):
+            with self.subTest(name):
+                self.expect_quarters(self.succeed(1, self.file(name, content))[0], expected)
+
+    def test_other_samplings_and_depths_are_converted(self):
+        luma = quarters(34, 26, LUMA).planes[0]
+        for name, chroma, depth in (("C444", 2 * 34 * 26, 8), ("C422", 2 * 17 * 26, 8),
+                                    ("C420p10", 2 * 17 * 13, 10)):
+            with self.subTest(name):
+                values = [sample << depth - 8 for sample in luma + bytes([128]) * chroma]
+                samples = struct.pack(f"<{len(values)}{'B' if depth == 8 else 'H'}", *values)
+                head = f"YUV4MPEG2 W34 H26 F25:1 {name}\nFRAME\n".encode()
+                result = self.succeed(1, self.file("clip.y4m", head + samples))[0]
+                self.assertEqual(result["width"], 34)
+                self.expect_quarters(result, LUMA)
+
+    def test_raw_pictures_of_any_width_are_converted(self):
+        # Cameras give NV12; widths that fit no vector once made the converter write beside its rows.
+        for name, (width, height) in itertools.product(
+                ("nv12", "nv21", "yuv422p", "rgb24"),
+                ((854, 480), (200, 150), (33, 17), (2, 2), (1, 1))):
+            with self.subTest(name, width=width, height=height):
+                frame = noise(self.random, width, height)
+                samples = bytes(frame.planes[0])
+                pairs = zip(*frame.planes[1:] if name == "nv12" else frame.planes[:0:-1])
+                samples += bytes(itertools.chain.from_iterable(pairs))
+                samples += bytes({"yuv422p": 2 * ((width + 1) // 2 * height -
+                                                  chroma_bytes(width, height)),
+                                  "rgb24": 3 * width * height - len(samples)}.get(name, 0))
+                results = self.succeed(
+                    2, self.file("raw", 2 * samples), "--input-format", "rawvideo",
+                    "--input-option", f"video_size={width}x{height}",
+                    "--input-option", f"pixel_format={name}")
+                if name.startswith("nv"):  # whose samples are kept
+                    self.assertEqual(results[1]["faces"], fake_faces(frame))
+
+    def test_photos_are_turned_upright(self):
+        photo = full_range_jpeg(quarters(64, 32, LUMA))
+        a, b, c, d = (16 + luma * 219 / 255 for luma in LUMA)
+        # By the Exif standard: which side of the stored picture is the visual top and left.
+        for orientation, seen in ((1, (a, b, c, d)), (2, (b, a, d, c)), (3, (d, c, b, a)),
+                                  (6, (c, a, d, b))):
+            with self.subTest(orientation):
+                path = self.file("photo.jpg", with_orientation(photo, orientation))
+                result = self.succeed(1, path)[0]
+                self.assertEqual(result["width"], 64 if orientation < 5 else 32)
+                self.expect_quarters(result, seen)
+
+    def test_videos_are_turned_upright_sample_by_sample(self):
+        unit = 1 << 16
+        matrices = [(a, 0, 0, d) for a in (1, -1) for d in (1, -1)]
+        matrices += [(0, b, c, 0) for b in (1, -1) for c in (1, -1)]
+        cases = [([unit * value for value in matrix], matrix) for matrix in matrices]
+        cases += [((-229, unit, -unit, -229), (0, 1, -1, 0)),  # 90.2 degrees, rounded by its writer
+                  ((46341, 46341, -46341, 46341), (1, 0, 0, 1))]  # 45 degrees are left alone
+        for width, height in ((33, 65), (71, 40), (1, 7)):
+            frame = noise(self.random, width, height)
+            movie = ffmpeg("-i", "-", "-c:v", "ffv1", "-f", "mov", "-movflags", "frag_keyframe",
+                           "-", stdin=y4m([frame]))
+            at = movie.index(b"tkhd") + 44
+            for (a, b, c, d), matrix in cases:
+                with self.subTest(width=width, height=height, matrix=(a, b, c, d)):
+                    stored = struct.pack(">9i", a, b, 0, c, d, 0, 0, 0, 1 << 30)
+                    path = self.file("clip.mov", movie[:at] + stored + movie[at + 36:])
+                    result = self.succeed(1, path)[0]
+                    upright = turned(frame, *matrix)
+                    self.assertEqual((result["width"], result["height"]),
+                                     (upright.width, upright.height))
+                    self.assertEqual(result["faces"], fake_faces(upright))
+
+    def test_any_file_name_will_do(self):
+        photo = full_range_jpeg(quarters(16, 16, LUMA))
+        for name in ("with space.jpg", "100%d.jpg", "12:30.jpg", "a:b.jpg"):
+            with self.subTest(name):
+                self.succeed(1, self.file(name, photo))
+
+    def test_annotated_files_can_be_read_again(self):
+        # The fake's fourth rectangle has the quarters' luma for corners: one that can be seen.
+        clip = self.file("clip.y4m", y4m([quarters(129, 97, (20, 30, 90, 70))] * 5,
+                                         "F30000:1001 C420jpeg"))
+        # Every frame is in the video, and those between two detections keep their rectangles.
+        for name, count, width, height in (("boxes.mp4", 5, 130, 98), ("boxes.MKV", 5, 130, 98),
+                                           ("boxes.mov", 5, 130, 98), ("boxes.png", 1, 129, 97)):
+            with self.subTest(name):
+                outcome = self.detect(clip, "--annotate", name, "--every", 3)
+                self.assertEqual((outcome.code, len(outcome.results())), (0, 2), outcome.errors)
+                self.assertEqual("holds the first of 5 frames" in outcome.errors, count == 1)
+                pictures = pictures_of(self.path(name))
+                self.assertEqual(len(pictures), count)
+                for picture in pictures:
+                    self.assertEqual((picture.width, picture.height), (width, height))
+                    for x, y, luma, delta in ((55, 31, 173, 25), (21, 45, 173, 25),  # its edges
+                                              (40, 40, 20, 10), (10, 10, 20, 10)):  # in and out
+                        self.assertAlmostEqual(picture.luma(x, y), luma, delta=delta)
+
+    def test_changing_picture_sizes_and_halting_clocks_fit_the_video(self):
+        photos = b"".join(full_range_jpeg(quarters(*size, LUMA))
+                          for size in ((64, 32), (128, 128), (31, 33), (64, 32)))
+        self.succeed(4, self.file("photos", photos), "--input-format", "mjpeg",
+                     "--annotate", "sizes.mp4")
+        raw = self.file("raw", 4 * quarters(64, 32, LUMA).samples())
+        self.succeed(4, raw, "--annotate", "halt.mp4", "--input-format", "rawvideo",
+                     "--input-option", "video_size=64x32", "--input-option", "framerate=1000000")
+        for name in ("sizes.mp4", "halt.mp4"):
+            self.assertEqual([(picture.width, picture.height)
+                              for picture in pictures_of(self.path(name))], 4 * [(64, 32)])
+
+    def test_what_the_encoder_refuses_is_told_in_its_words(self):
+        wide = self.file("wide.y4m", y4m([quarters(32768, 2, LUMA)]))
+        # libx264 loses memory over what it refuses.
+        outcome = self.detect(wide, "--annotate", "boxes.mp4",
+                              env={**os.environ, "LSAN_OPTIONS": "detect_leaks=0"})
+        self.assertEqual(outcome.code, 2)
+        self.assertIn("32768x2", outcome.errors)
+        self.assertFalse(os.path.exists(self.path("boxes.mp4")))
+
+
+class Damage(MediaTest):
+    """What can be decoded is analysed, and the exit code says that it isn't all."""
+
+    def noise(self, count):
+        return y4m([noise(self.random, 96, 64) for _ in range(count)])
+
+    def video(self, name):
+        """40 frames of noise, so that packets aren't tiny."""
+        self.succeed(40, self.file("noise.y4m", self.noise(40)), "--annotate", name)
+        return pathlib.Path(self.path(name)).read_bytes()
+
+    def expect_incomplete(self, name, content, fewest, most):
+        for arguments, stdin in (([self.file(name, content)], b""), (["-"], content)):
+            with self.subTest(arguments, size=len(content)):
+                outcome = self.detect(*arguments, stdin=stdin)
+                self.assertEqual(outcome.code, 1, outcome.errors)
+                self.assertIn("tavro-fd: warning: ", outcome.errors)
+                self.assertIn(len(outcome.results()), range(fewest, most + 1))
+
+    def test_y4m_cut_off(self):
+        whole = self.noise(4)
+        frame_size = 6 + 96 * 64 * 3 // 2
+        # In a frame's samples, one sample before its end, and in the next frame's header.
+        for missing in (frame_size // 2, 1, frame_size - 3):
+            self.expect_incomplete("cut.y4m", whole[:-missing], 3, 3)
+        self.succeed(3, self.file("whole.y4m", whole[:-frame_size]))
+
+    def test_video_cut_off(self):
+        for name in ("cut.mp4", "cut.mkv"):
+            whole = self.video(name)
+            self.succeed(40, self.path(name))
+            self.expect_incomplete(name, whole[:len(whole) * 6 // 10], 10, 39)
+
+    def test_video_overwritten(self):
+        content = bytearray(self.video("holes.mp4"))
+        middle, size = len(content) // 2, len(content) // 10
+        content[middle:middle + size] = b"\x55" * size
+        self.expect_incomplete("holes.mp4", content, 10, 40)
+
+    def test_picture_cut_off_is_bad_input_or_incomplete(self):
+        self.succeed(1, self.file("noise.y4m", self.noise(1)), "--annotate", "picture.png")
+        whole = pathlib.Path(self.path("picture.png")).read_bytes()
+        for eighths in (1, 4, 7):
+            outcome = self.detect(self.file("cut.png", whole[:len(whole) * eighths // 8]))
+            self.assertEqual(outcome.code, 1 if outcome.output else 2)
+            self.assertIn("tavro-fd: ", outcome.errors)
+
+    def test_noise_never_crashes_it(self):
+        whole = self.video("whole.mp4")
+        for _ in range(30):
+            content = bytearray(whole)
+            for _ in range(self.random.randint(1, 40)):
+                content[self.random.randrange(len(content))] = self.random.randrange(256)
+            outcome = self.detect(self.file("damaged.mp4", content))
+            self.assertIn(outcome.code, (0, 1, 2))
+            outcome.results()  # JSON to the last line
+
+
+class Devices(ApplicationTest):
+    def shows_progress(self, arguments, output_too):
+        """Whether a terminal that gets the standard error, and the output if asked for, shows it."""
+        screen, terminal = os.openpty()
+        with subprocess.Popen([*PROGRAM, *arguments], stderr=terminal, stdin=subprocess.DEVNULL,
+                              stdout=terminal if output_too else subprocess.DEVNULL) as process:
+            os.close(terminal)
+            text = bytearray()
+            try:
+                while part := os.read(screen, 4096):
+                    text.extend(part)
+            except OSError:  # nobody is left who writes
+                pass
+            os.close(screen)
+        self.assertEqual(process.returncode, 0)
+        return b"\r\033[Ktavro-fd: " in text
+
+    def test_progress_is_shown_unless_it_disturbs_the_results(self):
+        clip = self.file("clip.y4m", y4m([plain(32, 18)] * 2))
+        arguments = [clip, "--every", "2", "--module", MODULES, "--repeat", "5000"]
+        # Passes too short for a line each, which take long enough all together, sooner or later.
+        while not self.shows_progress(arguments, False):
+            self.assertLess(len(arguments[-1]), 7)
+            arguments[-1] += "0"
+        self.assertFalse(self.shows_progress(arguments, True))
+
+    def test_a_full_one_is_told_in_one_line(self):
+        clip = self.file("clip.y4m", y4m([plain(32, 18)] * 2))
+        outcome = self.detect(clip, "--output", "/dev/full")
+        self.assertEqual(outcome.code, 2)
+        self.assertIn("\ntavro-fd: the results can't be written: ", outcome.errors)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,157 @@
+"""What tavro-fd makes of the faces: its scripts are given to FFmpeg's own program, and the pictures
+that come out are compared, sample by sample, with those that went in."""
+
+import base64
+import os
+import pathlib
+import re
+import shutil
+import unittest
+
+from application import ApplicationTest, ffmpeg, from_samples, main, pictures_of, plain, y4m
+
+WIDTH, HEIGHT = 160, 96
+BACKGROUND = 60
+STRIPE = 100  # every fourth row is dark, on faces and beside them
+PAINT = {1: 200, 2: 230, 3: 200}  # what the fake detector takes for the first and the second face
+
+# Faces that come, stay, move, go, and come again elsewhere, by their numbers. None begins or ends
+# with a dark stripe.
+STORY = [
+    {},
+    {1: (20, 20, 50, 60)},
+    {1: (20, 20, 50, 60)},
+    {1: (20, 20, 50, 60), 2: (100, 32, 140, 72)},
+    {1: (26, 20, 56, 60), 2: (100, 32, 140, 72)},
+    {2: (100, 32, 140, 72)},
+    {2: (100, 32, 140, 72)},
+    {3: (4, 72, 34, 94), 2: (102, 32, 142, 72)},
+    {},
+]
+
+
+def box(left, top, right, bottom, grow=0):
+    """The places of a rectangle's samples."""
+    return {y * WIDTH + x for y in range(max(0, top - grow), min(HEIGHT, bottom + grow))
+            for x in range(max(0, left - grow), min(WIDTH, right + grow))}
+
+
+def painted(faces):
+    frame = plain(WIDTH, HEIGHT, BACKGROUND)
+    for number, face in faces.items():
+        for place in box(*face):
+            frame.planes[0][place] = PAINT[number]
+    for y in range(2, HEIGHT, 4):
+        frame.planes[0][y * WIDTH:(y + 1) * WIDTH] = bytes([STRIPE]) * WIDTH
+    return frame
+
+
+def lost_faces(index, rate):
+    """The faces that were there within the last second and aren't now, where they were last."""
+    last = {number: (i, face) for i in range(index) for number, face in STORY[i].items()}
+    return [face for number, (i, face) in last.items()
+            if number not in STORY[index] and (index - i) / rate <= 1]
+
+
+@unittest.skipUnless(shutil.which("ffmpeg"), "there is no ffmpeg program")
+class Outputs(ApplicationTest):
+    frames = [painted(faces) for faces in STORY]
+
+    def clip(self, rate="F25:1"):
+        return self.file("clip.y4m", y4m(self.frames, rate + " C420jpeg"))
+
+    def make(self, clip, *arguments):
+        outcome = self.detect(clip, *arguments, module="painted")
+        self.assertEqual(outcome.code, 0, outcome.errors)
+
+    def filtered(self, clip, form):
+        """For each frame its luma before and after FFmpeg has applied what tavro-fd has written."""
+        script = self.path("boxes")
+        self.make(clip, "--format", form, "--output", script)
+        options = ["-vf", "ass=" + script] if form == "ass" else ["-filter_script:v", script]
+        samples = ffmpeg("-i", clip, *options, "-fps_mode", "passthrough", "-f", "rawvideo",
+                         "-pix_fmt", "yuv420p", "-")
+        size = WIDTH * HEIGHT * 3 // 2
+        self.assertEqual(len(samples), size * len(self.frames))
+        return [(frame.planes[0], from_samples(WIDTH, HEIGHT, samples[i * size:]).planes[0])
+                for i, frame in enumerate(self.frames)]
+
+    def test_scripts_draw_the_boxes_where_and_when_they_are(self):
+        for rate in ("F25:1", "F30000:1001", "F60:1"):
+            for form in ("ass", "draw-filter"):
+                with self.subTest(form, rate=rate):
+                    for faces, (before, after) in zip(STORY, self.filtered(self.clip(rate), form)):
+                        expected = set().union(*(box(*face) - box(*face, grow=-2)
+                                                 for face in faces.values()))
+                        drawn = {place for place, (a, b) in enumerate(zip(before, after))
+                                 if abs(a - b) > 8}
+                        self.assertEqual(drawn, expected)
+
+    def test_scripts_hide_the_faces_and_those_just_lost(self):
+        for rate in (25, 2):
+            clip = self.clip(f"F{rate}:1")
+            for index, (before, after) in enumerate(self.filtered(clip, "blur-filter")):
+                with self.subTest(rate=rate, index=index):
+                    hidden, inner = set(), set()
+                    for face in [*STORY[index].values(), *lost_faces(index, rate)]:
+                        x, y = (face[2] - face[0]) // 4, (face[3] - face[1]) // 4
+                        hidden |= box(face[0] - x, face[1] - y, face[2] + x, face[3] + y)
+                        inner |= box(*face, grow=-8)
+                    changes = [abs(a - b) for a, b in zip(before, after)]
+                    self.assertFalse({place for place, change in enumerate(changes)
+                                      if place not in hidden and change > 3})
+                    # Blocks that lie within a face have lost its stripes.
+                    self.assertFalse({place for place in inner
+                                      if before[place] == STRIPE and changes[place] < 10})
+
+    def test_scripts_leave_a_clip_without_faces_as_it_is(self):
+        self.frames = [plain(WIDTH, HEIGHT)] * 2
+        for form in ("ass", "draw-filter", "blur-filter"):
+            for before, after in self.filtered(self.clip(), form):
+                self.assertEqual(before, after)
+
+    def test_blur_hides_faces_and_those_just_lost(self):
+        self.make(self.clip(), "--annotate", "hidden.mkv", "--blur", "--output", os.devnull)
+        pictures = pictures_of(self.path("hidden.mkv"))
+        self.assertEqual(len(pictures), len(STORY))
+        for index, picture in enumerate(pictures):
+            def step(x, y):
+                return abs(picture.luma(x, y) - picture.luma(x, y - 2))
+            with self.subTest(index):
+                for left, top, right, bottom in [*STORY[index].values(), *lost_faces(index, 25)]:
+                    for y in range(top // 4 * 4 + 6, bottom - 2, 4):
+                        self.assertLess(step((left + right) // 2, y), 25)
+                for y in range(6, 90, 4):
+                    self.assertAlmostEqual(step(78, y), STRIPE - BACKGROUND, delta=15)
+
+    def test_crop_faces_writes_a_square_for_each_face(self):
+        faces = self.folder / "new" / "folder"
+        self.make(self.clip(), "--crop-faces", faces, "--output", os.devnull)
+        expected = {"face-0001.jpg": (60, 200), "face-0002.jpg": (60, 230),
+                    "face-0003.jpg": (44, 200)}
+        self.assertEqual({file.name for file in faces.iterdir()}, set(expected))
+        for name, (side, luma) in expected.items():
+            picture, = pictures_of(faces / name)
+            self.assertEqual((picture.width, picture.height), (side, side))
+            self.assertAlmostEqual(max(picture.planes[0]), luma, delta=15)
+
+    def test_the_report_stands_alone_and_shows_every_face(self):
+        video, report = self.path("<b>&\"'.y4m"), self.path("report.html")
+        os.rename(self.clip(), video)
+        self.make(video, "--report", report, "--output", os.devnull)
+        page = pathlib.Path(report).read_text(encoding="utf-8")
+        for foreign in ("://", "<script", "href", "<b>&"):
+            self.assertNotIn(foreign, page)
+        self.assertIn("/&lt;b&gt;&amp;&quot;&#39;.y4m</title>", page)
+        jpegs = re.findall('src="data:image/jpeg;base64,([^"]*)"', page)
+        self.assertEqual(len(jpegs), len(PAINT))
+        for jpeg, luma in zip(jpegs, PAINT.values()):
+            picture, = pictures_of(self.file("face.jpg", base64.b64decode(jpeg, validate=True)))
+            self.assertAlmostEqual(max(picture.planes[0]), luma, delta=15)
+        # The second face is there from 0.12 to 0.28 of the 0.36 seconds.
+        second = re.findall("<rect.*", page)[1]
+        self.assertIn('x="352.0" y="30.0" width="384.0"', second)
+
+
+if __name__ == "__main__":
+    main()
