@@ -23,7 +23,7 @@ struct PictureFormat {
   std::string_view otherName;  ///< empty: none
   std::string_view layout;     ///< for the reader: the bytes in memory
   PlaneShape planes[3];        ///< in the order in which a raw file has them, without gaps
-  std::optional<TavroRTC::FDModule::ImageFormat> scaledAs;  ///< nothing: can't be scaled
+  std::optional<TavroRTC::FDModule::ImageFormat> scaledAs;  ///< empty: can't be scaled
   std::optional<uint32_t> pngFormat;                        ///< libpng's PNG_FORMAT_...
 };
 

@@ -6,8 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "host/image_app/file_bytes.h"
-#include "host/image_app/picture_file.h"
+#include "host/image_app/picture.h"
 
 namespace tavro::host::image {
 namespace {
@@ -37,7 +36,7 @@ struct Texts {
   std::string size, targetSize, rect;
 };
 
-/// Exactly `count` whole numbers with `separator` between them; nothing for any other text.
+/// Exactly `count` whole numbers with `separator` between them; empty for any other text.
 std::optional<std::vector<int32_t>> parseNumbers(const std::string& text, char separator,
                                                  size_t count) {
   std::vector<int32_t> numbers;
@@ -169,7 +168,7 @@ void addFiles(CLI::App& command, Texts& texts) {
   command.add_option("--size", texts.size, "Size of a raw input")->type_name("WIDTHxHEIGHT");
 }
 
-/// What scaling and cropping have in common; the caller of the latter may leave the size out.
+/// The options that scaling and cropping share. A crop needs no size.
 CLI::Option* addScaling(CLI::App& command, Texts& texts) {
   command.add_option("--format", texts.format, "Format of both pictures")
       ->type_name("NAME")

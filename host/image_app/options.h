@@ -22,8 +22,8 @@ struct Options {
   const Conversion* conversion = nullptr;  ///< null: scale
   const Filter* filter = nullptr;
   Size rawSize;                                      ///< of a raw input
-  std::optional<TavroRTC::FDModule::CropRect> rect;  ///< the part to scale; nothing: all
-  std::optional<Size> targetSize;                    ///< nothing: the size of the part
+  std::optional<TavroRTC::FDModule::CropRect> rect;  ///< the part to scale; empty: all of it
+  std::optional<Size> targetSize;                    ///< empty: the size of the part
 };
 
 struct ParsedOptions {

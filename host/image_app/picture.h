@@ -1,8 +1,10 @@
 #pragma once
 
-// Picture: one picture in memory, its planes one after the other without gaps, as in a raw file.
+// Picture: one picture in memory, its planes one after the other without gaps. In a file it is just
+// these samples without a header, or PNG where the name ends in .png.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,8 +29,7 @@ int64_t byteCount(const PictureFormat& format, Size size);
 
 class Picture {
  public:
-  /// Black, or what zeros are in the format. The size must be allowed; the format must outlive the
-  /// picture.
+  /// All samples are 0. The size must be allowed; the format must outlive the picture.
   Picture(const PictureFormat& format, Size size);
 
   const PictureFormat& format() const { return *format_; }
@@ -44,5 +45,17 @@ class Picture {
   Size size_;
   std::vector<uint8_t> bytes_;
 };
+
+/// True if the name ends in .png, in upper or lower case.
+bool isPngName(const std::string& path);
+
+/// Reads a picture of the format. A raw file must hold exactly one picture of `rawSize`; a PNG
+/// brings its own size. Its transparent pixels are laid over black where the format has no alpha,
+/// and one with colours isn't a gray picture. Empty if it fails, with the reason in `error`.
+std::optional<Picture> readPicture(const std::string& path, const PictureFormat& format,
+                                   Size rawSize, std::string& error);
+
+/// False if it fails, with the reason in `error`.
+bool writePicture(const std::string& path, const Picture& picture, std::string& error);
 
 }  // namespace tavro::host::image
