@@ -1,18 +1,23 @@
 // FaceDetector on whole frames: what it refuses, in which order and with which words, and that a
-// frame that fails leaves no trace. A threshold below 0 makes every prior a candidate, so that any
-// picture has "faces", whatever the weights. (The rectangles themselves: tests/end_to_end.)
+// frame that fails leaves no trace; the instance around it and the callback that hands it out. A
+// threshold below 0 makes every prior a candidate, so that any picture has "faces", whatever the
+// weights. (The rectangles themselves: tests/end_to_end.)
 
 #include "modules/face_detection/face_detector.h"
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "engine/net.h"
 #include "host/core/face_rects.h"
+#include "modules/face_detection/fd_wrapper.h"
 #include "modules/face_detection/impl.h"
+#include "modules/face_detection/module_callback.h"
 #include "modules/face_detection/network_input.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
@@ -56,70 +61,60 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
   const char* const threshold = "threshold not set, pls check\n";
   const char* const stride = "stride should be larger than input w, pls check\n";
   const char* const input = "input is invalid or initialization failed, pls check\n";
-  struct Case {
-    const char* what;
+  const I420Frame picture = plainFrame(64, 48);
+  const FrameView good = viewOf(picture);
+  const struct {
     float threshold;
     const char* message;
     void (*spoil)(FrameView& frame);
-  };
-  const Case cases[] = {
-      {"no threshold", 0, threshold, [](FrameView& f) { f = {}; }},
-      {"luma stride before null planes", 0.65F, stride,
+  } cases[] = {
+      {0, threshold, [](FrameView& f) { f = {}; }},
+      {0.65F, stride,
        [](FrameView& f) {
          f.strideY = f.width - 1;
          f.y = f.u = f.v = nullptr;
        }},
-      {"chroma stride", 0.65F, stride, [](FrameView& f) { f.strideUV = f.width / 2 - 1; }},
-      {"no luma", 0.65F, input, [](FrameView& f) { f.y = nullptr; }},
-      {"no first chroma", 0.65F, input, [](FrameView& f) { f.u = nullptr; }},
-      {"no second chroma", 0.65F, input, [](FrameView& f) { f.v = nullptr; }},
-      {"no width", 0.65F, "", [](FrameView& f) { f.width = 0; }},
-      {"no height", 0.65F, "", [](FrameView& f) { f.height = 0; }},
-      {"too wide", 0.65F, "", [](FrameView& f) { f.width = f.strideY = f.strideUV = 32769; }},
-      {"too high", 0.65F, "", [](FrameView& f) { f.height = 32769; }},
-      {"negative width", 0.65F, "", [](FrameView& f) { f.width = -64; }},
-      {"negative height", 0.65F, "", [](FrameView& f) { f.height = -64; }},
+      {0.65F, stride, [](FrameView& f) { f.strideUV = f.width / 2 - 1; }},
+      {0.65F, input, [](FrameView& f) { f.y = nullptr; }},
+      {0.65F, input, [](FrameView& f) { f.u = nullptr; }},
+      {0.65F, input, [](FrameView& f) { f.v = nullptr; }},
+      {0.65F, "", [](FrameView& f) { f.width = 0; }},
+      {0.65F, "", [](FrameView& f) { f.height = 0; }},
+      {0.65F, "", [](FrameView& f) { f.width = f.strideY = f.strideUV = 32769; }},
+      {0.65F, "", [](FrameView& f) { f.height = 32769; }},
+      {0.65F, "", [](FrameView& f) { f.width = -64; }},
+      {0.65F, "", [](FrameView& f) { f.height = -64; }},
   };
-  const I420Frame picture = plainFrame(64, 48);
-  const auto detector = makeDetector(0);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    detector->init(c.threshold);
-    FrameView frame = viewOf(picture);
-    c.spoil(frame);
-    FaceRects faces;
-    ASSERT_TRUE(faces.sequence()->grow(faces.sequence(), 3));
-    faces.sequence()->size = 3;
+  const auto expectRefusal = [](FaceDetector& detector, const FrameView& frame,
+                                const char* message) {
+    FaceRect room[3];
+    FaceRectSequence faces{.elements = room, .size = 3, .capacity = 3};
     CapturedStdout captured;
-    const bool found = detector->execute(frame, *faces.sequence());
-    EXPECT_EQ(captured.stop(), c.message);
-    EXPECT_FALSE(found);
-    EXPECT_TRUE(faces.empty());
-    EXPECT_EQ(faces.sequence()->capacity, 3);
+    EXPECT_FALSE(detector.execute(frame, faces));
+    EXPECT_EQ(captured.stop(), message);
+    EXPECT_EQ(faces.size, 0);
+  };
+  const auto detector = makeDetector(0);
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    detector->init(cases[i].threshold);
+    FrameView frame = good;
+    cases[i].spoil(frame);
+    expectRefusal(*detector, frame, cases[i].message);
   }
-
-  FaceRects faces;
-  CapturedStdout captured;
-  const bool found = FaceDetector().execute(viewOf(picture), *faces.sequence());
-  EXPECT_EQ(captured.stop(), threshold);
-  EXPECT_FALSE(found);
+  FaceDetector notReady;
+  expectRefusal(notReady, good, threshold);
 }
 
-TEST(FaceDetector, FrameWithoutFacesIsASuccess) {
-  const auto detector = makeDetector(1.5F);  // more than any score
-  const I420Frame picture = plainFrame(64, 48);
-  EXPECT_TRUE(detect(*detector, viewOf(picture)).empty());
-  FaceRectSequence none;  // no room and no way to make any
-  EXPECT_TRUE(detector->execute(viewOf(picture), none));
-}
-
-TEST(FaceDetector, OneFrameWithoutFacesEndsAllTracks) {
+TEST(FaceDetector, FrameWithoutFacesIsASuccessAndEndsAllTracks) {
   const I420Frame picture = noise(1);
   const auto detector = makeDetector(anyScore);
   const Rects before = detect(*detector, viewOf(picture));
   EXPECT_FALSE(before.empty());
-  detector->init(1.5F);
+  detector->init(1.5F);   // more than any score
+  FaceRectSequence none;  // no room and no way to make any, nor a need
   EXPECT_TRUE(detect(*detector, viewOf(picture)).empty());
+  EXPECT_TRUE(detector->execute(viewOf(picture), none));
   detector->init(anyScore);
   EXPECT_EQ(detect(*detector, viewOf(picture)), before);
 }
@@ -154,6 +149,72 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
   EXPECT_FALSE(detector->execute(bad, *faces.sequence()));
   EXPECT_TRUE(detector->init(anyScore));  // changes the threshold only
   EXPECT_EQ(detect(*detector, first), before);
+}
+
+/// A frame of 2x2 pixels that writes down how it is read.
+class RecordingFrame final : public HostFrame {
+ public:
+  const uint8_t* planeData(int32_t plane) const override {
+    log += "planeData " + std::to_string(plane) + '\n';
+    return samples;
+  }
+  int32_t planeStride(int32_t plane) const override {
+    log += "planeStride " + std::to_string(plane) + '\n';
+    return 2;
+  }
+  int32_t width() const override {
+    log += "width\n";
+    return 2;
+  }
+  int32_t height() const override {
+    log += "height\n";
+    return 2;
+  }
+
+  uint8_t samples[4] = {};
+  mutable std::string log;
+};
+
+TEST(FDWrapper, ReadsAFrameBySevenCallsAndANullOneNotAtAll) {
+  FDWrapper wrapper;
+  const RecordingFrame frame;
+  FaceRects faces;
+  ASSERT_TRUE(faces.sequence()->grow(faces.sequence(), 2));
+  const auto execute = [&](const HostFrame* given) {
+    faces.sequence()->size = 2;
+    return wrapper.execute(given, faces.sequence());
+  };
+  EXPECT_FALSE(execute(nullptr));
+  EXPECT_EQ(faces.view().size(), 2U);
+  EXPECT_FALSE(execute(&frame));  // not ready
+  EXPECT_TRUE(faces.empty());
+
+  ASSERT_TRUE(wrapper.init());
+  EXPECT_FALSE(execute(nullptr));
+  EXPECT_EQ(faces.view().size(), 2U);
+  EXPECT_FALSE(wrapper.execute(&frame, nullptr));
+  EXPECT_EQ(frame.log, "");
+  EXPECT_TRUE(execute(&frame));
+  EXPECT_EQ(frame.log,
+            "planeData 0\nplaneData 1\nplaneData 2\nwidth\nheight\nplaneStride 0\nplaneStride 1\n");
+}
+
+TEST(ModuleCallback, CommandCodes) {
+  FDWrapper untouched;
+  void* slot = &untouched;
+  const auto call = [](int32_t code, void* object) {
+    ModuleCommand command{.code = code, .object = object};
+    return moduleCallback(nullptr, &command);
+  };
+  for (const int32_t code : {0, 1000, 1003, -1001})
+    EXPECT_EQ(call(code, static_cast<void*>(&slot)), -1);
+  EXPECT_EQ(slot, &untouched);
+  EXPECT_EQ(moduleCallback(nullptr, nullptr), -1);
+  EXPECT_EQ(call(createInstanceCommand, nullptr), -1);
+  EXPECT_EQ(call(destroyInstanceCommand, nullptr), 0);
+  EXPECT_EQ(call(createInstanceCommand, static_cast<void*>(&slot)), 0);
+  ASSERT_TRUE(slot != nullptr && slot != &untouched);
+  EXPECT_EQ(call(destroyInstanceCommand, slot), 0);
 }
 
 TEST(Impl, RefusesWhatItCannotRun) {

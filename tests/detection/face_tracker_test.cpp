@@ -7,6 +7,8 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "modules/face_detection/truncation.h"
 #include "tests/support/print_face_rect.h"
@@ -18,23 +20,19 @@ constexpr int32_t lowest = std::numeric_limits<int32_t>::min();
 constexpr int32_t highest = std::numeric_limits<int32_t>::max();
 
 TEST(Truncation, TowardZeroAndWithinRange) {
-  struct Case {
-    float value;
-    int32_t expected;
-  };
-  const float infinite = std::numeric_limits<float>::infinity();
-  const Case cases[] = {{107.886F, 107},
-                        {-47.886F, -47},
-                        {-0.99F, 0},
-                        {2147483520.0F, 2147483520},
-                        {2147483648.0F, highest},
-                        {-2147483648.0F, lowest},
-                        {-3e9F, lowest},
-                        {infinite, highest},
-                        {-infinite, lowest},
-                        {std::numeric_limits<float>::quiet_NaN(), 0}};
-  for (const Case& c : cases)
-    EXPECT_EQ(truncateToInt32(c.value), c.expected) << c.value;
+  constexpr float infinite = std::numeric_limits<float>::infinity();
+  const std::pair<float, int32_t> cases[] = {{107.886F, 107},
+                                             {-47.886F, -47},
+                                             {-0.99F, 0},
+                                             {2147483520.0F, 2147483520},
+                                             {2147483648.0F, highest},
+                                             {-2147483648.0F, lowest},
+                                             {-3e9F, lowest},
+                                             {infinite, highest},
+                                             {-infinite, lowest},
+                                             {std::numeric_limits<float>::quiet_NaN(), 0}};
+  for (const auto& [value, expected] : cases)
+    EXPECT_EQ(truncateToInt32(value), expected) << value;
 }
 
 TEST(OneEuroFilter, KnownAnswersForEachCoordinate) {
@@ -53,12 +51,10 @@ TEST(OneEuroFilter, KnownAnswersForEachCoordinate) {
   ASSERT_TRUE(filterUpdate(track, FaceTrack::Coordinates{110, 100, 102, -47}));
   EXPECT_EQ(track.rect, (FaceTrack::Coordinates{109, 100, 102, -47}));
   EXPECT_NEAR(track.derivative[0], 4.21102, 1e-4);
-}
 
-TEST(OneEuroFilter, ConstantsToTwoPercent) {
   // By hand 7.006, 18.995, 71.004 and 71.997: a cut-off at rest or a slope that is 2 % off would
   // move one of them by a pixel.
-  FaceTrack track(FaceRect{0, 0, 0, 0});
+  track = FaceTrack(FaceRect{0, 0, 0, 0});
   ASSERT_TRUE(filterUpdate(track, FaceTrack::Coordinates{9, 22, 75, 76}));
   EXPECT_EQ(track.rect, (FaceTrack::Coordinates{7, 18, 71, 71}));
 }
@@ -110,22 +106,6 @@ TEST(RectIoU, CountsNoBorderPixel) {
   EXPECT_EQ(rectIoU({lowest, lowest, highest, highest}, {lowest, lowest, highest, highest}), 1.0F);
 }
 
-/// One frame of the tracker.
-void track(const std::vector<FaceRect>& boxes, std::vector<FaceTrack>& tracks) {
-  std::vector<FaceRect> unmatched = {{9, 9, 9, 9}};
-  associateTracks(boxes, unmatched, tracks);
-  pruneTracks(boxes, tracks);
-  addTracks(unmatched, tracks);
-}
-
-std::vector<FaceRect> rectsOf(const std::vector<FaceTrack>& tracks) {
-  std::vector<FaceRect> rects;
-  rects.reserve(tracks.size());
-  for (const FaceTrack& each : tracks)
-    rects.push_back(each.faceRect());
-  return rects;
-}
-
 using Rects = std::vector<FaceRect>;
 
 TEST(FaceTracker, OverlapDecidesTheUpdate) {
@@ -160,63 +140,60 @@ TEST(FaceTracker, OverlapDecidesTheUpdate) {
   }
 }
 
+/// The rectangles after one more frame.
+Rects track(const Rects& boxes, std::vector<FaceTrack>& tracks) {
+  updateTracks(boxes, tracks);
+  Rects rects;
+  for (const FaceTrack& each : tracks)
+    rects.push_back(each.faceRect());
+  return rects;
+}
+
 TEST(FaceTracker, FacesComeStayAndGoInOrder) {
   const FaceRect left = {0, 0, 100, 100};
   const FaceRect middle = {200, 0, 300, 100};
   const FaceRect right = {400, 0, 500, 100};
+  const FaceRect moved = {420, 20, 520, 120};  // overlaps it by 0.47: taken over at once
+  const FaceRect far = {480, 80, 580, 180};    // by 0.09: another face
+  const struct {
+    Rects boxes, expected;
+  } frames[] = {{{middle, left}, {middle, left}},
+                {{right, left, middle}, {middle, left, right}},  // the newcomer comes last
+                {{right, middle}, {middle, right}},
+                {{moved, left, middle}, {middle, moved, left}},
+                {{far}, {far}},
+                {{}, {}},
+                {{left}, {left}}};
   std::vector<FaceTrack> tracks;
-  track({middle, left}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{middle, left}));
-  track({right, left, middle}, tracks);  // the newcomer comes last, best or not
-  EXPECT_EQ(rectsOf(tracks), (Rects{middle, left, right}));
-  track({right, middle}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{middle, right}));
-  const FaceRect moved = {420, 20, 520, 120};  // overlap 0.47: taken over at once
-  track({moved, left, middle}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{middle, moved, left}));
-  const FaceRect far = {480, 80, 580, 180};  // 0.09: another face
-  track({far}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{far}));
-  track({}, tracks);
-  EXPECT_TRUE(tracks.empty());
-  track({left}, tracks);
+  for (const auto& frame : frames)
+    EXPECT_EQ(track(frame.boxes, tracks), frame.expected);
   EXPECT_EQ(tracks.front().derivative, (std::array<float, 4>{}));
 }
 
-TEST(FaceTracker, EachBoxTakesTheTrackThatItOverlapsMost) {
-  // The second track overlaps the box better; the first overlaps it by 0.25 and goes.
-  std::vector<FaceTrack> tracks = {FaceTrack(FaceRect{0, 0, 100, 100}),
-                                   FaceTrack(FaceRect{50, 0, 150, 100})};
-  track({{60, 0, 160, 100}}, tracks);
-  ASSERT_EQ(tracks.size(), 1U);
-  EXPECT_NE(tracks.front().faceRect(), (FaceRect{50, 0, 150, 100}));  // 0.82: smoothed
-
-  // Of equals the first is updated, and the other stays as long as the box overlaps it enough.
-  const FaceRect twin = {0, 0, 100, 100};
-  tracks = {FaceTrack(twin), FaceTrack(twin)};
-  track({{40, 0, 140, 100}}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{{40, 0, 140, 100}, twin}));
-}
-
-TEST(FaceTracker, TwoBoxesMayActOnOneTrack) {
-  // The first box takes the track 40 to the right (overlap 0.43); only because of that does the
-  // second overlap it by 0.43, rather than 0.11.
-  std::vector<FaceTrack> tracks = {FaceTrack(FaceRect{0, 0, 100, 100})};
-  track({{40, 0, 140, 100}, {80, 0, 180, 100}}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{{80, 0, 180, 100}}));
-
-  // In the other order the second box is a face of its own.
-  tracks = {FaceTrack(FaceRect{0, 0, 100, 100})};
-  track({{80, 0, 180, 100}, {40, 0, 140, 100}}, tracks);
-  EXPECT_EQ(rectsOf(tracks), (Rects{{40, 0, 140, 100}, {80, 0, 180, 100}}));
-}
-
-TEST(FaceTracker, EmptyRectanglesMatchNothing) {
+TEST(FaceTracker, BoxesChooseTheirTracksOneAfterTheOther) {
+  const FaceRect face = {0, 0, 100, 100}, near = {40, 0, 140, 100}, further = {80, 0, 180, 100};
   const FaceRect empty = {5, 5, 5, 5};
-  std::vector<FaceTrack> tracks;
-  track({empty, empty}, tracks);
-  track({empty}, tracks);
-  EXPECT_EQ(rectsOf(tracks), Rects{empty});
+  const struct {
+    const char* what;
+    Rects before, boxes, expected;
+  } cases[] = {
+      {"the better of two; the other overlaps by 0.25 and goes",
+       {face, {25, 0, 125, 100}},
+       {{60, 0, 160, 100}},
+       {{60, 0, 160, 100}}},
+      {"of equals the first; the other stays as long as the box overlaps it enough",
+       {face, face},
+       {near},
+       {near, face}},
+      // Near overlaps the face by 0.43, and further overlaps near by 0.43, but the face by 0.11.
+      {"a second box meets what the first has left", {face}, {near, further}, {further}},
+      {"in the other order it is a face of its own", {face}, {further, near}, {near, further}},
+      {"empty ones match nothing", {empty, empty}, {empty}, {empty}},
+  };
+  for (const auto& c : cases) {
+    std::vector<FaceTrack> tracks(c.before.begin(), c.before.end());
+    EXPECT_EQ(track(c.boxes, tracks), c.expected) << c.what;
+  }
 }
 
 }  // namespace
