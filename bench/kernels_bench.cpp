@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
   std::vector<uint8_t> picture = samplePicture(0);
   Network wide(picture, Path::wide);
   Network narrow(picture, Path::narrow);
-  if (TavroRTC::FDModule::cpuInfo().hasAvxAndFma())
+  if (TavroRTC::FDModule::cpuInfo().runsAvxAndFma())
     benchmark::RegisterBenchmark("peak of fused multiply-adds", runPeak);
   addLayers(wide, Path::wide);
   addLayers(narrow, Path::narrow);

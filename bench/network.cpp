@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "bench/fma_peak.h"
-#include "engine/core/conv.h"
+#include "engine/core/windowed_layers.h"
 #include "engine/model/model_tables.h"
 #include "engine/weight_packing.h"
 #include "impl_x86/x86_run_env.h"

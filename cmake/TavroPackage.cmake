@@ -29,12 +29,12 @@ endif()
 
 # The boundary, for hosts of any make, and libtavro-core's own interface for those of the same one.
 set(headers
-  engine/platform/loader.h
   host/core/face_rects.h
   host/core/host_api.h
   host/core/i420_frame.h
   modules/face_detection/fd_wrapper.h
-  modules/face_detection/host_interface.h)
+  modules/face_detection/host_interface.h
+  modules/face_detection/loader.h)
 if(NOT WIN32)
   list(APPEND headers host/core/module_host.h)
 endif()

@@ -22,51 +22,61 @@ CpuidRegisters processorCpuid(uint32_t leaf, uint32_t subleaf) {
   return words;
 }
 
+// XGETBV, in the assembler's words: the intrinsic needs a compiler switch.
+uint64_t processorSavedStates() {
+  uint32_t low = 0;
+  uint32_t high = 0;
+  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return uint64_t{high} << 32 | low;
+}
+
 std::string readVendor(const CpuidRegisters& words) {
   const uint32_t letters[] = {words[ebx], words[edx], words[ecx]};
   return {reinterpret_cast<const char*>(letters), sizeof(letters)};
 }
 
-std::string readBrand(CpuidFunction cpuid) {
+std::string readBrand(const CpuWords& words) {
   CpuidRegisters letters[std::size(brandLeaves)];
   for (size_t i = 0; i < std::size(brandLeaves); ++i)
-    letters[i] = cpuid(brandLeaves[i], 0);
+    letters[i] = words.cpuid(brandLeaves[i], 0);
   const auto* text = reinterpret_cast<const char*>(letters);
   return {text, std::find(text, text + sizeof(letters), '\0')};
 }
 
 }  // namespace
 
-CpuInfo readCpuInfo(CpuidFunction cpuid) {
+CpuInfo readCpuInfo(const CpuWords& words) {
   CpuInfo info;
-  const CpuidRegisters leaf0 = cpuid(0, 0);
+  const CpuidRegisters leaf0 = words.cpuid(0, 0);
   info.maxLeaf = static_cast<int32_t>(leaf0[eax]);
   info.vendor = readVendor(leaf0);
   info.isIntel = info.vendor == "GenuineIntel";
   info.isAmd = info.vendor == "AuthenticAMD";
   if (info.maxLeaf >= 1) {
-    const CpuidRegisters words = cpuid(1, 0);
-    info.leaf1Ecx = words[ecx];
-    info.leaf1Edx = words[edx];
+    const CpuidRegisters leaf1 = words.cpuid(1, 0);
+    info.leaf1Ecx = leaf1[ecx];
+    info.leaf1Edx = leaf1[edx];
   }
+  if ((info.leaf1Ecx & CpuInfo::systemSaves) != 0)
+    info.savedStates = words.savedStates();
   if (info.maxLeaf >= 7) {
-    const CpuidRegisters words = cpuid(7, 0);
-    info.leaf7Ebx = words[ebx];
-    info.leaf7Ecx = words[ecx];
+    const CpuidRegisters leaf7 = words.cpuid(7, 0);
+    info.leaf7Ebx = leaf7[ebx];
+    info.leaf7Ecx = leaf7[ecx];
   }
-  info.maxExtendedLeaf = cpuid(firstExtendedLeaf, 0)[eax];
+  info.maxExtendedLeaf = words.cpuid(firstExtendedLeaf, 0)[eax];
   if (info.maxExtendedLeaf >= firstExtendedLeaf + 1) {
-    const CpuidRegisters words = cpuid(firstExtendedLeaf + 1, 0);
-    info.extendedEcx = words[ecx];
-    info.extendedEdx = words[edx];
+    const CpuidRegisters extended = words.cpuid(firstExtendedLeaf + 1, 0);
+    info.extendedEcx = extended[ecx];
+    info.extendedEdx = extended[edx];
   }
   if (info.maxExtendedLeaf >= std::end(brandLeaves)[-1])
-    info.brand = readBrand(cpuid);
+    info.brand = readBrand(words);
   return info;
 }
 
 const CpuInfo& cpuInfo() {
-  static const CpuInfo processor = readCpuInfo(processorCpuid);
+  static const CpuInfo processor = readCpuInfo({processorCpuid, processorSavedStates});
   const CpuInfo* overridden = overriddenInfo.load(std::memory_order_acquire);
   return overridden != nullptr ? *overridden : processor;
 }

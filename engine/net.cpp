@@ -2,9 +2,6 @@
 
 #include <algorithm>
 
-#include "engine/aligned_memory.h"
-#include "engine/layer_registry.h"
-#include "engine/number_conversion.h"
 #include "engine/run_timer.h"
 #include "engine/weight_packing.h"
 
@@ -97,12 +94,8 @@ void Net::convertConstants() {
   for (auto& [name, tensor] : weights) {
     if (!env->halfPrecision && tensor.halfData != nullptr && tensor.floatData == nullptr)
       tensor.halfToFloat();
-    if (env->halfPrecision && tensor.floatData != nullptr && tensor.halfData == nullptr) {
-      tensor.halfData = allocateAligned<uint16_t>(tensor.count()).release();
-      tensor.halfBorrowed = false;
-      if (tensor.halfData != nullptr)
-        floatToHalf(tensor.floatData, tensor.halfData, static_cast<int64_t>(tensor.count()));
-    }
+    if (env->halfPrecision && tensor.floatData != nullptr && tensor.halfData == nullptr)
+      tensor.floatToHalf();
   }
 }
 

@@ -5,7 +5,6 @@
 #include <bit>
 
 #include "engine/cpu_info.h"
-#include "engine/number_conversion_f16c.h"
 
 namespace TavroRTC::FDModule {
 namespace {
@@ -60,7 +59,7 @@ uint16_t truncateToHalf(float value) {
 
 // The number of leading elements that the processor's instruction converts.
 int64_t groupsByInstruction(int64_t count) {
-  return cpuInfo().hasF16c() ? count / f16c::groupSize : 0;
+  return cpuInfo().runsF16c() ? count / f16c::groupSize : 0;
 }
 
 float normalise(uint8_t byte, float mean, float scale) {

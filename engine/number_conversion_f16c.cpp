@@ -1,4 +1,4 @@
-#include "engine/number_conversion_f16c.h"
+#include "engine/number_conversion.h"
 
 #include <immintrin.h>
 

@@ -75,8 +75,26 @@ bool Tensor::storageFits() const {
   return fits(floatData, floatNote_);
 }
 
+bool Tensor::halfStorageFits() const {
+  return fits(halfData, halfNote_);
+}
+
 bool Tensor::byteStorageFits() const {
   return fits(byteData, byteNote_);
+}
+
+bool Tensor::holdsItsShape() const {
+  const auto elements = packedElementCount({n, h, w, c}, layout::channelsLast);
+  return elements && *elements >= 1 && *elements <= INT32_MAX && count() >= *elements &&
+         storageFits();
+}
+
+void Tensor::takeShapeOf(const Tensor& other) {
+  n = other.n;
+  h = other.h;
+  w = other.w;
+  c = other.c;
+  layout = other.layout;
 }
 
 bool Tensor::allocateFloatData() {
@@ -117,9 +135,21 @@ bool Tensor::repack(int32_t layoutCode) {
 
 void Tensor::halfToFloat() {
   // A packed tensor counts more values than the half storage has.
-  if (halfData != nullptr && fits(halfData, halfNote_) && count() == elementsOfShape(*this) &&
+  if (halfData != nullptr && halfStorageFits() && count() == elementsOfShape(*this) &&
       allocateFloatData())
     FDModule::halfToFloat(halfData, floatData, static_cast<int64_t>(count()));
+}
+
+void Tensor::floatToHalf() {
+  if (floatData == nullptr || !storageFits())
+    return;
+  if (halfData == nullptr && count() <= maxFloatCount) {
+    halfData = allocateAligned<uint16_t>(count()).release();
+    halfBorrowed = false;
+    halfNote_ = {halfData, count(), nullptr};
+  }
+  if (halfData != nullptr && halfStorageFits())
+    FDModule::floatToHalf(floatData, halfData, static_cast<int64_t>(count()));
 }
 
 bool Tensor::copyTo(Tensor& dst) {
@@ -140,11 +170,7 @@ bool Tensor::copyTo(Tensor& dst) {
     dst.floatBorrowed = false;
     dst.floatNote_ = {dst.floatData, needed, nullptr};
   }
-  dst.n = n;
-  dst.h = h;
-  dst.w = w;
-  dst.c = c;
-  dst.layout = layout;
+  dst.takeShapeOf(*this);
   std::memcpy(dst.floatData, floatData, copied * sizeof(float));
   return true;
 }
@@ -158,10 +184,11 @@ void Tensor::borrow(T*& storage, bool& borrowed, Note& note, T* address) {
     releaseStorage(storage, borrowed, note.keeper);
   storage = address;
   borrowed = true;
-  // A lender gives the tensor its shape first, where it knows it.
-  if (count() != 0) {
+  // A lender sets the tensor's shape first, where it knows it. Not count(): that may still tell of
+  // a repacked storage that the tensor had before.
+  if (const uint64_t elements = elementsOfShape(*this); elements != 0) {
     note.storage = address;
-    note.elements = count();
+    note.elements = elements;
   }
 }
 
@@ -179,13 +206,17 @@ bool Tensor::share(Tensor& lender) {
   if (!keep(lender.floatData, lender.floatBorrowed, lender.floatNote_.keeper) ||
       !keep(lender.halfData, lender.halfBorrowed, lender.halfNote_.keeper))
     return false;
-  borrow(lender.floatData);
-  borrow(lender.halfData);
-  if (floatData == lender.floatData)
-    floatNote_.keeper = lender.floatNote_.keeper;
-  if (halfData == lender.halfData)
-    halfNote_.keeper = lender.halfNote_.keeper;
+  share(floatData, floatBorrowed, floatNote_, lender.floatData, lender.floatNote_);
+  share(halfData, halfBorrowed, halfNote_, lender.halfData, lender.halfNote_);
   return true;
+}
+
+// The size of a shared storage is what its lender knows, whatever the two shapes say.
+template <typename T>
+void Tensor::share(T*& storage, bool& borrowed, Note& note, T* address, const Note& lenderNote) {
+  borrow(storage, borrowed, note, address);
+  if (address != nullptr && storage == address && borrowed)
+    note = lenderNote;
 }
 
 }  // namespace TavroRTC::FDModule

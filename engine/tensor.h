@@ -35,22 +35,32 @@ class Tensor {
   /// the shape has outgrown the storage.
   float* floatStorage();
 
-  /// False if the shape has outgrown the float storage, or the byte storage. Storage that was put
-  /// in by hand, past the functions of this class, counts as large enough.
+  /// False if the shape has outgrown the float, half or byte storage. Storage that was put in by
+  /// hand, past the functions of this class, counts as large enough.
   bool storageFits() const;
+  bool halfStorageFits() const;
   bool byteStorageFits() const;
 
-  /// Fills the float storage from the half storage, if there is one and the shape hasn't outgrown
-  /// it, on every call.
+  /// True if all extents are at least 1, their product fits 32 bits and the float storage holds
+  /// that many elements: then a loop over the extents stays inside of it.
+  bool holdsItsShape() const;
+
+  /// Takes over the extents and the layout code, not the values.
+  void takeShapeOf(const Tensor& other);
+
+  /// Fills the float storage from the half storage, on every call. Nothing happens if there is no
+  /// half storage, if the shape has outgrown it, or if there is no memory.
   void halfToFloat();
+  /// The same in the other direction.
+  void floatToHalf();
 
   /// Gives `dst` this tensor's extents, layout and float values; its elementCount stays. False if
   /// there is no memory or `dst` has a float storage that is too small; `dst` stays as it was then.
   bool copyTo(Tensor& dst);
 
-  /// Puts somebody else's memory into a storage, freeing what the tensor owned there. The lender
-  /// keeps it alive and unchanged in size. Null leaves the storage alone, and so does the address
-  /// of the storage itself.
+  /// Puts somebody else's memory into a storage, freeing what the tensor owned there. It holds as
+  /// many elements as the extents tell; the lender keeps it alive and unchanged in size. Null
+  /// leaves the storage alone, and so does the address of the storage itself.
   void borrow(float* address);
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
@@ -90,6 +100,8 @@ class Tensor {
   bool fits(const void* storage, const Note& note) const;
   template <typename T>
   void borrow(T*& storage, bool& borrowed, Note& note, T* address);
+  template <typename T>
+  void share(T*& storage, bool& borrowed, Note& note, T* address, const Note& lenderNote);
 
   Note floatNote_;
   Note halfNote_;

@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "engine/cpu_info.h"
 #include "image/row_forms.h"
 #include "image/row_tails.h"
 
@@ -137,7 +138,7 @@ constexpr Forms<SplitChromaRow> splitForms = {plain::splitChromaRow, colorBlock,
 }  // namespace
 
 bool blockFormsRun() {
-  return plainRowsOnly.load(std::memory_order_relaxed) == 0 && __builtin_cpu_supports("ssse3");
+  return plainRowsOnly.load(std::memory_order_relaxed) == 0 && cpuInfo().hasSsse3();
 }
 
 CopyRow* chooseCopyRow(int32_t /*bytes*/) {

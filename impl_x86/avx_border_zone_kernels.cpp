@@ -10,26 +10,16 @@
 // pixel path of conv3x3any_4x6, whose multiply and add are each rounded.
 
 #include "engine/simd/conv_zones.h"
-#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vector.h"
+#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
 
 enum class Path { tile, border };
-enum class Arithmetic { fused, separate };
-
-template <Arithmetic arithmetic, typename Vector>
-Vector accumulate(Vector value, Vector weight, Vector sum) {
-  if constexpr (arithmetic == Arithmetic::fused)
-    return multiplyAdd(value, weight, sum);
-  else
-    return multiplyThenAdd(value, weight, sum);
-}
 
 // One tap of `pixels` pixels and one input channel.
-template <Arithmetic arithmetic, typename Vector, int block, int pixels>
+template <typename Vector, int block, int pixels>
 void addTap(Sums<Vector, block, pixels>& sums, const float* input, ptrdiff_t pixelStride,
             const float* weights) {
   constexpr int vectors = Sums<Vector, block, pixels>::vectors;
@@ -39,11 +29,11 @@ void addTap(Sums<Vector, block, pixels>& sums, const float* input, ptrdiff_t pix
   for (int pixel = 0; pixel < pixels; ++pixel) {
     const Vector value = Vector::broadcast(input + pixel * pixelStride);
     for (int v = 0; v < vectors; ++v)
-      sums.at[pixel][v] = accumulate<arithmetic>(value, weight[v], sums.at[pixel][v]);
+      sums.at[pixel][v] = multiplyAdd(value, weight[v], sums.at[pixel][v]);
   }
 }
 
-template <typename Vector, int block, int pixels, Path path, Arithmetic arithmetic>
+template <typename Vector, int block, int pixels, Path path>
 void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, TapRange columns) {
   const ptrdiff_t channels = p.inputC;
   const ptrdiff_t pixelStride = p.strideW * channels;
@@ -64,16 +54,16 @@ void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, Ta
       if constexpr (path == Path::tile) {
         for (ptrdiff_t i = 0; i < channels; ++i)
           for (int kx = 0; kx < 3; ++kx)
-            addTap<arithmetic>(sums, input + kx * tapStride + i, pixelStride,
-                               weights + kx * weightTap + i * block);
+            addTap(sums, input + kx * tapStride + i, pixelStride,
+                   weights + kx * weightTap + i * block);
       } else {
         for (int32_t kx = columns.begin; kx < columns.end; ++kx)
           for (ptrdiff_t i = 0; i < channels; ++i)
-            addTap<arithmetic>(sums, input + kx * tapStride + i, pixelStride,
-                               weights + kx * weightTap + i * block);
+            addTap(sums, input + kx * tapStride + i, pixelStride,
+                   weights + kx * weightTap + i * block);
       }
     }
-    sums.store(output + channel, p.outputC, wantsRelu(p));
+    sums.store(output + channel, p.outputC, p.activation);
   }
 }
 
@@ -90,33 +80,33 @@ int32_t columnsAlike(const ConvProblem& p, int32_t x, int32_t most) {
 }
 
 // `count` columns with the same taps, at most `most`.
-template <typename Vector, int block, int most, Arithmetic arithmetic>
+template <typename Vector, int block, int most>
 void computeAlike(const ConvProblem& p, int32_t y, int32_t x, int32_t count, TapRange rows) {
   if (count == most)
-    computePixels<Vector, block, most, Path::border, arithmetic>(p, y, x, rows, columnTaps(p, x));
+    computePixels<Vector, block, most, Path::border>(p, y, x, rows, columnTaps(p, x));
   else if constexpr (most > 1)
-    computeAlike<Vector, block, most - 1, arithmetic>(p, y, x, count, rows);
+    computeAlike<Vector, block, most - 1>(p, y, x, count, rows);
 }
 
 // The columns from begin to end - 1.
-template <typename Vector, int block, int tile, Arithmetic arithmetic>
+template <typename Vector, int block, int tile>
 void computeBorder(const ConvProblem& p, int32_t y, int32_t begin, int32_t end, TapRange rows) {
   for (int32_t x = begin; x < end;) {
     const int32_t count = columnsAlike(p, x, least(tile, end - x));
-    computeAlike<Vector, block, tile, arithmetic>(p, y, x, count, rows);
+    computeAlike<Vector, block, tile>(p, y, x, count, rows);
     x += count;
   }
 }
 
-template <typename Vector, int block, int tile, Arithmetic borderArithmetic>
+template <typename Vector, typename BorderVector, int block, int tile>
 bool runKernel(const ConvProblem& p) {
   const ColumnZones zones = columnZones(p, tile);
   for (int32_t y = 0; y < p.outputH; ++y) {
     const TapRange rows = rowTaps(p, y);
-    computeBorder<Vector, block, tile, borderArithmetic>(p, y, 0, zones.tileBegin, rows);
+    computeBorder<BorderVector, block, tile>(p, y, 0, zones.tileBegin, rows);
     for (int32_t x = zones.tileBegin; x < zones.tileEnd; x += tile)
-      computePixels<Vector, block, tile, Path::tile, Arithmetic::fused>(p, y, x, rows, {0, 3});
-    computeBorder<Vector, block, tile, borderArithmetic>(p, y, zones.tileEnd, p.outputW, rows);
+      computePixels<Vector, block, tile, Path::tile>(p, y, x, rows, {0, 3});
+    computeBorder<BorderVector, block, tile>(p, y, zones.tileEnd, p.outputW, rows);
   }
   return true;
 }
@@ -127,11 +117,11 @@ bool servesDilated(const ConvProblem& p) {
 
 }  // namespace
 
-constinit const ConvKernel conv3x3dil_16x4 = {
-    "conv3x3dil_16x4", layout::block16, fusesRelu,
-    ConvInput::floats, servesDilated,   runKernel<Float8, 16, 4, Arithmetic::fused>};
+constinit const ConvKernel conv3x3dil_16x4 = {"conv3x3dil_16x4", layout::block16,
+                                              fusesRelu,         ConvInput::floats,
+                                              servesDilated,     runKernel<Float8, Float8, 16, 4>};
 constinit const ConvKernel conv3x3any_4x6 = {
     "conv3x3any_4x6",  layout::block4, fusesRelu,
-    ConvInput::floats, is3x3,          runKernel<Float4, 4, 6, Arithmetic::separate>};
+    ConvInput::floats, is3x3,          runKernel<FusedFloat4, Float4, 4, 6>};
 
 }  // namespace TavroRTC::FDModule::x86

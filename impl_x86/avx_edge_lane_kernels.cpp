@@ -8,9 +8,8 @@
 // Order of the sums: bias, then for each ky, for each input channel: kx 0, 1, 2.
 
 #include "engine/simd/conv_zones.h"
-#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vector.h"
+#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -69,7 +68,7 @@ void computeTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
         }
       }
     }
-    sums.store(output + channel, p.outputC, wantsRelu(p));
+    sums.store(output + channel, p.outputC, p.activation);
   }
 }
 
@@ -131,12 +130,12 @@ constinit const ConvKernel conv3x3s1_4x6 = {"conv3x3s1_4x6",
                                             fusesRelu,
                                             ConvInput::floats,
                                             fitsGeometry<6, Columns<1, 1>>,
-                                            runKernel<Float4, 4, 6, Columns<1, 1>>};
+                                            runKernel<FusedFloat4, 4, 6, Columns<1, 1>>};
 constinit const ConvKernel conv3x3s2d2_4x6 = {"conv3x3s2d2_4x6",
                                               layout::block4,
                                               fusesRelu,
                                               ConvInput::floats,
                                               fitsGeometry<6, Columns<2, 2>>,
-                                              runKernel<Float4, 4, 6, Columns<2, 2>>};
+                                              runKernel<FusedFloat4, 4, 6, Columns<2, 2>>};
 
 }  // namespace TavroRTC::FDModule::x86

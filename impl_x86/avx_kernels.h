@@ -11,6 +11,7 @@
 //   x86_depthwise_conv_64_asm.cpp  3x3, one filter a channel
 
 #include "engine/conv_problem.h"
+#include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::x86 {
 
@@ -29,5 +30,19 @@ extern const ConvKernel conv3x3single_48;
 
 extern const ConvKernel dwConv3x3_16x4;
 extern const ConvKernel dwConv3x3s1_16x5;
+
+// What they share in telling what they serve; internal to each file (see engine/simd/vectors.h).
+namespace {
+
+/// True if `channels` come in whole blocks, or in a single one that lacks at most 7 lanes.
+constexpr bool fillsBlocks(int32_t channels, int32_t block) {
+  return channels % block == 0 || (channels < block && channels > block - 8);
+}
+
+inline bool is3x3(const ConvProblem& p) {
+  return p.group == 1 && p.isKernel(3, 3);
+}
+
+}  // namespace
 
 }  // namespace TavroRTC::FDModule::x86

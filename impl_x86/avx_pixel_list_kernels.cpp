@@ -8,9 +8,8 @@
 // Order of the sums: bias, then the input channels in rising order.
 
 #include "engine/simd/conv_zones.h"
-#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vector.h"
+#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -33,7 +32,7 @@ void computePixels(const ConvProblem& p, const float* input, float* output) {
           sums.at[pixel][v] = multiplyAdd(value[pixel], weight, sums.at[pixel][v]);
       }
     }
-    sums.store(output + channel, p.outputC, wantsRelu(p));
+    sums.store(output + channel, p.outputC, p.activation);
   }
 }
 

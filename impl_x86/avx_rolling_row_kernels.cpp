@@ -12,9 +12,8 @@
 #include "engine/aligned_memory.h"
 #include "engine/number_conversion.h"
 #include "engine/simd/conv_zones.h"
-#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vector.h"
+#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -94,7 +93,7 @@ void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, f
         }
       }
     }
-    sums.store(output + channel, p.outputC, wantsRelu(p));
+    sums.store(output + channel, p.outputC, p.activation);
   }
 }
 
@@ -153,8 +152,10 @@ void computeSingleTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, 
       }
     }
   }
-  for (int v = 0; v < singleVectors; ++v)
-    (wantsRelu(p) ? relu(sum[v]) : sum[v]).store(output + v * Float8::lanes);
+  withActivation<Float8>(p.activation, [&](auto function) {
+    for (int v = 0; v < singleVectors; ++v)
+      function(sum[v]).store(output + v * Float8::lanes);
+  });
 }
 
 bool runSingle(const ConvProblem& p) {

@@ -1,23 +1,32 @@
 #pragma once
 
-#include "engine/simd/conv.h"
+#include "engine/simd/windowed_layers.h"
 
 namespace TavroRTC::FDModule::x86 {
 
-/// The 256-bit kernel for these sizes, or null if there is none or the processor lacks AVX or FMA.
+/// The kernels for these sizes: the levels of this kind of machine, then those of simd::.
 /// `problem.bytes` tells whether the input is a picture of bytes.
-const ConvKernel* selectConvFma(const ConvProblem& problem);
+const ConvKernel* selectConvKernel(const ConvProblem& problem, const core::RunEnv& env);
+const ConvKernel* selectDepthwiseKernel(const ConvProblem& problem, const core::RunEnv& env);
 
 class Conv : public simd::Conv {
  public:
   Conv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
       : Layer(row), simd::Conv(row, tensors, weights) {}
 
-  bool forward(core::RunEnv* env) override;
+  bool forward(core::RunEnv* env) override {
+    return simd::forwardConv(*this, selectConvKernel, *env);
+  }
+};
 
- private:
-  /// Computes the output with a 256-bit kernel. False if none takes this layer.
-  bool tryConvFma();
+class DepthwiseConv : public simd::DepthwiseConv {
+ public:
+  DepthwiseConv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+      : Layer(row), simd::DepthwiseConv(row, tensors, weights) {}
+
+  bool forward(core::RunEnv* env) override {
+    return simd::forwardConv(*this, selectDepthwiseKernel, *env);
+  }
 };
 
 }  // namespace TavroRTC::FDModule::x86

@@ -7,9 +7,8 @@
 // depend on the zone or on the kernel that computed it.
 
 #include "engine/simd/conv_zones.h"
-#include "impl_x86/avx_kernel_limits.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vector.h"
+#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -27,7 +26,7 @@ struct RowBlock {
   const float* filter;  // ky, kx, 16 lanes
   const float* bias;
   float* output;
-  bool withRelu;
+  const FusedActivation& activation;
 };
 
 // `pixels` columns from x on, of which all taps from firstTap to endTap - 1 lie inside the image
@@ -56,7 +55,7 @@ void computeColumns(const RowBlock& row, int32_t x) {
       }
     }
   }
-  sums.store(row.output + x * row.channels, row.channels, row.withRelu);
+  sums.store(row.output + x * row.channels, row.channels, row.activation);
 }
 
 // One column with any range of taps inside; the ranges of a padding of one are unrolled.
@@ -79,7 +78,7 @@ void computeColumn(const RowBlock& row, int32_t x, TapRange taps) {
             Float8::load(row.input + ky * row.rowStride + (left + kx) * row.channels +
                          v * Float8::lanes),
             Float8::load(row.filter + (ky * 3 + kx) * block + v * Float8::lanes), sums.at[0][v]);
-  sums.store(row.output + x * row.channels, row.channels, row.withRelu);
+  sums.store(row.output + x * row.channels, row.channels, row.activation);
 }
 
 template <int tile, int strideW>
@@ -112,7 +111,7 @@ void computeImage(const ConvProblem& p) {
                             p.weights + channel * 9,
                             p.bias != nullptr ? p.bias + channel : nullptr,
                             p.output + y * p.outputW * channels + channel,
-                            wantsRelu(p)};
+                            p.activation};
       computeRow<tile, strideW>(p, row, zones, fullEnd);
     }
   }

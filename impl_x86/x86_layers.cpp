@@ -1,16 +1,12 @@
 // The layer classes of this kind of machine. Their registrations are the last static objects of the
 // module to be set up, so this file comes last in the module's list of sources.
 
-#include "engine/layer_registry.h"
+#include "engine/layer.h"
 #include "engine/ref/reshape.h"
-#include "engine/simd/activation.h"
-#include "engine/simd/binary_op.h"
-#include "engine/simd/concat.h"
+#include "engine/simd/elementwise_layers.h"
 #include "engine/simd/gemm.h"
-#include "engine/simd/pooling.h"
-#include "engine/simd/softmax.h"
+#include "engine/simd/shape_layers.h"
 #include "impl_x86/x86_conv.h"
-#include "impl_x86/x86_depthwise_conv.h"
 #include "impl_x86/x86_run_env.h"
 
 namespace TavroRTC::FDModule::x86 {

@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-#include "engine/core/reshape.h"
+#include "engine/core/shape_layers.h"
 #include "engine/cpu_info.h"
 #include "engine/log.h"
 #include "engine/net.h"

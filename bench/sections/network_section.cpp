@@ -156,7 +156,7 @@ class NetworkSection {
       idle = add({idle_->name(), runsPerTurn,
                   [this](int runs, RunTimes& times) { idle_->measure(runs, times); }});
     std::optional<size_t> peak;
-    if (cpuInfo().hasAvxAndFma())
+    if (cpuInfo().runsAvxAndFma())
       peak = add(inProcess("peak", runsPerTurn, [this] { sink_ = fmaSteps(peakSteps); }));
     std::optional<size_t> peak512;
     if (cpuInfo().hasAvx512F())

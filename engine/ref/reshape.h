@@ -3,7 +3,7 @@
 // ref:: holds operators that need no vector code at all. There is one: core::Reshape only passes
 // pointers on, so the class that the registry creates adds nothing to it.
 
-#include "engine/core/reshape.h"
+#include "engine/core/shape_layers.h"
 
 namespace TavroRTC::FDModule::ref {
 

@@ -11,6 +11,9 @@
 //   sse_first_layer_kernels.cpp    3x3, stride 2, one or three channels, of floats or bytes
 //   sse_scalar_kernels.cpp         one output channel; and plain loops that take everything
 
+#include <cstring>
+
+#include "engine/aligned_memory.h"
 #include "engine/conv_problem.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -31,5 +34,20 @@ extern const ConvKernel dwConvSse_4x4;
 extern const ConvKernel dwConvSseScalar;
 extern const ConvKernel groupConvSse_8x4;
 extern const ConvKernel groupConvSse_4x4;
+
+/// A copy of the bias, zeros if there is none, with zeros behind up to a whole number of blocks.
+/// Empty if there is no memory.
+inline AlignedBuffer<float> paddedBias(const ConvProblem& p, int32_t block) {
+  const auto channels = static_cast<size_t>(p.outputC);
+  const auto size = static_cast<size_t>(block);
+  const size_t padded = (channels + size - 1) / size * size;
+  auto copy = allocateAligned<float>(padded);
+  if (copy == nullptr)
+    return copy;
+  std::memset(copy.get(), 0, padded * sizeof(float));
+  if (p.bias != nullptr)
+    std::memcpy(copy.get(), p.bias, channels * sizeof(float));
+  return copy;
+}
 
 }  // namespace TavroRTC::FDModule::simd

@@ -5,7 +5,7 @@
 
 #include "engine/cpu_info.h"
 #include "engine/run_env.h"
-#include "engine/simd/float4.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -58,7 +58,7 @@ void columnBlock(const float* input, const float* matrix, const float* bias, flo
   for (int v = 0; v < vectors; ++v)
     sums[v] = bias != nullptr ? Float4::load(bias + v * lanes) : Float4::zero();
   for (int32_t k = 0; k < rows; ++k, matrix += columns) {
-    const Float4 value = Float4::broadcast(input[k]);
+    const Float4 value = Float4::broadcast(input + k);
     for (int v = 0; v < vectors; ++v)
       sums[v] = sums[v] + value * Float4::load(matrix + v * lanes);
   }
@@ -103,7 +103,7 @@ bool Gemm::forward(core::RunEnv* env) {
   // may have changed since the sizes were found.
   if (input == nullptr || output == nullptr || values == nullptr || !fitsTensors())
     return false;
-  const bool isWide = !env->halfPrecision && cpuInfo().hasAvxAndFma();
+  const bool isWide = !env->halfPrecision && cpuInfo().runsAvxAndFma();
   const Kernels& kernels = isWide ? wideKernels : narrowKernels;
   const auto [m, k, n] = sizes;
   const auto biasAt = [biases](int32_t i) { return biases != nullptr ? biases[i] : 0.0F; };

@@ -4,7 +4,7 @@
 
 #include "engine/simd/conv_kernels.h"
 #include "engine/simd/conv_zones.h"
-#include "engine/simd/sse_block.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -14,7 +14,7 @@ constexpr int32_t tile = 4;
 
 template <int block, int pixels>
 void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, TapRange columns) {
-  constexpr int vectors = SseBlock<block, pixels>::vectors;
+  constexpr int vectors = Sums<Float4, block, pixels>::vectors;
   const ptrdiff_t channels = p.outputC;
   const ptrdiff_t pixelStride = p.strideW * channels;
   const int32_t top = y * p.strideH - p.padTop;
@@ -24,8 +24,8 @@ void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, Ta
   const ptrdiff_t blockWeights = static_cast<ptrdiff_t>(p.kernelH) * p.kernelW * block;
 
   for (ptrdiff_t channel = 0; channel < channels; channel += block, weights += blockWeights) {
-    SseBlock<block, pixels> step;
-    step.start(p.bias != nullptr ? p.bias + channel : nullptr);
+    Sums<Float4, block, pixels> sums;
+    sums.start(p.bias != nullptr ? p.bias + channel : nullptr);
     for (int32_t ky = rows.begin; ky < rows.end; ++ky) {
       const float* row =
           p.input + (static_cast<ptrdiff_t>(top + ky) * p.inputW + left) * channels + channel;
@@ -35,13 +35,13 @@ void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, Ta
         for (int v = 0; v < vectors; ++v) {
           const Float4 weight = Float4::load(filter + v * Float4::lanes);
           for (int pixel = 0; pixel < pixels; ++pixel)
-            step.sum[pixel][v] =
-                step.sum[pixel][v] +
-                Float4::load(input + pixel * pixelStride + v * Float4::lanes) * weight;
+            sums.at[pixel][v] =
+                multiplyAdd(Float4::load(input + pixel * pixelStride + v * Float4::lanes), weight,
+                            sums.at[pixel][v]);
         }
       }
     }
-    step.store(output + channel, channels, p.activation);
+    sums.store(output + channel, channels, p.activation);
   }
 }
 

@@ -12,7 +12,7 @@
 
 #include "engine/number_conversion.h"
 #include "engine/simd/conv_kernels.h"
-#include "engine/simd/sse_block.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -72,11 +72,11 @@ class InputRows {
 
 // Tap kx of all four pixels, for one input channel. `input` is that channel at column 2 * x - 1.
 // The tap that would lie in the left padding is left out.
-inline void accumulateTap(SseBlock<block, tile>& step, const float* input, int32_t pixelStride,
+inline void accumulateTap(Sums<Float4, block, tile>& sums, const float* input, int32_t pixelStride,
                           Float4 weight, bool isInPadding) {
   for (int pixel = isInPadding ? 1 : 0; pixel < tile; ++pixel)
-    step.sum[pixel][0] =
-        step.sum[pixel][0] + Float4::broadcast(input[pixel * pixelStride]) * weight;
+    sums.at[pixel][0] =
+        multiplyAdd(Float4::broadcast(input + pixel * pixelStride), weight, sums.at[pixel][0]);
 }
 
 template <int channels, bool atLeftEdge>
@@ -85,12 +85,12 @@ void computeTile(const ConvProblem& p, const Rows& rows, const float* bias, int3
   constexpr int32_t pixelStride = 2 * channels;
   const float* weights = p.weights;
   for (int32_t channel = 0; channel < p.outputC; channel += block) {
-    SseBlock<block, tile> step;
-    step.start(bias + channel);
+    Sums<Float4, block, tile> sums;
+    sums.start(bias + channel);
     for (const float* row : rows) {
       const float* input = row + (2 * x - 1) * channels;
       const auto tap = [&](int kx, int i, bool isInPadding) {
-        accumulateTap(step, input + kx * channels + i, pixelStride,
+        accumulateTap(sums, input + kx * channels + i, pixelStride,
                       Float4::load(weights + (kx * channels + i) * block), isInPadding);
       };
       for (int i = 0; i < channels; ++i) {
@@ -101,7 +101,7 @@ void computeTile(const ConvProblem& p, const Rows& rows, const float* bias, int3
         tap(1, i, false);
       weights += 3 * channels * block;
     }
-    step.store(output + channel, p.outputC, p.activation);
+    sums.store(output + channel, p.outputC, p.activation);
   }
 }
 

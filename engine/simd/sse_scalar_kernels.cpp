@@ -6,7 +6,7 @@
 
 #include "engine/simd/conv_kernels.h"
 #include "engine/simd/conv_zones.h"
-#include "engine/simd/float4.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -40,7 +40,8 @@ void singleTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
     for (; i + Float4::lanes <= span; i += Float4::lanes) {
       const Float4 weight = Float4::load(weights + i);
       for (int pixel = 0; pixel < tile; ++pixel)
-        lanes[pixel] = lanes[pixel] + Float4::load(input + pixel * pixelStride + i) * weight;
+        lanes[pixel] =
+            multiplyAdd(Float4::load(input + pixel * pixelStride + i), weight, lanes[pixel]);
     }
     for (; i < span; ++i)
       for (int pixel = 0; pixel < tile; ++pixel)

@@ -4,7 +4,7 @@
 
 #include "engine/simd/conv_kernels.h"
 #include "engine/simd/conv_zones.h"
-#include "engine/simd/sse_block.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -19,16 +19,17 @@ enum class Taps {
 
 enum class Bias { inPlace, paddedCopy };
 
-// sum[pixel] += input[pixel][i] * weights[i], for i in rising order.
+// Each pixel's sum += input[pixel][i] * weights[i], for i in rising order.
 template <int block, int pixels>
-void accumulateRun(SseBlock<block, pixels>& step, const float* input, ptrdiff_t pixelStride,
+void accumulateRun(Sums<Float4, block, pixels>& sums, const float* input, ptrdiff_t pixelStride,
                    const float* weights, int32_t length) {
-  constexpr int vectors = SseBlock<block, pixels>::vectors;
+  constexpr int vectors = Sums<Float4, block, pixels>::vectors;
   for (int32_t i = 0; i < length; ++i, weights += block) {
     for (int pixel = 0; pixel < pixels; ++pixel) {
-      const Float4 value = Float4::broadcast(input[pixel * pixelStride + i]);
+      const Float4 value = Float4::broadcast(input + pixel * pixelStride + i);
       for (int v = 0; v < vectors; ++v)
-        step.sum[pixel][v] = step.sum[pixel][v] + value * Float4::load(weights + v * Float4::lanes);
+        sums.at[pixel][v] =
+            multiplyAdd(value, Float4::load(weights + v * Float4::lanes), sums.at[pixel][v]);
     }
   }
 }
@@ -50,8 +51,8 @@ void computePixels(const ConvProblem& p, const float* bias, int32_t y, int32_t x
     const int32_t groupBlocks = blockCount(block, groupOutputs);
     for (int32_t index = 0; index < groupBlocks; ++index) {
       const int32_t channel = group * groupOutputs + blockStart(index, block, groupOutputs);
-      SseBlock<block, pixels> step;
-      step.start(bias != nullptr ? bias + channel : nullptr);
+      Sums<Float4, block, pixels> sums;
+      sums.start(bias != nullptr ? bias + channel : nullptr);
       for (int32_t ky = rows.begin; ky < rows.end; ++ky) {
         const int32_t inputY = top + ky * p.dilationH;
         const float* input = p.input +
@@ -63,17 +64,17 @@ void computePixels(const ConvProblem& p, const float* bias, int32_t y, int32_t x
              columns.begin) *
                 weightTap;
         if constexpr (taps == Taps::adjacent) {
-          accumulateRun(step, input, pixelStride, weights,
+          accumulateRun(sums, input, pixelStride, weights,
                         (columns.end - columns.begin) * groupInputs);
         } else {
           for (int32_t kx = columns.begin; kx < columns.end; ++kx) {
-            accumulateRun(step, input, pixelStride, weights, groupInputs);
+            accumulateRun(sums, input, pixelStride, weights, groupInputs);
             input += tapStride;
             weights += weightTap;
           }
         }
       }
-      step.store(output + channel, p.outputC, p.activation);
+      sums.store(output + channel, p.outputC, p.activation);
     }
   }
 }

@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "engine/platform/loader.h"
+#include "modules/face_detection/loader.h"
 
 namespace TavroRTC::FDModule {
 

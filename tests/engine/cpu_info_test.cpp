@@ -14,6 +14,7 @@ struct FakeProcessor {
   uint32_t maxExtendedLeaf;
   const char* vendor;  // 12 characters
   char brand[49];
+  bool saves = false;
 };
 
 const FakeProcessor* fake = nullptr;
@@ -38,7 +39,13 @@ CpuidRegisters fakeCpuid(uint32_t leaf, uint32_t subleaf) {
   } else {
     words = {leaf + 0x100, leaf + 0x200, leaf + 0x300, leaf + 0x400};
   }
+  if (leaf == 1 && fake->saves)
+    words[2] |= CpuInfo::systemSaves;
   return words;
+}
+
+uint64_t fakeSavedStates() {
+  return 0x1234567890;
 }
 
 TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
@@ -49,12 +56,12 @@ TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
       {1, 0x80000001, "AuthenticAMD", "unread"},
       {6, 0x80000003, "SomebodyElse", "unread"},
       {7, 0x80000004, "GenuineIntel", "A short brand"},
-      {22, 0x80000008, "AuthenticAMD", "Forty-eight characters fill all three leaves ok."},
+      {22, 0x80000008, "AuthenticAMD", "Forty-eight characters fill all three leaves ok.", true},
       {0xFFFFFFFF, 0, "genuineintel", "unread"}};
   for (const FakeProcessor& processor : processors) {
     SCOPED_TRACE(processor.maxLeaf);
     fake = &processor;
-    const CpuInfo info = readCpuInfo(fakeCpuid);
+    const CpuInfo info = readCpuInfo({fakeCpuid, fakeSavedStates});
     const auto maxLeaf = static_cast<int32_t>(processor.maxLeaf);
     const uint32_t maxExtended = processor.maxExtendedLeaf;
     EXPECT_EQ(info.maxLeaf, maxLeaf);
@@ -62,7 +69,8 @@ TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
     EXPECT_EQ(info.vendor, processor.vendor);
     EXPECT_EQ(info.isIntel, info.vendor == "GenuineIntel");
     EXPECT_EQ(info.isAmd, info.vendor == "AuthenticAMD");
-    EXPECT_EQ(info.leaf1Ecx, maxLeaf >= 1 ? 0x301U : 0U);
+    EXPECT_EQ(info.leaf1Ecx & ~CpuInfo::systemSaves, maxLeaf >= 1 ? 0x301U : 0U);
+    EXPECT_EQ(info.savedStates, processor.saves ? fakeSavedStates() : 0U);
     EXPECT_EQ(info.leaf1Edx, maxLeaf >= 1 ? 0x401U : 0U);
     EXPECT_EQ(info.leaf7Ebx, maxLeaf >= 7 ? 0x207U : 0U);
     EXPECT_EQ(info.leaf7Ecx, maxLeaf >= 7 ? 0x307U : 0U);
@@ -72,17 +80,38 @@ TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
   }
 }
 
-TEST(CpuInfo, wideKernelsNeedAvxAndFma) {
-  CpuInfo info;
-  EXPECT_FALSE(info.hasAvxAndFma());
-  info.leaf1Ecx = 1U << 28;
-  EXPECT_TRUE(info.hasAvx());
-  EXPECT_FALSE(info.hasAvxAndFma() || info.hasF16c());
-  info.leaf1Ecx = 1U << 12;
-  EXPECT_FALSE(info.hasAvxAndFma() || info.hasAvx());
-  info.leaf1Ecx = ~(1U << 29);
-  EXPECT_TRUE(info.hasAvxAndFma());
-  EXPECT_FALSE(info.hasF16c() || info.hasAvx2() || info.hasAvx512F());
+constexpr uint32_t fma = 1U << 12;
+constexpr uint32_t avx = 1U << 28;
+constexpr uint32_t f16c = 1U << 29;
+
+// A path needs the processor's instructions and a system that saves their registers.
+TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
+  const struct {
+    uint32_t leaf1Ecx;
+    uint64_t savedStates;
+    bool runsAvxAndFma;
+    bool runsF16c;
+  } cases[] = {
+      {avx | fma | f16c | CpuInfo::systemSaves, 7, true, true},
+      {avx | fma | CpuInfo::systemSaves, 6, true, false},
+      {avx | f16c | CpuInfo::systemSaves, 6, false, true},
+      {fma | CpuInfo::systemSaves, 6, false, false},
+      {avx | fma | f16c, 7, false, false},
+      {avx | fma | f16c | CpuInfo::systemSaves, 3, false, false},
+      {avx | fma | f16c | CpuInfo::systemSaves, 5, false, false},
+      {0, 0, false, false},
+  };
+  for (const auto& c : cases) {
+    CpuInfo info;
+    info.leaf1Ecx = c.leaf1Ecx;
+    info.savedStates = c.savedStates;
+    EXPECT_EQ(info.runsAvxAndFma(), c.runsAvxAndFma) << &c - cases;
+    EXPECT_EQ(info.runsF16c(), c.runsF16c) << &c - cases;
+    // What is reported is what CPUID says.
+    EXPECT_EQ(info.hasAvx(), (c.leaf1Ecx & avx) != 0);
+    EXPECT_EQ(info.hasF16c(), (c.leaf1Ecx & f16c) != 0);
+    EXPECT_FALSE(info.hasAvx2() || info.hasAvx512F() || info.hasSsse3());
+  }
 }
 
 TEST(CpuInfo, agreesWithTheCompilersRuntime) {
@@ -90,11 +119,12 @@ TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   const CpuInfo* forced = overrideCpuInfo(nullptr);
   const CpuInfo info = cpuInfo();
   overrideCpuInfo(forced);
-  // The runtime asks the operating system too, so it may say less but never more.
-  EXPECT_TRUE(info.hasAvx() || !__builtin_cpu_supports("avx"));
+  // The runtime asks the operating system too.
+  EXPECT_EQ(info.runsAvxAndFma(),
+            __builtin_cpu_supports("avx") != 0 && __builtin_cpu_supports("fma") != 0);
+  EXPECT_EQ(info.hasSsse3(), __builtin_cpu_supports("ssse3") != 0);
   EXPECT_TRUE(info.hasAvx2() || !__builtin_cpu_supports("avx2"));
   EXPECT_TRUE(info.hasAvx512F() || !__builtin_cpu_supports("avx512f"));
-  EXPECT_TRUE(info.hasAvxAndFma() || !__builtin_cpu_supports("fma"));
   EXPECT_EQ(info.isIntel, __builtin_cpu_is("intel") != 0);
   EXPECT_EQ(info.isAmd, __builtin_cpu_is("amd") != 0);
 }

@@ -123,14 +123,14 @@ TEST(HalfConversion, scalarRuleMatchesArithmeticOnEveryHalf) {
 }
 
 TEST(HalfConversion, instructionMatchesArithmeticOnEveryHalf) {
-  if (!cpuInfo().hasF16c())
+  if (!cpuInfo().runsF16c())
     GTEST_SKIP() << "no F16C";
   checkWidening(true);
   checkNarrowing(true);
 }
 
 TEST(HalfConversion, onlyWholeGroupsAreRounded) {
-  const int64_t groupSize = cpuInfo().hasF16c() ? 8 : 1 << 20;
+  const int64_t groupSize = cpuInfo().runsF16c() ? 8 : 1 << 20;
   for (int64_t count = 0; count <= 40; ++count) {
     SCOPED_TRACE(count);
     const auto size = static_cast<size_t>(count);

@@ -8,7 +8,6 @@
 #include <string>
 #include <thread>
 
-#include "engine/platform/clock.h"
 #include "tests/support/captured_stdout.h"
 
 namespace TavroRTC::FDModule {

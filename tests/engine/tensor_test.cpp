@@ -196,6 +196,33 @@ TEST(Tensor, widensItsHalvesOnEveryCall) {
   impossible.borrow(halves.data());
   impossible.halfToFloat();
   EXPECT_EQ(impossible.floatData, nullptr);
+
+  Tensor grown;
+  setExtents(grown, {1, 1, 1, 10});
+  grown.borrow(halves.data());
+  ++grown.c;
+  grown.halfToFloat();
+  EXPECT_EQ(grown.floatData, nullptr);
+  tensor.c = 11;
+  tensor.halfData = nullptr;
+  tensor.floatToHalf();
+  EXPECT_EQ(tensor.halfData, nullptr);
+  tensor.c = 10;
+  tensor.floatToHalf();
+  ASSERT_NE(tensor.halfData, nullptr);
+  EXPECT_EQ(std::count(tensor.halfData, tensor.halfData + 10, 0xC000), 10);
+}
+
+// A count that stays from a packing before isn't the size of what is lent next.
+TEST(Tensor, LentStorageIsAsLongAsItsShape) {
+  GuardedBuffer<float> table(10);
+  Tensor weight;
+  setExtents(weight, {10, 1, 1, 1});
+  ASSERT_NE(weight.data(layout::block8), nullptr);
+  weight.borrow(table.data());
+  EXPECT_EQ(weight.count(), 16U);
+  EXPECT_FALSE(weight.storageFits());
+  EXPECT_EQ(weight.data(layout::block8), nullptr);
 }
 
 TEST(Tensor, copiesShapeAndValues) {

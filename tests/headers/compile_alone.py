@@ -16,7 +16,7 @@ FOLDERS = ("engine", "image", "impl_x86", "modules", "host", "gstreamer")
 # What a folder's headers need beside the standard library.
 PACKAGES = {"host/app/ffmpeg": "libavformat libavcodec libswscale", "gstreamer": "gstreamer-video-1.0"}
 # The vector types of one instruction set, for files that are compiled for it.
-FLAGS = {"impl_x86/avx_vector.h": ["-mavx", "-mfma"], "image/block_access.h": ["-mssse3"]}
+FLAGS = {"impl_x86/avx_vectors.h": ["-mavx", "-mfma"], "image/block_access.h": ["-mssse3"]}
 
 
 def packageFlags(header):

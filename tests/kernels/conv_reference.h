@@ -1,17 +1,66 @@
 #pragma once
 
-// Two references for the convolution kernels. Neither shares code with them. One is the plain
-// formula in double precision with a bound on how far a sum in floats may lie from it; the other
-// takes the terms in a kernel's own order and rounding, one float at a time, and the kernel must
-// match it bit for bit.
+// The sizes of a convolution, drawn at random, and two references for the kernels. Neither shares
+// code with them. One is the plain formula in double precision with a bound on how far a sum in
+// floats may lie from it; the other takes the terms in a kernel's own order and rounding, one float
+// at a time, and the kernel must match it bit for bit.
 
+#include <cstddef>
 #include <cstdint>
+#include <ostream>
 
-#include "tests/kernels/conv_geometry.h"
+#include "engine/conv_problem.h"
+#include "tests/support/random.h"
+
+namespace TavroRTC::FDModule {
+
+std::ostream& operator<<(std::ostream& out, const ConvProblem& p);
+
+}  // namespace TavroRTC::FDModule
 
 namespace tavro::test {
 
+// --- Sizes ---
+
+using TavroRTC::FDModule::ConvProblem;
 using TavroRTC::FDModule::FusedActivation;
+
+/// Anything that makes sense, without the output's size; most of it no kernel but the general ones
+/// serves.
+ConvProblem drawGeometry(Random& random);
+
+/// Sets the output's height and width from the input and the window; false if nothing fits. A
+/// window that lacks less than a stride fits once if it may hang over the image's end.
+enum class Overhang : uint8_t { none, allowed };
+bool deriveOutputSize(ConvProblem& p, Overhang overhang = Overhang::none);
+
+/// Terms of the whole output, the ones in the padding included.
+int64_t termCount(const ConvProblem& p);
+
+/// The shape of a tensor: n, h, w, c.
+struct Extents {
+  int32_t n = 1;
+  int32_t h = 1;
+  int32_t w = 1;
+  int32_t c = 1;
+
+  size_t count() const {
+    return static_cast<size_t>(n) * static_cast<size_t>(h) * static_cast<size_t>(w) *
+           static_cast<size_t>(c);
+  }
+};
+
+inline Extents inputExtents(const ConvProblem& p) {
+  return {1, p.inputH, p.inputW, p.inputC};
+}
+inline Extents outputExtents(const ConvProblem& p) {
+  return {1, p.outputH, p.outputW, p.outputC};
+}
+inline Extents weightExtents(const ConvProblem& p) {
+  return {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group};
+}
+
+// --- References ---
 
 /// The operands in plain order: input h, w, c; weights output channel, ky, kx, input channel of the
 /// group; bias null for zeros.

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "impl_x86/x86_conv.h"
-#include "impl_x86/x86_depthwise_conv.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
 #include "tests/kernels/swept_kernels.h"
@@ -23,14 +22,12 @@ using namespace tavro::test;
 
 const ConvKernel* selectDense(const ConvProblem& p) {
   const QuietEnv env;
-  const ConvKernel* wide = x86::selectConvFma(p);
-  return wide != nullptr ? wide : simd::selectConvKernel(p, env);
+  return x86::selectConvKernel(p, env);
 }
 
 const ConvKernel* selectGrouped(const ConvProblem& p) {
   const QuietEnv env;
-  const ConvKernel* wide = x86::selectDepthwiseFma(p);
-  return wide != nullptr ? wide : simd::selectDepthwiseKernel(p, env);
+  return x86::selectDepthwiseKernel(p, env);
 }
 
 std::string_view nameOf(const ConvKernel* kernel) {
@@ -40,17 +37,8 @@ std::string_view nameOf(const ConvKernel* kernel) {
 // --- The model ---
 
 ConvProblem problemOf(const core::Conv& layer) {
-  ConvProblem p;
-  static_cast<Window&>(p) = layer;
-  const Tensor& input = *layer.inputs[0];
-  p.inputH = input.h;
-  p.inputW = input.w;
-  p.inputC = input.c;
-  p.bytes = input.byteData;
-  const Tensor& output = *layer.outputs[0];
-  p.outputH = output.h;
-  p.outputW = output.w;
-  p.outputC = output.c;
+  ConvProblem p = layer.problem();
+  p.bytes = layer.inputs[0]->byteData;
   return p;
 }
 
@@ -101,11 +89,9 @@ TEST(ConvSelection, modelTakesTheseKernels) {
         ASSERT_EQ(convolutions.count(name), 1U);
         ++found;
         const core::Conv& layer = *convolutions[name];
-        ConvProblem p = problemOf(layer);
-        const auto* grouped = dynamic_cast<const core::DepthwiseConv*>(&layer);
-        if (grouped != nullptr)
-          p.group = grouped->group;
-        const ConvKernel* kernel = grouped != nullptr ? selectGrouped(p) : selectDense(p);
+        const ConvProblem p = problemOf(layer);
+        const bool isGrouped = dynamic_cast<const core::DepthwiseConv*>(&layer) != nullptr;
+        const ConvKernel* kernel = isGrouped ? selectGrouped(p) : selectDense(p);
         EXPECT_EQ(nameOf(kernel), avxAndFma ? row.withAvxAndFma : row.without);
         EXPECT_TRUE(kernel != nullptr && layer.weight->layout == kernel->weightLayout);
       }

@@ -12,9 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "engine/core/conv.h"
-#include "engine/layer_registry.h"
-#include "engine/simd/activation.h"
+#include "engine/core/windowed_layers.h"
+#include "engine/simd/elementwise_layers.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/captured_stdout.h"
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "engine/layer_registry.h"
 #include "impl_x86/x86_run_env.h"
 #include "tests/support/captured_stdout.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "engine/net.h"
-#include "tests/kernels/conv_geometry.h"
+#include "tests/kernels/conv_reference.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/processor.h"
 

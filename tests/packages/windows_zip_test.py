@@ -18,7 +18,7 @@ FILES = """
     LICENSE README.md
     bin/libtavro-core.dll bin/tavro-fd.exe bin/tavro_fd_extension.dll
     example/CMakeLists.txt example/example_host.cpp
-    include/tavro-fd/engine/platform/loader.h
+    include/tavro-fd/modules/face_detection/loader.h
     include/tavro-fd/host/core/face_rects.h include/tavro-fd/host/core/host_api.h
     include/tavro-fd/host/core/i420_frame.h
     include/tavro-fd/modules/face_detection/fd_wrapper.h

@@ -41,8 +41,10 @@ const Processor forced(forcedProcessor());
 CpuInfo withAvxAndFma(bool avxAndFma) {
   CpuInfo info = cpuInfo();
   info.leaf1Ecx &= ~CpuInfo::avxAndFma;
-  if (avxAndFma)
-    info.leaf1Ecx |= CpuInfo::avxAndFma;
+  if (avxAndFma) {
+    info.leaf1Ecx |= CpuInfo::avxAndFma | CpuInfo::systemSaves;
+    info.savedStates |= CpuInfo::vectorStates;
+  }
   return info;
 }
 
@@ -55,7 +57,7 @@ Processor::~Processor() {
 }
 
 std::vector<bool> availableProcessors() {
-  return cpuInfo().hasAvxAndFma() ? std::vector<bool>{true, false} : std::vector<bool>{false};
+  return cpuInfo().runsAvxAndFma() ? std::vector<bool>{true, false} : std::vector<bool>{false};
 }
 
 }  // namespace tavro::test

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -116,6 +117,10 @@ inline std::vector<float> drawFloats(size_t count, Random& random,
 inline bool sameFloat(float a, float b) {
   return (std::isnan(a) && std::isnan(b)) ||
          std::bit_cast<uint32_t>(a) == std::bit_cast<uint32_t>(b);
+}
+
+inline bool sameFloats(const std::vector<float>& a, const std::vector<float>& b) {
+  return std::ranges::equal(a, b, sameFloat);
 }
 
 /// For operands that a kernel may only read.

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include "engine/platform/clock.h"
+#include "engine/run_timer.h"
 
 namespace TavroRTC::FDModule {
 namespace {

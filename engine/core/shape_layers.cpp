@@ -1,11 +1,31 @@
-#include "engine/core/reshape.h"
+#include "engine/core/shape_layers.h"
 
 #include <algorithm>
 
-#include "engine/core/shape.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::core {
+
+// --- Concat ---
+
+Concat::Concat(const LayerRow& row, TensorMap& tensors, TensorMap& /*weights*/) : Layer(row) {
+  connectManyToOne(row, tensors);
+}
+
+bool Concat::reshape(RunEnv* /*env*/) {
+  if (!isConnected())
+    return false;
+  int64_t channels = 0;
+  for (const Tensor* input : inputs)
+    channels += input->c;
+  if (channels < 0 || channels > INT32_MAX)
+    return false;
+  outputs[0]->takeShapeOf(*inputs[0]);
+  outputs[0]->c = static_cast<int32_t>(channels);
+  return true;
+}
+
+// --- Reshape ---
 
 Reshape::Reshape(const LayerRow& row, TensorMap& tensors, TensorMap& /*weights*/) : Layer(row) {
   std::copy_n(row.ints, 4, target);
@@ -19,6 +39,7 @@ void Reshape::shapeOutput() {
   output.w = target[2];
   output.c = target[3];
   output.layout = layout::channelsLast;
+  output.elementCount = 0;  // of a storage that was repacked before
 }
 
 bool Reshape::reshape(RunEnv* /*env*/) {
@@ -58,7 +79,8 @@ bool Reshape::forward(RunEnv* /*env*/) {
   const auto count =
       packedElementCount({target[0], target[1], target[2], target[3]}, layout::channelsLast);
   if (&input == &output || !count || *count == 0 || *count > input.count() ||
-      !input.storageFits() || (input.floatData == nullptr && input.halfData == nullptr))
+      !input.storageFits() || !input.halfStorageFits() ||
+      (input.floatData == nullptr && input.halfData == nullptr))
     return false;
   shapeOutput();
   return output.share(input);

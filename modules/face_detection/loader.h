@@ -1,7 +1,7 @@
 #pragma once
 
 // What differs between platforms about loading and linking: symbol export and import, and code
-// that must run before a library's other static initialisers. The clock is in clock.h.
+// that must run before a library's other static initialisers.
 
 #if defined(_WIN32)
 #define TAVRO_EXPORT __declspec(dllexport)

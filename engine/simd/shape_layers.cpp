@@ -1,7 +1,6 @@
-#include "engine/simd/concat.h"
+#include "engine/simd/shape_layers.h"
 
-#include "engine/core/shape.h"
-#include "engine/simd/float4.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
@@ -23,11 +22,11 @@ bool Concat::forward(core::RunEnv* /*env*/) {
   if (!isConnected())
     return false;
   Tensor& output = *outputs[0];
-  if (!core::holdsItsShape(output))
+  if (!output.holdsItsShape())
     return false;
   int64_t channels = 0;
   for (Tensor* input : inputs) {
-    if (input == &output || !core::holdsItsShape(*input) || input->h != output.h ||
+    if (input == &output || !input->holdsItsShape() || input->h != output.h ||
         input->w != output.w || input->data(layout::channelsLast) == nullptr)
       return false;
     channels += input->c;

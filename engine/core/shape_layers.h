@@ -1,8 +1,20 @@
 #pragma once
 
+// The layers that compute nothing: they join tensors, or lend one under another shape.
+
 #include "engine/layer.h"
 
 namespace TavroRTC::FDModule::core {
+
+/// Joins tensors of one height and width along the channels.
+class Concat : public virtual Layer {
+ public:
+  bool isPointwise() const override { return true; }
+  bool reshape(RunEnv* env) override;
+
+ protected:
+  Concat(const LayerRow& row, TensorMap& tensors, TensorMap& weights);
+};
 
 /// Gives a tensor another shape without moving its data: the output borrows the input's buffers.
 class Reshape : public virtual Layer {

@@ -1,10 +1,10 @@
-#include "engine/core/activation.h"
+#include "engine/core/elementwise_layers.h"
 
 #include <algorithm>
 
-#include "engine/core/shape.h"
-
 namespace TavroRTC::FDModule::core {
+
+// --- Activation ---
 
 Activation::Activation(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
     : Layer(row), kind(row.ints[0]), clipMax(row.floats[0]), leakSlope(row.floats[0]) {
@@ -34,7 +34,45 @@ void Activation::connect(const LayerRow& row, TensorMap& tensors) {
 bool Activation::reshape(RunEnv* /*env*/) {
   if (!isConnected())
     return false;
-  copyShape(*inputs[0], *outputs[0]);
+  outputs[0]->takeShapeOf(*inputs[0]);
+  return true;
+}
+
+// --- BinaryOp ---
+
+BinaryOp::BinaryOp(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+    : Layer(row), op(row.ints[0]) {
+  if (type == "Mul")
+    op = static_cast<int32_t>(BinaryOperation::multiply);
+  connectManyToOne(row, tensors);
+  const auto constants = findWeights(row, weights);
+  inputs.insert(inputs.end(), constants.begin(), constants.end());
+}
+
+bool BinaryOp::reshape(RunEnv* /*env*/) {
+  if (!isConnected(2))
+    return false;
+  const Tensor& a = *inputs[0];
+  const Tensor& b = *inputs[1];
+  Tensor& output = *outputs[0];
+  output.n = a.n;
+  output.h = std::max(a.h, b.h);
+  output.w = std::max(a.w, b.w);
+  output.c = std::max(a.c, b.c);
+  output.layout = a.layout;
+  return true;
+}
+
+// --- Softmax ---
+
+Softmax::Softmax(const LayerRow& row, TensorMap& tensors, TensorMap& /*weights*/) : Layer(row) {
+  connectOneToOne(row, tensors);
+}
+
+bool Softmax::reshape(RunEnv* /*env*/) {
+  if (!isConnected())
+    return false;
+  outputs[0]->takeShapeOf(*inputs[0]);
   return true;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/core/concat.h"
+#include "engine/core/shape_layers.h"
 
 namespace TavroRTC::FDModule::simd {
 

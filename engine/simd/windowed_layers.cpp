@@ -1,14 +1,95 @@
-#include "engine/simd/pooling.h"
+#include "engine/simd/windowed_layers.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <type_traits>
 
+#include "engine/aligned_memory.h"
+#include "engine/simd/conv_kernels.h"
+#include "engine/simd/conv_selection.h"
 #include "engine/simd/conv_zones.h"
-#include "engine/simd/float4.h"
+#include "engine/simd/elementwise_layers.h"
+#include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule::simd {
+
+// --- Conv, DepthwiseConv ---
+
+namespace {
+
+// Gives the kernel the form of the input that it reads. False if there is none.
+bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
+  const bool readsFloats = reads != ConvInput::bytes && input.floatData != nullptr;
+  problem.input = readsFloats ? input.data(layout::channelsLast) : nullptr;
+  const bool readsBytes = reads != ConvInput::floats && input.byteStorageFits();
+  problem.bytes = readsBytes ? input.byteData : nullptr;
+  problem.byteMean = input.mean[0];
+  problem.byteScale = input.scale[0];
+  return problem.input != nullptr || problem.bytes != nullptr;
+}
+
+bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem) {
+  problem.activation = takeFusedActivation(layer, kernel.fuses);
+  if (!takeInput(*layer.inputs[0], kernel.reads, problem))
+    return false;
+  // The weights first: packing them may free their buffer, which a row can name as the bias, too.
+  problem.weights =
+      layer.weight->floatData != nullptr ? layer.weight->data(kernel.weightLayout) : nullptr;
+  if (problem.weights == nullptr)
+    return false;
+  AlignedBuffer<float> biasCopy;
+  if (layer.bias != nullptr) {
+    if (layer.bias->floatData == nullptr)
+      return false;
+    problem.bias = layer.bias->data(layout::channelsLast);
+    // Kernels load whole blocks of the bias; behind somebody else's memory there may be nothing.
+    if (problem.bias != nullptr && layer.bias->floatBorrowed) {
+      biasCopy = paddedBias(problem, problem.outputC);
+      problem.bias = biasCopy.get();
+    }
+    if (problem.bias == nullptr)
+      return false;
+  }
+  Tensor& output = *layer.outputs[0];
+  float* values = output.data(layout::channelsLast);
+  if (values == nullptr)
+    return false;
+  // Somebody else's memory lacks the spare bytes that kernels write, or is the input itself.
+  AlignedBuffer<float> copy;
+  if (output.floatBorrowed)
+    copy = allocateAligned<float>(output.count());
+  problem.output = output.floatBorrowed ? copy.get() : values;
+  if (problem.output == nullptr || !kernel.run(problem))
+    return false;
+  if (output.floatBorrowed)
+    std::memcpy(values, copy.get(), output.count() * sizeof(float));
+  return true;
+}
+
+}  // namespace
+
+bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env) {
+  if (!layer.fitsTensors())
+    return false;
+  ConvProblem problem = layer.problem();
+  const Tensor& input = *layer.inputs[0];
+  problem.bytes = input.byteStorageFits() ? input.byteData : nullptr;
+  const ConvKernel* kernel = select(problem, env);
+  return kernel != nullptr && runKernel(layer, *kernel, problem);
+}
+
+bool Conv::forward(core::RunEnv* env) {
+  return forwardConv(*this, selectConvKernel, *env);
+}
+
+bool DepthwiseConv::forward(core::RunEnv* env) {
+  return forwardConv(*this, selectDepthwiseKernel, *env);
+}
+
+// --- Pooling ---
+
 namespace {
 
 // A window as one output pixel sees it: its first tap inside the image, how many taps there are,
@@ -34,7 +115,7 @@ void store(float* address, float value) {
   *address = value;
 }
 Float4 broadcast(float number, Float4 /*type*/) {
-  return Float4::broadcast(number);
+  return Float4::all(number);
 }
 float broadcast(float number, float /*type*/) {
   return number;

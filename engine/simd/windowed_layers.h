@@ -1,0 +1,42 @@
+#pragma once
+
+#include "engine/core/windowed_layers.h"
+#include "engine/run_env.h"
+
+namespace TavroRTC::FDModule::simd {
+
+/// A choice of kernel (conv_selection.h).
+using KernelSelection = const ConvKernel* (*)(const ConvProblem& problem, const core::RunEnv& env);
+
+/// Computes a convolution with the kernel that `select` names: takes the activation that it merges,
+/// asks the tensors for their data in the layouts that it wants, which packs the weights on the
+/// first frame, and runs it. False if the tensors don't fit, if data or memory is missing, or if
+/// there is no kernel. A selected kernel's result is the result: no other one is tried after it, as
+/// the weights would be packed for that one from then on.
+bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env);
+
+class Conv : public core::Conv {
+ public:
+  Conv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+      : Layer(row), core::Conv(row, tensors, weights) {}
+
+  bool forward(core::RunEnv* env) override;
+};
+
+class DepthwiseConv : public core::DepthwiseConv {
+ public:
+  DepthwiseConv(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+      : Layer(row), core::DepthwiseConv(row, tensors, weights) {}
+
+  bool forward(core::RunEnv* env) override;
+};
+
+class Pooling : public core::Pooling {
+ public:
+  Pooling(const LayerRow& row, TensorMap& tensors, TensorMap& weights)
+      : Layer(row), core::Pooling(row, tensors, weights) {}
+
+  bool forward(core::RunEnv* env) override;
+};
+
+}  // namespace TavroRTC::FDModule::simd
