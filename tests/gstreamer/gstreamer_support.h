@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "gstreamer/face_message.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
@@ -77,9 +76,14 @@ class Detector {
   host::FaceRects rects_;
 };
 
-/// The faces that a buffer bears.
-inline std::vector<gstreamer::Face> regionsOf(GstBuffer* buffer) {
-  std::vector<gstreamer::Face> regions;
+/// A face that a buffer bears.
+struct Face {
+  gint id;
+  FaceRect rect;
+};
+
+inline std::vector<Face> facesOn(GstBuffer* buffer) {
+  std::vector<Face> faces;
   gpointer state = nullptr;
   while (GstMeta* meta = gst_buffer_iterate_meta_filtered(
              buffer, &state, GST_VIDEO_REGION_OF_INTEREST_META_API_TYPE)) {
@@ -87,22 +91,19 @@ inline std::vector<gstreamer::Face> regionsOf(GstBuffer* buffer) {
     EXPECT_STREQ(g_quark_to_string(roi->roi_type), "face");
     const auto left = static_cast<int32_t>(roi->x);
     const auto top = static_cast<int32_t>(roi->y);
-    regions.push_back(
+    faces.push_back(
         {roi->id,
          {left, top, left + static_cast<int32_t>(roi->w), top + static_cast<int32_t>(roi->h)}});
   }
-  return regions;
+  return faces;
 }
 
-inline std::vector<FaceRect> rectsOf(const std::vector<gstreamer::Face>& faces) {
+inline std::vector<FaceRect> rectsOf(const std::vector<Face>& faces) {
   std::vector<FaceRect> rects;
   rects.reserve(faces.size());
-  for (const gstreamer::Face& face : faces)
+  for (const Face& face : faces)
     rects.push_back(face.rect);
   return rects;
-}
-inline std::vector<FaceRect> rectsOf(GstBuffer* buffer) {
-  return rectsOf(regionsOf(buffer));
 }
 
 /// How a picture lies in a buffer.
@@ -114,43 +115,74 @@ struct Layout {
   int32_t paddingV = 0;  ///< further bytes behind the rows of the V plane
 
   GstVideoFormat format() const { return gst_video_format_from_string(name); }
+  GstVideoInfo info() const {
+    GstVideoInfo info;
+    gst_video_info_set_format(&info, format(), static_cast<guint>(width),
+                              static_cast<guint>(height));
+    return info;
+  }
   std::string caps() const {
     return std::string("video/x-raw,framerate=25/1,format=") + name +
            ",width=" + std::to_string(width) + ",height=" + std::to_string(height);
   }
 };
 
+/// Calls `visit` with every sample of the mapped picture, its plane in the frame and its place
+/// there.
+template <typename Visit>
+void visitSamples(const GstVideoFrame& picture, const I420Frame& frame, Visit&& visit) {
+  for (int32_t plane = 0; plane < host::planeCount; ++plane) {
+    auto* samples = static_cast<uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&picture, plane));
+    for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
+      for (int32_t x = 0; x < frame.planeWidth(plane); ++x)
+        visit(samples[y * GST_VIDEO_FRAME_COMP_STRIDE(&picture, plane) +
+                      x * GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, plane)],
+              plane, y * frame.planeStride(plane) + x);
+  }
+}
+
+/// The picture in a buffer, sample by sample.
+inline I420Frame pictureIn(GstBuffer* buffer, const GstVideoInfo& info) {
+  auto frame = I420Frame::allocate(GST_VIDEO_INFO_WIDTH(&info), GST_VIDEO_INFO_HEIGHT(&info));
+  GstVideoFrame picture;
+  if (gst_video_frame_map(&picture, &info, buffer, GST_MAP_READ) == FALSE) {
+    ADD_FAILURE() << "a buffer without a picture";
+    return std::move(*frame);
+  }
+  visitSamples(picture, *frame, [&](uint8_t sample, int32_t plane, int32_t place) {
+    frame->writablePlane(plane)[place] = sample;
+  });
+  gst_video_frame_unmap(&picture);
+  return std::move(*frame);
+}
+
 /// A buffer with the frame; the bytes around the samples are noise.
 inline GstBuffer* makeBuffer(const I420Frame& frame, const Layout& layout) {
-  const bool interleaved = layout.format() == GST_VIDEO_FORMAT_NV12;
-  const guint planes = interleaved ? 2 : 3;
-  gsize offsets[GST_VIDEO_MAX_PLANES] = {};
-  gint strides[GST_VIDEO_MAX_PLANES] = {};
+  GstVideoInfo info = layout.info();
   gsize size = 0;
-  for (guint plane = 0; plane < planes; ++plane) {
-    const auto index = static_cast<int32_t>(plane);
-    strides[plane] = frame.planeWidth(index) * (interleaved && plane == 1 ? 2 : 1) +
-                     layout.padding + (plane == 2 ? layout.paddingV : 0);
-    offsets[plane] = size + static_cast<gsize>(layout.padding);
-    size = offsets[plane] + static_cast<gsize>(strides[plane] * frame.planeHeight(index));
+  for (guint plane = 0; plane < GST_VIDEO_INFO_N_PLANES(&info); ++plane) {
+    const int32_t rows = frame.planeHeight(static_cast<int32_t>(plane));
+    const bool isInterleaved = GST_VIDEO_INFO_N_PLANES(&info) == 2 && plane == 1;
+    info.stride[plane] = frame.planeWidth(static_cast<int32_t>(plane)) * (isInterleaved ? 2 : 1) +
+                         layout.padding + (plane == 2 ? layout.paddingV : 0);
+    info.offset[plane] = size + static_cast<gsize>(layout.padding);
+    size = info.offset[plane] + static_cast<gsize>(info.stride[plane] * rows);
   }
+  info.size = size;
+  GstBuffer* buffer = gst_buffer_new_allocate(nullptr, size, nullptr);
   std::vector<uint8_t> bytes(size);
   for (size_t i = 0; i < size; ++i)
     bytes[i] = static_cast<uint8_t>(i * 7 ^ i >> 8);
-  for (int32_t component = 0; component < host::planeCount; ++component) {
-    const int32_t plane = interleaved ? std::min(component, 1) : component;
-    const int32_t step = interleaved && component > 0 ? 2 : 1;
-    const int32_t first = interleaved && component == 2 ? 1 : 0;
-    for (int32_t y = 0; y < frame.planeHeight(component); ++y)
-      for (int32_t x = 0; x < frame.planeWidth(component); ++x)
-        bytes[offsets[plane] + static_cast<size_t>(y * strides[plane] + x * step + first)] =
-            frame.planeData(component)[y * frame.planeStride(component) + x];
-  }
-  GstBuffer* buffer = gst_buffer_new_allocate(nullptr, size, nullptr);
   gst_buffer_fill(buffer, 0, bytes.data(), size);
-  gst_buffer_add_video_meta_full(buffer, GST_VIDEO_FRAME_FLAG_NONE, layout.format(),
-                                 static_cast<guint>(layout.width),
-                                 static_cast<guint>(layout.height), planes, offsets, strides);
+  gst_buffer_add_video_meta_full(
+      buffer, GST_VIDEO_FRAME_FLAG_NONE, layout.format(), static_cast<guint>(layout.width),
+      static_cast<guint>(layout.height), GST_VIDEO_INFO_N_PLANES(&info), info.offset, info.stride);
+  GstVideoFrame picture;
+  EXPECT_TRUE(gst_video_frame_map(&picture, &info, buffer, GST_MAP_WRITE));
+  visitSamples(picture, frame, [&](uint8_t& sample, int32_t plane, int32_t place) {
+    sample = frame.planeData(plane)[place];
+  });
+  gst_video_frame_unmap(&picture);
   return buffer;
 }
 
@@ -158,21 +190,6 @@ inline std::vector<uint8_t> bytesOf(GstBuffer* buffer) {
   std::vector<uint8_t> bytes(gst_buffer_get_size(buffer));
   gst_buffer_extract(buffer, 0, bytes.data(), bytes.size());
   return bytes;
-}
-
-/// The picture of a mapped frame, sample by sample.
-inline I420Frame copyOf(const GstVideoFrame& picture) {
-  auto frame =
-      I420Frame::allocate(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture));
-  for (int32_t plane = 0; plane < host::planeCount; ++plane) {
-    const auto* samples = static_cast<const uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&picture, plane));
-    for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
-      for (int32_t x = 0; x < frame->planeWidth(plane); ++x)
-        frame->writablePlane(plane)[y * frame->planeStride(plane) + x] =
-            samples[y * GST_VIDEO_FRAME_COMP_STRIDE(&picture, plane) +
-                    x * GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, plane)];
-  }
-  return std::move(*frame);
 }
 
 template <typename T>

@@ -12,9 +12,9 @@ import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
 
-FOLDERS = ("engine", "image", "impl_x86", "modules", "host", "gstreamer")
+FOLDERS = ("engine", "image", "impl_x86", "modules", "host", "plugins")
 # What a folder's headers need beside the standard library.
-PACKAGES = {"host/app/ffmpeg": "libavformat libavcodec libswscale", "gstreamer": "gstreamer-video-1.0"}
+PACKAGES = {"host/app/ffmpeg": "libavformat libavcodec libswscale", "plugins/gstreamer": "gstreamer-video-1.0"}
 # The vector types of one instruction set, for files that are compiled for it.
 FLAGS = {"impl_x86/avx_vectors.h": ["-mavx", "-mfma"], "image/block_access.h": ["-mssse3"]}
 

@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <vector>
 
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
+#include "host/core/outlines.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/print_face_rect.h"
+#include "tests/support/traced_random.h"
 
 namespace tavro::host {
 namespace {
@@ -112,6 +116,64 @@ TEST(FaceRects, GrowKeepsWhatIsThere) {
   faces.clear();
   EXPECT_TRUE(faces.empty());
   EXPECT_EQ(sequence->capacity, capacity);
+}
+
+/// How deep a luma sample lies in the rectangle, whose corners stand on even samples except for the
+/// picture's own border; negative outside.
+int64_t depthOf(int64_t x, int64_t y, const FaceRect& face, int32_t width, int32_t height) {
+  const auto even = [](int64_t corner) { return corner - (corner % 2 + 2) % 2; };
+  const int64_t right = face.right == width ? width : even(int64_t{face.right} + 1);
+  const int64_t bottom = face.bottom == height ? height : even(int64_t{face.bottom} + 1);
+  return std::min({x - even(face.left), y - even(face.top), right - 1 - x, bottom - 1 - y});
+}
+
+TEST(Outlines, ChangeTheLinesInsideOfTheRectangleAndNothingElse) {
+  test::TracedRandom random;
+  const uint8_t color[] = {173, 42, 26};
+  constexpr int32_t largest = std::numeric_limits<int32_t>::max();
+  constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
+  for (int round = 0; round < 120; ++round) {
+    const int32_t width = random.between(1, 90);
+    const int32_t height = round < 110 ? random.between(1, 90) : 960;
+    const int32_t line = std::min(width, height) < 640 ? 2 : 4;
+    const bool isInterleaved = round % 2 == 0;
+    // Some rectangles lie within the picture, some reach beyond it, some are inside out.
+    FaceRect face = {random.between(-9, width), random.between(-9, height),
+                     random.between(0, width + 9), random.between(0, height + 9)};
+    if (round % 12 == 0)
+      face = {smallest, smallest, largest, largest};
+    if (round % 12 == 1)
+      face = {largest, 0, smallest, height};
+    SCOPED_TRACE(testing::Message() << width << "x" << height << testing::PrintToString(face));
+    const int32_t stride = width + 1 + random.between(0, 9);  // of all planes, also of UV
+    const size_t lumaSize = static_cast<size_t>(stride) * static_cast<size_t>(height);
+    std::vector<uint8_t> bytes(3 * lumaSize);
+    std::ranges::generate(bytes, [&] { return random.byte(); });
+    const std::vector<uint8_t> before = bytes;
+    uint8_t* chroma = bytes.data() + lumaSize;
+    const Component picture[] = {
+        {bytes.data(), stride},
+        {chroma, stride, isInterleaved ? 2 : 1},
+        {isInterleaved ? chroma + 1 : chroma + lumaSize, stride, isInterleaved ? 2 : 1}};
+    drawOutlines(picture, width, height, {&face, 1});
+    int32_t wrong = 0;
+    for (int32_t plane = 0; plane < planeCount; ++plane)
+      for (int32_t y = 0; y < planeExtent(plane, height); ++y)
+        for (int32_t x = 0; x < planeExtent(plane, width); ++x) {
+          const int32_t scale = plane == 0 ? 1 : 2;
+          const int64_t depth = depthOf(x * scale, y * scale, face, width, height);
+          uint8_t& sample = picture[plane].samples[y * stride + x * picture[plane].step];
+          const uint8_t old = before[static_cast<size_t>(&sample - bytes.data())];
+          // At a border in an odd place the line may be thicker by the half chroma sample.
+          const bool mustBeLine = depth >= 0 && depth < line;
+          const bool mayBeLine = depth >= 0 && depth <= line;
+          const bool isLine = sample == color[plane];
+          wrong += mustBeLine ? !isLine : !(sample == old || (mayBeLine && isLine));
+          sample = old;
+        }
+    EXPECT_EQ(wrong, 0);
+    ASSERT_EQ(bytes, before) << "samples around the picture";
+  }
 }
 
 }  // namespace

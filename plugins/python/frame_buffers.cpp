@@ -1,4 +1,4 @@
-#include "bindings/python/frame_buffers.h"
+#include "plugins/python/frame_buffers.h"
 
 #include <cstdint>
 #include <limits>

@@ -1,4 +1,12 @@
-#include "gstreamer/face_detect_element.h"
+// tavrofacedetect, a GStreamer element that finds the faces in the pictures that pass.
+//
+// The element is a base transform that works in place. A picture goes to a FaceSearch
+// (face_search.h), which reads it where it lies, has an instance of the shared module
+// (shared_module.h) search it and numbers the faces. The result goes onto the buffer, onto the bus
+// and on demand into the picture (faces.h). What users set and read, which with its texts is the
+// element's manual, is element_properties.h.
+//
+// Memory running out ends the process, as everywhere in GLib.
 
 #include <gst/base/gstbasetransform.h>
 #include <gst/video/video.h>
@@ -7,10 +15,10 @@
 #include <limits>
 #include <memory>
 
-#include "gstreamer/element_properties.h"
-#include "gstreamer/face_message.h"
-#include "gstreamer/face_search.h"
-#include "gstreamer/late_frames.h"
+#include "plugins/gstreamer/element_properties.h"
+#include "plugins/gstreamer/face_search.h"
+#include "plugins/gstreamer/faces.h"
+#include "plugins/gstreamer/late_frames.h"
 
 namespace tavro::gstreamer {
 
@@ -316,13 +324,22 @@ void initClass(gpointer itsClass, gpointer /*data*/) {
   transformClass->transform_ip = transformInPlace;
 }
 
-}  // namespace
-
-GType faceDetectElementType() {
+GType elementType() {
   static const GType type = g_type_register_static_simple(
       GST_TYPE_BASE_TRANSFORM, "TavroFaceDetect", sizeof(ElementClass), initClass, sizeof(Element),
       initObject, static_cast<GTypeFlags>(0));
   return type;
 }
 
+gboolean registerElements(GstPlugin* plugin) {
+  return gst_element_register(plugin, "tavrofacedetect", GST_RANK_NONE, elementType());
+}
+
+}  // namespace
 }  // namespace tavro::gstreamer
+
+#define PACKAGE "tavro-fd"  // read by GST_PLUGIN_DEFINE
+
+GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, tavrofacedetect,
+                  "Finds the faces in live video", tavro::gstreamer::registerElements,
+                  TAVRO_VERSION, "Apache 2.0", PACKAGE, "Unknown package origin")

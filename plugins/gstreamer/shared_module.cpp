@@ -1,4 +1,4 @@
-#include "gstreamer/shared_module.h"
+#include "plugins/gstreamer/shared_module.h"
 
 #include <filesystem>
 #include <map>

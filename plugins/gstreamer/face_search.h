@@ -3,6 +3,10 @@
 // FaceSearch: one instance of the detector module, and what it says about the pictures of a stream.
 // A mapped picture goes through the FrameReader into the instance; the rectangles that come back
 // are numbered and clipped to the picture.
+//
+// FrameReader: the pictures of a pipeline as the module reads frames. Three planes are lent as they
+// lie in the buffer, with its strides and offsets; everything else goes through a scratch frame, so
+// that the buffer itself is only read.
 
 #include <gst/video/video.h>
 
@@ -13,17 +17,30 @@
 #include <string>
 #include <vector>
 
-#include "gstreamer/face_message.h"
-#include "gstreamer/frame_reader.h"
-#include "gstreamer/shared_module.h"
 #include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
+#include "host/core/i420_frame.h"
+#include "plugins/gstreamer/faces.h"
+#include "plugins/gstreamer/shared_module.h"
 
 namespace TavroRTC::FDModule {
 class FDWrapper;
 }
 
 namespace tavro::gstreamer {
+
+class FrameReader {
+ public:
+  /// A frame over a mapped picture, I420 or NV12; good until the picture is unmapped or the next
+  /// call. Null for another format, for strides shorter than a row, and without memory.
+  const host::I420Frame* read(const GstVideoFrame& picture);
+
+ private:
+  host::I420Frame* scratchFor(const GstVideoFrame& picture);
+
+  std::optional<host::I420Frame> lent_;
+  std::optional<host::I420Frame> scratch_;
+};
 
 class FaceSearch {
  public:

@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "bindings/python/frame_buffers.h"
 #include "host/core/face_rects.h"
 #include "host/core/frame_image.h"
 #include "host/core/i420_frame.h"
 #include "host/core/module_host.h"
 #include "image/image_dispatch.h"
 #include "modules/face_detection/fd_wrapper.h"
+#include "plugins/python/frame_buffers.h"
 
 namespace py = pybind11;
 

@@ -1,4 +1,4 @@
-#include "gstreamer/face_message.h"
+#include "plugins/gstreamer/faces.h"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "gstreamer/element_properties.h"
+#include "plugins/gstreamer/element_properties.h"
 
 namespace tavro::gstreamer {
 

@@ -1,4 +1,4 @@
-#include "gstreamer/late_frames.h"
+#include "plugins/gstreamer/late_frames.h"
 
 namespace tavro::gstreamer {
 
