@@ -14,7 +14,8 @@ from concurrent.futures import ThreadPoolExecutor
 
 FOLDERS = ("engine", "image", "impl_x86", "modules", "host", "plugins")
 # What a folder's headers need beside the standard library.
-PACKAGES = {"host/app/ffmpeg": "libavformat libavcodec libswscale", "plugins/gstreamer": "gstreamer-video-1.0"}
+PACKAGES = {"host/app/ffmpeg": "libavformat libavcodec libswscale", "plugins/gstreamer": "gstreamer-video-1.0",
+            "plugins/python": "python3"}
 # The vector types of one instruction set, for files that are compiled for it.
 FLAGS = {"impl_x86/avx_vectors.h": ["-mavx", "-mfma"], "image/block_access.h": ["-mssse3"]}
 
@@ -35,7 +36,7 @@ def compileAlone(compiler, root, header):
     if flags is None or "/windows/" in header:
         return None
     command = [compiler, "-std=c++20", "-fsyntax-only", "-x", "c++", "-Wall", "-Wextra",
-               "-Wno-unused-function", "-I", str(root), *flags,
+               "-Wno-unused-function", "-fvisibility=hidden", "-I", str(root), *flags,
                *FLAGS.get(header, []), "-include", header, "/dev/null"]
     return subprocess.run(command, cwd=root, capture_output=True, text=True, check=False).stderr
 
