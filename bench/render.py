@@ -10,7 +10,11 @@ With a document, its text between the two lines that hold these markers is repla
 import json
 import pathlib
 import sys
-from xml.sax.saxutils import escape
+
+import matplotlib
+
+matplotlib.use("Agg")
+from matplotlib import pyplot  # noqa: E402  the backend must be chosen first
 
 GROUPS = {
     "layer": "Layers, in the order of execution",
@@ -158,69 +162,51 @@ def check_table(results):
     return markdown(lines)
 
 
-class Plot:
-    """Horizontal bars in an SVG, from top to bottom."""
-
-    WIDTH, LABEL, LINE, FONT = 1000, 330, 16, 11
-
-    def __init__(self):
-        self.items = []
-        self.y = 10
-
-    def text(self, x, content, anchor="start", weight="normal"):
-        self.items.append(
-            f'<text x="{x:.0f}" y="{self.y + self.FONT}" text-anchor="{anchor}" '
-            f'font-weight="{weight}">{escape(content)}</text>'
-        )
-
-    def title(self, content):
-        self.y += self.LINE // 2
-        self.text(10, content, weight="bold")
-        self.y += self.LINE + 4
-
-    def bar(self, label, value, largest, color, note, inner=None):
-        room = self.WIDTH - self.LABEL - 250
-        width = room * value / largest
-        self.text(self.LABEL - 8, label, anchor="end")
-        parts = [(width, color)] + ([(room * inner / largest, "#1b4f72")] if inner else [])
-        for length, fill in parts:
-            self.items.append(
-                f'<rect x="{self.LABEL}" y="{self.y}" width="{max(length, 1):.1f}" '
-                f'height="{self.LINE - 4}" fill="{fill}"/>'
-            )
-        self.text(self.LABEL + width + 6, note)
-        self.y += self.LINE
-
-    def svg(self):
-        return (
-            f'<svg xmlns="http://www.w3.org/2000/svg" width="{self.WIDTH}" height="{self.y + 10}" '
-            f'font-family="sans-serif" font-size="{self.FONT}">'
-            f'<rect width="100%" height="100%" fill="white"/>{"".join(self.items)}</svg>\n'
-        )
+def draw_bars(panel, title, bars):
+    """Horizontal bars from top to bottom: (label, length, color, note) each; None leaves a gap."""
+    for place, bar in enumerate(bars):
+        if bar is not None:
+            label, length, color, note = bar
+            panel.barh(place, length, color=color)
+            panel.annotate(" " + note, (length, place), va="center")
+    labels = {place: bar[0] for place, bar in enumerate(bars) if bar is not None}
+    panel.set_yticks(list(labels), list(labels.values()))
+    panel.set_ylim(len(bars), -1)
+    panel.set_xlim(0, 1.5)
+    panel.set_xticks([])
+    panel.spines[:].set_visible(False)
+    panel.set_title(title, loc="left", weight="bold")
 
 
-def draw(results):
-    plot = Plot()
-    plot.title("Time beside peers that do the same work (shorter is better)")
+def draw(results, path):
+    """Rows beside their peers, as shares of the slowest, and layers, as shares of the longest."""
+    beside = []
     for row in results["rows"]:
         if row["group"] not in ("network", "image", "frame") or not row["peers"]:
             continue
         times = [(row["name"], row["time"]["median"], "#2e86c1")]
         times += [(peer["name"], peer["time"]["median"], "#bbbbbb") for peer in row["peers"]]
-        largest = max(time for _, time, _ in times)
-        for name, time, color in times:
-            plot.bar(name, time, largest, color, time_text(time))
-        plot.y += 4
-    layers = [row for row in results["rows"] if row["group"] == "layer"]
-    largest = max(row["time"]["median"] for row in layers)
-    plot.title("Layers: time, and in dark what the core needs at least")
-    for row in layers:
-        share = row.get("shareOfBound", 0)
+        slowest = max(time for _, time, _ in times)
+        beside += [(name, time / slowest, color, time_text(time)) for name, time, color in times]
+        beside.append(None)
+    rows = [row for row in results["rows"] if row["group"] == "layer"]
+    longest = max(row["time"]["median"] for row in rows)
+    layers = []
+    for row in rows:
         time = row["time"]["median"]
-        label = f"{row['name']}, {row.get('detail', '')}"
-        note = f"{time_text(time)}, {percent(share)} of the bound by {row.get('bound', '')}"
-        plot.bar(label, time, largest, "#85c1e9", note, inner=time * share)
-    return plot.svg()
+        share = percent(row.get("shareOfBound", 0))
+        note = f"{time_text(time)}, {share} of the bound by {row.get('bound', '')}"
+        layers.append((f"{row['name']}, {row.get('detail', '')}", time / longest, "#85c1e9", note))
+
+    pyplot.rcParams["font.size"] = 8
+    figure, panels = pyplot.subplots(
+        2, 1, figsize=(10, 0.17 * (len(beside) + len(layers))), layout="constrained",
+        height_ratios=[len(beside), len(layers)])
+    draw_bars(panels[0], "Time beside peers that do the same work (shorter is better)", beside)
+    draw_bars(panels[1], "Layers: time, and in dark what the core needs at least", layers)
+    bounds = [bar[1] * row.get("shareOfBound", 0) for bar, row in zip(layers, rows)]
+    panels[1].barh(range(len(rows)), bounds, color="#1b4f72")
+    figure.savefig(path)
 
 
 def publish(text, document):
@@ -242,7 +228,7 @@ def main():
     print(text)
     if len(sys.argv) == 4:
         publish(text, pathlib.Path(sys.argv[3]))
-    pathlib.Path(sys.argv[2]).write_text(draw(results))
+    draw(results, sys.argv[2])
 
 
 if __name__ == "__main__":

@@ -1,10 +1,10 @@
 #pragma once
 
-// Programs that solve the same problems in another way, behind three interfaces: they run the
-// exported network, bring a frame to the network's size and colours, or do both. A peer that wasn't
-// there when the benches were built isn't made, and the report says so.
+// Programs that solve the same problems in another way: they run the exported network, bring a
+// frame to the network's size and colours, do both, or do one operation of the image code.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <span>
@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "bench/sampler.h"
+#include "bench/scenes.h"
 #include "host/core/i420_frame.h"
+#include "image/image_desc.h"
 
 namespace tavro::bench {
 
@@ -55,11 +57,11 @@ struct PeerSetup {
   std::string model;          ///< the network as an ONNX file
   std::string peersFolder;    ///< where onnxruntime.mjs and node_modules are
   std::string scratchFolder;  ///< for the files that go to and from a child process
-  std::string identityModel;  ///< a network that does nothing; empty if there is none
+  std::string identityModel;  ///< a network that does nothing
 };
 
-/// ONNX Runtime in a child process, one thread. All throw std::runtime_error if the peer fails, and
-/// give null if it isn't there.
+/// ONNX Runtime in a child process, one thread; null if it isn't installed. All peers throw
+/// std::runtime_error if they fail.
 std::unique_ptr<NetworkPeer> makeOnnxRuntime(const PeerSetup& setup);
 /// The same with the network that does nothing: what a call costs without any work.
 std::unique_ptr<NetworkPeer> makeOnnxRuntimeIdentity(const PeerSetup& setup);
@@ -72,5 +74,16 @@ std::unique_ptr<ImagePeer> makeOpenCvImageColorsFirst(const host::I420Frame& fra
 std::unique_ptr<FramePeer> makeOpenCvFrame(const PeerSetup& setup, const host::I420Frame& frame);
 
 std::unique_ptr<ImagePeer> makeSwscale(const host::I420Frame& frame);
+
+/// One operation on buffers of its own, of one picture size, done once a call. Empty where the
+/// library has nothing like it.
+using PictureTask = std::function<void()>;
+
+PictureTask openCvConversion(TavroRTC::FDModule::ColorOp op, FrameSize size);
+PictureTask swscaleConversion(TavroRTC::FDModule::ColorOp op, FrameSize size);
+
+/// Bilinear, of packed pixels.
+PictureTask openCvScale(int32_t bytesPerPixel, FrameSize from, FrameSize to);
+PictureTask swscaleScale(int32_t bytesPerPixel, FrameSize from, FrameSize to);
 
 }  // namespace tavro::bench

@@ -6,6 +6,8 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -13,12 +15,26 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "bench/report_data.h"
+#include "bench/fma_peak.h"
+#include "bench/report.h"
 #include "engine/cpu_info.h"
+
+namespace tavro::bench {
+
+double Report::gigahertz() const {
+  return peakGflops / fmaOperationsPerCycle;
+}
+
+double Report::shareOfPeak(double operations, const Timing& timing) const {
+  return peakGflops > 0 && timing.median > 0 ? operations / timing.median / peakGflops : 0;
+}
+
+int ReportOptions::rounds(int usual) const {
+  return std::max(3, static_cast<int>(std::lround(usual * effort)));
+}
 
 namespace {
 
-using namespace tavro::bench;
 using nlohmann::json;
 
 #ifdef __clang__
@@ -88,11 +104,13 @@ json toJson(const Report& report) {
 
 ReportOptions parse(int argc, char** argv) {
   ReportOptions options;
-  const std::map<std::string, std::string*> texts = {
-      {"--model", &options.model},       {"--identity", &options.identityModel},
-      {"--peers", &options.peersFolder}, {"--scratch", &options.scratchFolder},
-      {"--module", &options.module},     {"--probe", &options.probe},
-      {"--output", &options.output}};
+  const std::map<std::string, std::string*> texts = {{"--model", &options.peers.model},
+                                                     {"--identity", &options.peers.identityModel},
+                                                     {"--peers", &options.peers.peersFolder},
+                                                     {"--scratch", &options.peers.scratchFolder},
+                                                     {"--module", &options.module},
+                                                     {"--probe", &options.probe},
+                                                     {"--output", &options.output}};
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string name = argv[i];
     if (const auto text = texts.find(name); text != texts.end())
@@ -103,7 +121,7 @@ ReportOptions parse(int argc, char** argv) {
       throw std::runtime_error("unknown option " + name);
   }
   if (argc % 2 == 0 || options.output.empty() || !(options.effort > 0))
-    throw std::runtime_error("see the top of report_main.cpp for its options");
+    throw std::runtime_error("see the top of report.cpp for its options");
   options.cores = usableCores();
   if (options.cores.empty())
     throw std::runtime_error("the system doesn't tell which cores may be used");
@@ -150,8 +168,10 @@ int run(const ReportOptions& options) {
 }
 
 }  // namespace
+}  // namespace tavro::bench
 
 int main(int argc, char** argv) {
+  using namespace tavro::bench;
   try {
     return run(parse(argc, argv));
   } catch (const std::exception& error) {

@@ -1,11 +1,12 @@
 #pragma once
 
-// What the report is made of. Sections append to it, report_main.cpp writes it as JSON, and
+// What the report is made of. Sections append to it, report.cpp writes it as JSON, and
 // render.py makes the table and the plot of it.
 
 #include <string>
 #include <vector>
 
+#include "bench/peers/peers.h"
 #include "bench/sampler.h"
 
 namespace tavro::bench {
@@ -74,10 +75,7 @@ struct Report {
 
 /// Where things are, and how long to measure.
 struct ReportOptions {
-  std::string model;          ///< the network as an ONNX file; empty: no peer runs it
-  std::string identityModel;  ///< a network that does nothing
-  std::string peersFolder;
-  std::string scratchFolder;
+  PeerSetup peers;
   std::string module;  ///< the detector as a file to load
   std::string probe;   ///< start_probe
   std::string output;  ///< the JSON file to write

@@ -72,9 +72,8 @@ std::unique_ptr<NetworkPeer> makeOnnxRuntime(const PeerSetup& setup) {
 }
 
 std::unique_ptr<NetworkPeer> makeOnnxRuntimeIdentity(const PeerSetup& setup) {
-  if (!isThere(setup) || setup.identityModel.empty())
-    return nullptr;
-  return std::make_unique<OnnxRuntime>(setup, setup.identityModel, " without work");
+  return isThere(setup) ? std::make_unique<OnnxRuntime>(setup, setup.identityModel, " without work")
+                        : nullptr;
 }
 
 }  // namespace tavro::bench

@@ -10,8 +10,7 @@
 
 #include "bench/fma_peak.h"
 #include "bench/network.h"
-#include "bench/peers/peers.h"
-#include "bench/report_data.h"
+#include "bench/report.h"
 #include "bench/scenes.h"
 
 namespace tavro::bench {
@@ -88,17 +87,12 @@ class NetworkSection {
         picture_(samplePicture(0)),
         wide_(picture_, Path::wide),
         narrow_(picture_, Path::narrow) {
-    const PeerSetup setup{.model = options.model,
-                          .peersFolder = options.peersFolder,
-                          .scratchFolder = options.scratchFolder,
-                          .identityModel = options.identityModel};
-    if (options.model.empty()) {
-      report.notes.emplace_back("There is no exported network: no peer runs it.");
-      return;
-    }
-    addPeer(makeOnnxRuntime(setup), "ONNX Runtime");
-    addPeer(makeOpenCvNetwork(setup), "OpenCV's dnn");
-    idle_ = makeOnnxRuntimeIdentity(setup);
+    if (auto onnxRuntime = makeOnnxRuntime(options.peers))
+      peers_.push_back(std::move(onnxRuntime));
+    else
+      report.notes.emplace_back("ONNX Runtime isn't installed and left out.");
+    peers_.push_back(makeOpenCvNetwork(options.peers));
+    idle_ = makeOnnxRuntimeIdentity(options.peers);
   }
 
   void measure() {
@@ -113,13 +107,6 @@ class NetworkSection {
   }
 
  private:
-  void addPeer(std::unique_ptr<NetworkPeer> peer, const char* name) {
-    if (peer != nullptr)
-      peers_.push_back(std::move(peer));
-    else
-      report_.notes.emplace_back(std::string(name) + " isn't installed and left out.");
-  }
-
   NetworkOutputs ownOutputs(Network& network, uint32_t seed) {
     std::ranges::copy(samplePicture(seed), picture_.begin());
     network.run();
