@@ -31,11 +31,11 @@ def assign(boxes, kinds, priors):
     index of its face among the m.
     """
     at = corners(priors)
-    inUse = (kinds != NOTHING).any(0).nonzero()
-    used = int(inUse[-1]) + 1 if len(inUse) else 1
+    in_use = (kinds != NOTHING).any(0).nonzero()
+    used = int(in_use[-1]) + 1 if len(in_use) else 1
     boxes, kinds = boxes[:, :used], kinds[:, :used]
-    inter, priorArea, area = overlaps(at, boxes)
-    overlap = inter.div_(priorArea[:, None] + area[:, None, :] - inter)
+    inter, prior_area, area = overlaps(at, boxes)
+    overlap = inter.div_(prior_area[:, None] + area[:, None, :] - inter)
     overlap.mul_((kinds == FACE)[:, None, :])
     best, index = overlap.max(2)
 
@@ -51,9 +51,9 @@ def assign(boxes, kinds, priors):
         forced[picture, prior] = True
     positive = forced | (best >= POSITIVE_OVERLAP)
 
-    inter, priorArea, area = overlaps(at, widened(boxes, SMALLEST_DOUBT))
+    inter, prior_area, area = overlaps(at, widened(boxes, SMALLEST_DOUBT))
     inter.mul_((kinds == DOUBTFUL)[:, None, :])
-    doubt = inter.amax(2) > 0.5 * priorArea
-    doubt |= (inter.div_(priorArea[:, None] + area[:, None, :] - inter)).amax(2) > NEGATIVE_OVERLAP
+    doubt = inter.amax(2) > 0.5 * prior_area
+    doubt |= (inter.div_(prior_area[:, None] + area[:, None, :] - inter)).amax(2) > NEGATIVE_OVERLAP
     negative = ~positive & ~doubt & (best < NEGATIVE_OVERLAP)
     return positive, negative, index

@@ -20,7 +20,7 @@ from training.network import FaceNetwork
 
 def mean(paths):
     """The blocks' mean, tensor by tensor, rounded to floats once."""
-    shapes = FaceNetwork().blockShapes()
+    shapes = FaceNetwork().block_shapes()
     blocks = [weight_block.read(path, shapes) for path in paths]
     return {name: numpy.mean([block[name] for block in blocks], 0, numpy.float64)
             .astype(numpy.float32) for name in shapes}

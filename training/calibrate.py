@@ -39,13 +39,13 @@ def shifted(tensors, shift):
     return result
 
 
-def bestPoint(path, folder):
+def best_point(path, folder):
     """Where the detector with these weights has its best F1 on the folder's pictures."""
     detector = detector_library.Detector(detector_library.Library(detector_library.build(path)))
-    scenes = (conditions.fromPicture(picture, faces.readImage(picture))
+    scenes = (conditions.from_picture(picture, faces.read_image(picture))
               for picture in faces.load(folder))
     parts = [evaluate.examine(detector, scene)[0] for scene in scenes]
-    best = metrics.bestPoint(metrics.counted(metrics.joined(parts),
+    best = metrics.best_point(metrics.counted(metrics.joined(parts),
                                              *metrics.SIZE_CLASSES[FACES]))
     if not best.f1 > 0:
         raise ValueError(f"{folder}: no face of {FACES} pixels is found: nothing to go by")
@@ -64,11 +64,11 @@ def main(arguments=None):
     try:
         shift = options.shift
         if options.data:
-            best = bestPoint(options.weights, options.data)
+            best = best_point(options.weights, options.data)
             print(f"best F1 {best.f1:.3f} (precision {best.precision:.3f}, "
                   f"recall {best.recall:.3f}) at {best.threshold:.3f}")
             shift = logit(THRESHOLD) - logit(best.threshold)
-        tensors = weight_block.read(options.weights, FaceNetwork().blockShapes())
+        tensors = weight_block.read(options.weights, FaceNetwork().block_shapes())
         weight_block.write(pathlib.Path(options.output), shifted(tensors, shift))
     except (OSError, ValueError, detector_library.NotBuilt) as error:
         print(f"training.calibrate: {error}", file=sys.stderr)

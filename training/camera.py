@@ -43,7 +43,7 @@ def light(random, scenes):
     bend = random.uniform(-0.6, 0.7, count)
     gain = torch.exp(random.normal(count) * 0.18)
     dark = random.chance(DARK_SHARE, count)
-    gain = torch.where(dark, gain * random.logUniform(0.2, 0.7, count), gain)
+    gain = torch.where(dark, gain * random.log_uniform(0.2, 0.7, count), gain)
     x = scenes.mul_(1 / 255)
     x = x.add_(x * (1 - x) * bend[:, None, None, None])
     saturation = torch.where(random.chance(0.06, count), torch.zeros_like(gain),
@@ -73,7 +73,7 @@ def blur(random, scenes):
     angle = random.uniform(0, math.pi, count)[:, None, None]
     along = at * angle.cos() + at[:, None] * angle.sin()
     across = at[:, None] * angle.cos() - at * angle.sin()
-    wide = random.logUniform(0.4, 1.8, count)[:, None, None]
+    wide = random.log_uniform(0.4, 1.8, count)[:, None, None]
     narrow = wide * random.uniform(0.3, 1, count)[:, None, None]
     kernel = torch.exp(-(along / wide) ** 2 / 2 - (across / narrow) ** 2 / 2)
     kernel = (kernel / kernel.sum((1, 2), keepdim=True)).repeat_interleave(3, 0)[:, None]
@@ -99,13 +99,13 @@ def noise(random, scenes):
     rows = random.chance(NOISE_SHARE, len(scenes)).nonzero()[:, 0]
     if len(rows):
         count = len(rows)
-        sigma = random.logUniform(0.8, 12, count)[:, None, None, None]
+        sigma = random.log_uniform(0.8, 12, count)[:, None, None, None]
         grain = random.normal(count, *scenes.shape[1:])
         scenes[rows] += grain * sigma
     return scenes
 
 
-def toPlanes(scenes):
+def to_planes(scenes):
     """n x 3 x s x s R, G, B -> float planes n x s x s and twice n x s/2 x s/2."""
     count, _, height, width = scenes.shape
     matrix, offset = TO_YUV.to(scenes.device), YUV_OFFSET.to(scenes.device)
@@ -143,4 +143,4 @@ def code(random, planes):
 def shoot(random, scenes):
     """Scenes -> planes of whole numbers from 0 to 255."""
     scenes = noise(random, coarsen(random, blur(random, light(random, scenes)))).clamp_(0, 255)
-    return tuple(plane.round_().clamp_(0, 255) for plane in code(random, toPlanes(scenes)))
+    return tuple(plane.round_().clamp_(0, 255) for plane in code(random, to_planes(scenes)))

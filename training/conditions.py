@@ -26,13 +26,13 @@ def random(index):
     return numpy.random.default_rng((SEED, index))
 
 
-def fromPicture(picture, image):
+def from_picture(picture, image):
     corners = picture.boxes.copy()
     corners[:, 2:] += corners[:, :2]
     return Scene(image, corners, picture.doubtful)
 
 
-def windowStart(centres, length, window):
+def window_start(centres, length, window):
     """Where along an axis a window begins that holds most of the centres, the middle if all do."""
     middle = (length - window) / 2
     # A best window can be moved until a centre touches one of its ends.
@@ -52,13 +52,20 @@ def cropped(scene, aspect):
     w, h = max(w, 1), max(h, 1)
     sure = scene.boxes[~scene.doubtful]
     centres = (sure[:, :2] + sure[:, 2:]) / 2
-    x, y = int(windowStart(centres[:, 0], width, w)), int(windowStart(centres[:, 1], height, h))
+    x, y = int(window_start(centres[:, 0], width, w)), int(window_start(centres[:, 1], height, h))
     cut = (scene.boxes - [x, y, x, y]).clip(0, [w, h, w, h])
     area = (scene.boxes[:, 2:] - scene.boxes[:, :2]).prod(1)
     left = (cut[:, 2:] - cut[:, :2]).prod(1) / numpy.maximum(area, 1e-9)
     seen = left > 0
     return Scene(scene.image[y:y + h, x:x + w], cut[seen].astype(numpy.float32),
                  (scene.doubtful | (left < CUT))[seen])
+
+
+def padded(image):
+    """The picture at the top left of a black square: its faces keep their shape."""
+    height, width = image.shape[:2]
+    side = max(height, width)
+    return cv2.copyMakeBorder(image, 0, side - height, 0, side - width, cv2.BORDER_CONSTANT)
 
 
 def noisy(image, sigma, noise):

@@ -34,7 +34,7 @@ def blend(upper, lower, fraction):
     return (upper * (256 - fraction) + lower * fraction + 128) >> 8
 
 
-def scaleColumns(plane, width, linear=False):
+def scale_columns(plane, width, linear=False):
     """Each row on its own, weighted in 128ths; the edges see themselves again."""
     last = plane.shape[-1] - 1
     index, fraction = (values.to(plane.device) for values in positions(last + 1, width, linear))
@@ -44,14 +44,14 @@ def scaleColumns(plane, width, linear=False):
     return (left * (127 - fraction) + right * fraction) >> 7
 
 
-def scaleRows(plane, height):
+def scale_rows(plane, height):
     last = plane.shape[-2] - 1
     index, fraction = (values.to(plane.device) for values in positions(last + 1, height))
     upper, lower = plane[..., index.clamp(0, last), :], plane[..., (index + 1).clamp(0, last), :]
     return blend(upper, lower, (fraction >> 8)[:, None])
 
 
-def stretchRows(plane, height):
+def stretch_rows(plane, height):
     """Rows of a plane whose width stays: these positions start at the first row."""
     source = plane.shape[-2]
     limit = (source - 1) * ONE - 1 if source > 1 else 0
@@ -61,21 +61,21 @@ def stretchRows(plane, height):
     return blend(upper, lower, (at >> 8 & 255)[:, None])
 
 
-def scalePlane(plane, height, width):
+def scale_plane(plane, height, width):
     """... x h x w integers from 0 to 255 -> ... x height x width."""
     source = tuple(plane.shape[-2:])
     if source == (height, width):
         return plane
     if source[1] == width:
-        return stretchRows(plane, height)
+        return stretch_rows(plane, height)
     if source == (2 * height, 2 * width):
         return (plane[..., 0::2, 0::2] + plane[..., 0::2, 1::2] + plane[..., 1::2, 0::2] +
                 plane[..., 1::2, 1::2] + 2) >> 2
     if source[0] == height:
-        return scaleColumns(plane, width, linear=True)
+        return scale_columns(plane, width, linear=True)
     if height <= source[0]:
-        return scaleColumns(scaleRows(plane, height), width)
-    return scaleRows(scaleColumns(plane, width), height)
+        return scale_columns(scale_rows(plane, height), width)
+    return scale_rows(scale_columns(plane, width), height)
 
 
 # Offset and the weights of U and V of each colour, in 64ths: standard BT.601, limited range.
@@ -83,17 +83,17 @@ LUMA_GAIN = 18997
 COLOURS = [(-17544, -128, 0), (8696, 25, 52), (-14216, 0, -102)]
 
 
-def toColours(y, u, v):
+def to_colours(y, u, v):
     """Planes n x 192 x 192 and twice n x 96 x 96 -> bytes n x 192 x 192 x 3: B, G, R."""
     luma = y * LUMA_GAIN * 257 >> 16
     u, v = (plane.repeat_interleave(2, -1).repeat_interleave(2, -2) for plane in (u, v))
-    colours = [(bias - (ofU * u + ofV * v) + luma) >> 6 for bias, ofU, ofV in COLOURS]
+    colours = [(bias - (of_u * u + of_v * v) + luma) >> 6 for bias, of_u, of_v in COLOURS]
     return torch.stack(colours, -1).clamp_(0, 255).to(torch.uint8)
 
 
-def detectorInput(y, u, v):
+def detector_input(y, u, v):
     """Planes of n frames, integer tensors n x h x w and two n x ceil(h/2) x ceil(w/2)."""
     y, u, v = (plane.to(torch.int32) for plane in (y, u, v))
     half = SIDE // 2
-    return toColours(scalePlane(y, SIDE, SIDE), scalePlane(u, half, half),
-                     scalePlane(v, half, half))
+    return to_colours(scale_plane(y, SIDE, SIDE), scale_plane(u, half, half),
+                     scale_plane(v, half, half))

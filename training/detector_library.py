@@ -1,7 +1,7 @@
 """The detector's own code, called from Python (native/detector_library.h).
 
     picture --convert--> Frame --Detector.detect--> boxes and scores of the real module
-                           |--prepareInput--> bytes --Detector.runNetwork--> scores and offsets
+                           |--prepare_input--> bytes --Detector.run_network--> scores and offsets
 
 The library is the CMake target `tavro_training`, looked for in the build trees of the repository;
 the environment variable TAVRO_TRAINING_LIBRARY names another one.
@@ -36,8 +36,8 @@ class NotBuilt(Exception):
 
 class _Frame(ctypes.Structure):
     _fields_ = [("y", _bytes), ("u", _bytes), ("v", _bytes), ("width", ctypes.c_int32),
-                ("height", ctypes.c_int32), ("strideY", ctypes.c_int32),
-                ("strideUV", ctypes.c_int32)]
+                ("height", ctypes.c_int32), ("stride_y", ctypes.c_int32),
+                ("stride_uv", ctypes.c_int32)]
 
 
 class Frame:
@@ -124,7 +124,7 @@ class Library:
             f"the conversion of {width}x{height} pixels is")
         return frame
 
-    def prepareInput(self, frame):
+    def prepare_input(self, frame):
         """Frame -> 192 x 192 x 3 bytes B, G, R."""
         picture = numpy.empty((SIDE, SIDE, 3), numpy.uint8)
         described = frame.described()
@@ -166,13 +166,13 @@ class Detector:
             self.handle = library.functions.tavroCreateDetector()
             if not self.handle:
                 raise NotBuilt("this processor can't run the network")
-            self.runNetwork(numpy.zeros((SIDE, SIDE, 3), numpy.uint8))
+            self.run_network(numpy.zeros((SIDE, SIDE, 3), numpy.uint8))
 
     def __del__(self):
         if getattr(self, "handle", None):
             self.library.functions.tavroReleaseDetector(ctypes.c_void_p(self.handle))
 
-    def runNetwork(self, picture):
+    def run_network(self, picture):
         """192 x 192 x 3 bytes -> scores 2088 x 2 (no face, face) and offsets 2088 x 4."""
         picture = numpy.ascontiguousarray(picture, numpy.uint8)
         if picture.shape != (SIDE, SIDE, 3):
@@ -185,15 +185,15 @@ class Detector:
             "the network's run is")
         return scores, offsets
 
-    def detect(self, frame, threshold=THRESHOLD, keepLimit=MOST_REPORTED - 1):
+    def detect(self, frame, threshold=THRESHOLD, keep_limit=MOST_REPORTED - 1):
         """Boxes n x 4, x1 y1 x2 y2 in pixels of the frame, and their scores, best first.
 
-        The box that exceeds `keepLimit` is the last one.
+        The box that exceeds `keep_limit` is the last one.
         """
         described = frame.described()
         count = self.library.functions.tavroDetect(
             ctypes.c_void_p(self.handle), ctypes.byref(described), ctypes.c_float(threshold),
-            ctypes.c_int32(keepLimit), self._boxes.ctypes.data_as(_floats),
+            ctypes.c_int32(keep_limit), self._boxes.ctypes.data_as(_floats),
             ctypes.c_int32(PRIOR_COUNT))
         Library._check(count, "the detection is")
         return self._boxes[:count, :4].copy(), self._boxes[:count, 4].copy()

@@ -8,6 +8,9 @@ The whole road from the frame on is the module's own code (detector_library.py),
 conversion to I420: BT.601, limited range, luma within 2 levels. Each picture is a first frame, so
 nothing is tracked. For the curves all boxes above a score of 0.03 are taken; those above the
 module's threshold of 0.65 are what it finds, and the first six of them what it reports.
+
+A face's size is that in the picture stretched to the network's square, under every condition but
+the other aspects: so all are judged on the same faces.
 """
 
 import argparse
@@ -21,23 +24,30 @@ import sys
 import cv2
 import numpy
 
-from training import (conditions, detector_library, evaluation_report, faces, metrics, peers,
-                      steadiness)
+from training import (conditions, detector_library, evaluation_report, faces, larger, metrics,
+                      peers, steadiness)
 from training.contract import MOST_REPORTED, SIDE, THRESHOLD
+from training.network import FaceNetwork
 
 LOWEST_SCORE = 0.03
 MOST_BOXES = 200
 SMALLEST_STEADY = 16  # smaller faces hardly pass the threshold
+POSES = {"frontal": faces.FRONTAL, "half profile": faces.HALF_PROFILE, "profile": faces.PROFILE}
+SMALLEST_POSED = 8
 
 
-def parseArguments(arguments):
+def parse_arguments(arguments):
     parser = argparse.ArgumentParser("training.evaluate", description=__doc__.splitlines()[0])
     parser.add_argument("--data", required=True, help="folder of pictures and boxes")
     parser.add_argument("--output", help="folder for figures.json and the plots")
     parser.add_argument("--peers", action="store_true", help="measure other detectors, too")
     parser.add_argument("--weights", help="another weight block, built into a library of its own")
     parser.add_argument("--limit", type=int, help="only so many pictures, spread over the set")
+    parser.add_argument("--sides", type=int, nargs="+", default=[],
+                        help="lengths of the longer side to run the network on, aspect kept")
     options = parser.parse_args(arguments)
+    if any(not 32 <= side <= 2048 for side in options.sides):
+        parser.error("--sides: from 32 to 2048")
     if options.limit is not None and options.limit < 1:
         parser.error("--limit: at least 1")
     return options
@@ -56,8 +66,9 @@ def detect(detector, image):
 
 
 def match(scene, boxes, scores):
+    """Boxes are in input pixels of the stretched picture."""
     labels = stretch(scene.boxes, scene.image.shape[1::-1])
-    return metrics.matchPicture(boxes, scores, labels[~scene.doubtful], labels[scene.doubtful])
+    return metrics.match_picture(boxes, scores, labels[~scene.doubtful], labels[scene.doubtful])
 
 
 def examine(detector, scene):
@@ -66,40 +77,58 @@ def examine(detector, scene):
     return match(scene, boxes, scores), boxes
 
 
+def examine_padded(detector, scene):
+    """The Matches of a scene that keeps its aspect."""
+    image = conditions.padded(scene.image)
+    boxes, scores = detect(detector, image)
+    boxes = boxes * (numpy.float32(image.shape[0]) / SIDE)  # pixels of the picture
+    return match(scene, stretch(boxes, scene.image.shape[1::-1]), scores)
+
+
 class Evaluation:
     """Goes through the pictures once and keeps what was matched under each condition."""
 
-    def __init__(self, detector, others):
+    def __init__(self, detector, others, network=None, sides=()):
         self.detector = detector
         self.peers = others
-        self.asIs = []
+        self.network, self.sides = network, sides
+        self.as_is = []
+        self.poses = []
+        self.bare = []  # of each picture, whether it has no face
         self.alarms = []  # of each faceless picture
         self.conditions = collections.defaultdict(list)  # (group, name) -> Matches
         self.nudges = collections.defaultdict(list)  # name -> Sightings, before and after
         self.found = collections.defaultdict(list)  # peer -> Matches
-        self.peerAlarms = collections.defaultdict(list)  # peer -> scores in faceless pictures
+        self.peer_alarms = collections.defaultdict(list)  # peer -> scores in faceless pictures
 
     def add(self, index, picture):
-        scene = conditions.fromPicture(picture, faces.readImage(picture))
+        scene = conditions.from_picture(picture, faces.read_image(picture))
         matches, boxes = examine(self.detector, scene)
-        self.asIs.append(matches)
+        self.as_is.append(matches)
+        self.poses.append(picture.poses[~picture.doubtful])
+        self.bare.append(len(picture.boxes) == 0)
         if len(picture.boxes) == 0:
             self.alarms.append(int((matches.scores > THRESHOLD).sum()))
         for name, aspect in conditions.ASPECTS.items():
             self.conditions["aspect", name].append(
                 examine(self.detector, conditions.cropped(scene, aspect))[0])
+        self.conditions["natural", "aspect kept"].append(examine_padded(self.detector, scene))
+        for side in self.sides:
+            found, scores = larger.detect(self.network, scene.image, side, LOWEST_SCORE)
+            self.conditions["natural", f"aspect kept, {side}"].append(
+                match(scene, stretch(found, scene.image.shape[1::-1]), scores))
         for name, spoil in conditions.SPOILED.items():
             image = spoil(scene.image, conditions.random(index))
             self.conditions["fault", name].append(
                 examine(self.detector, scene._replace(image=image))[0])
-        if (matches.faceSizes >= SMALLEST_STEADY).any():
+        if (matches.face_sizes >= SMALLEST_STEADY).any():
             self.nudge(index, scene, steadiness.sightings(matches, boxes))
         for name, peer in self.peers.items():
-            boxes, scores = peer(self.detector.library.prepareInput(
+            boxes, scores = peer(self.detector.library.prepare_input(
                 self.detector.library.convert(scene.image)))
             self.found[name].append(match(scene, boxes, scores))
             if len(picture.boxes) == 0:
-                self.peerAlarms[name].append(scores)
+                self.peer_alarms[name].append(scores)
 
     def nudge(self, index, scene, before):
         width = scene.image.shape[1]
@@ -113,32 +142,39 @@ class Evaluation:
 
     def figures(self):
         """Everything that is reported, as plain values."""
-        asIs = metrics.joined(self.asIs)
+        as_is = metrics.joined(self.as_is)
         summaries = collections.defaultdict(dict)
         for (group, name), parts in self.conditions.items():
             summaries[group][name] = summary(metrics.joined(parts))
-        reported = metrics.joined([metrics.firstBoxes(part, MOST_REPORTED) for part in self.asIs])
+        reported = metrics.joined([metrics.first_boxes(part, MOST_REPORTED) for part in self.as_is])
         result = {
-            "pictures": len(self.asIs),
-            "sizes": bySize(asIs, THRESHOLD),
-            "facelessPictures": len(self.alarms),
-            "falseAlarmsPerFacelessPicture": mean(self.alarms),
-            "reported": bySize(reported, THRESHOLD)["16 and more"],
-            "pictureAsIs": summary(asIs),
+            "pictures": len(self.as_is),
+            "sizes": by_size(as_is, THRESHOLD),
+            "faceless_pictures": len(self.alarms),
+            "false_alarms_per_faceless_picture": mean(self.alarms),
+            "reported": by_size(reported, THRESHOLD)["16 and more"],
+            "picture_as_is": summary(as_is),
             "aspects": summaries["aspect"],
+            "natural": summaries["natural"],
+            "false_alarms_aspect_kept": mean(
+                [(part.scores > THRESHOLD).sum()
+                 for part, bare in zip(self.conditions["natural", "aspect kept"], self.bare)
+                 if bare]),
+            "poses": by_pose(as_is, numpy.concatenate(self.poses)),
             "faults": summaries["fault"],
-            "smallestSteady": SMALLEST_STEADY,
+            "smallest_steady": SMALLEST_STEADY,
             "steadiness": {name: self.compared(pairs) for name, pairs in self.nudges.items()},
             "peers": {},
         }
         for name, parts in self.found.items():
             matches = metrics.joined(parts)
-            best = metrics.bestPoint(metrics.counted(matches, *metrics.SIZE_CLASSES["16 and more"]))
+            best = metrics.best_point(metrics.counted(matches,
+                                                      *metrics.SIZE_CLASSES["16 and more"]))
             result["peers"][name] = {
                 "threshold": best.threshold,
-                "sizes": bySize(matches, best.threshold),
-                "falseAlarmsPerFacelessPicture": mean(
-                    [(scores > best.threshold).sum() for scores in self.peerAlarms[name]])}
+                "sizes": by_size(matches, best.threshold),
+                "false_alarms_per_faceless_picture": mean(
+                    [(scores > best.threshold).sum() for scores in self.peer_alarms[name]])}
         return result
 
     @staticmethod
@@ -149,7 +185,7 @@ class Evaluation:
 
     def matches(self):
         """Of each detector on the pictures as they are, the module first."""
-        parts = {"this detector": self.asIs, **self.found}
+        parts = {"this detector": self.as_is, **self.found}
         return {name: metrics.joined(part) for name, part in parts.items()}
 
 
@@ -157,15 +193,27 @@ def mean(values):
     return float(numpy.mean(values)) if len(values) else float("nan")
 
 
-def bySize(matches, threshold):
+def by_size(matches, threshold):
     """What is told of each size class, in the order of the report's columns."""
     rows = {}
     for name, sizes in metrics.SIZE_CLASSES.items():
         count = metrics.counted(matches, *sizes)
-        point, best = metrics.pointAt(count, threshold), metrics.bestPoint(count)
-        rows[name] = {"faces": count.faceCount, "ap": metrics.averagePrecision(count),
+        point, best = metrics.point_at(count, threshold), metrics.best_point(count)
+        rows[name] = {"faces": count.face_count, "ap": metrics.average_precision(count),
                       "precision": point.precision, "recall": point.recall, "f1": point.f1,
-                      "bestF1": best.f1, "bestThreshold": best.threshold}
+                      "best_f1": best.f1, "best_threshold": best.threshold}
+    return rows
+
+
+def by_pose(matches, poses):
+    """How many faces of each pose there are, and the share that is found at the threshold."""
+    found = numpy.zeros(len(matches.face_sizes), bool)
+    sure = (matches.faces >= 0) & (matches.scores > THRESHOLD)
+    found[matches.faces[sure]] = True
+    rows = {}
+    for name, pose in POSES.items():
+        wanted = (poses == pose) & (matches.face_sizes >= SMALLEST_POSED)
+        rows[name] = {"faces": int(wanted.sum()), "recall": mean(found[wanted])}
     return rows
 
 
@@ -176,25 +224,25 @@ def summary(matches):
     """
     small, large = (metrics.counted(matches, *metrics.SIZE_CLASSES[name])
                     for name in ("8 and more", "16 and more"))
-    point = metrics.pointAt(large, THRESHOLD)
-    return {"faces8": small.faceCount, "ap8": metrics.averagePrecision(small),
-            "faces16": large.faceCount, "ap16": metrics.averagePrecision(large),
+    point = metrics.point_at(large, THRESHOLD)
+    return {"faces8": small.face_count, "ap8": metrics.average_precision(small),
+            "faces16": large.face_count, "ap16": metrics.average_precision(large),
             "precision": point.precision, "recall": point.recall, "f1": point.f1}
 
 
-def withoutNan(value):
+def without_nan(value):
     """JSON has no NaN: null stands for it."""
     if isinstance(value, dict):
-        return {key: withoutNan(part) for key, part in value.items()}
+        return {key: without_nan(part) for key, part in value.items()}
     return None if isinstance(value, float) and value != value else value
 
 
 def write(folder, figures, evaluation):
     from training import plots  # matplotlib takes a second to come
-    (folder / "figures.json").write_text(json.dumps(withoutNan(figures), indent=2) + "\n")
+    (folder / "figures.json").write_text(json.dumps(without_nan(figures), indent=2) + "\n")
     matches = evaluation.matches()
-    plots.precisionRecall(matches, THRESHOLD, folder / "precision_recall.png")
-    plots.scoreHistogram(matches["this detector"], THRESHOLD, folder / "scores.png")
+    plots.precision_recall(matches, THRESHOLD, folder / "precision_recall.png")
+    plots.score_histogram(matches["this detector"], THRESHOLD, folder / "scores.png")
 
 
 def chosen(pictures, limit):
@@ -212,24 +260,28 @@ def evaluate(options):
     others = peers.load() if options.peers else {}
     library = detector_library.Library(
         detector_library.build(options.weights) if options.weights else None)
-    evaluation = Evaluation(detector_library.Detector(library), others)
+    network = None
+    if options.sides:
+        network = FaceNetwork().eval()
+        network.take(library.weights())
+    evaluation = Evaluation(detector_library.Detector(library), others, network, options.sides)
     for index, picture in enumerate(pictures):
         evaluation.add(index, picture)
         if sys.stderr.isatty():
             print(f"\r{index + 1} of {len(pictures)} pictures ", end="", file=sys.stderr)
     if sys.stderr.isatty():
         print("\r\033[K", end="", file=sys.stderr)
-    figures = {"data": str(options.data), "dataDigest": faces.digest(options.data),
-               "weightsDigest": hashlib.sha256(library.weights()).hexdigest(),
+    figures = {"data": str(options.data), "data_digest": faces.digest(options.data),
+               "weights_digest": hashlib.sha256(library.weights()).hexdigest(),
                "date": datetime.date.today().isoformat(), "threshold": THRESHOLD,
                **evaluation.figures()}
-    print(evaluation_report.asText(figures))
+    print(evaluation_report.as_text(figures))
     if options.output:
         write(pathlib.Path(options.output), figures, evaluation)
 
 
 def main(arguments=None):
-    options = parseArguments(arguments)
+    options = parse_arguments(arguments)
     cv2.setNumThreads(1)  # pictures are too small to share
     try:
         evaluate(options)

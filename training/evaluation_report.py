@@ -23,39 +23,46 @@ def table(title, columns, rows):
     return "\n".join([f"\n{title}\n", lines[0], rule, *lines[1:]])
 
 
-def sizeTable(title, sizes):
+def size_table(title, sizes):
     return table(title, ["face size", "faces", "AP", "precision", "recall", "F1", "best F1", "at"],
                  [[name, *row.values()] for name, row in sizes.items()])
 
 
-def asText(figures):
+def as_text(figures):
     """All tables as text."""
-    def conditionTable(title, summaries):
+    def condition_table(title, summaries):
         return table(title,
                      ["", "faces >= 8", "AP", "faces >= 16", "AP", "precision", "recall", "F1"],
                      [[name, *row.values()] for name, row in
-                      {"as it is": figures["pictureAsIs"], **summaries}.items()])
+                      {"as it is": figures["picture_as_is"], **summaries}.items()])
 
     parts = [
-        f"{figures['data']}: {figures['pictures']} pictures, {figures['facelessPictures']} of them "
-        f"faceless\nweights {figures['weightsDigest'][:16]}, data {figures['dataDigest'][:16]}",
-        sizeTable(f"By size in pixels of the network's input, at {THRESHOLD}", figures["sizes"]),
+        f"{figures['data']}: {figures['pictures']} pictures, {figures['faceless_pictures']} of "
+        f"them faceless\nweights {figures['weights_digest'][:16]}, data {figures['data_digest'][:16]}",
+        size_table(f"By size in pixels of the network's input, at {THRESHOLD}", figures["sizes"]),
         f"\nFalse alarms at {THRESHOLD}: "
-        f"{shown(figures['falseAlarmsPerFacelessPicture'])} a faceless picture",
+        f"{shown(figures['false_alarms_per_faceless_picture'])} a faceless picture",
         f"With at most {MOST_REPORTED} boxes a picture, as the module reports them: on faces of 16 "
         f"pixels and more precision {shown(figures['reported']['precision'])}, recall "
         f"{shown(figures['reported']['recall'])}",
-        conditionTable(f"By aspect of the frame; precision, recall and F1 at {THRESHOLD} on faces "
+        condition_table(f"By aspect of the frame; precision, recall and F1 at {THRESHOLD} on faces "
                        "of 16 pixels and more", figures["aspects"]),
-        conditionTable("Spoiled pictures, likewise", figures["faults"]),
-        table(f"Steadiness of faces of {figures['smallestSteady']} pixels and more: movement of "
+        condition_table("Pictures that keep their shape, with the longer side scaled to 192 pixels "
+                        "or as many as it says; likewise, sizes as stretched", figures["natural"]),
+        f"\nFalse alarms where the shape is kept: "
+        f"{shown(figures['false_alarms_aspect_kept'])} a faceless picture",
+        table("By pose, where it is known: faces of 8 pixels and more",
+              ["", "faces", f"found at {THRESHOLD}"],
+              [[name, *row.values()] for name, row in figures["poses"].items()]),
+        condition_table("Spoiled pictures, likewise", figures["faults"]),
+        table(f"Steadiness of faces of {figures['smallest_steady']} pixels and more: movement of "
               "the edge that moves most, relative to the face's size",
               ["", "faces", "moved", "99th percentile", "score change", "99th percentile",
                f"flips at {THRESHOLD}"],
               [[name, *row.values()] for name, row in figures["steadiness"].items()])]
     for name, peer in figures["peers"].items():
-        parts += [sizeTable(f"{name}, at its best threshold for faces of 16 pixels and more",
+        parts += [size_table(f"{name}, at its best threshold for faces of 16 pixels and more",
                             peer["sizes"]),
                   "\nFalse alarms there: "
-                  f"{shown(peer['falseAlarmsPerFacelessPicture'])} a faceless picture"]
+                  f"{shown(peer['false_alarms_per_faceless_picture'])} a faceless picture"]
     return "\n".join(parts)

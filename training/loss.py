@@ -49,16 +49,16 @@ def shares(positive, index, faces, balance):
     return torch.where(positive, share, torch.ones_like(share))
 
 
-def completeOverlap(found, truth):
+def complete_overlap(found, truth):
     """1 - CIoU of boxes n x 4."""
     low, high = torch.maximum(found[:, :2], truth[:, :2]), torch.minimum(found[:, 2:], truth[:, 2:])
     inter = (high - low).clamp(min=0).prod(1)
-    sizeFound, sizeTruth = found[:, 2:] - found[:, :2], truth[:, 2:] - truth[:, :2]
-    overlap = inter / (sizeFound.prod(1) + sizeTruth.prod(1) - inter)
+    size_found, size_truth = found[:, 2:] - found[:, :2], truth[:, 2:] - truth[:, :2]
+    overlap = inter / (size_found.prod(1) + size_truth.prod(1) - inter)
     hull = torch.maximum(found[:, 2:], truth[:, 2:]) - torch.minimum(found[:, :2], truth[:, :2])
     apart = (found[:, :2] + found[:, 2:] - truth[:, :2] - truth[:, 2:]) / 2
-    shape = 4 / math.pi ** 2 * (torch.atan(sizeFound[:, 0] / sizeFound[:, 1]) -
-                                torch.atan(sizeTruth[:, 0] / sizeTruth[:, 1])) ** 2
+    shape = 4 / math.pi ** 2 * (torch.atan(size_found[:, 0] / size_found[:, 1]) -
+                                torch.atan(size_truth[:, 0] / size_truth[:, 1])) ** 2
     with torch.no_grad():
         weight = shape / (1 - overlap + shape + 1e-6)
     return 1 - overlap + (apart ** 2).sum(1) / (hull ** 2).sum(1) + weight * shape
@@ -67,13 +67,13 @@ def completeOverlap(found, truth):
 class Loss:
     """Both losses of a batch, each divided by what its positives count."""
 
-    scoreLosses = {"focal": focal, "hardest": hardest}
-    boxLosses = ("complete", "smooth")
+    score_losses = {"focal": focal, "hardest": hardest}
+    box_losses = ("complete", "smooth")
 
-    def __init__(self, priors, scoreLoss, boxLoss, balance):
+    def __init__(self, priors, score_loss, box_loss, balance):
         self.priors = priors
-        self.scoreLoss = self.scoreLosses[scoreLoss]
-        self.boxLoss = boxLoss
+        self.score_loss = self.score_losses[score_loss]
+        self.box_loss = box_loss
         self.balance = balance
 
     def __call__(self, logits, offsets, boxes, kinds):
@@ -81,14 +81,14 @@ class Loss:
         with torch.no_grad():
             positive, negative, index = assign(boxes, kinds, self.priors)
             share = shares(positive, index, boxes.shape[1], self.balance)
-        score = self.scoreLoss(logits[..., 1] - logits[..., 0], positive, negative, share)
+        score = self.score_loss(logits[..., 1] - logits[..., 0], positive, negative, share)
         count = share[positive].sum().clamp(min=1)
         picture, prior = positive.nonzero(as_tuple=True)
         truth = boxes[picture, index[picture, prior]]
         found, priors = offsets[picture, prior], self.priors[prior]
-        if self.boxLoss == "complete":
+        if self.box_loss == "complete":
             # The exponential of a wild guess must not overflow.
-            box = completeOverlap(decode(found.clamp(-20, 20), priors), truth)
+            box = complete_overlap(decode(found.clamp(-20, 20), priors), truth)
         else:
             box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="none").sum(1)
         return score / count, BOX_WEIGHT * (box * share[positive]).sum() / count

@@ -10,7 +10,7 @@ TRIM_THRESHOLD, TOP_PAD, MMAP_MAX = -1, -2, -4  # parameters of glibc's mallopt
 PADDING = 256 << 20
 
 
-def keepFreedMemory():
+def keep_freed_memory():
     """Takes large blocks from the heap and never shrinks it. Without glibc nothing happens."""
     try:
         mallopt = ctypes.CDLL(None).mallopt

@@ -42,13 +42,13 @@ HEADS = [(64, 3), (96, 2), (128, 2)]  # channels of the map, priors in each of i
 class Unit(nn.Module):
     """A convolution, its batch normalisation if it has one, and its rectifier if it has one.
 
-    `weightName` and `biasName` name the two tensors of the folded convolution in the block.
+    `weight_name` and `bias_name` name the two tensors of the folded convolution in the block.
     """
 
-    def __init__(self, weightName, biasName, inputs, outputs, kernel=1, stride=1, dilation=1,
+    def __init__(self, weight_name, bias_name, inputs, outputs, kernel=1, stride=1, dilation=1,
                  groups=1, rectified=True, normalised=True):
         super().__init__()
-        self.weightName, self.biasName = weightName, biasName
+        self.weight_name, self.bias_name = weight_name, bias_name
         self.convolution = nn.Conv2d(inputs, outputs, kernel, stride, kernel // 2 * dilation,
                                      dilation, groups, bias=not normalised)
         self.normalisation = nn.BatchNorm2d(outputs) if normalised else None
@@ -92,7 +92,7 @@ class Unit(nn.Module):
         self.convolution.bias = nn.Parameter(bias.float())
         self.normalisation = None
 
-    def normaliseLike(self, values):
+    def normalise_like(self, values):
         """Gives the normalisation the statistics of `values`, without changing what it does now."""
         norm = self.normalisation
         mean = values.mean((0, 2, 3))
@@ -179,21 +179,27 @@ class FaceNetwork(nn.Module):
         tensors = {}
         for unit in self.units():
             weight, bias = unit.folded()
-            tensors[unit.weightName] = weight.float().cpu().contiguous().numpy()
-            tensors[unit.biasName] = bias.float().cpu().numpy()
+            tensors[unit.weight_name] = weight.float().cpu().contiguous().numpy()
+            tensors[unit.bias_name] = bias.float().cpu().numpy()
         return tensors
 
-    def blockShapes(self):
+    def block_shapes(self):
         """The extents of the weight block's tensors by name."""
         return {name: values.shape for name, values in self.folded().items()}
 
     def load(self, path):
-        """Takes the weights of a block over. Call restoreNormalisation before training on."""
-        tensors = weight_block.read(path, self.blockShapes())
+        """Takes the weights of a block over. Call restore_normalisation before training on."""
+        self.set_tensors(weight_block.read(path, self.block_shapes()))
+
+    def take(self, block):
+        """The same from the bytes of a block."""
+        self.set_tensors(weight_block.tensors(block, "weights", self.block_shapes()))
+
+    def set_tensors(self, tensors):
         with torch.no_grad():
             for unit in self.units():
-                unit.set(torch.from_numpy(tensors[unit.weightName]),
-                         torch.from_numpy(tensors[unit.biasName]))
+                unit.set(torch.from_numpy(tensors[unit.weight_name]),
+                         torch.from_numpy(tensors[unit.bias_name]))
 
     def save(self, path):
         """Folds the normalisations and writes the weight block."""
@@ -204,11 +210,11 @@ class FaceNetwork(nn.Module):
         for unit in self.units():
             unit.fold()
 
-    def restoreNormalisation(self, images):
+    def restore_normalisation(self, images):
         """Gives loaded weights their normalisations back, with the statistics of `images`."""
         def restore(unit, inputs, _):
             if unit.normalisation is not None:
-                unit.normaliseLike(unit.convolution(inputs[0]))
+                unit.normalise_like(unit.convolution(inputs[0]))
 
         handles = [unit.register_forward_hook(restore) for unit in self.units()]
         self.eval()
@@ -217,7 +223,7 @@ class FaceNetwork(nn.Module):
         for handle in handles:
             handle.remove()
 
-    def measureNormalisation(self, batches):
+    def measure_normalisation(self, batches):
         """Replaces the running statistics by those over all `batches` of images."""
         norms = [module for module in self.modules() if isinstance(module, nn.BatchNorm2d)]
         if not norms:
@@ -235,6 +241,6 @@ class FaceNetwork(nn.Module):
         self.eval()
 
 
-def toImages(pictures):
+def to_images(pictures):
     """Bytes n x 192 x 192 x 3 as the detector packs them -> the network's input."""
     return torch.as_tensor(pictures).permute(0, 3, 1, 2).float().div_(255)

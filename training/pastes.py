@@ -4,7 +4,7 @@ import torch
 
 from training.assignment import DOUBTFUL, FACE, NOTHING
 from training.contract import SIDE
-from training.views import Views, chooseLevels, render, visibleBoxes
+from training.views import Views, choose_levels, render, visible_boxes
 
 PATCH = 64  # side of the square that a paste is rendered in
 ROUNDS = [("face", 0.4), ("face", 0.3), ("thing", 0.35)]  # what, on how many of the scenes
@@ -17,42 +17,42 @@ class Pastes:
 
     def __init__(self, store):
         self.store = store
-        self.faces = store.largeFaces(24)
+        self.faces = store.large_faces(24)
         self.things = store.empty()
 
-    def addTo(self, random, scenes, boxes, kinds):
+    def add_to(self, random, scenes, boxes, kinds):
         """Changes the scenes; gives boxes and kinds with the pasted faces at the end."""
         for what, share in ROUNDS:
             rows = random.chance(share, len(scenes)).nonzero()[:, 0]
             if len(rows) == 0 or len(self.faces if what == "face" else self.things) == 0:
                 continue
             if what == "face":
-                views, half = self.chooseFaces(random, len(rows))
+                views, half = self.choose_faces(random, len(rows))
                 middle = random.uniform(6, SIDE - 6, len(rows), 2)
             else:
-                views, half = self.chooseThings(random, len(rows))
-                middle = self.chooseTargets(random, boxes[rows], kinds[rows], half)
+                views, half = self.choose_things(random, len(rows))
+                middle = self.choose_targets(random, boxes[rows], kinds[rows], half)
             middle = middle.round()
-            patches, masks, reach = self.renderPatches(random, views, half, what)
+            patches, masks, reach = self.render_patches(random, views, half, what)
             kinds = self.cover(rows, middle, reach, boxes, kinds, what)
             for row, (x, y), patch, mask in zip(rows.tolist(), middle.int().tolist(), patches,
                                                 masks):
-                layOver(scenes[row], patch, mask, x, y)
+                lay_over(scenes[row], patch, mask, x, y)
             if what == "face":
                 added = torch.zeros(len(scenes), 1, 4, device=scenes.device)
                 added[rows, 0] = torch.cat([middle - half, middle + half], 1)
                 kind = torch.zeros(len(scenes), 1, dtype=kinds.dtype, device=scenes.device)
                 kind[rows] = FACE
-                added, kind = visibleBoxes(added, kind, SIDE)
+                added, kind = visible_boxes(added, kind, SIDE)
                 boxes, kinds = torch.cat([boxes, added], 1), torch.cat([kinds, kind], 1)
         return boxes, kinds
 
-    def chooseFaces(self, random, count):
+    def choose_faces(self, random, count):
         """Views with a face in the middle, and half of its extents n x 2."""
         chosen = self.faces[random.below(len(self.faces), count)]
         box = self.store.boxes[chosen[:, 0], chosen[:, 1]]
         extent = box[:, 2:] - box[:, :2]
-        size = random.logUniform(7.5, 32, count)
+        size = random.log_uniform(7.5, 32, count)
         stretch = torch.exp(random.uniform(-0.35, 0.35, count))
         scales = (size / extent.prod(1).sqrt())[:, None] * torch.stack([stretch, 1 / stretch], 1)
         angles = random.normal(count) * 0.12
@@ -61,33 +61,33 @@ class Pastes:
         projected = views.project(box[:, None], 0)[:, 0]
         return views, (projected[:, 2:] - projected[:, :2]) / 2
 
-    def chooseThings(self, random, count):
+    def choose_things(self, random, count):
         """Views into pictures without faces, and half extents."""
         pictures = self.things[random.below(len(self.things), count)]
-        half = random.logUniform(5, 26, count)[:, None] * torch.exp(
+        half = random.log_uniform(5, 26, count)[:, None] * torch.exp(
             random.uniform(-0.4, 0.4, count, 2))
-        scales = random.logUniform(0.2, 1.2, count)[:, None].expand(-1, 2)
+        scales = random.log_uniform(0.2, 1.2, count)[:, None].expand(-1, 2)
         centres = self.store.sizes[pictures] * random.uniform(0.2, 0.8, count, 2)
         return Views(pictures, centres, scales, random.normal(count)), half
 
-    def chooseTargets(self, random, boxes, kinds, half):
+    def choose_targets(self, random, boxes, kinds, half):
         """Half of the things go anywhere, half hide part of a face, its lower part as a rule."""
         count = len(boxes)
-        isFace = kinds == FACE
-        chosen = (random.uniform(0, 1, *isFace.shape) * isFace).argmax(1)
+        is_face = kinds == FACE
+        chosen = (random.uniform(0, 1, *is_face.shape) * is_face).argmax(1)
         box = boxes[torch.arange(count, device=boxes.device), chosen]
         extent = box[:, 2:] - box[:, :2]
-        onFace = isFace.any(1) & random.chance(0.5, count)
-        half[onFace] = extent[onFace] * random.uniform(0.2, 0.5, int(onFace.sum()), 2)
+        on_face = is_face.any(1) & random.chance(0.5, count)
+        half[on_face] = extent[on_face] * random.uniform(0.2, 0.5, int(on_face.sum()), 2)
         half.clamp_(max=PATCH / 2 - 2)
         below = torch.stack([random.uniform(-0.3, 0.3, count), random.uniform(0.0, 0.5, count)], 1)
         target = (box[:, :2] + box[:, 2:]) / 2 + extent * below
-        return torch.where(onFace[:, None], target, random.uniform(0, SIDE, count, 2))
+        return torch.where(on_face[:, None], target, random.uniform(0, SIDE, count, 2))
 
-    def renderPatches(self, random, views, half, what):
+    def render_patches(self, random, views, half, what):
         """Patches n x 3 x PATCH x PATCH, masks n x 1 x PATCH x PATCH, the masks' half extents."""
         count = len(views)
-        levels = chooseLevels(views.scales, random)
+        levels = choose_levels(views.scales, random)
         patches = render(self.store, views, PATCH, levels)
         reach = half
         if what == "face":
@@ -98,9 +98,9 @@ class Pastes:
         at = torch.arange(PATCH, device=half.device) + 0.5 - PATCH / 2
         x, y = torch.broadcast_tensors(at[None, None, :] / reach[:, 0, None, None],
                                        at[None, :, None] / reach[:, 1, None, None])
-        isRound = random.chance(0.5, count)[:, None, None]
-        distance = torch.where(isRound, torch.hypot(x, y), torch.maximum(x.abs(), y.abs()))
-        softness = random.logUniform(0.02, 0.4, count)[:, None, None]
+        is_round = random.chance(0.5, count)[:, None, None]
+        distance = torch.where(is_round, torch.hypot(x, y), torch.maximum(x.abs(), y.abs()))
+        softness = random.log_uniform(0.02, 0.4, count)[:, None, None]
         masks = ((1 - distance) / softness).clamp(0, 1)
         return patches, masks[:, None], reach
 
@@ -118,7 +118,7 @@ class Pastes:
         return kinds
 
 
-def layOver(scene, patch, mask, x, y):
+def lay_over(scene, patch, mask, x, y):
     """Blends a patch into a scene around the point x, y."""
     left, top = x - PATCH // 2, y - PATCH // 2
     x0, y0 = max(left, 0), max(top, 0)

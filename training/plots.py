@@ -15,7 +15,7 @@ def save(figure, path):
     pyplot.close(figure)
 
 
-def lossCurves(history, path):
+def loss_curves(history, path):
     """The losses and the learning rate over the samples seen."""
     figure, axes = pyplot.subplots(figsize=(9, 5))
     samples = [entry["samples"] for entry in history]
@@ -31,7 +31,7 @@ def lossCurves(history, path):
     save(figure, path)
 
 
-def precisionRecall(found, threshold, path):
+def precision_recall(found, threshold, path):
     """`found`: name of a detector -> its Matches. A panel for each size class.
 
     A dot marks the module's threshold, on the first detector's curve.
@@ -41,12 +41,12 @@ def precisionRecall(found, threshold, path):
         for number, (detector, matches) in enumerate(found.items()):
             count = metrics.counted(matches, *sizes)
             precision, recall = metrics.curve(count)
-            value = metrics.averagePrecision(count)
+            value = metrics.average_precision(count)
             panel.plot(recall, precision, label=f"{detector}: {value:.3f}", linewidth=1.2)
             if number == 0:
-                point = metrics.pointAt(count, threshold)
+                point = metrics.point_at(count, threshold)
                 panel.plot(point.recall, point.precision, "ko", markersize=5)
-        panel.set_title(f"faces of {name} pixels: {count.faceCount}", fontsize=10)
+        panel.set_title(f"faces of {name} pixels: {count.face_count}", fontsize=10)
         panel.legend(fontsize=7, loc="lower left")
         panel.grid(True, alpha=0.3)
         panel.set_xlim(0, 1)
@@ -56,15 +56,15 @@ def precisionRecall(found, threshold, path):
     save(figure, path)
 
 
-def scoreHistogram(matches, threshold, path):
+def score_histogram(matches, threshold, path):
     """The scores of faces of 16 pixels and more, of smaller ones and of false alarms."""
     figure, axes = pyplot.subplots(figsize=(9, 5))
-    isFace = matches.faces >= 0
-    large = isFace.copy()
-    large[isFace] = matches.faceSizes[matches.faces[isFace]] >= 16
-    alarm = ~isFace & ~matches.ignored
+    is_face = matches.faces >= 0
+    large = is_face.copy()
+    large[is_face] = matches.face_sizes[matches.faces[is_face]] >= 16
+    alarm = ~is_face & ~matches.ignored
     bins = numpy.linspace(0, 1, 51)
-    for name, which in (("faces, 16 pixels and more", large), ("smaller faces", isFace & ~large),
+    for name, which in (("faces, 16 pixels and more", large), ("smaller faces", is_face & ~large),
                         ("no faces", alarm)):
         axes.hist(matches.scores[which], bins, label=name, histtype="step", linewidth=1.5)
     axes.axvline(threshold, color="black", linestyle=":")

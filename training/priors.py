@@ -8,16 +8,20 @@ import torch
 
 from training.contract import PRIOR_COUNT, SIDE
 
-GRIDS = [(24, 8, (8, 16, 32)), (12, 16, (64, 96)), (6, 32, (128, 192))]  # cells, stride, sizes
+GRIDS = [(8, (8, 16, 32)), (16, (64, 96)), (32, (128, 192))]  # stride, sizes
 CENTRE_VARIANCE, SIZE_VARIANCE = 0.1, 0.2
 
 
-def priorBoxes():
-    """2088 x 4: centre x, centre y, width, height in input pixels."""
+def prior_boxes(width=SIDE, height=SIDE):
+    """2088 x 4: centre x, centre y, width, height in input pixels.
+
+    An input of another size, in multiples of the coarsest stride, has another number of them.
+    """
     rows = [((column + 0.5) * stride, (row + 0.5) * stride, size, size)
-            for cells, stride, sizes in GRIDS
-            for row in range(cells) for column in range(cells) for size in sizes]
-    assert len(rows) == PRIOR_COUNT and all(cells * stride == SIDE for cells, stride, _ in GRIDS)
+            for stride, sizes in GRIDS
+            for row in range(height // stride) for column in range(width // stride)
+            for size in sizes]
+    assert len(rows) == PRIOR_COUNT or (width, height) != (SIDE, SIDE)
     return torch.tensor(rows)
 
 

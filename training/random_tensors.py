@@ -19,7 +19,7 @@ class Random:
     def uniform(self, low, high, *shape):
         return torch.rand(*shape, generator=self.generator, device=self.device) * (high - low) + low
 
-    def logUniform(self, low, high, *shape):
+    def log_uniform(self, low, high, *shape):
         return torch.exp(self.uniform(math.log(low), math.log(high), *shape))
 
     def normal(self, *shape):

@@ -15,7 +15,7 @@ boxes m x 4, x1 y1 x2 y2 in input pixels; sizes m, of the labelled faces.
 """
 
 Steadiness = collections.namedtuple(
-    "Steadiness", "faces meanMovement p99Movement meanScoreChange p99ScoreChange flips")
+    "Steadiness", "faces mean_movement p99_movement mean_score_change p99_score_change flips")
 Steadiness.__doc__ = """Movement: the largest of a box's four edges, relative to the face's size,
 over faces above the threshold in both pictures; score changes over the same faces; flips: the share
 that is above the threshold in one picture only, of those that are in any."""
@@ -23,12 +23,12 @@ that is above the threshold in one picture only, of those that are in any."""
 
 def sightings(matches, boxes):
     """From a picture's Matches and its boxes."""
-    count = len(matches.faceSizes)
+    count = len(matches.face_sizes)
     scores, where = numpy.zeros(count, numpy.float32), numpy.zeros((count, 4), numpy.float32)
     found = matches.faces >= 0
     scores[matches.faces[found]] = matches.scores[found]
     where[matches.faces[found]] = boxes[found]
-    return Sightings(scores, where, matches.faceSizes)
+    return Sightings(scores, where, matches.face_sizes)
 
 
 def compare(before, after, threshold, smallest):

@@ -50,6 +50,17 @@ def number(kind, low, high=math.inf):
     return read
 
 
+def source_weight(text):
+    """NAME=WEIGHT -> (name, weight)."""
+    name, _, value = text.partition("=")
+    try:
+        if not name or not 0 <= float(value) < math.inf:
+            raise ValueError
+    except ValueError:
+        raise argparse.ArgumentTypeError(f"{text} isn't NAME=WEIGHT") from None
+    return name, float(value)
+
+
 def device(text):
     try:
         if not text.startswith(("cpu", "cuda")):
@@ -60,10 +71,14 @@ def device(text):
     return text
 
 
-def makeParser():
+def make_parser():
     parser = argparse.ArgumentParser(prog="training.train", description=__doc__.split("\n\n")[0])
     add = parser.add_argument
-    add("--data", help="folder of pictures and boxes (with --resume: by default the run's)")
+    add("--data", action="append",
+        help="folder of pictures and boxes, any number of them; PATH@train leaves a sixteenth of "
+        "its pictures out, which is PATH@val (with --resume: by default the run's)")
+    add("--source-weight", action="append", type=source_weight, default=[], metavar="NAME=WEIGHT",
+        help="how often pictures whose names begin with NAME_ are drawn (default: 1)")
     add("--run", required=True, help="folder for what comes out")
     add("--resume", action="store_true",
         help="go on from the run's checkpoint, with its options where none are given")
@@ -77,10 +92,14 @@ def makeParser():
         help="samples a step of each process (default: 32 on a processor, 256 on a CUDA device)")
     add("--rate", type=number(float, 1e-9), default=3e-3,
         help="the highest learning rate (default: 0.003)")
-    add("--score-loss", default="focal", choices=list(Loss.scoreLosses), help="(default: focal)")
-    add("--box-loss", default="complete", choices=Loss.boxLosses, help="(default: complete)")
+    add("--score-loss", default="focal", choices=list(Loss.score_losses), help="(default: focal)")
+    add("--box-loss", default="complete", choices=Loss.box_losses, help="(default: complete)")
     add("--balance", type=number(float, 0, 1), default=0.5,
         help="0: all priors of a face count alike, 1: all faces do (default: 0.5)")
+    add("--natural", type=number(float, 0, 1), default=0.5,
+        help="share of the scenes that aren't stretched (default: 0.5)")
+    add("--bfloat16", action="store_true",
+        help="compute the network in bfloat16: faster on processors that have it")
     add("--no-pastes", action="store_true",
         help="scenes as they are, without pasted faces and things")
     add("--seed", type=number(int, 0, (1 << 31) - 1), default=1,
@@ -91,13 +110,13 @@ def makeParser():
     return parser
 
 
-def readOptions(arguments):
+def read_options(arguments):
     """The options, checked, and what the run's folder tells about it so far."""
-    parser = makeParser()
+    parser = make_parser()
     options = parser.parse_args(arguments)
     before = {}
     if options.resume:
-        before = readRun(pathlib.Path(options.run))
+        before = read_run(pathlib.Path(options.run))
         known = {name: value for name, value in before["options"].items() if name in options}
         parser.set_defaults(**{**known, "resume": True})
         options = parser.parse_args(arguments)
@@ -106,18 +125,18 @@ def readOptions(arguments):
                 parser.error(f"the run was begun with --{name} {known[name]} and goes on with it")
     if not options.data:
         parser.error("--data is needed")
-    onProcessor = options.device.startswith("cpu")
-    options.batch = options.batch or (32 if onProcessor else 256)
+    on_processor = options.device.startswith("cpu")
+    options.batch = options.batch or (32 if on_processor else 256)
     options.processes = options.processes or (
-        len(os.sched_getaffinity(0)) if onProcessor else 1)
+        len(os.sched_getaffinity(0)) if on_processor else 1)
     if options.folded and not options.start:
         parser.error("--folded needs --start")
-    if options.processes > 1 and not onProcessor:
+    if options.processes > 1 and not on_processor:
         parser.error("--processes: a CUDA device takes one")
     return options, before
 
 
-def readRun(folder):
+def read_run(folder):
     """What the last start left in run.json."""
     path = folder / "run.json"
     if not path.is_file() or not (folder / CHECKPOINT).is_file():
@@ -129,7 +148,7 @@ def readRun(folder):
         raise ValueError(f"{path}: damaged") from None
 
 
-def describeRun(options, before):
+def describe_run(options, before):
     """What a reader needs to make the same weights again, of this start and those before it."""
     try:
         commit = subprocess.run(
@@ -138,13 +157,13 @@ def describeRun(options, before):
     except FileNotFoundError:
         commit = ""
     return {"options": vars(options), "commit": commit.strip() or "unknown",
-            "data": faces.digest(options.data), "torch": torch.__version__,
+            "data": [faces.digest(folder) for folder in options.data], "torch": torch.__version__,
             "before": before.pop("before", []) + ([before] if before else [])}
 
 
 def prepare(arguments):
     """Options and pictures. Whatever can be wrong with them is found before processes start."""
-    options, before = readOptions(arguments)
+    options, before = read_options(arguments)
     folder = pathlib.Path(options.run)
     if not options.resume and (folder / CHECKPOINT).exists():
         raise ValueError(f"{folder}: holds a run already; give --resume or another folder")
@@ -153,8 +172,8 @@ def prepare(arguments):
     elif options.start:
         FaceNetwork().load(options.start)
     folder.mkdir(parents=True, exist_ok=True)
-    store = PictureStore(options.data)
-    (folder / "run.json").write_text(json.dumps(describeRun(options, before), indent=2) + "\n")
+    store = PictureStore(options.data, dict(options.source_weight))
+    (folder / "run.json").write_text(json.dumps(describe_run(options, before), indent=2) + "\n")
     return options, store
 
 
@@ -162,7 +181,7 @@ def clock(seconds):
     return f"{int(seconds) // 3600}:{int(seconds) // 60 % 60:02d}:{int(seconds) % 60:02d}"
 
 
-def showProgress(trainer, losses):
+def show_progress(trainer, losses):
     score, box = torch.stack(losses).mean(0).tolist()
     left = trainer.seconds / trainer.progress * (1 - trainer.progress)
     line = (f"{trainer.samples:>9} samples, {trainer.samples / trainer.seconds:4.0f} a second, "
@@ -182,8 +201,8 @@ def agreed(stop, options):
 def work(rank, store, options, meeting):
     """The training loop of one process; the first one reports and saves."""
     stopped = []
-    for signalNumber in (signal.SIGINT, signal.SIGTERM):
-        signal.signal(signalNumber, lambda *_: stopped.append(True))
+    for signal_number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(signal_number, lambda *_: stopped.append(True))
     if options.processes > 1:
         torch.set_num_threads(1)
         distributed.init_process_group("gloo", init_method=f"file://{meeting}", rank=rank,
@@ -204,7 +223,7 @@ def work(rank, store, options, meeting):
         logged = trainer.step % LOG_STEPS == 0 or ended
         asked = trainer.step % AGREE_STEPS == 0
         if rank == 0 and (logged or asked and sys.stdout.isatty()):
-            showProgress(trainer, losses)
+            show_progress(trainer, losses)
         if logged:
             trainer.log(losses)
             losses.clear()
@@ -228,15 +247,15 @@ def save(trainer, folder):
         sys.exit(f"training.train: {error}; begin again with a lower --rate")
 
 
-def runProcesses(store, options):
+def run_processes(store, options):
     """Forks the processes, so that all share the pictures; gives the exit status."""
-    def passOn(*_):
+    def pass_on(*_):
         for child in multiprocessing.active_children():
             child.terminate()
 
     with tempfile.TemporaryDirectory() as meeting:
-        for signalNumber in (signal.SIGINT, signal.SIGTERM):
-            signal.signal(signalNumber, passOn)
+        for signal_number in (signal.SIGINT, signal.SIGTERM):
+            signal.signal(signal_number, pass_on)
         try:
             torch.multiprocessing.start_processes(
                 work, (store, options, pathlib.Path(meeting) / "meeting"), options.processes,
@@ -248,14 +267,14 @@ def runProcesses(store, options):
 
 
 def main(arguments=None):
-    memory.keepFreedMemory()
+    memory.keep_freed_memory()
     try:
         options, store = prepare(arguments)
     except (OSError, ValueError) as error:
         print(f"training.train: {error}", file=sys.stderr)
         return 2
     if options.processes > 1:
-        return runProcesses(store, options)
+        return run_processes(store, options)
     work(0, store, options, None)
     return 0
 

@@ -11,8 +11,8 @@ from torch import distributed
 from training import camera, detector_input, plots
 from training.contract import SIDE
 from training.loss import Loss
-from training.network import FaceNetwork, toImages
-from training.priors import priorBoxes
+from training.network import FaceNetwork, to_images
+from training.priors import prior_boxes
 from training.random_tensors import Random
 from training.scenes import Scenes
 
@@ -35,18 +35,18 @@ class Batches:
     """
 
     def __init__(self, store, options, rank):
-        self.scenes = Scenes(store, withPastes=not options.no_pastes)
+        self.scenes = Scenes(store, with_pastes=not options.no_pastes, natural=options.natural)
         self.options, self.rank = options, rank
         self.waiting = {}
 
     def make(self, number, rank):
         random = Random(self.options.device, self.options.seed, number, rank)
         scenes, boxes, kinds = self.scenes.batch(random, self.options.batch)
-        return detector_input.detectorInput(*camera.shoot(random, scenes)), boxes, kinds
+        return detector_input.detector_input(*camera.shoot(random, scenes)), boxes, kinds
 
     def images(self, numbers):
         """Images to take statistics from: the same in all processes."""
-        return (toImages(self.make(number, 0)[0]) for number in numbers)
+        return (to_images(self.make(number, 0)[0]) for number in numbers)
 
     def next(self, step):
         """The batch of a step: new ones at even steps, mirrored ones at odd steps."""
@@ -73,17 +73,17 @@ class Trainer:
         if options.folded:
             self.network.fold()
         elif options.start and not options.resume:
-            self.network.restoreNormalisation(torch.cat(list(batches.images([-1, -2, -3, -4]))))
+            self.network.restore_normalisation(torch.cat(list(batches.images([-1, -2, -3, -4]))))
         self.average = copy.deepcopy(self.network)
         decayed = [p for p in self.network.parameters() if p.dim() > 1]
         others = [p for p in self.network.parameters() if p.dim() <= 1]
         self.optimiser = torch.optim.AdamW(
             [{"params": decayed, "weight_decay": WEIGHT_DECAY},
              {"params": others, "weight_decay": 0.0}], lr=options.rate)
-        self.loss = Loss(priorBoxes().to(options.device), options.score_loss, options.box_loss,
+        self.loss = Loss(prior_boxes().to(options.device), options.score_loss, options.box_loss,
                          options.balance)
         self.step, self.history, self.progress = 0, [], 0.0
-        self.seconds = self.secondsBefore = 0.0
+        self.seconds = self.seconds_before = 0.0
         self.started = time.time()
 
     @property
@@ -102,14 +102,17 @@ class Trainer:
         self.network.train()
         for group in self.optimiser.param_groups:
             group["lr"] = self.rate()
-        score, box = self.loss(*self.network(toImages(pictures)), boxes, kinds)
+        with torch.autocast(self.options.device.split(":")[0], torch.bfloat16,
+                            enabled=self.options.bfloat16):
+            outputs = self.network(to_images(pictures))
+        score, box = self.loss(*(values.float() for values in outputs), boxes, kinds)
         self.optimiser.zero_grad(set_to_none=True)
         (score + box).backward()
         self.step += 1
         self.agree()
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), LONGEST_GRADIENT)
         self.optimiser.step()
-        self.seconds = self.secondsBefore + time.time() - self.started
+        self.seconds = self.seconds_before + time.time() - self.started
         decay = min(AVERAGE_DECAY, (1 + self.step) / (10 + self.step))
         with torch.no_grad():
             for mean, value in zip(self.average.parameters(), self.network.parameters()):
@@ -118,9 +121,9 @@ class Trainer:
 
     def share(self):
         """How much of the run is done, by this process's clock."""
-        bySamples = self.samples / self.options.samples
-        byTime = self.seconds / 3600 / self.options.hours if self.options.hours else 0
-        return torch.tensor([max(bySamples, byTime)]).clamp(max=1)
+        by_samples = self.samples / self.options.samples
+        by_time = self.seconds / 3600 / self.options.hours if self.options.hours else 0
+        return torch.tensor([max(by_samples, by_time)]).clamp(max=1)
 
     def agree(self):
         """Averages over the processes the gradients and how far the run has come."""
@@ -148,7 +151,7 @@ class Trainer:
         Raises ValueError if the weights are no numbers any more; the last checkpoint stays then.
         """
         measured = copy.deepcopy(self.average)
-        measured.measureNormalisation(
+        measured.measure_normalisation(
             self.batches.images(1 << 30 | i for i in range(MEASURED_BATCHES)))
         replace(folder / "weights.bin", measured.save)
         state = {"network": self.network.state_dict(), "average": self.average.state_dict(),
@@ -157,7 +160,7 @@ class Trainer:
         replace(folder / CHECKPOINT, lambda path: torch.save(state, path))
         replace(folder / "log.jsonl", lambda path: path.write_text(
             "".join(json.dumps(entry) + "\n" for entry in self.history)))
-        replace(folder / "curves.png", lambda path: plots.lossCurves(self.history, path))
+        replace(folder / "curves.png", lambda path: plots.loss_curves(self.history, path))
 
     def restore(self, folder):
         """Goes on from the folder's checkpoint. Raises ValueError if that is damaged."""
@@ -169,7 +172,7 @@ class Trainer:
             self.average.load_state_dict(state["average"])
             self.optimiser.load_state_dict(state["optimiser"])
             self.step, self.history = state["step"], state["history"]
-            self.seconds = self.secondsBefore = state["seconds"]
+            self.seconds = self.seconds_before = state["seconds"]
             self.progress = self.share().item()
         except Exception as error:  # what a damaged file raises depends on where it is damaged
             raise ValueError(

@@ -1,10 +1,8 @@
 """Windows into the store's pictures: where they look, what they show, which faces are in them.
 
-A view is turned, mirrored and stretched. It shows a face at a wanted size or the picture as a
-whole. All work is done on batches, on the store's device.
+A view is turned, mirrored and stretched, a lot or hardly at all. It shows a face at a wanted size
+or the picture as a whole. All work is done on batches, on the store's device.
 """
-
-import math
 
 import torch
 from torch.nn import functional
@@ -13,8 +11,11 @@ from training.assignment import DOUBTFUL, FACE, NOTHING
 
 SMALLEST_FACE = 7.0  # in input pixels, square root of the area
 LEAST_VISIBLE = 0.55  # of a face that is cut off; less is doubtful
-MOST_ENLARGED = 4.0
-WANTED_FACE_SHARE = 0.65  # of the views
+MOST_ENLARGED = 3.0
+FACE_SHARE, EMPTY_SHARE = 0.62, 0.25  # of the views: a face at a wanted size, no face at all
+FACES_TRIED = 8
+BEYOND_EDGE_SHARE = 0.25  # of the views may show more than their picture
+MOST_STRETCHED = 0.09, 0.4  # logarithms each way, of views of natural shape and of others
 
 
 class Views:
@@ -25,18 +26,17 @@ class Views:
     scales    n x 2, tile pixels for one picture pixel along the tile's axes; a negative first one
               mirrors
     angles    n, radians
+    black     n: whether it is black beyond the picture's edge, which goes on otherwise
     """
 
-    def __init__(self, pictures, centres, scales, angles):
+    def __init__(self, pictures, centres, scales, angles, black=None):
         self.pictures, self.centres, self.scales, self.angles = pictures, centres, scales, angles
+        self.black = torch.zeros_like(pictures, dtype=torch.bool) if black is None else black
 
     def __len__(self):
         return len(self.pictures)
 
-    def select(self, rows):
-        return Views(self.pictures[rows], self.centres[rows], self.scales[rows], self.angles[rows])
-
-    def toPicture(self, points):
+    def to_picture(self, points):
         """Points n x k x 2 relative to the tile's middle -> picture pixels."""
         x, y = (points / self.scales[:, None]).unbind(2)
         cos, sin = self.angles.cos()[:, None], self.angles.sin()[:, None]
@@ -55,70 +55,118 @@ class Views:
         return torch.cat([middle - extent, middle + extent], 2) + side / 2
 
 
-def chooseViews(store, random, count, side, faceSizes):
-    """`count` views for tiles of `side` pixels."""
-    pictures = random.pick(store.weights, count)
+def choose_shapes(random, count, natural):
+    """Which views show their picture in its natural shape, and stretches along x and y: n x 2."""
+    is_natural = random.chance(natural, count)
+    most = torch.where(is_natural, MOST_STRETCHED[0], MOST_STRETCHED[1])
+    bend = random.uniform(-1, 1, count) * most
+    return is_natural, torch.stack([bend, -bend], 1).exp()
+
+
+def choose_faces(store, random, stretches, inside, side, face_sizes):
+    """A face for each view and the scale at which it has a size from an even draw in log size.
+
+    Of some faces drawn the first one is taken that can have the size: a large face in a small
+    picture can't be small in a view that the picture has to fill.
+    """
+    count = len(stretches)
+    drawn = random.pick(store.face_weights, count * FACES_TRIED).view(count, FACES_TRIED)
+    row, box = store.faces[drawn].unbind(2)
+    corners = store.boxes[row, box]
+    shape = natural_stretches(store, row, stretches[:, None])
+    face_side = ((corners[..., 2:] - corners[..., :2]).clamp(min=1) * shape).prod(2).sqrt()
+    fills = side / (store.sizes[row] * shape)
+    least = torch.where(inside[:, None], fills.amax(2), fills.amin(2))
+    target = random.log_uniform(*face_sizes, count)[:, None]
+    scale = torch.maximum((target / face_side).clamp(max=MOST_ENLARGED), least)
+    missed = (scale * face_side / target).log().abs()
+    best = (missed < 0.05).float().argmax(1)  # the first one
+    best = torch.where((missed < 0.05).any(1), best, missed.argmin(1))[:, None]
+    return (row.gather(1, best)[:, 0], corners.gather(1, best[..., None].expand(-1, 1, 4))[:, 0],
+            scale.gather(1, best))
+
+
+def natural_stretches(store, pictures, stretches):
+    """Stretches of a natural shape -> stretches of the picture as it is stored; the same area."""
+    root = store.widths[pictures].sqrt()
+    return stretches * torch.stack([root, 1 / root], -1)
+
+
+def choose_pictures(store, random, count):
+    """Pictures to be shown as a whole or anywhere; a fixed share of them without faces."""
+    empty = store.empty()
+    has_face = torch.ones_like(store.weights)
+    has_face[empty] = 0
+    if len(empty) == 0 or not has_face.any():
+        return random.pick(store.weights, count)
+    bare = random.chance(EMPTY_SHARE / (1 - FACE_SHARE), count)
+    return torch.where(bare, random.pick(store.weights * (1 - has_face), count),
+                       random.pick(store.weights * has_face, count))
+
+
+def choose_views(store, random, count, side, face_sizes, natural=0.5):
+    """`count` views for tiles of `side` pixels; a share of `natural` isn't stretched."""
+    is_natural, stretches = choose_shapes(random, count, natural)
+    inside = ~random.chance(BEYOND_EDGE_SHARE, count)
+
+    # Anything at all: the whole picture, or most of it.
+    pictures = choose_pictures(store, random, count)
+    shape = natural_stretches(store, pictures, stretches)
     size = store.sizes[pictures]
-    isFace = store.kinds[pictures] == FACE
-    chosen = (random.uniform(0, 1, *isFace.shape) * isFace).argmax(1)
-    box = store.boxes[pictures, chosen]
-    faceSide = (box[:, 2:] - box[:, :2]).clamp(min=1).prod(1).sqrt()
-    wanted = isFace.any(1) & random.chance(WANTED_FACE_SHARE, count)
+    fills = side / (size * shape)
+    upright = torch.where(inside, fills.amax(1), fills.amin(1))[:, None] * shape
+    scales = torch.where(is_natural[:, None], upright * random.uniform(1.0, 1.5, count, 1),
+                         side / (size * random.uniform(0.7, 1.0, count, 2)))
+    centres = size / 2 + random.uniform(-0.5, 0.5, count, 2) * (size - side / scales).clamp(min=0)
 
-    # The whole picture, or most of it.
-    whole = side / (size * random.uniform(0.7, 1.0, count, 2))
-    # A face at a wanted size, small ones more often.
-    low, high = faceSizes
-    middle = math.sqrt(low * high)
-    target = torch.where(random.chance(0.6, count), random.logUniform(low, middle, count),
-                         random.logUniform(low, high, count))
-    stretch = torch.exp(random.uniform(-0.4, 0.4, count))
-    ratio = (target / faceSide)[:, None] * torch.stack([stretch, 1 / stretch], 1)
-    scales = torch.where(wanted[:, None], ratio, whole)
+    # A face.
+    if len(store.faces):
+        wanted = random.chance(FACE_SHARE, count)
+        row, box, scale = choose_faces(store, random, stretches, inside, side, face_sizes)
+        closer = scale * natural_stretches(store, row, stretches)
+        aim = ((box[:, :2] + box[:, 2:]) / 2 +
+               (random.uniform(0.04, 0.96, count, 2) - 0.5) * side / closer)
+        pictures = torch.where(wanted, row, pictures)
+        scales = torch.where(wanted[:, None], closer, scales)
+        centres = torch.where(wanted[:, None], aim, centres)
+
     # Most views lie inside their pictures.
-    cover = (side / size / scales).amax(1, keepdim=True).clamp(min=1)
-    inside = ~random.chance(0.08, count)
-    scales = torch.where(inside[:, None], scales * cover, scales).clamp(max=MOST_ENLARGED)
-
-    window = side / scales
-    aim = (box[:, :2] + box[:, 2:]) / 2 + (random.uniform(0.04, 0.96, count, 2) - 0.5) * window
-    anywhere = size / 2 + random.uniform(-0.5, 0.5, count, 2) * (size - window).clamp(min=0)
-    centres = torch.where(wanted[:, None], aim, anywhere)
-    slack = ((size - window) / 2).clamp(min=0)
-    centres = torch.maximum(torch.minimum(centres, size / 2 + slack), size / 2 - slack)
+    size = store.sizes[pictures]
+    slack = (size - side / scales) / 2
+    # Where the picture is the smaller one, it lies anywhere in the view.
+    loose = random.uniform(-1, 1, count, 2) * slack.clamp(max=0)
+    slack = slack.clamp(min=0)
+    centres = torch.maximum(torch.minimum(centres, size / 2 + slack), size / 2 - slack) + loose
 
     turned = random.chance(0.25, count)
     angles = random.normal(count) * torch.where(turned, 0.35, 0.06)
     mirror = torch.stack([random.signs(count), torch.ones(count, device=random.device)], 1)
-    return Views(pictures, centres, scales * mirror, angles)
+    return Views(pictures, centres, scales * mirror, angles, random.chance(0.6, count))
 
 
-def chooseLevels(scales, random):
+def choose_levels(scales, random):
     """Which level of the store to sample: as a rule one somewhat finer than the tile."""
     octaves = -scales.abs().mean(1).log2() + random.uniform(-0.9, 0.3, len(scales))
     return octaves.floor().clamp(0, 2).long()
 
 
 def render(store, views, side, levels):
-    """Tiles n x 3 x side x side, from 0 to 255; beyond its edge a picture goes on as its edge."""
+    """Tiles n x 3 x side x side, from 0 to 255."""
     at = torch.arange(side, device=views.scales.device) + 0.5 - side / 2
     grid = torch.stack(torch.meshgrid(at, at, indexing="xy"), 2).reshape(1, -1, 2)
-    tiles = torch.empty(len(views), 3, side, side, device=views.scales.device)
-    for level, pixels in enumerate(store.pixels):
-        rows = (levels == level).nonzero()[:, 0]
-        if len(rows) == 0:
-            continue
-        part = views.select(rows)
-        size = (store.sizes[part.pictures] / 2 ** level).floor().clamp(min=1)[:, None]
-        points = part.toPicture(grid.expand(len(rows), -1, -1)) / 2 ** level
-        points = torch.minimum(points.clamp_(min=0.5), size - 0.5)
-        points = (points * (2 / pixels.shape[-1]) - 1).view(len(rows), side, side, 2)
-        tiles[rows] = functional.grid_sample(pixels[part.pictures].float(), points,
-                                             align_corners=False)
-    return tiles
+    points = views.to_picture(grid.expand(len(views), -1, -1)) / 2.0 ** levels[:, None, None]
+    tiles = []
+    for picture, level, place, black in zip(views.pictures.tolist(), levels.tolist(), points,
+                                            views.black.tolist()):
+        pixels = store.pixels[picture][level]
+        size = torch.tensor([pixels.shape[2], pixels.shape[1]], device=pixels.device)
+        place = (place * (2 / size) - 1).view(1, side, side, 2)
+        tiles.append(functional.grid_sample(pixels[None].float(), place, align_corners=False,
+                                            padding_mode="zeros" if black else "border"))
+    return torch.cat(tiles)
 
 
-def visibleBoxes(boxes, kinds, side):
+def visible_boxes(boxes, kinds, side):
     """Cuts boxes off at the tile's edge and settles what is left of them."""
     area = (boxes[..., 2:] - boxes[..., :2]).prod(2)
     cut = boxes.clamp(0, side)

@@ -24,24 +24,34 @@ def offsets(shapes):
     return begin, end
 
 
+def floats(block, name):
+    """All floats of the block's bytes, padding included."""
+    if len(block) != WEIGHT_BYTES:
+        raise ValueError(f"{name}: has {len(block)} bytes, a weight block has {WEIGHT_BYTES}")
+    values = numpy.frombuffer(block, "<f4")
+    if not numpy.isfinite(values).all():
+        raise ValueError(f"{name}: has values that are not finite")
+    return values
+
+
 def content(path):
     """All floats of the file, padding included."""
     with open(path, "rb") as file:
-        block = file.read()
-    if len(block) != WEIGHT_BYTES:
-        raise ValueError(f"{path}: has {len(block)} bytes, a weight block has {WEIGHT_BYTES}")
-    floats = numpy.frombuffer(block, "<f4")
-    if not numpy.isfinite(floats).all():
-        raise ValueError(f"{path}: has values that are not finite")
-    return floats
+        return floats(file.read(), path)
+
+
+def tensors(block, name, shapes):
+    """The tensors of the block's bytes by name, float32, with the given extents."""
+    values = floats(block, name)
+    begin, _ = offsets(shapes)
+    return {name: numpy.frombuffer(values, "<f4", int(numpy.prod(shape)), begin[name])
+            .reshape(shape).copy() for name, shape in shapes.items()}
 
 
 def read(path, shapes):
-    """The tensors of the file by name, float32, with the given extents."""
-    floats = content(path)
-    begin, _ = offsets(shapes)
-    return {name: numpy.frombuffer(floats, "<f4", int(numpy.prod(shape)), begin[name])
-            .reshape(shape).copy() for name, shape in shapes.items()}
+    """The tensors of the file by name."""
+    with open(path, "rb") as file:
+        return tensors(file.read(), path, shapes)
 
 
 def write(path, tensors):

@@ -37,7 +37,7 @@ def squares(seed, count, sides=(120, 300)):
     return pictures
 
 
-def brightPart(image):
+def bright_part(image):
     """Where the bright square is: x1, y1, x2, y2."""
     ys, xs = (image.min(2) > 150).nonzero()
     return [xs.min(), ys.min(), xs.max() + 1, ys.max() + 1]

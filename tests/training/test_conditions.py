@@ -11,13 +11,13 @@ from training.faces import Picture
 
 def scenes(count):
     for number, (image, boxes, doubtful) in enumerate(synthetic.squares(9, count)):
-        yield conditions.fromPicture(Picture(
-            str(number), None, numpy.float32(boxes).reshape(-1, 4), numpy.array(doubtful, bool)),
-            image)
+        yield conditions.from_picture(Picture(
+            str(number), None, numpy.float32(boxes).reshape(-1, 4), numpy.array(doubtful, bool),
+            numpy.zeros(len(boxes), int)), image)
 
 
 class Aspects(unittest.TestCase):
-    def testTheWindowIsTheLargestAndTheBoxFollows(self):
+    def test_the_window_is_the_largest_and_the_box_follows(self):
         for scene in scenes(30):
             for name, aspect in conditions.ASPECTS.items():
                 cut = conditions.cropped(scene, aspect)
@@ -26,16 +26,16 @@ class Aspects(unittest.TestCase):
                 self.assertTrue(width == scene.image.shape[1] or height == scene.image.shape[0])
                 self.assertEqual(len(cut.boxes), len(scene.boxes))  # the only face is kept
                 if len(cut.boxes):
-                    self.assertEqual(synthetic.brightPart(cut.image), cut.boxes[0].tolist(), name)
+                    self.assertEqual(synthetic.bright_part(cut.image), cut.boxes[0].tolist(), name)
                     whole = numpy.prod(scene.boxes[0, 2:] - scene.boxes[0, :2])
                     left = numpy.prod(cut.boxes[0, 2:] - cut.boxes[0, :2]) / whole
                     self.assertEqual(bool(cut.doubtful[0]), left < conditions.CUT)
 
-    def testAsManyFacesAsAnyWindowHolds(self):
+    def test_as_many_faces_as_any_window_holds(self):
         random = numpy.random.default_rng(4)
         for _ in range(50):
             centres = random.uniform(0, 300, random.integers(0, 9))
-            start = conditions.windowStart(centres, 300, 120)
+            start = conditions.window_start(centres, 300, 120)
             self.assertTrue(0 <= start <= 180)
             def held(at):
                 return int(((centres >= at) & (centres <= at + 120)).sum())
@@ -43,7 +43,7 @@ class Aspects(unittest.TestCase):
 
 
 class Faults(unittest.TestCase):
-    def testAreRepeatableAndDifferentFromPictureToPicture(self):
+    def test_are_repeatable_and_different_from_picture_to_picture(self):
         image = synthetic.portrait()
         functions = {**conditions.SPOILED,
                      **{name: change for name, (change, _) in conditions.NUDGED.items()}}

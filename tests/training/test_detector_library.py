@@ -7,15 +7,16 @@ import tempfile
 import unittest
 from unittest import mock
 
+import cv2
 import numpy
 import torch
 
 import synthetic
-from training import detector_library
+from training import detector_library, larger
 from training.contract import SIDE
-from training.detector_input import detectorInput
+from training.detector_input import detector_input
 from training.detector_library import Detector, Frame, Library
-from training.network import FaceNetwork, toImages
+from training.network import FaceNetwork, to_images
 
 # Smaller and larger than the network's input, of equal and of half width, odd, extreme; a step of
 # eight and more takes a path of its own in the scaler.
@@ -36,7 +37,7 @@ class Agreement(unittest.TestCase):
         cls.network = FaceNetwork().eval()
         cls.network.load(path)
 
-    def testOutputsAreEqual(self):
+    def test_outputs_are_equal(self):
         """Both are float32 and sum in different orders, so they differ by roundings only.
 
         Sums have at most 144 terms in 30 layers one behind the other, a relative error of about
@@ -44,20 +45,36 @@ class Agreement(unittest.TestCase):
         value. Ten times that is allowed.
         """
         random = numpy.random.default_rng(8)
-        portrait = self.library.prepareInput(self.library.convert(synthetic.portrait()))
+        portrait = self.library.prepare_input(self.library.convert(synthetic.portrait()))
         noise = random.integers(0, 256, (3, SIDE, SIDE, 3)).astype(numpy.uint8)
         plain = [numpy.full((SIDE, SIDE, 3), level, numpy.uint8) for level in (0, 128, 255)]
         for number, picture in enumerate([portrait, *noise, *plain]):
             with torch.no_grad():
                 logits, boxes = (values[0].numpy() for values in self.network(
-                    toImages(picture[None])))
+                    to_images(picture[None])))
             truth = 1 / (1 + numpy.exp(logits[:, ::-1] - logits))
-            for found, expected, largest in zip(self.detector.runNetwork(picture), (truth, boxes),
+            for found, expected, largest in zip(self.detector.run_network(picture), (truth, boxes),
                                                 (max(1, numpy.abs(logits).max()),
                                                  numpy.abs(boxes).max())):
                 self.assertLess(numpy.abs(found - expected).max(), 2e-5 * largest, number)
 
-    def testInputsAreEqualByteForByte(self):
+    def test_the_network_of_any_size_finds_the_same(self):
+        """On the network's own size, from the same bytes, against the module's decoder."""
+        picture = self.library.prepare_input(self.library.convert(synthetic.portrait()))
+        frame = self.library.convert(picture)
+        expected, scores = self.detector.detect(frame, 0.3, 50)
+        found, own_scores = larger.detect(
+            self.network, self.library.prepare_input(frame), SIDE, 0.3)
+        self.assertEqual(found.shape, expected.shape)
+        self.assertLess(numpy.abs(found - expected).max(), 0.01)
+        self.assertLess(numpy.abs(own_scores - scores).max(), 1e-4)
+        # A wider one sees the same face where it is, in its shape.
+        wide = cv2.resize(synthetic.portrait(), (400, 300))
+        boxes, _ = larger.detect(self.network, wide, 256, 0.5)
+        self.assertGreater(synthetic.overlap(boxes[0], expected[0] * numpy.tile([400 / 192, 300 / 192], 2)),
+                           0.7)
+
+    def test_inputs_are_equal_byte_for_byte(self):
         """What training shows the network is what the detector shows it."""
         random = numpy.random.default_rng(6)
         for width, height in SIZES:
@@ -67,13 +84,13 @@ class Agreement(unittest.TestCase):
                            for shape in ((height, width), half, half))
                 if extremes:
                     y, u, v = ((plane > 127) * numpy.uint8(255) for plane in (y, u, v))
-                expected = self.library.prepareInput(Frame(y, u, v))
-                found = detectorInput(*(torch.from_numpy(plane)[None] for plane in (y, u, v)))
+                expected = self.library.prepare_input(Frame(y, u, v))
+                found = detector_input(*(torch.from_numpy(plane)[None] for plane in (y, u, v)))
                 self.assertTrue(numpy.array_equal(found[0].numpy(), expected), (width, height))
 
-    def testDetectionPreparesAndRunsTheSamePicture(self):
+    def test_detection_prepares_and_runs_the_same_picture(self):
         frame = self.library.convert(synthetic.portrait())
-        scores, _ = self.detector.runNetwork(self.library.prepareInput(frame))
+        scores, _ = self.detector.run_network(self.library.prepare_input(frame))
         boxes, found = self.detector.detect(frame, 0.3, 50)
         self.assertEqual((boxes.shape, found[0]), ((len(found), 4), scores[:, 1].max()))
         self.assertTrue((found > numpy.float32(0.3)).all() and (numpy.diff(found) <= 0).all())
@@ -83,20 +100,20 @@ class Refusals(unittest.TestCase):
     def setUp(self):
         self.library = Library()
 
-    def testPicturesThatCannotBe(self):
+    def test_pictures_that_cannot_be(self):
         plane, fits, nothing = (numpy.zeros(shape, numpy.uint8)
                                 for shape in ((5, 7), (3, 4), (0, 0)))
         Frame(plane, fits, fits)
         for refused in (lambda: Frame(plane, fits[:2], fits), lambda: Frame(plane, plane, plane),
                         lambda: Frame(plane, fits, fits[:, :3]),
-                        lambda: self.library.prepareInput(Frame(nothing, nothing, nothing)),
+                        lambda: self.library.prepare_input(Frame(nothing, nothing, nothing)),
                         lambda: self.library.convert(numpy.zeros((0, 5, 3), numpy.uint8)),
                         lambda: self.library.convert(numpy.zeros((1, 32769, 3), numpy.uint8)),
-                        lambda: Detector(self.library).runNetwork(nothing)):
+                        lambda: Detector(self.library).run_network(nothing)):
             with self.assertRaises(ValueError):
                 refused()
 
-    def testCallsFromElsewhere(self):
+    def test_calls_from_elsewhere(self):
         """The C functions themselves, without the checks on this side."""
         frame = Frame(*(numpy.zeros(shape, numpy.uint8) for shape in ((6, 8), (3, 4), (3, 4))))
         detector = Detector(self.library)
@@ -111,8 +128,8 @@ class Refusals(unittest.TestCase):
                 setattr(described, name, value)
             return call.tavroPrepareInput(ctypes.byref(described), picture)
         self.assertEqual(prepare(), 0)
-        for change in ({"width": 0}, {"height": -1}, {"width": 32769, "strideY": 32769},
-                       {"strideY": 7}, {"strideUV": 3}, {"y": None}, {"u": None}, {"v": None}):
+        for change in ({"width": 0}, {"height": -1}, {"width": 32769, "stride_y": 32769},
+                       {"stride_y": 7}, {"stride_uv": 3}, {"y": None}, {"u": None}, {"v": None}):
             self.assertEqual(prepare(**change), -1, change)
         good = ctypes.byref(frame.described())
         for result in (call.tavroPrepareInput(null, picture), call.tavroPrepareInput(good, null),
@@ -130,7 +147,7 @@ class Refusals(unittest.TestCase):
         self.assertLessEqual(call.tavroDetect(handle, good, threshold, 8, boxes, 2), 2)
         call.tavroReleaseDetector(null)
 
-    def testLibrariesThatAreNone(self):
+    def test_libraries_that_are_none(self):
         for named in ("/nowhere/lib.so", __file__):
             with mock.patch.dict(os.environ, {"TAVRO_TRAINING_LIBRARY": named}):
                 with self.assertRaisesRegex(detector_library.NotBuilt, named):

@@ -11,21 +11,21 @@ from synthetic import overlap
 from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
-from training.loss import completeOverlap, focal, hardest, shares
+from training.loss import complete_overlap, focal, hardest, shares
 from training.network import FaceNetwork
-from training.priors import corners, decode, encode, priorBoxes
+from training.priors import corners, decode, encode, prior_boxes
 
 
 class Assignment(unittest.TestCase):
     def setUp(self):
         random = torch.Generator().manual_seed(2)
-        self.priors = priorBoxes()
+        self.priors = prior_boxes()
         side = torch.exp(torch.rand(6, 9, 2, generator=random) * 3 + 2)
         centre = torch.rand(6, 9, 2, generator=random) * SIDE
         self.boxes = corners(torch.cat([centre, side], 2))
         self.kinds = torch.randint(0, 3, (6, 9), generator=random)
 
-    def testAgainstTheDefinition(self):
+    def test_against_the_definition(self):
         positive, negative, index = assign(self.boxes, self.kinds, self.priors)
         at = corners(self.priors).tolist()
         for picture in range(6):
@@ -34,39 +34,39 @@ class Assignment(unittest.TestCase):
             doubtful = [box for i, box in enumerate(self.boxes[picture].tolist())
                         if self.kinds[picture, i] == DOUBTFUL]
             overlaps = {i: [overlap(prior, box) for prior in at] for i, box in faces}
-            bestOf = {i: sorted(range(len(at)), key=lambda p, i=i: -overlaps[i][p])[:3]
+            best_of = {i: sorted(range(len(at)), key=lambda p, i=i: -overlaps[i][p])[:3]
                       for i, _ in faces}
             for prior in range(0, len(at), 7):
                 best = max((overlaps[i][prior] for i, _ in faces), default=0)
-                chosen = any(prior == bestOf[i][0] or
-                             prior in bestOf[i] and overlaps[i][prior] > 0.2 for i, _ in faces)
+                chosen = any(prior == best_of[i][0] or
+                             prior in best_of[i] and overlaps[i][prior] > 0.2 for i, _ in faces)
                 self.assertEqual(bool(positive[picture, prior]), chosen or best >= 0.4)
                 if best >= 0.25 or any(overlap(at[prior], box) > 0.3 for box in doubtful):
                     self.assertFalse(negative[picture, prior])
                 elif not chosen and all(overlap(at[prior], box) == 0 for box in doubtful):
                     self.assertTrue(negative[picture, prior])
             for i, _ in faces:
-                self.assertTrue(any(int(index[picture, prior]) == i for prior in bestOf[i]))
+                self.assertTrue(any(int(index[picture, prior]) == i for prior in best_of[i]))
 
-    def testOffsetsAreInverse(self):
+    def test_offsets_are_inverse(self):
         boxes = self.boxes[0, :5]
         priors = self.priors[[0, 700, 1500, 1900, 2080]]
         self.assertLess((decode(encode(boxes, priors), priors) - boxes).abs().max().item(), 1e-3)
 
 
 class Losses(unittest.TestCase):
-    def testBoxes(self):
+    def test_boxes(self):
         truth = torch.tensor([[10.0, 10, 20, 30]]).repeat(4, 1)
         found = torch.tensor([[10.0, 10, 20, 30], [15, 10, 25, 30], [40, 40, 50, 60],
                               [5, 15, 25, 25]])
-        value = completeOverlap(found, truth).tolist()
+        value = complete_overlap(found, truth).tolist()
         self.assertAlmostEqual(value[0], 0, places=6)
         # Moved by half its width: overlap 1/3, centres 5 apart, hull 15 x 20.
         self.assertAlmostEqual(value[1], 1 - 1 / 3 + 25 / 625, places=5)
         self.assertGreater(value[2], 1)
         self.assertGreater(value[3], 1 - 100 / 300)  # the other shape costs more than the overlap
 
-    def testScores(self):
+    def test_scores(self):
         """What is wrong counts, what is right hardly, what isn't asked not at all."""
         logit = torch.tensor([[3.0, -3.0, 4.0, -4.0, 0.0]])
         positive = torch.tensor([[True, True, False, False, False]])
@@ -83,7 +83,7 @@ class Losses(unittest.TestCase):
             self.assertGreater(alone[1], 20 * alone[0])
             self.assertGreater(alone[2], 20 * alone[3])
 
-    def testFacesOfManyPriorsCountLess(self):
+    def test_faces_of_many_priors_count_less(self):
         index = torch.tensor([[0] * 12 + [1] * 2 + [0] * 2, [1] * 6 + [0] * 10])
         positive = torch.tensor([[True] * 14 + [False] * 2, [True] * 6 + [False] * 10])
         found = shares(positive, index, 2, 0.5)
@@ -93,10 +93,10 @@ class Losses(unittest.TestCase):
 
 
 class Network(unittest.TestCase):
-    def testFoldingChangesNothing(self):
+    def test_folding_changes_nothing(self):
         torch.manual_seed(4)
         network = FaceNetwork()
-        network.measureNormalisation([torch.rand(8, 3, SIDE, SIDE) for _ in range(2)])
+        network.measure_normalisation([torch.rand(8, 3, SIDE, SIDE) for _ in range(2)])
         for unit in network.units():  # trained ones aren't the identity
             if unit.normalisation is not None:
                 torch.nn.init.uniform_(unit.normalisation.weight, 0.5, 1.5)
@@ -112,14 +112,14 @@ class Network(unittest.TestCase):
         folded.fold()
         restored = FaceNetwork().eval()
         restored.load(path)
-        restored.restoreNormalisation(images)
+        restored.restore_normalisation(images)
         with torch.no_grad():
             truth = network(images)
             for other in (loaded, folded, restored):
                 for a, b in zip(truth, other(images)):
                     self.assertLess((a - b).abs().max().item(), 1e-4 * a.abs().max().item())
 
-    def testDamagedBlocksAreRefused(self):
+    def test_damaged_blocks_are_refused(self):
         path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
         path.write_bytes(b"0" * 1000)
         with self.assertRaisesRegex(ValueError, "1000 bytes"):
@@ -132,7 +132,7 @@ class Network(unittest.TestCase):
         with self.assertRaisesRegex(ValueError, "conv1.0.weight"):
             network.save(path)
 
-    def testTheMeanOfBlocksCountsEachAsOftenAsItIsNamed(self):
+    def test_the_mean_of_blocks_counts_each_as_often_as_it_is_named(self):
         folder = pathlib.Path(tempfile.mkdtemp())
         first, second = FaceNetwork().folded(), FaceNetwork().folded()
         weight_block.write(folder / "first", first)
@@ -140,10 +140,10 @@ class Network(unittest.TestCase):
         output = folder / "mean"
         self.assertEqual(average.main([str(folder / name) for name in ("first", "second", "first")]
                                       + ["--output", str(output)]), 0)
-        for name, values in weight_block.read(output, FaceNetwork().blockShapes()).items():
+        for name, values in weight_block.read(output, FaceNetwork().block_shapes()).items():
             numpy.testing.assert_allclose(values, (2 * first[name] + second[name]) / 3, 1e-6, 1e-7)
 
-    def testTheShiftMovesEveryScoreByTheSame(self):
+    def test_the_shift_moves_every_score_by_the_same(self):
         network, moved = FaceNetwork().eval(), FaceNetwork().eval()
         path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
         weight_block.write(path, calibrate.shifted(network.folded(), 0.7))

@@ -11,7 +11,7 @@ from training import metrics, steadiness
 EVERYTHING = (0, metrics.LARGEST)
 
 
-def slowAveragePrecision(pictures, low, high):
+def slow_average_precision(pictures, low, high):
     """By the definition: all boxes of all pictures from the best on, one at a time."""
     entries = sorted(((score, number, box) for number, (boxes, scores, _, _) in enumerate(pictures)
                       for box, score in zip(boxes.tolist(), scores.tolist())), reverse=True)
@@ -39,7 +39,7 @@ def slowAveragePrecision(pictures, low, high):
     return total
 
 
-def randomPictures(random, count):
+def random_pictures(random, count):
     """Boxes near faces, near doubtful ones and anywhere, all scores different."""
     pictures = []
     for _ in range(count):
@@ -56,41 +56,41 @@ def randomPictures(random, count):
 
 
 class AveragePrecision(unittest.TestCase):
-    def testAgainstTheDefinition(self):
+    def test_against_the_definition(self):
         random = numpy.random.default_rng(7)
         for trial in range(20):
-            pictures = randomPictures(random, 12)
-            matches = metrics.joined([metrics.matchPicture(*picture) for picture in pictures])
+            pictures = random_pictures(random, 12)
+            matches = metrics.joined([metrics.match_picture(*picture) for picture in pictures])
             for name, sizes in {**metrics.SIZE_CLASSES, "all": EVERYTHING}.items():
                 count = metrics.counted(matches, *sizes)
-                if count.faceCount:
-                    self.assertAlmostEqual(metrics.averagePrecision(count),
-                                           slowAveragePrecision(pictures, *sizes), places=9,
+                if count.face_count:
+                    self.assertAlmostEqual(metrics.average_precision(count),
+                                           slow_average_precision(pictures, *sizes), places=9,
                                            msg=f"trial {trial}, {name}")
 
-    def testWorkedOutByHand(self):
+    def test_worked_out_by_hand(self):
         # Right, wrong, right of three faces: 1/3 at precision 1, then 1/3 at 2/3.
         count = metrics.Counted(numpy.array([.9, .8, .7]), numpy.array([True, False, True]), 3)
-        self.assertAlmostEqual(metrics.averagePrecision(count), 1 / 3 + 2 / 9)
-        self.assertTrue(math.isnan(metrics.averagePrecision(count._replace(faceCount=0))))
+        self.assertAlmostEqual(metrics.average_precision(count), 1 / 3 + 2 / 9)
+        self.assertTrue(math.isnan(metrics.average_precision(count._replace(face_count=0))))
         nothing = metrics.Counted(numpy.empty(0), numpy.empty(0, bool), 3)
-        self.assertEqual(metrics.averagePrecision(nothing), 0)
+        self.assertEqual(metrics.average_precision(nothing), 0)
 
-    def testNothingAtAll(self):
+    def test_nothing_at_all(self):
         none = numpy.empty((0, 4))
-        matches = metrics.joined([metrics.matchPicture(none, numpy.empty(0), none, none)])
+        matches = metrics.joined([metrics.match_picture(none, numpy.empty(0), none, none)])
         count = metrics.counted(matches, *EVERYTHING)
-        self.assertEqual(count.faceCount, 0)
-        self.assertTrue(math.isnan(metrics.pointAt(count, 0.65).precision))
-        self.assertTrue(math.isnan(metrics.bestPoint(count).f1))
-        self.assertEqual(metrics.counted(metrics.joined([]), *EVERYTHING).faceCount, 0)
+        self.assertEqual(count.face_count, 0)
+        self.assertTrue(math.isnan(metrics.point_at(count, 0.65).precision))
+        self.assertTrue(math.isnan(metrics.best_point(count).f1))
+        self.assertEqual(metrics.counted(metrics.joined([]), *EVERYTHING).face_count, 0)
 
 
 class Matching(unittest.TestCase):
-    def testLimits(self):
+    def test_limits(self):
         def found(box, faces, doubtful=()):
             arrays = (numpy.array(value, float).reshape(-1, 4) for value in (faces, doubtful))
-            match = metrics.matchPicture(numpy.array([box], float), numpy.ones(1), *arrays)
+            match = metrics.match_picture(numpy.array([box], float), numpy.ones(1), *arrays)
             return match.faces.tolist(), match.ignored.tolist()
         face = [10, 10, 30, 30]
         for box, faces, doubtful, expected in (
@@ -114,20 +114,20 @@ class OperatingPoints(unittest.TestCase):
         precision, recall = sum(above) / len(above), sum(above) / 150
         return precision, recall, 2 * precision * recall / (precision + recall)
 
-    def testAtAThreshold(self):
+    def test_at_a_threshold(self):
         for threshold in (0.1, 0.65, float(self.count.scores[50])):
-            for a, b in zip(metrics.pointAt(self.count, threshold)[1:], self.slow(threshold)):
+            for a, b in zip(metrics.point_at(self.count, threshold)[1:], self.slow(threshold)):
                 self.assertAlmostEqual(a, b)
 
-    def testTheBestIsReachedAtItsThreshold(self):
-        best = metrics.bestPoint(self.count)
+    def test_the_best_is_reached_at_its_threshold(self):
+        best = metrics.best_point(self.count)
         candidates = [value - 1e-4 for value in set(self.count.scores.tolist())]
         self.assertAlmostEqual(best.f1, max(self.slow(value)[2] for value in candidates))
-        self.assertAlmostEqual(metrics.pointAt(self.count, best.threshold).f1, best.f1)
+        self.assertAlmostEqual(metrics.point_at(self.count, best.threshold).f1, best.f1)
 
 
 class Steady(unittest.TestCase):
-    def testMovementScoresAndFlips(self):
+    def test_movement_scores_and_flips(self):
         def sightings(scores, shift):
             boxes = numpy.array([[10, 10, 30, 30], [50, 50, 90, 90], [0, 0, 20, 20],
                                  [5, 5, 10, 10], [60, 0, 80, 20]], numpy.float32)
@@ -138,15 +138,15 @@ class Steady(unittest.TestCase):
         result = steadiness.compare(sightings([.9, .8, .7, .9, .2], 0),
                                     sightings([.9, .7, .6, .1, .3], 2), 0.65, 16)
         self.assertEqual(result.faces, 2)
-        self.assertAlmostEqual(result.meanMovement, (2 / 20 + 2 / 40) / 2, places=6)
-        self.assertAlmostEqual(result.meanScoreChange, 0.05, places=6)
-        self.assertAlmostEqual(result.p99ScoreChange, 0.099, places=6)
+        self.assertAlmostEqual(result.mean_movement, (2 / 20 + 2 / 40) / 2, places=6)
+        self.assertAlmostEqual(result.mean_score_change, 0.05, places=6)
+        self.assertAlmostEqual(result.p99_score_change, 0.099, places=6)
         self.assertAlmostEqual(result.flips, 1 / 3)
 
-    def testSightingsAreOfTheMatchedBoxes(self):
+    def test_sightings_are_of_the_matched_boxes(self):
         boxes = numpy.array([[0.0, 0, 9, 9], [40, 40, 60, 60], [10, 10, 30, 31]])
         faces = numpy.array([[10.0, 10, 30, 30], [40, 40, 60, 60], [70, 70, 90, 90]])
-        matches = metrics.matchPicture(boxes, numpy.array([.9, .8, .7]), faces, faces[:0])
+        matches = metrics.match_picture(boxes, numpy.array([.9, .8, .7]), faces, faces[:0])
         seen = steadiness.sightings(matches, boxes)
         self.assertTrue(numpy.allclose(seen.scores, [.7, .8, 0]))
         self.assertEqual(seen.boxes[0].tolist(), [10, 10, 30, 31])

@@ -43,11 +43,12 @@ class Runs(unittest.TestCase):
         self.assertEqual(self.start(name, *options), (0, ""))
         return torch.load(self.folder / name / trainer.CHECKPOINT)
 
-    def testAResumedRunGoesOnAsIfNothingHadHappened(self):
+    def test_a_resumed_run_goes_on_as_if_nothing_had_happened(self):
         fresh = ("--batch", 4, "--processes", 1, "--samples", 60)
         start = self.folder / "weights.bin"
         FaceNetwork().save(start)
-        for options in (("--start", start), ("--start", start, "--folded")):
+        for options in (("--start", start, "--source-weight", "picture0.png=0"),
+                        ("--start", start, "--folded", "--bfloat16", "--natural", 1)):
             name = str(len(options))
             whole = self.finish("whole" + name, *fresh, *options)
             with mock.patch.object(train, "agreed", lambda *_: True):  # stopped at the first chance
@@ -58,7 +59,7 @@ class Runs(unittest.TestCase):
             for key, value in whole["average"].items():
                 self.assertTrue(torch.equal(value, resumed["average"][key]), (options, key))
 
-    def testAnInterruptedRunOfTwoProcessesKeepsWhatItHas(self):
+    def test_an_interrupted_run_of_two_processes_keeps_what_it_has(self):
         folder = self.folder / "run"
         command = [sys.executable, "-B", "-m", "training.train", "--data", self.set, "--run",
                    folder, "--batch", "2", "--processes", "2"]
@@ -70,7 +71,7 @@ class Runs(unittest.TestCase):
         self.assertEqual((run.returncode, errors), (0, ""))
         self.assertGreater(torch.load(folder / trainer.CHECKPOINT)["step"], 0)
 
-    def testSetsAtTheirLimits(self):
+    def test_sets_at_their_limits(self):
         face = [(2, 2, 40, 40)]
         noise = numpy.random.default_rng(1).integers(0, 255, (90, 90, 3)).astype(numpy.uint8)
         for name, pictures in {"no faces": [(noise, [], [])], "all doubtful": [(noise, face, [1])],
@@ -82,7 +83,7 @@ class Runs(unittest.TestCase):
             self.set = synthetic.write(self.folder / name, pictures)
             self.finish(name, "--samples", 4, "--batch", 4, "--processes", 1)
 
-    def testFaultsAreToldBeforeAnythingIsDone(self):
+    def test_faults_are_told_before_anything_is_done(self):
         run = ("--batch", 4, "--processes", 1, "--samples", 8)
         for name in ("whole", "damaged"):
             self.finish(name, *run)
@@ -92,6 +93,7 @@ class Runs(unittest.TestCase):
                 ("new", ("--hours", "0"), "--hours"), ("new", ("--samples", "nan"), "--samples"),
                 ("new", ("--samples", "inf"), "--samples"), ("new", ("--seed", 1 << 31), "--seed"),
                 ("new", ("--batch", 10 ** 400), "at most 4096"),
+                ("new", ("--source-weight", "a=-1"), "NAME=WEIGHT"),
                 ("new", ("--device", "abacus"), "abacus"), ("new", ("--folded",), "--start"),
                 ("new", ("--start", "/nowhere.bin"), "/nowhere.bin"),
                 ("new", ("--start", self.set / "boxes.txt"), "391296"),
@@ -103,7 +105,7 @@ class Runs(unittest.TestCase):
             self.assertEqual(status, 2, (name, options))
             self.assertIn(cause, errors.splitlines()[-1])
 
-    def testAnEndlessLossIsNotSaved(self):
+    def test_an_endless_loss_is_not_saved(self):
         self.finish("run", "--batch", 4, "--processes", 1, "--samples", 8)
         with mock.patch.object(trainer.Trainer, "rate", lambda _: float("nan")):
             self.assertIn("lower --rate", self.start("run", "--resume", "--samples", 40)[0])
