@@ -38,7 +38,8 @@ def as_text(figures):
 
     parts = [
         f"{figures['data']}: {figures['pictures']} pictures, {figures['faceless_pictures']} of "
-        f"them faceless\nweights {figures['weights_digest'][:16]}, data {figures['data_digest'][:16]}",
+        f"them faceless\nweights {figures['weights_digest'][:16]}, "
+        f"data {figures['data_digest'][:16]}",
         size_table(f"By size in pixels of the network's input, at {THRESHOLD}", figures["sizes"]),
         f"\nFalse alarms at {THRESHOLD}: "
         f"{shown(figures['false_alarms_per_faceless_picture'])} a faceless picture",

@@ -64,6 +64,24 @@ def complete_overlap(found, truth):
     return 1 - overlap + (apart ** 2).sum(1) / (hull ** 2).sum(1) + weight * shape
 
 
+def unsteadiness(first, second, shift, positive, priors):
+    """How differently two views of the same scenes are answered, the second one moved by `shift`.
+
+    Logits and offsets of both; priors that have a face count: their scores' squared difference and
+    the movement of their boxes that the shift doesn't explain, relative to the prior's size.
+    """
+    picture, prior = positive.nonzero(as_tuple=True)
+    if len(picture) == 0:
+        return first[0].sum() * 0
+    (score, box), (moved_score, moved_box) = (
+        ((logits[..., 1] - logits[..., 0])[picture, prior].sigmoid(),
+         decode(offsets[picture, prior].clamp(-20, 20), priors[prior]))
+        for logits, offsets in (first, second))
+    way = torch.tensor([*shift, *shift], dtype=box.dtype, device=box.device)
+    apart = (box + way - moved_box).abs().mean(1) / priors[prior, 2]
+    return ((score - moved_score) ** 2 + apart).mean()
+
+
 class Loss:
     """Both losses of a batch, each divided by what its positives count."""
 
@@ -92,3 +110,9 @@ class Loss:
         else:
             box = functional.smooth_l1_loss(found, encode(truth, priors), reduction="none").sum(1)
         return score / count, BOX_WEIGHT * (box * share[positive]).sum() / count
+
+    def steadiness(self, first, second, shift, boxes, kinds):
+        """Outputs for two views of the same scenes, boxes and kinds of the first."""
+        with torch.no_grad():
+            positive, _, _ = assign(boxes, kinds, self.priors)
+        return unsteadiness(first, second, shift, positive, self.priors)

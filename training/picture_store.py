@@ -116,11 +116,13 @@ class PictureStore:
         weights[(count == 1) & (largest > PORTRAIT_SHARE)] *= PORTRAIT_WEIGHT
         weights[self.is_dark & (count > 0)] *= DARK_WEIGHT
         self.weights = weights
-        self.faces = is_face.nonzero()
+        if not weights.any():
+            raise ValueError("no picture is ever drawn: all their sources' weights are 0")
+        self.faces = (is_face & (weights > 0)[:, None]).nonzero()
         row, box = self.faces.unbind(1)
         turned = self.poses[row, box] >= faces.HALF_PROFILE
         self.face_weights = (weights[row] / count[row].sqrt() *
-                            torch.where(turned, TURNED_WEIGHT, 1.0))
+                             torch.where(turned, TURNED_WEIGHT, 1.0))
 
     def empty(self):
         """The rows of pictures in which nothing is a face, not even perhaps."""

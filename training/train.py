@@ -100,6 +100,9 @@ def make_parser():
         help="share of the scenes that aren't stretched (default: 0.5)")
     add("--bfloat16", action="store_true",
         help="compute the network in bfloat16: faster on processors that have it")
+    add("--steady", type=number(float, 0), default=0,
+        help="weight of a loss that wants the same answer for a picture moved by a pixel; a step "
+        "takes a sixth longer (default: 0)")
     add("--no-pastes", action="store_true",
         help="scenes as they are, without pasted faces and things")
     add("--seed", type=number(int, 0, (1 << 31) - 1), default=1,

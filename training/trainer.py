@@ -21,6 +21,8 @@ WARM_UP_STEPS = 500
 LEAST_RATE = 0.005  # of the highest rate, at the end
 WEIGHT_DECAY = 1e-4
 LONGEST_GRADIENT = 10.0
+STEADY_SHARE = 0.25  # of a batch, seen twice where steadiness is learned
+STEADY_SHIFTS = [(1, 0), (0, 1), (-1, 0), (0, -1), (1, 1), (-1, -1), (1, -1), (-1, 1)]
 REPLAY_BATCHES = 8  # how long a batch waits until it is seen again, mirrored
 MEASURED_BATCHES = 60  # for the statistics of the normalisations in the weights that leave
 CHECKPOINT = "checkpoint.pt"
@@ -102,12 +104,13 @@ class Trainer:
         self.network.train()
         for group in self.optimiser.param_groups:
             group["lr"] = self.rate()
-        with torch.autocast(self.options.device.split(":")[0], torch.bfloat16,
-                            enabled=self.options.bfloat16):
-            outputs = self.network(to_images(pictures))
-        score, box = self.loss(*(values.float() for values in outputs), boxes, kinds)
+        outputs = self.answer(pictures)
+        score, box = self.loss(*outputs, boxes, kinds)
+        total = score + box
+        if self.options.steady:
+            total = total + self.options.steady * self.unsteadiness(pictures, outputs, boxes, kinds)
         self.optimiser.zero_grad(set_to_none=True)
-        (score + box).backward()
+        total.backward()
         self.step += 1
         self.agree()
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), LONGEST_GRADIENT)
@@ -118,6 +121,22 @@ class Trainer:
             for mean, value in zip(self.average.parameters(), self.network.parameters()):
                 mean.lerp_(value, 1 - decay)
         return score.detach(), box.detach()
+
+    def answer(self, pictures):
+        with torch.autocast(self.options.device.split(":")[0], torch.bfloat16,
+                            enabled=self.options.bfloat16):
+            outputs = self.network(to_images(pictures))
+        return [values.float() for values in outputs]
+
+    def unsteadiness(self, pictures, outputs, boxes, kinds):
+        """Of some of the pictures, moved by a pixel along each axis."""
+        few = math.ceil(len(pictures) * STEADY_SHARE)
+        shift = STEADY_SHIFTS[self.step % len(STEADY_SHIFTS)]
+        # What comes in at one edge is what went out at the other one: a seam as narrow as this
+        # hides no face.
+        moved = pictures[:few].roll((shift[1], shift[0]), (1, 2))
+        return self.loss.steadiness([values[:few] for values in outputs], self.answer(moved),
+                                    shift, boxes[:few], kinds[:few])
 
     def share(self):
         """How much of the run is done, by this process's clock."""

@@ -94,14 +94,13 @@ def natural_stretches(store, pictures, stretches):
 
 def choose_pictures(store, random, count):
     """Pictures to be shown as a whole or anywhere; a fixed share of them without faces."""
-    empty = store.empty()
-    has_face = torch.ones_like(store.weights)
-    has_face[empty] = 0
-    if len(empty) == 0 or not has_face.any():
+    bare = torch.zeros_like(store.weights)
+    bare[store.empty()] = 1
+    without, others = store.weights * bare, store.weights * (1 - bare)
+    if not (without.any() and others.any()):
         return random.pick(store.weights, count)
-    bare = random.chance(EMPTY_SHARE / (1 - FACE_SHARE), count)
-    return torch.where(bare, random.pick(store.weights * (1 - has_face), count),
-                       random.pick(store.weights * has_face, count))
+    return torch.where(random.chance(EMPTY_SHARE / (1 - FACE_SHARE), count),
+                       random.pick(without, count), random.pick(others, count))
 
 
 def choose_views(store, random, count, side, face_sizes, natural=0.5):

@@ -71,8 +71,8 @@ class Agreement(unittest.TestCase):
         # A wider one sees the same face where it is, in its shape.
         wide = cv2.resize(synthetic.portrait(), (400, 300))
         boxes, _ = larger.detect(self.network, wide, 256, 0.5)
-        self.assertGreater(synthetic.overlap(boxes[0], expected[0] * numpy.tile([400 / 192, 300 / 192], 2)),
-                           0.7)
+        self.assertGreater(synthetic.overlap(
+            boxes[0], expected[0] * numpy.tile([400 / SIDE, 300 / SIDE], 2)), 0.7)
 
     def test_inputs_are_equal_byte_for_byte(self):
         """What training shows the network is what the detector shows it."""

@@ -41,8 +41,8 @@ class Evaluate(unittest.TestCase):
         return status, output.getvalue(), errors.getvalue()
 
     def test_three_pictures(self):
-        status, text, errors = self.run_("--data", self.folder / "set", "--peers", "--sides", "192", "--output",
-                                         self.folder / "out")
+        status, text, errors = self.run_("--data", self.folder / "set", "--peers", "--sides", 192,
+                                         "--output", self.folder / "out")
         self.assertEqual((status, errors), (0, ""))
         figures = json.loads((self.folder / "out" / "figures.json").read_text())
         every = figures["sizes"]["16 and more"]

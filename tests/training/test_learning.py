@@ -11,7 +11,7 @@ from synthetic import overlap
 from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
-from training.loss import complete_overlap, focal, hardest, shares
+from training.loss import complete_overlap, focal, hardest, shares, unsteadiness
 from training.network import FaceNetwork
 from training.priors import corners, decode, encode, prior_boxes
 
@@ -82,6 +82,22 @@ class Losses(unittest.TestCase):
             self.assertAlmostEqual(whole - total, alone[0], places=4)  # it counted a half
             self.assertGreater(alone[1], 20 * alone[0])
             self.assertGreater(alone[2], 20 * alone[3])
+
+    def test_steady_answers_cost_nothing(self):
+        priors = prior_boxes()
+        positive = torch.zeros(1, len(priors), dtype=torch.bool)
+        positive[0, 5] = True  # a prior of 32 pixels
+        logits = torch.tensor([0.0, 1.0]).repeat(1, len(priors), 1)
+        boxes = corners(priors)[None] + 3
+        first, moved, other = (encode(boxes + torch.tensor([x, y, x, y]), priors)
+                               for x, y in ((0., 0.), (1., -1.), (1., 0.)))
+        for second, raised, expected in ((moved, 0, 0), (other, 0, 0.5 / 32),
+                                         (moved, 2, (0.952574 - 0.731059) ** 2)):
+            found = unsteadiness((logits, first), (logits + torch.tensor([0., raised]), second),
+                                 (1, -1), positive, priors)
+            self.assertAlmostEqual(found.item(), expected, places=5)
+        self.assertEqual(unsteadiness((logits, first), (logits, other), (1, -1), positive & False,
+                                      priors).item(), 0)
 
     def test_faces_of_many_priors_count_less(self):
         index = torch.tensor([[0] * 12 + [1] * 2 + [0] * 2, [1] * 6 + [0] * 10])
@@ -154,3 +170,9 @@ class Network(unittest.TestCase):
         change = (after[..., 1] - after[..., 0]) - (before[..., 1] - before[..., 0])
         self.assertLess((change - 0.7).abs().max().item(), 1e-4)
         self.assertLess((boxes - same).abs().max().item(), 1e-4)
+
+    def test_quiet_enough(self):
+        for scores, most, expected in (([0.2, 0.9, 0.5], 1, 0.5), ([0.2, 0.9, 0.5], 0, 0.9),
+                                       ([0.2, 0.9, 0.5], 2.9, 0.2), ([0.2], 1, 0), ([], 0, 0),
+                                       ([0.2, 0.3], float("inf"), 0)):
+            self.assertEqual(calibrate.quiet_threshold(scores, most), expected)

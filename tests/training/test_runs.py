@@ -48,7 +48,8 @@ class Runs(unittest.TestCase):
         start = self.folder / "weights.bin"
         FaceNetwork().save(start)
         for options in (("--start", start, "--source-weight", "picture0.png=0"),
-                        ("--start", start, "--folded", "--bfloat16", "--natural", 1)):
+                        ("--start", start, "--folded", "--bfloat16", "--natural", 1,
+                         "--steady", 1)):
             name = str(len(options))
             whole = self.finish("whole" + name, *fresh, *options)
             with mock.patch.object(train, "agreed", lambda *_: True):  # stopped at the first chance
