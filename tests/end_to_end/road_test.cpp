@@ -67,7 +67,7 @@ class PortraitFrame {
     std::array<std::vector<uint8_t>, 3> scaled;
     for (size_t i = 0; i < scaled.size(); ++i) {
       const int32_t size = i == 0 ? side : side / 2;
-      scaled[i] = scaledPlane(PlaneView(planes_[i]), size, size, bilinear);
+      scaled[i] = tavro::test::scaled(ImagePart(planes_[i]), size, size, bilinear);
     }
     std::vector<uint8_t> picture;
     for (size_t y = 0; y < side; ++y)

@@ -31,23 +31,14 @@ std::vector<Size> planesOf(ImageFormat format, Size size) {
 
 std::vector<Bytes> expectedPart(const Planes& src, ImageFormat format, const CropRect& rect,
                                 Size to, int32_t filter, bool plainOnly) {
-  if (const int32_t bytes = bytesPerPixelOf(format); bytes != 1) {
-    PackedView view(src[0], bytes);
-    view.left = rect.x;
-    view.top = rect.y;
-    view.width = rect.width;
-    view.height = rect.height;
-    return {scaledPacked(view, to.width, to.height, filter, plainOnly)};
-  }
+  std::vector<Bytes> planes = {
+      scaled({src[0], bytesPerPixelOf(format), rect.x, rect.y, rect.width, rect.height}, to.width,
+             to.height, filter, plainOnly)};
   const auto half = [](int32_t n) { return (n + 1) / 2; };
-  std::vector<Bytes> planes;
-  for (size_t n = 0; n < src.size(); ++n) {
-    const PlaneView view =
-        n == 0 ? PlaneView(src[n], rect.x, rect.y, rect.width, rect.height)
-               : PlaneView(src[n], half(rect.x), half(rect.y), half(rect.width), half(rect.height));
-    const Size size = n == 0 ? to : to.half();
-    planes.push_back(scaledPlane(view, size.width, size.height, filter, plainOnly));
-  }
+  for (size_t n = 1; n < src.size(); ++n)
+    planes.push_back(
+        scaled({src[n], 1, half(rect.x), half(rect.y), half(rect.width), half(rect.height)},
+               half(to.width), half(to.height), filter, plainOnly));
   return planes;
 }
 

@@ -29,12 +29,19 @@ int64_t floorOf(int64_t position) {
   return position >> 16;
 }
 
-// One column between its neighbours a and b.
-uint8_t filteredColumn(int32_t a, int32_t b, int64_t position, bool blockForm) {
+// One byte of column i between its neighbours a and b.
+uint8_t filteredColumn(int32_t a, int32_t b, int64_t position, int32_t i, int32_t width,
+                       int32_t bytesPerPixel, bool plainRowsOnly) {
   const auto fraction = static_cast<int32_t>(position & 65535);
   const int32_t f = fraction >> 9;
-  return static_cast<uint8_t>(blockForm ? (a * (127 - f) + b * f) >> 7
-                                        : a + (((b - a) * fraction) >> 16));
+  if (bytesPerPixel == 4 || (bytesPerPixel == 1 && !plainRowsOnly && i < width / 8 * 8))
+    return static_cast<uint8_t>((a * (127 - f) + b * f) >> 7);
+  if (bytesPerPixel == 1 || plainRowsOnly)
+    return static_cast<uint8_t>(a + (((b - a) * fraction) >> 16));
+  const bool isLast = width <= 2 || i >= width - (width % 2 == 0 ? 2 : 1);
+  const int32_t coarse = fraction >> 10;
+  return static_cast<uint8_t>(isLast ? a + (((b - a) * f + 64) >> 7)
+                                     : (a * (64 - coarse) + b * coarse + 32) >> 6);
 }
 
 uint8_t blendedRows(int32_t a, int32_t b, int32_t fraction) {
@@ -44,23 +51,81 @@ uint8_t blendedRows(int32_t a, int32_t b, int32_t fraction) {
                                               : (a * (256 - fraction) + b * fraction + 128) >> 8);
 }
 
-// The same for one byte of column i of a row of packed pixels.
-uint8_t filteredPackedColumn(int32_t a, int32_t b, int64_t position, int32_t i, int32_t width,
-                             int32_t bytesPerPixel, bool plainRowsOnly) {
-  if (bytesPerPixel == 4 || plainRowsOnly)
-    return filteredColumn(a, b, position, bytesPerPixel == 4);
-  const auto fraction = static_cast<int32_t>(position & 65535);
-  const bool isLast = width <= 2 || i >= width - (width % 2 == 0 ? 2 : 1);
-  const int32_t f = isLast ? fraction >> 9 : fraction >> 10;
-  return static_cast<uint8_t>(isLast ? a + (((b - a) * f + 64) >> 7)
-                                     : (a * (64 - f) + b * f + 32) >> 6);
-}
-
 // One byte of two pixels of a row and of the two below them.
 int32_t packedBox(int32_t a, int32_t b, int32_t c, int32_t d, bool blockForm) {
   const auto mean = [](int32_t p, int32_t q) { return (p + q + 1) / 2; };
   return blockForm ? mean(mean(a, c), mean(b, d)) : (a + b + c + d + 2) / 4;
 }
+
+// A part of an image at another size. Its samples are those of whichever way of scaling fits.
+struct Scaling {
+  const ImagePart& src;
+  int32_t width, height, filter;
+  bool plainRowsOnly;
+  Positions columns = Positions(src.width, width, filter);
+  Positions rows = Positions(src.height, height, filter);
+
+  // The row at a position, with its lower neighbour above the last row.
+  int32_t blendedAt(int32_t i, int64_t y, int32_t byte, bool blends) const {
+    const int64_t at = std::min(y, src.height > 1 ? (src.height - 1) * int64_t{65536} - 1 : 0);
+    return blendedRows(src.at(i, floorOf(at), byte), src.at(i, floorOf(at) + 1, byte),
+                       blends ? static_cast<int32_t>(at >> 8 & 255) : 0);
+  }
+
+  // Interpolated columns, and rows if they are blended: those first if there are fewer of them.
+  int32_t interpolated(int32_t i, int32_t j, int32_t byte, bool blends) const {
+    const int64_t x = floorOf(columns.at(i)), y = floorOf(rows.at(j));
+    const int32_t fraction = blends ? static_cast<int32_t>(rows.at(j) >> 8 & 255) : 0;
+    const int32_t a = src.at(x, y, byte), b = src.at(x + 1, y, byte);
+    const int32_t c = src.at(x, y + 1, byte), d = src.at(x + 1, y + 1, byte);
+    const auto column = [&](int32_t left, int32_t right) {
+      return filteredColumn(left, right, columns.at(i), i, width, src.bytesPerPixel, plainRowsOnly);
+    };
+    return height > src.height ? blendedRows(column(a, b), column(c, d), fraction)
+                               : column(blendedRows(a, c, fraction), blendedRows(b, d, fraction));
+  }
+
+  int32_t planeSample(int32_t i, int32_t j) const {
+    const bool blends = filter == 2 && height != src.height;
+    if (width == src.width && height == src.height)
+      return src.at(i, j);
+    if (width == src.width)
+      return blendedAt(i, j * (int64_t{src.height} * 65536 / height), 0, filter != 0);
+    if (src.width == 2 * width && src.height == 2 * height) {
+      const int64_t left = 2 * int64_t{i}, up = 2 * int64_t{j};
+      const int32_t top = src.at(left, up) + src.at(left + 1, up);
+      const int32_t bottom = src.at(left, up + 1) + src.at(left + 1, up + 1);
+      if (filter == 0)
+        return src.at(left + 1, up + 1);
+      return filter == 1 ? (top + 1) >> 1 : (top + bottom + 2) >> 2;
+    }
+    if (filter == 0)
+      return src.at(width == 2 * src.width ? i / 2 : floorOf(columns.at(i)), floorOf(rows.at(j)));
+    return interpolated(i, j, 0, blends);
+  }
+
+  int32_t packedSample(int32_t i, int32_t j, int32_t byte) const {
+    const auto isWhole = [](int64_t position) { return position % 65536 == 0; };
+    const auto isOdd = [](int64_t step) { return step / 65536 % 2 == 1; };
+    const bool wholeSteps = isWhole(columns.step) && isWhole(rows.step);
+    const bool rowsOnly = columns.step == 65536 && isWhole(columns.first);
+    const int64_t y = floorOf(rows.at(j));
+    if (wholeSteps && columns.step == 131072 && !isOdd(rows.step)) {
+      const int64_t left = 2 * int64_t{i}, right = left + 1;
+      const int32_t a = src.at(left, y, byte), b = src.at(right, y, byte);
+      const int32_t block = src.bytesPerPixel == 3 ? 16 : 4;
+      if (filter != 2)
+        return filter == 0 ? b : (a + b + 1) / 2;
+      return packedBox(a, b, src.at(left, y + 1, byte), src.at(right, y + 1, byte),
+                       !plainRowsOnly && i < width / block * block);
+    }
+    if ((wholeSteps && isOdd(columns.step) && isOdd(rows.step)) || (filter == 0 && !rowsOnly))
+      return src.at(floorOf(columns.at(i)), y, byte);
+    if (rowsOnly)
+      return blendedAt(i, rows.at(j), byte, true);
+    return interpolated(i, j, byte, filter == 2 && src.height != height);
+  }
+};
 
 }  // namespace
 
@@ -76,120 +141,24 @@ uint8_t TestPlane::at(int32_t x, int32_t y) const {
   return bytes[static_cast<size_t>(y) * static_cast<size_t>(stride) + static_cast<size_t>(x)];
 }
 
-int32_t PlaneView::at(int64_t x, int64_t y) const {
+int32_t ImagePart::at(int64_t x, int64_t y, int32_t byte) const {
   const auto inside = [](int64_t i, int64_t size) { return std::clamp<int64_t>(i, 0, size - 1); };
-  return plane.at(static_cast<int32_t>(inside(left + inside(x, width), plane.width)),
+  const int64_t column = inside(left + inside(x, width), plane.width / bytesPerPixel);
+  return plane.at(static_cast<int32_t>(column * bytesPerPixel + byte),
                   static_cast<int32_t>(inside(top + inside(y, height), plane.height)));
 }
 
-std::vector<uint8_t> scaledPlane(const PlaneView& src, int32_t width, int32_t height,
-                                 int32_t filter, bool plainRowsOnly) {
-  if (filter == 2 && height == src.height && width != src.width)
-    filter = 1;
-  const Positions columns(src.width, width, filter);
-  const Positions rows(src.height, height, filter);
-  const int64_t lastRow = (src.height - 1) * int64_t{65536};
-  const int64_t verticalStep = int64_t{src.height} * 65536 / height;
-
-  const auto sample = [&](int32_t i, int32_t j) -> int32_t {
-    if (width == src.width && height == src.height)
-      return src.at(i, j);
-    if (width == src.width) {
-      const int64_t y = std::min(j * verticalStep, src.height > 1 ? lastRow - 1 : 0);
-      const int32_t fraction = filter == 0 ? 0 : static_cast<int32_t>(y >> 8 & 255);
-      return blendedRows(src.at(i, floorOf(y)), src.at(i, floorOf(y) + 1), fraction);
-    }
-    if (src.width == 2 * width && src.height == 2 * height) {
-      const int64_t left = 2 * int64_t{i}, up = 2 * int64_t{j};
-      const int32_t top = src.at(left, up) + src.at(left + 1, up);
-      const int32_t bottom = src.at(left, up + 1) + src.at(left + 1, up + 1);
-      if (filter == 0)
-        return src.at(left + 1, up + 1);
-      return filter == 1 ? (top + 1) >> 1 : (top + bottom + 2) >> 2;
-    }
-    const int64_t x = columns.at(i);
-    const bool doubled = width == 2 * src.width;
-    if (filter == 0)
-      return src.at(doubled ? i / 2 : floorOf(x), floorOf(rows.at(j)));
-    const bool blockForm = !plainRowsOnly && i < width / 8 * 8;
-    const auto row = [&](int64_t y) {
-      return filteredColumn(src.at(floorOf(x), y), src.at(floorOf(x) + 1, y), x, blockForm);
-    };
-    const int64_t y = height <= src.height ? std::min(rows.at(j), lastRow) : rows.at(j);
-    const int32_t fraction = filter == 1 ? 0 : static_cast<int32_t>(y >> 8 & 255);
-    if (height > src.height)
-      return blendedRows(row(floorOf(y)), row(floorOf(y) + 1), fraction);
-    const auto column = [&](int64_t at) {
-      return blendedRows(src.at(at, floorOf(y)), src.at(at, floorOf(y) + 1), fraction);
-    };
-    return filteredColumn(column(floorOf(x)), column(floorOf(x) + 1), x, blockForm);
-  };
-
-  std::vector<uint8_t> samples;
-  for (int32_t j = 0; j < height; ++j)
-    for (int32_t i = 0; i < width; ++i)
-      samples.push_back(static_cast<uint8_t>(sample(i, j)));
-  return samples;
-}
-
-int32_t PackedView::at(int64_t x, int64_t y, int32_t byte) const {
-  const int64_t column = left + std::clamp<int64_t>(x, 0, width - 1);
-  const int64_t row = top + std::clamp<int64_t>(y, 0, height - 1);
-  return plane.at(static_cast<int32_t>(column * bytesPerPixel + byte), static_cast<int32_t>(row));
-}
-
-std::vector<uint8_t> scaledPacked(const PackedView& src, int32_t width, int32_t height,
-                                  int32_t filter, bool plainRowsOnly) {
-  const Positions columns(src.width, width, filter);
-  const Positions rows(src.height, height, filter);
-  const auto isWhole = [](int64_t position) { return position % 65536 == 0; };
-  const auto isOdd = [](int64_t step) { return step / 65536 % 2 == 1; };
-  const bool wholeSteps = isWhole(columns.step) && isWhole(rows.step);
-  const bool isHalving = wholeSteps && columns.step == 131072 && !isOdd(rows.step);
-  const bool isOddRatio = wholeSteps && isOdd(columns.step) && isOdd(rows.step);
-  const bool rowsOnly = columns.step == 65536 && isWhole(columns.first);
-  const bool blendsRows = filter == 2 && src.height != height;
-  const int32_t boxBlock = src.bytesPerPixel == 3 ? 16 : 4;
-
-  const auto sample = [&](int32_t i, int32_t j, int32_t byte) -> int32_t {
-    const int64_t x = floorOf(columns.at(i));
-    const int64_t y = floorOf(rows.at(j));
-    const auto fraction = static_cast<int32_t>(rows.at(j) >> 8 & 255);
-    const auto at = [&](int64_t column, int64_t row) { return src.at(column, row, byte); };
-    if (isHalving) {
-      const int64_t left = 2 * int64_t{i}, right = left + 1;
-      if (filter == 0)
-        return at(right, y);
-      if (filter == 1)
-        return (at(left, y) + at(right, y) + 1) / 2;
-      return packedBox(at(left, y), at(right, y), at(left, y + 1), at(right, y + 1),
-                       !plainRowsOnly && i < width / boxBlock * boxBlock);
-    }
-    if (isOddRatio || (filter == 0 && !rowsOnly))
-      return at(x, y);
-    if (rowsOnly) {
-      const int64_t last = src.height > 1 ? (src.height - 1) * int64_t{65536} - 1 : 0;
-      const int64_t clamped = std::min(rows.at(j), last);
-      return blendedRows(at(i, floorOf(clamped)), at(i, floorOf(clamped) + 1),
-                         static_cast<int32_t>(clamped >> 8 & 255));
-    }
-    const auto filtered = [&](int32_t a, int32_t b) {
-      return filteredPackedColumn(a, b, columns.at(i), i, width, src.bytesPerPixel, plainRowsOnly);
-    };
-    if (!blendsRows)
-      return filtered(at(x, y), at(x + 1, y));
-    if (height > src.height)
-      return blendedRows(filtered(at(x, y), at(x + 1, y)), filtered(at(x, y + 1), at(x + 1, y + 1)),
-                         fraction);
-    return filtered(blendedRows(at(x, y), at(x, y + 1), fraction),
-                    blendedRows(at(x + 1, y), at(x + 1, y + 1), fraction));
-  };
-
+std::vector<uint8_t> scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
+                            bool plainRowsOnly) {
+  if (src.bytesPerPixel == 1 && filter == 2 && height == src.height && width != src.width)
+    filter = 1;  // a plane then starts where that filter does, packed pixels don't
+  const Scaling scaling = {src, width, height, filter, plainRowsOnly};
   std::vector<uint8_t> samples;
   for (int32_t j = 0; j < height; ++j)
     for (int32_t i = 0; i < width; ++i)
       for (int32_t byte = 0; byte < src.bytesPerPixel; ++byte)
-        samples.push_back(static_cast<uint8_t>(sample(i, j, byte)));
+        samples.push_back(static_cast<uint8_t>(
+            src.bytesPerPixel == 1 ? scaling.planeSample(i, j) : scaling.packedSample(i, j, byte)));
   return samples;
 }
 

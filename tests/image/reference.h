@@ -27,42 +27,30 @@ struct TestPlane {
   GuardedBuffer<uint8_t> bytes;
 };
 
-/// A part of a plane. Samples beyond the part are those of its edge, as far as the plane has them.
-struct PlaneView {
-  explicit PlaneView(const TestPlane& source)
-      : PlaneView(source, 0, 0, source.width, source.height) {}
-  PlaneView(const TestPlane& source, int32_t x, int32_t y, int32_t viewWidth, int32_t viewHeight)
-      : plane(source), left(x), top(y), width(viewWidth), height(viewHeight) {}
-
-  int32_t at(int64_t x, int64_t y) const;
-
-  const TestPlane& plane;
-  int32_t left, top, width, height;
-};
-
-/// The plane at another size, row by row; filter by code.
-std::vector<uint8_t> scaledPlane(const PlaneView& src, int32_t width, int32_t height,
-                                 int32_t filter, bool plainRowsOnly = false);
-
-/// A part of an image of packed pixels; the plane that holds them counts its width in bytes. Pixels
-/// beyond the part are those of its edge.
-struct PackedView {
-  PackedView(const TestPlane& source, int32_t pixelBytes)
+/// A part of an image of one byte a pixel, or of several: the plane that holds them counts its
+/// width in bytes. Pixels beyond the part are those of its edge, as far as the plane has them.
+struct ImagePart {
+  explicit ImagePart(const TestPlane& source, int32_t pixelBytes = 1)
+      : ImagePart(source, pixelBytes, 0, 0, source.width / pixelBytes, source.height) {}
+  ImagePart(const TestPlane& source, int32_t pixelBytes, int32_t x, int32_t y, int32_t partWidth,
+            int32_t partHeight)
       : plane(source),
         bytesPerPixel(pixelBytes),
-        width(source.width / pixelBytes),
-        height(source.height) {}
+        left(x),
+        top(y),
+        width(partWidth),
+        height(partHeight) {}
 
-  int32_t at(int64_t x, int64_t y, int32_t byte) const;
+  int32_t at(int64_t x, int64_t y, int32_t byte = 0) const;
 
   const TestPlane& plane;
   int32_t bytesPerPixel;
-  int32_t left = 0, top = 0, width, height;
+  int32_t left, top, width, height;
 };
 
-/// The image at another size, byte by byte; filter by code.
-std::vector<uint8_t> scaledPacked(const PackedView& src, int32_t width, int32_t height,
-                                  int32_t filter, bool plainRowsOnly = false);
+/// The part at another size, sample by sample; filter by code.
+std::vector<uint8_t> scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
+                            bool plainRowsOnly = false);
 
 struct Bgr {
   uint8_t b, g, r;

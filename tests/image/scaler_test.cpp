@@ -36,10 +36,8 @@ testing::AssertionResult checkScaling(const Sizes& sizes, int32_t bytesPerPixel,
       return scaleInto(dst[0], src[0], bytesPerPixel, filter);
     };
     const auto expected = [=](const Planes& src, bool plainOnly) -> std::vector<Bytes> {
-      if (bytesPerPixel == 1)
-        return {scaledPlane(PlaneView(src[0]), sizes.dstWidth, sizes.dstHeight, filter, plainOnly)};
-      return {scaledPacked(PackedView(src[0], bytesPerPixel), sizes.dstWidth, sizes.dstHeight,
-                           filter, plainOnly)};
+      return {scaled(ImagePart(src[0], bytesPerPixel), sizes.dstWidth, sizes.dstHeight, filter,
+                     plainOnly)};
     };
     if (testing::AssertionResult result =
             checkImage({{{sizes.srcWidth * bytesPerPixel, sizes.srcHeight}},
