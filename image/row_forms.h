@@ -55,7 +55,7 @@ ColumnsRow filterColumns;
 HalveRow halveRowPoint;
 HalveRow halveRowBox;
 BlendColumnsRow blendColumns;
-ColumnsRow filterColumns24;  // takes any width: its last pixels are a matter of its own
+ColumnsRow filterColumns24;  // takes any width: it finishes the row itself
 ColumnsRow filterColumns32;
 HalveRow halveRowBox24;
 HalveRow halveRowBox32;

@@ -75,7 +75,7 @@ inline constexpr PixelLayout bgra32 = {4, 2, 1, 0};
 inline constexpr PixelLayout argb32 = {4, 1, 2, 3};
 inline constexpr PixelLayout abgr32 = {4, 3, 2, 1};
 
-/// One luma sample a pixel.
+/// One luma sample a pixel. The coefficients have 7 bits in the block form, 8 in the plain one:
 ///   block  ((33 R + 65 G + 13 B) >> 7) + 16
 ///   plain  (66 R + 129 G + 25 B + 0x1080) >> 8
 using LumaRow = void(const uint8_t* src, uint8_t* dstY, int32_t width);
@@ -147,7 +147,7 @@ using SplitChromaRow = void(const uint8_t* src, uint8_t* first, uint8_t* second,
 CopyRow* chooseCopyRow(int32_t bytes);
 InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel);
 ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
-/// Null for a width that isn't a whole number of blocks, too.
+/// Also null for a width that isn't a whole number of blocks.
 BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel);
 HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
 YuvRow* chooseYuvRow(int32_t width, PackMode packMode);
@@ -157,7 +157,7 @@ PackedRow* choosePackedRow(int32_t width, PackedOp op);
 MergeChromaRow* chooseMergeChromaRow(int32_t width);
 SplitChromaRow* chooseSplitChromaRow(int32_t width);
 
-/// Luma of rgb24 whose block form, too, gives the bytes of the plain one.
+/// Luma of rgb24 with 8 bits in both forms, which therefore agree.
 LumaRow* chooseFineLumaRow(int32_t width);
 
 /// Kernels without a block form, and so without a chooser; the numbers are bits per pixel.

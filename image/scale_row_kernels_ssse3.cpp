@@ -76,7 +76,7 @@ __m128i gatherPairs(const uint8_t* src, int64_t position, int64_t dx) {
 #pragma GCC diagnostic pop
 
 // Weights eight pairs of neighbours at a time by the fractions of their positions, block after
-// block along a row. `takePairs` gives the pairs of the block that begins at a position.
+// block along a row. `takePairs` returns the pairs of the block that begins at a position.
 template <typename TakePairs>
 void filterPairs(uint8_t* dst, int32_t dstWidth, int32_t x, int32_t dx, TakePairs takePairs) {
   const __m128i allBits = _mm_set1_epi16(127);

@@ -79,7 +79,7 @@ void generatePriors(std::span<PriorBox, priorCount> priors) {
 std::vector<Detection> BoxDecoder::decode(int32_t frameWidth, int32_t frameHeight,
                                           const float* boxes, const float* scores) {
   collectCandidates(static_cast<float>(frameWidth), static_cast<float>(frameHeight), boxes, scores);
-  // Equal scores stay in the order of their priors, which std::sort by itself promises to nobody.
+  // Equal scores stay in the order of their priors. std::sort alone doesn't promise that.
   std::sort(candidates.begin(), candidates.end(), [](const Detection& a, const Detection& b) {
     return a.score != b.score ? a.score > b.score : a.priorIndex < b.priorIndex;
   });
@@ -109,7 +109,7 @@ void BoxDecoder::suppressOverlaps() {
     kept.push_back(best);
     if (static_cast<int64_t>(kept.size()) > keepLimit)
       return;
-    // Whatever stands before the best box is decided already.
+    // The boxes in front of it are decided already.
     for (Detection& other : candidates)
       if (other.suppressed == 0 && intersectionOverUnion(best, other) >= overlapLimit)
         other.suppressed = 1;

@@ -4,14 +4,14 @@
 //
 //   scores, offsets --threshold--> candidates --sort, suppress overlaps--> kept, best first
 //
-// The prior boxes are a fixed set of squares spread over the network's input picture. The network
-// says nothing but how probable a face is at each of them and how it lies relative to it, so row i
-// of its outputs means something only together with prior i. Three grids of growing cells carry
-// them: many small squares on the fine grid, few large ones on the coarse grid. A grid is listed
-// row by row, and the sizes of one cell lie next to each other.
+// The prior boxes are a fixed set of squares spread over the network's input picture. For each of
+// them the network tells how probable a face is there and how it lies relative to the square, so
+// row i of its outputs belongs to prior i. There are three grids: many small squares on the fine
+// one, few large ones on the coarse one. A grid is listed row by row, and the sizes of one cell lie
+// next to each other.
 //
 // Priors that score above the threshold are shifted and stretched by their offsets; of boxes that
-// overlap, the best is kept. A decoder is made anew for each frame.
+// overlap, the best is kept. Each frame has a decoder of its own.
 
 #include <array>
 #include <cstddef>

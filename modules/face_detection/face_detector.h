@@ -22,15 +22,15 @@ class FaceDetector {
   FaceDetector(const FaceDetector&) = delete;
   FaceDetector& operator=(const FaceDetector&) = delete;
 
-  /// Builds the network and the buffers. A face must score above `threshold`; 0 counts as none set.
+  /// Builds the network and the buffers. A face must score above `threshold`; 0 means none is set.
   /// True if there is a network. A second call only changes the threshold.
   bool init(float threshold);
 
-  /// Puts one rectangle for each face now tracked into `faces`, the oldest face first, in pixels of
-  /// the frame, or gives false with `faces` empty and the tracks unchanged: for a frame that can't
-  /// be (a message on the standard output says what is wrong, save for a size outside 1 to 32768),
-  /// for a detector that isn't ready, and for want of memory. The tracks are unchanged, too, if it
-  /// throws std::bad_alloc.
+  /// Puts one rectangle for each tracked face into `faces`, the oldest face first, in pixels of the
+  /// frame. False, with `faces` empty and the tracks unchanged, if the frame is invalid, the
+  /// detector isn't ready or there is no memory. A message on the standard output says what is
+  /// wrong, except for a frame size outside 1 to 32768. The tracks are also unchanged if it throws
+  /// std::bad_alloc.
   bool execute(const FrameView& frame, FaceRectSequence& faces);
 
   /// The version, in double quotes.

@@ -1,14 +1,13 @@
 #pragma once
 
-// The tracker and its filter: make the boxes of single frames into faces that last. What the host
-// sees is the list of tracks, in the order of their creation, never the boxes themselves. Each
-// frame goes
+// The tracker and its filter turn the boxes of single frames into faces that last. The host sees
+// the list of tracks, in the order of their creation, never the boxes themselves. Each frame goes
 //
 //   associateTracks   each box updates the track that it overlaps most, or is left over
-//   pruneTracks       a track that no box of this frame overlaps is gone, without a grace period
+//   pruneTracks       a track that no box of this frame overlaps is removed, without a grace period
 //   addTracks         each box left over becomes a new track
 //
-// A change of the frame's size isn't noticed: overlap decides, as ever.
+// A change of the frame's size isn't noticed: only overlap decides.
 //
 // By the amount of overlap an update holds the rectangle, smooths it or replaces it. What smooths
 // is the One Euro filter (Casiez, Roussel and Vogel, "1 Euro Filter: A Simple Speed-based Low-pass
@@ -27,8 +26,8 @@
 namespace TavroRTC::FDModule {
 
 /// One face that is followed from frame to frame: the rectangle that the host sees and the state of
-/// the filter that smooths it. Coordinates stand in the order of FaceRect. A
-/// track has no identifier and no age; its place in the list tells it from others.
+/// the filter that smooths it. Coordinates stand in the order of FaceRect. A track has no identifier
+/// and no age; its place in the list tells it from others.
 struct FaceTrack {
   static constexpr int32_t dimension = 4;
   using Coordinates = std::array<int32_t, dimension>;

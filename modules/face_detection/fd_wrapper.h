@@ -1,7 +1,7 @@
 #pragma once
 
 // FDWrapper: the instance that the host works with. The host gets one from moduleCallback, calls
-// init once and execute for each frame, and gives it back through moduleCallback. It calls the
+// init once and execute for each frame, and returns it through moduleCallback. It calls the
 // virtual functions only, so their order is part of the boundary: destructor, init, execute, in a
 // table as the platform's own compiler lays it out.
 
@@ -45,14 +45,14 @@ class FDWrapper {
   FDWrapper(const FDWrapper&) = delete;
   FDWrapper& operator=(const FDWrapper&) = delete;
 
-  /// Makes the instance ready. Called again it begins afresh, without any tracked face. True if
-  /// there is a network to run.
+  /// Makes the instance ready. A second call starts again, without any tracked face. True if there
+  /// is a network to run.
   virtual bool init();
 
-  /// Finds and follows the faces in a frame. True: `faces` holds one rectangle for each face now
-  /// tracked, possibly none, the oldest face first. False: `faces` is empty, and the next frame
-  /// goes on from the faces before; so for a frame that can't be, before init, and without memory.
-  /// A null `frame` or `faces` is false with nothing touched.
+  /// Finds and follows the faces in a frame. True: `faces` holds one rectangle for each tracked
+  /// face, possibly none, the oldest face first. False: `faces` is empty and the tracked faces are
+  /// as before; this is so if the frame is invalid, before init, and if there is no memory. A null
+  /// `frame` or `faces` returns false, with nothing touched.
   virtual bool execute(const HostFrame* frame, FaceRectSequence* faces);
 
  private:

@@ -10,7 +10,7 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-// The wording is part of the boundary: hosts look for these lines. "Larger than" means "at least".
+// Look odd, are meant: hosts may look for these very words. "Larger than" means "at least".
 constexpr const char* shortStride = "stride should be larger than input w, pls check\n";
 constexpr const char* invalidInput = "input is invalid or initialization failed, pls check\n";
 constexpr const char* notInitialised = "pls init before execute\n";

@@ -5,8 +5,8 @@
 //   frame --scale--> 192x192 I420 --convert--> B, G, R bytes --network--> scores and offsets
 //     --decode--> boxes, best first
 //
-// It owns the network and the buffers, and nothing of a frame outlives the call. FaceDetector is
-// this and the tracker; tools that look at single frames use it alone.
+// It owns the network and the buffers; nothing of a frame outlives the call. FaceDetector adds the
+// tracker, and tools that look at single frames use it alone.
 
 #include <cstdint>
 #include <optional>
@@ -40,18 +40,18 @@ class FrameAnalysis {
   FrameAnalysis(const FrameAnalysis&) = delete;
   FrameAnalysis& operator=(const FrameAnalysis&) = delete;
 
-  /// Builds the network and the buffers, unless they are there already. True if there is a network.
-  /// A missing buffer is noticed when a frame comes.
+  /// Builds the network and the buffers that don't exist yet. True if there is a network. Missing
+  /// buffers are reported with the first frame.
   bool init();
 
-  /// The boxes in the frame, best first. None if the frame or the instance isn't fit for it, which
-  /// a message on the standard output explains (except for a frame size outside 1 to 32768), or if
-  /// there is no memory.
+  /// The boxes in the frame, best first. Nullopt if the frame is invalid, the instance isn't ready
+  /// or there is no memory. A message on the standard output says what is wrong, except for a frame
+  /// size outside 1 to 32768.
   std::optional<std::vector<Detection>> findBoxes(const FrameView& frame, float threshold,
                                                   int32_t keepLimit = defaultKeepLimit);
 
-  /// What the network sees: packedInputSize bytes, of the last frame or written by the caller. Null
-  /// if there was no memory for it.
+  /// What the network sees: packedInputSize bytes, made from the last frame or written by the
+  /// caller. Null if there was no memory for it.
   uint8_t* picture() { return packedBuffer_; }
 
   /// Runs the network on the picture. False if it can't run.
@@ -63,7 +63,8 @@ class FrameAnalysis {
   Impl* impl_ = nullptr;
   uint8_t* planarBuffer_ = nullptr;  ///< the frame at the network's size, three planes
   uint8_t* packedBuffer_ = nullptr;  ///< the same as B, G, R bytes: the network reads it in place
-  // Spare, 112x112: they come and go with the other two, and no stage uses them.
+  // Looks odd, is meant: two spare buffers of 112x112. They are part of an instance's layout and
+  // live as long as the other two, but no stage uses them.
   uint8_t* auxPackedBuffer_ = nullptr;
   uint8_t* auxPlanarBuffer_ = nullptr;
 };

@@ -4,7 +4,7 @@
 //
 // The host loads the module; while it is being loaded, the module registers a callback with the
 // host's core library (the qosl_* functions below). Through that callback the host gets instances
-// of FDWrapper (fd_wrapper.h), to which it gives one HostFrame after another; each call fills a
+// of FDWrapper (fd_wrapper.h), to which it passes one HostFrame after another; each call fills a
 // FaceRectSequence that the host owns.
 //
 // No C++ library object, no exception and no heap block changes owner across this boundary, so the
@@ -76,7 +76,7 @@ using ModuleCallback = int32_t (*)(void* context, void* command);
 extern "C" {
 /// Lets the host watch the module that contains `codeAddress`. Negative on failure.
 TAVRO_HOST_API int32_t qosl_so_register(const char* name, const void* codeAddress);
-/// Gives the host the module's callback. Negative on failure, for example a name already taken.
+/// Registers the module's callback. Negative on failure, for example a name already taken.
 TAVRO_HOST_API int32_t qosl_module_register(const char* name,
                                             TavroRTC::FDModule::ModuleCallback callback);
 /// Takes the callback back, at unload. Negative if the name isn't registered.

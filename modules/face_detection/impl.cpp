@@ -56,7 +56,7 @@ float* outputValues(Net& net, const std::string& name, uint64_t valuesPerPrior) 
 }  // namespace
 
 Impl* createImpl(int32_t backend, int32_t /*precision*/) {
-  // The picture's rows are SSSE3 code; other code for them would give other bytes.
+  // The rows of the picture are SSSE3 code; the plain code would compute other bytes.
   if (backend != processorBackend || !cpuInfo().hasSsse3())
     return nullptr;
   auto env = std::make_unique<x86::RunEnv>();
@@ -76,8 +76,8 @@ Impl* createImpl(int32_t backend, int32_t /*precision*/) {
 int32_t runImpl(Impl* impl, uint8_t* picture, float** boxes, float** scores) {
   if (impl == nullptr || !setInput(*impl, picture))
     return -1;
-  // A layer that lacks memory leaves behind what the frame before had, or nothing at all, which
-  // must not pass for this frame's result. The next run begins afresh.
+  // A layer without memory leaves the last frame's values behind, or none at all. They must not
+  // pass for this frame's result. The next run starts again.
   impl->warmup();
   if (!impl->run())
     return -1;

@@ -5,8 +5,8 @@
 
 namespace TavroRTC::FDModule {
 
-/// The whole part of a coordinate, toward zero. Values outside int32, infinities included, give the
-/// nearest int32 and NaN gives 0: whatever the network says, a rectangle can be made of it.
+/// Truncates a coordinate toward zero. Values outside int32, infinities included, become the
+/// nearest int32 and NaN becomes 0, so that any output of the network makes a rectangle.
 inline int32_t truncateToInt32(float value) {
   constexpr float limit = 2147483648.0F;  // 2^31, the first value that is too large
   if (value >= limit)

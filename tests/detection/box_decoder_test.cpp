@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "tests/support/reference_boxes.h"
@@ -74,6 +75,17 @@ TEST(BoxDecoder, OverlapFromOneFifthOnSuppresses) {
   outputs.boxes[2] = outputs.boxes[6] = outputs.boxes[7] = onePixel;
   EXPECT_EQ(outputs.decode(192, 96).size(), 1U);
   EXPECT_EQ(outputs.decode(192, 97).size(), 2U);
+
+  // A line of pixels and the same line in the next column or row don't meet at all.
+  const std::pair<size_t, size_t> neighbours[] = {{3, 2}, {72, 3}};
+  for (const auto& [prior, side] : neighbours) {
+    Outputs lines;
+    for (const size_t i : {size_t{0}, prior}) {
+      lines.setScore(i, 0.9F);
+      lines.boxes[4 * i + side] = onePixel;
+    }
+    EXPECT_EQ(lines.decode().size(), 2U) << prior;
+  }
 }
 
 TEST(BoxDecoder, RandomOutputsAgreeWithTheReference) {

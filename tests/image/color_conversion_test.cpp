@@ -52,7 +52,7 @@ int32_t meanOf(int32_t topLeft, int32_t topRight, int32_t bottomLeft, int32_t bo
   return (left + right + 1) / 2;
 }
 
-// The planes that an operation is to give.
+// The planes that an operation must produce.
 using Expected = std::vector<Bytes>;
 using Reference = std::function<Expected(const Planes& src, Size size, bool plainOnly)>;
 

@@ -51,7 +51,7 @@ int fail(const std::string& message) {
   return 2;
 }
 
-/// Nothing, with the exit code set, if there is no more to do.
+/// Nullopt, with the exit code set, if there is nothing to do.
 std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitCode) {
   Arguments arguments;
   CLI::App app(

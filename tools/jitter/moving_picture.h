@@ -20,7 +20,7 @@ class MovingPicture {
   MovingPicture(const host::I420Frame& picture, const FaceRect& face, double reach)
       : picture_(picture), face_(face), reach_(reach) {}
 
-  /// The frame, of the photograph's size. Nothing if memory runs out.
+  /// The frame, of the photograph's size. Nullopt if there is no memory.
   std::optional<host::I420Frame> frame(size_t index) const;
   /// Where the face is in it.
   FaceRect face(size_t index) const;

@@ -21,7 +21,7 @@ struct Sighting {
   std::vector<FaceRect> faces;
 };
 
-/// What there is nothing to measure by.
+/// A figure for which there is no data.
 inline constexpr double unknown = std::numeric_limits<double>::quiet_NaN();
 
 /// Over all pairs of consecutive frames that show a face: how its rectangle changes from one to the

@@ -7,8 +7,8 @@
 //     --tavroRunNetwork--> scores and offsets
 //   I420 frame --tavroDetect--> boxes of this frame alone, at any threshold
 //
-// Nothing is kept from call to call and nothing is tracked. Functions give 0 or a count, or -1 for
-// refused arguments and for want of memory, and what they should have written is then undefined.
+// Nothing is kept from call to call and nothing is tracked. Functions return 0 or a count, or -1 if
+// they refuse the arguments or there is no memory; what they should have written is then undefined.
 // One detector takes one call at a time.
 
 #include <stdint.h>
@@ -59,7 +59,7 @@ TAVRO_TRAINING_API void tavroReleaseDetector(TavroDetector* detector);
 TAVRO_TRAINING_API int32_t tavroRunNetwork(TavroDetector* detector, const uint8_t* picture,
                                            float* scores, float* offsets);
 
-/// The boxes that score above `threshold`, best first, at most `capacity` of them; gives their
+/// The boxes that score above `threshold`, best first, at most `capacity` of them; returns their
 /// count. The box that exceeds `keepLimit` is the last one. At 0.65 and 5 these are, before they
 /// are truncated to whole pixels, what the module reports for its first frame.
 TAVRO_TRAINING_API int32_t tavroDetect(TavroDetector* detector, const TavroFrame* frame,
