@@ -6,8 +6,6 @@
 //   fuzz_frames.cpp    an instance with any frames, results and order of calls
 //   fuzz_images.cpp    the image dispatchers with any descriptor, size and code
 //   fuzz_layers.cpp    rows of a layer table with any types, parameters and tensors
-//   fuzz_network.cpp   the whole network on any picture, on every kind of processor
-//   fuzz_paths.cpp     single layers of whole numbers, on every kind of processor
 //
 // The preset `fuzz` links them with libFuzzer; in all others replay_main.cpp feeds them the
 // committed corpus as an ordinary test. Memory that the tested code may touch is allocated to the
