@@ -1,22 +1,66 @@
 #pragma once
 
-// The comparison of a network's float outputs with the reference network's readings.
+// What a network is given, and how its outputs are compared with the reference network's. The
+// pictures have 192x192 pixels of three bytes B, G, R. The plain ones put the whole network at one
+// operating point, noise excites all of it, and the others have smooth shading, edges, and a face.
+// Needs tavro_test_portrait.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "tests/end_to_end/reference_network.h"
+#include "tests/support/portrait.h"
+#include "tests/support/random.h"
 
 namespace tavro::test {
 
-/// How many of the reference's deviations a float evaluation may stray. Pictures with texture stay
-/// within 3. In one of a single colour all pixels make the same errors, which don't average out as
-/// the deviation supposes: up to 7.3 were seen. A single weight that is off by 1% shows as 40 to
-/// 2000 in nine cases out of ten, and a wrong tap or lane as far more.
+struct TestPicture {
+  std::string name;
+  std::vector<uint8_t> bytes;
+};
+
+/// The picture whose sample at y, x, channel is `sample(y, x, channel)`, cut to 0 to 255.
+template <typename Sample>
+TestPicture makePicture(const std::string& name, Sample sample) {
+  TestPicture picture{name, {}};
+  for (int32_t y = 0; y < ReferenceNetwork::side; ++y)
+    for (int32_t x = 0; x < ReferenceNetwork::side; ++x)
+      for (int32_t channel = 0; channel < 3; ++channel)
+        picture.bytes.push_back(
+            static_cast<uint8_t>(std::clamp<double>(sample(y, x, channel), 0, 255)));
+  return picture;
+}
+
+inline std::vector<TestPicture> testPictures(uint64_t seed) {
+  constexpr int32_t side = ReferenceNetwork::side;
+  Random random(seed);
+  const Portrait portrait;
+  return {
+      makePicture("black", [](int32_t, int32_t, int32_t) { return 0; }),
+      makePicture("grey", [](int32_t, int32_t, int32_t) { return 128; }),
+      makePicture("white", [](int32_t, int32_t, int32_t) { return 255; }),
+      makePicture("noise", [&](int32_t, int32_t, int32_t) { return random.byte(); }),
+      makePicture("gradient",
+                  [](int32_t y, int32_t x, int32_t channel) {
+                    return channel == 0 ? x * 1.3 : channel == 1 ? y * 1.3 : (x + y) * 0.6;
+                  }),
+      makePicture("stripes",
+                  [](int32_t y, int32_t x, int32_t channel) {
+                    return (x * (channel + 1) + y) % 23 < 11 ? 20 : 235;
+                  }),
+      makePicture("portrait in grey",
+                  [&](int32_t y, int32_t x, int32_t) { return portrait.at(0, x, y, side, side); }),
+  };
+}
+
+/// How many of the reference's deviations an output may stray: the largest of thousands of errors
+/// is several times as large as the typical one, and up to 10 were seen.
 inline constexpr double allowedDeviations = 24;
 
 /// Expects every value within the allowed deviations, and within `relativeError` of the value's

@@ -11,7 +11,6 @@
 
 #include "tests/end_to_end/agreement.h"
 #include "tests/end_to_end/reference_network.h"
-#include "tests/end_to_end/test_pictures.h"
 
 namespace {
 

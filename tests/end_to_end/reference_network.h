@@ -5,8 +5,9 @@
 // drawing of the network and not from the engine's table, and the places of the tensors in the file
 // follow from that description.
 //
-// Every value carries the error that single precision is expected to make in it, so that a test
-// has its tolerance from the network itself, whatever the weights.
+// It is evaluated in floats as well, with every sum in one plain order. How far that strays from
+// the doubles tells what rounding does to this picture with these weights, and so how far the
+// engine, which takes its sums in other orders, may stray.
 
 #include <cstdint>
 #include <map>
@@ -18,17 +19,17 @@ namespace tavro::test {
 
 struct Reading {
   double value = 0;
-  double deviation = 0;  ///< standard deviation of the error of a float evaluation
+  double deviation = 0;  ///< typical error of a float evaluation
 };
 
 /// Values by name in one file of raw floats: ordered by the names' bytes, each tensor at the next
 /// multiple of 128 bytes.
 class WeightFile {
  public:
-  /// The values of a tensor. Before load() only notes the tensor, and gives zeros.
+  /// The values of a tensor. Before load() it only notes the tensor, and returns zeros.
   std::span<const float> values(const std::string& name, size_t count);
 
-  /// Reads the file. Throws std::runtime_error if it doesn't hold just the tensors noted.
+  /// Reads the file. Throws std::runtime_error if it doesn't hold exactly the tensors noted.
   void load(const std::string& path);
 
  private:
