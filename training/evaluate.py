@@ -24,8 +24,8 @@ import sys
 import cv2
 import numpy
 
-from training import (conditions, detector_library, evaluation_report, faces, larger, metrics,
-                      peers, steadiness)
+from training import (clips, conditions, detector_library, evaluation_report, faces, larger,
+                      metrics, peers, steadiness)
 from training.contract import MOST_REPORTED, SIDE, THRESHOLD
 from training.network import FaceNetwork
 
@@ -43,6 +43,8 @@ def parse_arguments(arguments):
     parser.add_argument("--peers", action="store_true", help="measure other detectors, too")
     parser.add_argument("--weights", help="another weight block, built into a library of its own")
     parser.add_argument("--limit", type=int, help="only so many pictures, spread over the set")
+    parser.add_argument("--clips", action="store_true",
+                        help="measure moving scenes made from the pictures, too")
     parser.add_argument("--sides", type=int, nargs="+", default=[],
                         help="lengths of the longer side to run the network on, aspect kept")
     options = parser.parse_args(arguments)
@@ -274,7 +276,10 @@ def evaluate(options):
     figures = {"data": str(options.data), "data_digest": faces.digest(options.data),
                "weights_digest": hashlib.sha256(library.weights()).hexdigest(),
                "date": datetime.date.today().isoformat(), "threshold": THRESHOLD,
-               **evaluation.figures()}
+               **evaluation.figures(), "clips": {}}
+    if options.clips:
+        figures["clips"] = {kind: row._asdict() for kind, row in clips.measure(
+            pictures, lambda frame: evaluation.detector.detect(library.convert(frame))).items()}
     print(evaluation_report.as_text(figures))
     if options.output:
         write(pathlib.Path(options.output), figures, evaluation)

@@ -61,6 +61,12 @@ def as_text(figures):
               ["", "faces", "moved", "99th percentile", "score change", "99th percentile",
                f"flips at {THRESHOLD}"],
               [[name, *row.values()] for name, row in figures["steadiness"].items()])]
+    if figures["clips"]:
+        parts.append(table(
+            f"Moving scenes, each frame on its own, at {THRESHOLD}",
+            ["", "faces", "found", "longest gap in frames", "comes back a minute",
+             "false boxes a minute"],
+            [[name, *row.values()] for name, row in figures["clips"].items()]))
     for name, peer in figures["peers"].items():
         parts += [size_table(f"{name}, at its best threshold for faces of 16 pixels and more",
                             peer["sizes"]),

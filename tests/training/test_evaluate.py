@@ -41,8 +41,9 @@ class Evaluate(unittest.TestCase):
         return status, output.getvalue(), errors.getvalue()
 
     def test_three_pictures(self):
-        status, text, errors = self.run_("--data", self.folder / "set", "--peers", "--sides", 192,
-                                         "--output", self.folder / "out")
+        status, text, errors = self.run_(
+            "--data", self.folder / "set", "--peers", "--sides", 192, "--clips", "--output",
+            self.folder / "out")
         self.assertEqual((status, errors), (0, ""))
         figures = json.loads((self.folder / "out" / "figures.json").read_text())
         every = figures["sizes"]["16 and more"]
@@ -59,6 +60,9 @@ class Evaluate(unittest.TestCase):
         self.assertEqual(figures["false_alarms_aspect_kept"], 0)
         self.assertEqual([row["faces"] for row in figures["poses"].values()], [1, 0, 0])
         self.assertEqual(figures["poses"]["frontal"]["recall"], 1)
+        self.assertEqual({kind: row["faces"] for kind, row in figures["clips"].items()},
+                         {"pan": 1, "turn": 1, "darken": 1, "two people": 2, "no face": 0})
+        self.assertGreater(figures["clips"]["pan"]["recall"], 0.9)
         self.assertEqual(len(figures["peers"]), 2)
         for name, peer in figures["peers"].items():
             self.assertEqual(peer["sizes"]["16 and more"]["recall"], 0.5, name)
