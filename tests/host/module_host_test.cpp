@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -56,7 +57,6 @@ TEST_F(ModuleHostTest, LoadsRunsAndUnloads) {
     ASSERT_EQ(loadModule(FAKE_GOOD_FILE, &name).error, "");
     EXPECT_EQ(name, "fake");
     ASSERT_EQ(loadModule(FAKE_OTHER_FILE).error, "");
-
     const auto fake = findModule("fake");
     ASSERT_TRUE(fake.has_value());
     EXPECT_EQ(fake->path, FAKE_GOOD_FILE);
@@ -75,6 +75,12 @@ TEST_F(ModuleHostTest, LoadsRunsAndUnloads) {
     EXPECT_EQ(unloadModule("fake").error, "");
     EXPECT_EQ(unloadModule("other").error, "");
   }
+}
+
+TEST_F(ModuleHostTest, FindsTheDetectorBesideItself) {
+  std::string path;
+  ASSERT_EQ(findDetector(path).error, "");
+  EXPECT_TRUE(std::filesystem::equivalent(path, REAL_MODULE_FILE)) << path;
 }
 
 TEST_F(ModuleHostTest, RefusesWhatIsNoModule) {
