@@ -11,7 +11,7 @@ function(tavro_settle option part)
   if(NOT missing)
     set(${option} ON PARENT_SCOPE)
   elseif(${option} STREQUAL "AUTO")
-    message(STATUS "Left out: ${part}, for want of ${missing}; tools/install-dependencies installs it")
+    message(STATUS "Left out: ${part}, ${missing} is missing; tools/install-dependencies installs it")
     set(${option} OFF PARENT_SCOPE)
   else()
     message(FATAL_ERROR "${part}: there is no ${missing}. tools/install-dependencies installs it; "

@@ -1,5 +1,5 @@
 // The functions that modules import. They may run while the loader initialises a module, on any
-// thread, and their callers know no exceptions: whatever goes wrong is -1.
+// thread, and their callers know no exceptions: any failure is -1.
 
 #include <cstdarg>
 #include <cstdio>

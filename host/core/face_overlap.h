@@ -1,7 +1,7 @@
 #pragma once
 
 // How much two rectangles are of the same face: what a host tells faces apart by, since the
-// module's rectangles bear no names.
+// module's rectangles have no names.
 
 #include <algorithm>
 #include <cstdint>

@@ -24,7 +24,7 @@ TAVRO_HOST_API int32_t tavro_host_load(const char* path, char* name, int32_t siz
 TAVRO_HOST_API int32_t tavro_host_unload(const char* name);
 
 /// Makes an instance, which belongs to the module and goes back through tavro_host_destroy(). Null
-/// on failure.
+/// if it fails.
 TAVRO_HOST_API TavroRTC::FDModule::FDWrapper* tavro_host_create(const char* name);
 
 /// Destroys an instance. 0, or -1 for a pointer that isn't one.

@@ -24,7 +24,7 @@ constexpr int32_t planeExtent(int32_t plane, int32_t size) {
 
 class I420Frame final : public TavroRTC::FDModule::HostFrame {
  public:
-  /// A frame over samples that the caller keeps alive. Nothing if a plane is null, the size isn't
+  /// A frame over samples that the caller keeps alive. Empty if a plane is null, the size isn't
   /// positive, or a stride is shorter than its row.
   static std::optional<I420Frame> borrow(int32_t width, int32_t height, const uint8_t* y,
                                          int32_t strideY, const uint8_t* u, const uint8_t* v,
@@ -39,7 +39,7 @@ class I420Frame final : public TavroRTC::FDModule::HostFrame {
   }
 
   /// A frame with samples of its own, all zero, and rows without gaps unless strides are given.
-  /// Nothing if the geometry is refused as above or memory runs out.
+  /// Empty if the geometry is refused as above or there is no memory.
   static std::optional<I420Frame> allocate(int32_t width, int32_t height, int32_t strideY = 0,
                                            int32_t strideUV = 0) {
     I420Frame frame(width, height, strideY != 0 ? strideY : width,

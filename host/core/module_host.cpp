@@ -19,7 +19,7 @@ using TavroRTC::FDModule::ModuleCommand;
 
 namespace {
 
-/// Runs an operation whose failures are values, memory running out included. The message is short
+/// Runs an operation whose failures are values, a lack of memory included. The message is short
 /// enough to need no heap of its own.
 template <typename Operation>
 Status guarded(Operation&& operation) {

@@ -7,7 +7,7 @@
 // file again once no instance is left.
 //
 // All functions may be called from any thread. Failures are values: a Status never throws, and
-// memory running out is one of its messages. findModule() and modules() may throw std::bad_alloc.
+// a lack of memory is one of its messages. findModule() and modules() may throw std::bad_alloc.
 
 #include <cstdint>
 #include <functional>
@@ -54,7 +54,7 @@ TAVRO_HOST_API std::optional<ModuleInfo> findModule(const std::string& name);
 TAVRO_HOST_API std::vector<ModuleInfo> modules();
 
 /// Makes an instance with the module's callback. The module owns its memory: it goes back through
-/// destroyInstance(), never through delete. `*instance` is null on failure. A null `instance` is
+/// destroyInstance(), never through delete. `*instance` is null if it fails. A null `instance` is
 /// refused.
 TAVRO_HOST_API Status createInstance(const std::string& name,
                                      TavroRTC::FDModule::FDWrapper** instance);

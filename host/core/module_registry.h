@@ -55,7 +55,7 @@ class ModuleRegistry {
   std::recursive_mutex& loadLock() { return loadLock_; }
   /// Name of the module that holds this library, or empty.
   std::string nameOf(const SharedLibrary& library);
-  /// Binds a freshly registered module to its library; from now on it gives out instances.
+  /// Binds a freshly registered module to its library; from now on it can make instances.
   void adopt(const std::string& name, SharedLibrary&& library, const std::string& path);
   /// Undoes what a refused load has left.
   void forget(const LoadRecord& load);

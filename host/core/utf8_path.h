@@ -1,6 +1,6 @@
 #pragma once
 
-// File names are UTF-8 in this program's strings, whatever the platform makes of narrow strings.
+// File names are UTF-8 in this program's strings, also where the platform's narrow strings aren't.
 
 #include <filesystem>
 #include <string>

@@ -27,7 +27,7 @@ constexpr const char* moduleText =
     "of "
     "a process share one module";
 constexpr const char* everyNFramesText =
-    "Search one picture of every so many, in pictures; 1 searches all. The pictures between bear "
+    "Search one picture of every so many, in pictures; 1 searches all. The pictures between have "
     "the faces of the latest search. The tracking goes from search to search: with fast motion "
     "and a high number a face becomes a new one each time";
 constexpr const char* skipLateText =

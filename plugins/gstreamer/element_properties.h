@@ -16,7 +16,8 @@ inline constexpr const char* elementDescription =
     "Finds the faces in live video and follows them from picture to picture. Each buffer gets a "
     "GstVideoRegionOfInterestMeta of type \"face\" for every face, the oldest face first, clipped "
     "to the picture, in pixels; its id stays the same for as long as the face is followed, also "
-    "over a gap of up to a second. A flush, a new stream and a new size start over. Pictures pass "
+    "over a gap of up to a second. After a flush, in a new stream and at a new size, all faces are "
+    "new ones. Pictures pass "
     "unchanged unless draw is set. "
     "The detector's own diagnostics go to the standard output whenever it is prepared";
 inline constexpr const char* elementAuthor = "The tavro-fd authors";

@@ -6,7 +6,7 @@
 // and on demand into the picture (faces.h). What users set and read, which with its texts is the
 // element's manual, is element_properties.h.
 //
-// Memory running out ends the process, as everywhere in GLib.
+// If there is no memory, the process ends, as everywhere in GLib.
 
 #include <gst/base/gstbasetransform.h>
 #include <gst/video/video.h>
@@ -155,7 +155,7 @@ gboolean handleSourceEvent(GstBaseTransform* base, GstEvent* event) {
 
 // A picture passes.
 
-/// To bear the faces, the buffer must be writable; its memory may be shared. So where others hold
+/// To carry the faces, the buffer must be writable; its memory may be shared. So where others hold
 /// the buffer, too, a new one with the same memory goes on.
 GstFlowReturn prepareOutputBuffer(GstBaseTransform* /*base*/, GstBuffer* input,
                                   GstBuffer** output) {
@@ -231,8 +231,7 @@ GstFlowReturn transformInPlace(GstBaseTransform* base, GstBuffer* buffer) {
   const Settings settings = settingsOf(base);
   if (state.mustRestart) {
     if (!state.search->restart()) {
-      GST_ELEMENT_ERROR(base, LIBRARY, FAILED, ("The face detector can't begin afresh."),
-                        (nullptr));
+      GST_ELEMENT_ERROR(base, LIBRARY, FAILED, ("The face detector can't start over."), (nullptr));
       return GST_FLOW_ERROR;
     }
     state.mustRestart = false;

@@ -100,7 +100,7 @@ std::unique_ptr<FaceSearch> FaceSearch::open(const std::string& module, Failure&
 }
 
 FaceSearch::~FaceSearch() {
-  // Nobody is left to tell about a failure; the module then stays loaded.
+  // If it fails, the module stays loaded; there is no one left to tell.
   if (instance_ != nullptr)
     static_cast<void>(host::destroyInstance(instance_));
 }

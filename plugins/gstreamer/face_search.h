@@ -32,7 +32,7 @@ namespace tavro::gstreamer {
 class FrameReader {
  public:
   /// A frame over a mapped picture, I420 or NV12; good until the picture is unmapped or the next
-  /// call. Null for another format, for strides shorter than a row, and without memory.
+  /// call. Null for another format, for strides shorter than a row, and if there is no memory.
   const host::I420Frame* read(const GstVideoFrame& picture);
 
  private:
@@ -44,7 +44,7 @@ class FrameReader {
 
 class FaceSearch {
  public:
-  /// `module` is the file, or empty for the default. Null on failure.
+  /// `module` is the file, or empty for the default. Null if it fails.
   static std::unique_ptr<FaceSearch> open(const std::string& module, Failure& failure);
   ~FaceSearch();
   FaceSearch(const FaceSearch&) = delete;

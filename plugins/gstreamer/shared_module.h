@@ -36,7 +36,7 @@ class SharedModule {
  private:
   explicit SharedModule(std::string name) : name_(std::move(name)) {}
 
-  std::string name_;  ///< empty if there is nothing to give back
+  std::string name_;  ///< empty if there is nothing to release
 };
 
 }  // namespace tavro::gstreamer

@@ -1,6 +1,6 @@
 #pragma once
 
-// FrameBuffers: a frame as Python gives it, found behind the buffer protocol and not copied. It
+// FrameBuffers: a frame of Python's, found behind the buffer protocol and not copied. It
 // holds the buffers, so that their memory stays where it is while other threads of Python run.
 //
 //   2-D array of height * 3 / 2 rows    I420: Y, then U, then V, without gaps; even sizes

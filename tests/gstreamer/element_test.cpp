@@ -50,7 +50,7 @@ class Harnessed {
     gst_harness_set_src_caps_str(harness_, layout.caps().c_str());
   }
 
-  /// What comes out for a buffer, which is given away; null if nothing does.
+  /// What comes out for a buffer, which it takes over; null if nothing does.
   BufferHandle pass(GstBuffer* buffer) {
     GST_BUFFER_PTS(buffer) = frameTime * count_++;
     GST_BUFFER_DURATION(buffer) = frameTime;
@@ -84,7 +84,7 @@ class Element : public GStreamerTest {
   const Portrait portrait_;
 };
 
-TEST_F(Element, BearsTheDetectorsFacesAndLeavesThePictureAlone) {
+TEST_F(Element, AddsTheDetectorsFacesAndLeavesThePictureAlone) {
   const Layout layouts[] = {
       {"I420", 640, 480},       {"NV12", 640, 480},         {"I420", 641, 361, 5},
       {"NV12", 641, 361, 5},    {"I420", 333, 500, 16, 24}, {"NV12", 1279, 719},
@@ -213,7 +213,7 @@ TEST_F(Element, PostsMessagesByThePolicy) {
   }
 }
 
-TEST_F(Element, TellsInAMessageWhatTheBufferBears) {
+TEST_F(Element, PostsTheFacesOfTheBufferInAMessage) {
   Harnessed element({"I420", 160, 120}, "messages", "every-frame");
   element.facesIn(portrait_.frame());
   const auto faces = element.facesIn(portrait_.frame());
@@ -385,7 +385,7 @@ TEST_F(Element, SurvivesAnyOrderOfStatesAndSeeks) {
 }  // namespace
 }  // namespace tavro::test
 
-// What the address sanitizer asks a program for; without it nobody calls these. GLib gives up the
+// What the address sanitizer asks a program for; otherwise they aren't called. GLib abandons the
 // first of its tables of words when there are too many words for it, since other threads may still
 // read it. It is the one block that is allocated while the libraries are loaded and then lost,
 // which only shows if the calls are traced through libraries without frame pointers, too.

@@ -56,7 +56,7 @@ using BusHandle = std::unique_ptr<GstBus, Releaser<gst_object_unref>>;
 using CapsHandle = std::unique_ptr<GstCaps, Releaser<gst_caps_unref>>;
 using MessageHandle = std::unique_ptr<GstMessage, Releaser<gst_message_unref>>;
 
-/// The detector, linked into the test, with the answers that the element gives: rectangles clipped
+/// The detector, linked into the test, with the answers of the element: rectangles clipped
 /// to the picture.
 class Detector {
  public:
@@ -76,7 +76,7 @@ class Detector {
   host::FaceRects rects_;
 };
 
-/// A face that a buffer bears.
+/// A face that a buffer carries.
 struct Face {
   gint id;
   FaceRect rect;

@@ -58,7 +58,7 @@ int32_t meanOf(const uint8_t* samples, int32_t stride, int32_t firstX, int32_t e
 /// detector whose faces a test can paint.
 [[maybe_unused]] std::vector<FaceRect> paintedFaces(const HostFrame& frame) {
   std::vector<FaceRect> faces;
-  for (const uint8_t luma : {200, 230}) {
+  for (const int32_t luma : {200, 230}) {
     FaceRect box{frame.width(), frame.height(), 0, 0};
     for (int32_t y = 0; y < frame.height(); ++y)
       for (int32_t x = 0; x < frame.width(); ++x)

@@ -103,8 +103,9 @@ TEST(FaceRects, GrowKeepsWhatIsThereAndNeverShrinks) {
   FaceRects faces;
   auto* sequence = faces.sequence();
   for (int32_t i = 0; i < 1000; ++i) {
-    if (sequence->size == sequence->capacity)
+    if (sequence->size == sequence->capacity) {
       ASSERT_TRUE(sequence->grow(sequence, sequence->size + 1));
+    }
     sequence->elements[sequence->size++] = {i, i + 1, i + 2, i + 3};
   }
   for (int32_t i = 0; i < 1000; ++i)

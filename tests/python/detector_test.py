@@ -177,7 +177,7 @@ class Threads(unittest.TestCase):
         thread = threading.Thread(target=lambda: (go.wait(), ran.append(True)))
         thread.start()
         before = sys.getswitchinterval()
-        sys.setswitchinterval(1000)  # from here on nobody gets the lock who isn't given it
+        sys.setswitchinterval(1000)  # from here on a thread gets the lock only if another releases it
         try:
             go.set()
             for _ in range(500):
