@@ -8,16 +8,16 @@
 namespace tavro::bench {
 
 /// Operations of one step: a multiplication and an addition on 8 lanes of 12 accumulators. Twelve
-/// are more than latency times throughput of the units on the processors around (4 x 2 to 5 x 2),
-/// so that no step waits for the one before.
+/// are more than latency times throughput of the units of today's processors (4 x 2 to 5 x 2), so
+/// no step waits for the one before.
 inline constexpr double fmaOperationsPerStep = 2.0 * 8 * 12;
 
 /// Operations that a core with two 256-bit units does in a cycle. It turns a measured peak into the
 /// core's frequency.
 inline constexpr double fmaOperationsPerCycle = 2.0 * 8 * 2;
 
-/// Does that many steps. The processor must have AVX and FMA. The result means nothing, but whoever
-/// uses it keeps the compiler from leaving the work out.
+/// Does that many steps. The processor must have AVX and FMA. The result means nothing; use it, so
+/// that the compiler can't leave the work out.
 float fmaSteps(int64_t steps);
 
 /// The same on 512-bit registers, for processors with AVX-512: twice the operations a step. None of

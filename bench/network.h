@@ -1,7 +1,8 @@
 #pragma once
 
-// The network of the module, opened up: the detector keeps its Net to itself, the benches build one
-// from the same tables to time each layer and to run the path of processors without AVX and FMA.
+// The network of the module, opened up. The detector keeps its Net to itself, so the benches build
+// one from the same tables. They time each layer and run the path of processors without AVX and
+// FMA.
 
 #include <cstdint>
 #include <functional>
@@ -21,7 +22,7 @@ enum class Path : uint8_t {
   narrow  ///< 128-bit kernels only
 };
 
-/// While it lives, the processor seems to have what the path allows. One at a time.
+/// While it lives, the processor seems to have only what the path allows. One at a time.
 class PathGuard {
  public:
   explicit PathGuard(Path path);
@@ -39,8 +40,8 @@ inline constexpr size_t pictureBytes = size_t{3} * inputSide * inputSide;
 /// A network that is ready to run: its first pass, which packs the weights, is done.
 class Network {
  public:
-  /// `picture` are pictureBytes bytes B, G, R, which must stay. Throws std::runtime_error if a
-  /// layer fails.
+  /// `picture` holds pictureBytes bytes B, G, R and must outlive the network. Throws
+  /// std::runtime_error if a layer fails.
   Network(std::span<uint8_t> picture, Path path);
 
   /// One pass, on the path.
@@ -61,7 +62,7 @@ class Network {
   std::unique_ptr<TavroRTC::FDModule::Net> net_;
 };
 
-/// What one pass of a layer has to do at least.
+/// The least that one pass of a layer has to do.
 struct LayerWork {
   std::string shape;      ///< "3x3 s1 d2, 24x24x16 to 24x24x16"
   double operations = 0;  ///< two for each multiply-add

@@ -25,7 +25,7 @@ constexpr int runsPerTurn = 10;
 constexpr uint32_t comparedPictures = 4;
 constexpr double outputLimit = 1e-3;
 
-/// NaN anywhere gives infinity.
+/// Infinity if there is a NaN anywhere.
 double largestDifference(const std::vector<float>& a, const std::vector<float>& b) {
   if (a.size() != b.size())
     return std::numeric_limits<double>::infinity();
@@ -90,7 +90,7 @@ class NetworkSection {
     if (auto onnxRuntime = makeOnnxRuntime(options.peers))
       peers_.push_back(std::move(onnxRuntime));
     else
-      report.notes.emplace_back("ONNX Runtime isn't installed and left out.");
+      report.notes.emplace_back("ONNX Runtime isn't installed and is left out.");
     peers_.push_back(makeOpenCvNetwork(options.peers));
     idle_ = makeOnnxRuntimeIdentity(options.peers);
   }
@@ -113,7 +113,7 @@ class NetworkSection {
     return {.scores = network.scores(), .boxes = network.boxes()};
   }
 
-  /// `otherOutputs` gives what another network makes of the picture of a seed.
+  /// `otherOutputs` returns another network's outputs for the picture of a seed.
   template <typename Outputs>
   void compare(std::string name, Outputs otherOutputs) {
     Check check{.name = std::move(name), .limit = outputLimit};

@@ -1,9 +1,9 @@
 #pragma once
 
-// How everything here is timed. The machine is shared and never quiet, so contenders take turns: in
-// each round each of them does a short batch of runs, and each run is timed by itself. What
-// disturbs the machine for longer than a round slows all contenders alike; what is shorter is an
-// outlier that the median leaves out.
+// How everything here is timed. The machine is shared and never quiet, so contenders take turns. In
+// each round every contender does a short batch of runs, and each run is timed by itself. A
+// disturbance that lasts longer than a round slows all contenders alike. A shorter one makes
+// outliers, which the median leaves out.
 
 #include <cstddef>
 #include <functional>
@@ -34,11 +34,11 @@ struct Contender {
 };
 
 /// A contender that is a function of this process. Each turn begins with a run that isn't counted,
-/// since the others have left nothing in the caches.
+/// because the others have filled the caches.
 Contender inProcess(std::string name, int runsPerTurn, std::function<void()> run);
 
-/// Lets the contenders take turns, beginning with another one in each round; a first round isn't
-/// counted. The timings are in the order of the contenders.
+/// Lets the contenders take turns, with another one first in each round. The first round isn't
+/// counted. Returns the timings in the order of the contenders.
 std::vector<Timing> takeTurns(std::span<const Contender> contenders, int rounds);
 
 /// Keeps this thread, and the processes that it starts, on one core. False if the system refuses.

@@ -1,7 +1,7 @@
 #pragma once
 
 // What the benches work on, the same in every run: frames, the network's input, and network outputs
-// that hold six faces, which no single photograph at hand does.
+// with six faces, because no photograph at hand has as many.
 
 #include <cstdint>
 #include <span>
@@ -41,7 +41,7 @@ inline constexpr int32_t sceneFaces = 6;
 /// What the detector does with the network's outputs: priors, decoding, suppression, tracking.
 class PostProcessing {
  public:
-  /// Gives the number of faces tracked.
+  /// Returns the number of faces tracked.
   size_t frame(const FaceScene& scene, FrameSize size);
 
  private:

@@ -4,7 +4,7 @@
     print_model > model.json
     tools/export_onnx.py --table model.json --output network.onnx
 
-Knows the network only from what print_model prints and from the weight block. The file's input
+All it knows of the network is what print_model prints, and the weight block. The file's input
 `input` is 1x3x192x192 float: planes B, G, R with values from 0 to 1, that is, bytes that the caller
 has divided by 255. Its outputs are `scores`, 1x2088x2, and `Reshape_0`, 1x2088x4, in the order of
 the prior boxes.

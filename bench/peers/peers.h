@@ -27,11 +27,11 @@ class NetworkPeer {
  public:
   virtual ~NetworkPeer() = default;
   virtual std::string name() const = 0;
-  /// What it makes of a picture (planesOf in scenes.h), which it keeps for `measure`.
+  /// Its outputs for a picture (planesOf in scenes.h), which it keeps for `measure`.
   virtual NetworkOutputs outputs(const std::vector<float>& planes) = 0;
   virtual void measure(int runs, RunTimes& times) = 0;
-  /// Median times of the layers during `measure`, by the names that our layers have, in
-  /// nanoseconds; empty if it doesn't tell. Merged layers are missing.
+  /// Median times of the layers during `measure`, in nanoseconds, by the names of our layers. Empty
+  /// if the peer doesn't report them; merged layers are missing.
   virtual std::map<std::string, double> layerTimes() const { return {}; }
 };
 
