@@ -13,7 +13,7 @@ namespace tavro::fuzz {
 
 class LentValues {
  public:
-  /// `value()` gives one value after the other. The extents must be those of a small tensor.
+  /// `value()` returns one value after the other. The extents must be those of a small tensor.
   template <typename Value>
   float* lendFloats(TavroRTC::FDModule::Tensor& tensor, Value value) {
     const size_t count = countOf(tensor);

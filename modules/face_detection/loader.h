@@ -11,7 +11,7 @@
 #define TAVRO_IMPORT __attribute__((visibility("default")))
 #endif
 
-/// Marks what libtavro-core gives to modules and applications.
+/// Marks what libtavro-core offers to modules and applications.
 #if defined(TAVRO_BUILDING_HOST_CORE)
 #define TAVRO_HOST_API TAVRO_EXPORT
 #else

@@ -110,7 +110,7 @@ const char* liveInScarcity(const I420Frame& frame, const Answers& answers, int64
     faces.sequence()->size = 1;
     const bool done = made->execute(&frame, faces.sequence());
     if (!(done ? std::ranges::equal(faces.view(), answers[earlier]) : faces.empty()))
-      fault = "gave other rectangles than undisturbed frames";
+      fault = "found other rectangles than undisturbed frames";
     return done;
   };
 

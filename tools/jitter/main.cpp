@@ -9,7 +9,7 @@
 // --csv FILE writes where the face was in every frame; plot.py draws it.
 //
 // The frames go through the module's own scaler and network, the static library tavro_fd. The exit
-// code is that of tavro-fd: 1 if a damaged clip gave only part of its frames, 2 for bad usage or
+// code is that of tavro-fd: 1 if only part of a damaged clip could be read, 2 for bad usage or
 // input.
 
 #include <CLI/CLI.hpp>
