@@ -1,6 +1,7 @@
 // The embedded model's block of weights is the file's, its tensors fill it without overlap, and all
-// of it is read-only. That the rows make the right network of it is told by the comparison with the
-// reference network, which is drawn a second time (tests/end_to_end/network_agreement_test.cpp).
+// of it is read-only. That the rows make the right network of it is shown by the comparison with
+// the reference network, which is drawn a second time
+// (tests/end_to_end/network_agreement_test.cpp).
 
 #include "engine/model/model_tables.h"
 

@@ -1,7 +1,6 @@
 #include "tests/kernels/conv_reference.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "tests/support/fused_multiply_add.h"
 
@@ -65,12 +64,9 @@ int64_t termCount(const ConvProblem& p) {
   return int64_t{p.kernelH} * p.kernelW * (p.inputC / p.group) * p.outputH * p.outputW * p.outputC;
 }
 
-// --- References ---
+// --- The reference ---
 
 namespace {
-
-constexpr double unitRoundoff = 0x1p-24;
-constexpr double smallestDenormal = 0x1p-149;
 
 int32_t ceilOfQuotient(int32_t a, int32_t b) {
   return (a + b - 1) / b;
@@ -144,50 +140,6 @@ float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
 }
 
 }  // namespace
-
-// The bound: let k be the number of terms, u the unit roundoff and S the sum of |bias| and of all
-// |x w|. A product is rounded once and takes part in at most k additions, whatever their order;
-// four more are those of the lanes. So the sum is off by at most g S with g = n u / (1 - n u),
-// n = k + 5 (N. Higham, Accuracy and Stability of Numerical Algorithms, 4.2). Where products
-// underflow, each is off by at most half of the smallest denormal as well; sums never are.
-BoundedValue convolveInDouble(const ConvProblem& p, const ConvOperands& operands,
-                              const OutputPosition& at) {
-  const Terms terms{p, operands, at};
-  double sum = terms.bias();
-  double magnitude = std::abs(sum);
-  int32_t count = 0;
-  for (int32_t ky = 0; ky < p.kernelH; ++ky)
-    for (int32_t kx = 0; kx < p.kernelW; ++kx) {
-      if (!terms.isRowInside(ky) || !terms.isColumnInside(kx))
-        continue;
-      for (int32_t i = 0; i < terms.channels; ++i, ++count) {
-        const double term = double{terms.input({ky, kx, i})} * double{terms.weight({ky, kx, i})};
-        sum += term;
-        magnitude += std::abs(term);
-      }
-    }
-  const double roundings = (count + 5) * unitRoundoff;
-  const double error = roundings / (1 - roundings) * magnitude + count * smallestDenormal;
-  return activateInDouble({sum, error}, p.activation);
-}
-
-// None of the functions enlarges a difference, given a slope between -1 and 1; leakyRelu rounds its
-// product once more.
-BoundedValue activateInDouble(BoundedValue x, const FusedActivation& activation) {
-  const double clipMax = activation.clipMax;
-  const double slope = activation.leakSlope;
-  switch (activation.kind) {
-    case 1:
-      return {std::max(x.value, 0.0), x.error};
-    case 2:
-      return {std::max(std::min(x.value, clipMax), 0.0), x.error};
-    case 6:
-      return {std::min(x.value, 0.0) * slope + std::max(x.value, 0.0),
-              x.error + std::abs(x.value) * unitRoundoff + smallestDenormal};
-    default:
-      return x;
-  }
-}
 
 float activateInFloat(float x, const FusedActivation& activation) {
   const auto relu = [](float v) { return v > 0 ? v : 0.0F; };

@@ -1,9 +1,8 @@
 #pragma once
 
-// The sizes of a convolution, drawn at random, and two references for the kernels. Neither shares
-// code with them. One is the plain formula in double precision with a bound on how far a sum in
-// floats may lie from it; the other takes the terms in a kernel's own order and rounding, one float
-// at a time, and the kernel must match it bit for bit.
+// The sizes of a convolution, drawn at random, and the reference for its kernels, which shares no
+// code with them: it takes the terms in a kernel's own order and rounding, one float at a time, and
+// the kernel must match it bit for bit.
 
 #include <cstddef>
 #include <cstdint>
@@ -60,7 +59,7 @@ inline Extents weightExtents(const ConvProblem& p) {
   return {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group};
 }
 
-// --- References ---
+// --- The reference ---
 
 /// The operands in plain order: input h, w, c; weights output channel, ky, kx, input channel of the
 /// group; bias null for zeros.
@@ -76,18 +75,7 @@ struct OutputPosition {
   int32_t channel = 0;
 };
 
-/// A value and how far a float computation of it, in any order of its terms, may be off.
-struct BoundedValue {
-  double value = 0;
-  double error = 0;
-};
-
-/// The convolution's formula, with the activation of `p`.
-BoundedValue convolveInDouble(const ConvProblem& p, const ConvOperands& operands,
-                              const OutputPosition& at);
-
-/// The activations that a kernel merges, and the same in floats. Any other kind is the identity.
-BoundedValue activateInDouble(BoundedValue x, const FusedActivation& activation);
+/// The activations that a kernel merges. Any other kind is the identity.
 float activateInFloat(float x, const FusedActivation& activation);
 
 /// The order of the terms within one kernel row.
