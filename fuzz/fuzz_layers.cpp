@@ -1,6 +1,7 @@
 // Rows of a layer table with any type, parameters and tensor names, over tensors of any shape that
-// have exactly the values of their shape, or none, or a shape that has outgrown them. A layer
-// computes or refuses; it never touches anything else.
+// have exactly the values of their shape, or none, or a shape that has outgrown them; then the
+// tensors are lent other values, reshaped or repacked, and a second generation of rows works on
+// what the first has left. A layer computes or refuses; it never touches anything else.
 
 #include <string>
 #include <vector>
@@ -112,6 +113,51 @@ void fitWeight(const LayerRow& row, Net& net, LentValues& values, ByteReader& in
     values.lendFloats(weight, [] { return 0.5F; });
 }
 
+// Rows of a later generation read what a row before them has written, more often than not, and
+// flatten or work in place.
+LayerRow drawFollower(const LayerRow& before, ByteReader& in) {
+  LayerRow row = drawRow(in);
+  if (before.io[1] != nullptr && in.chance(128))
+    row.io[0] = before.io[1];
+  if (row.io[1] != nullptr && in.chance(64))
+    row.io[1] = row.io[0];
+  if (row.type != nullptr && row.type == std::string("Reshape") && in.chance(192)) {
+    constexpr int32_t flat[] = {1, 1, 1, -1};
+    std::copy_n(flat, 4, row.ints);
+  }
+  return row;
+}
+
+// What may happen to a tensor between two generations.
+void changeTensor(Tensor& tensor, LentValues& values, ByteReader& in) {
+  switch (in.byte() % 3) {
+    case 0:
+      drawShape(tensor, in);
+      break;
+    case 1:
+      drawTensor(tensor, values, in);
+      break;
+    default:
+      tensor.data(in.between(0, 6));
+  }
+}
+
+void runGeneration(const std::vector<LayerRow>& rows, Net& net, ByteReader& in) {
+  net.addLayers(rows);
+  if (in.chance(192))
+    net.env->rewriteGraph(&net);
+  net.warmedUp = false;
+  net.warmup();
+  for (int i = 0; i < 2; ++i) {
+    net.run();
+    for (const Layer* layer : net.layers)
+      static_cast<void>(layer->describe());
+    // A shape that changes behind the layers' back.
+    if (in.chance(64))
+      drawShape(net.tensors[in.pick(tensorNames)], in);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -132,17 +178,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       fitWeight(rows.back(), net, values, in);
   }
   const tavro::fuzz::ScarceTarget scarce;
-  net.addLayers(rows);
-  if (in.chance(192))
-    net.env->rewriteGraph(&net);
-  net.warmup();
-  for (int i = 0; i < 2; ++i) {
-    net.run();
-    for (const Layer* layer : net.layers)
-      static_cast<void>(layer->describe());
-    // A shape that changes behind the layers' back.
-    if (in.chance(64))
-      drawShape(net.tensors[in.pick(tensorNames)], in);
-  }
+  runGeneration(rows, net, in);
+  if (in.isEmpty())
+    return 0;
+  const int changes = in.between(0, 3);
+  for (int i = 0; i < changes; ++i)
+    changeTensor(net.tensors[in.pick(tensorNames)], values, in);
+  const LayerRow last = rows.back();
+  rows.clear();
+  for (int i = in.between(1, mostRows); i > 0; --i)
+    rows.push_back(drawFollower(rows.empty() ? last : rows.back(), in));
+  runGeneration(rows, net, in);
   return 0;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// Values that tensors borrow, each buffer exactly as long as the tensor's shape tells.
+// Values that tensors borrow, each buffer exactly as long as the tensor's shape says.
 
 #include <cstddef>
 #include <cstdint>
