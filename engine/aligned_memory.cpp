@@ -6,7 +6,7 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-// The address that the process allocator gave stands in the word in front of the buffer. The buffer
+// The address that the process allocator returned is in the word in front of the buffer. The buffer
 // is the first aligned address that leaves room for that word: 9 to 72 bytes further on.
 constexpr size_t linkBytes = sizeof(void*);
 constexpr size_t overhead = linkBytes + bufferAlignment + spareBytes;

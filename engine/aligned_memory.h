@@ -15,7 +15,7 @@ inline constexpr size_t spareBytes = 64;
 /// Null if there is no memory. The contents are not initialised.
 void* alignedAlloc(size_t size) noexcept;
 
-/// Frees what alignedAlloc gave; null is allowed.
+/// Frees what alignedAlloc returned; null is allowed.
 void alignedFree(void* address) noexcept;
 
 struct AlignedDeleter {

@@ -90,7 +90,7 @@ struct ConvKernel {
   int32_t weightLayout;
   ActivationKinds fuses;
   ConvInput reads;
-  /// True if the kernel gives the right result for these sizes; the selection passes over a kernel
+  /// True if the kernel is right for these sizes; the selection passes over a kernel
   /// that doesn't serve.
   bool (*serves)(const ConvProblem& problem);
   /// Computes the output. False, with the output as it was, if there is no memory for scratch.

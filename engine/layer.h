@@ -5,8 +5,8 @@
 // output on every run. Layers point to tensors that the Net owns.
 //
 // The classes come in storeys, one namespace each: core:: has parameters and shape inference,
-// simd:: the forward pass on 128-bit vectors, x86:: the 256-bit kernels before it, ref:: plain
-// code.
+// simd:: the forward pass on 128-bit vectors, x86:: the 256-bit kernels that come before it, ref::
+// plain code.
 
 #include <cstdint>
 #include <limits>

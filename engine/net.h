@@ -34,7 +34,7 @@ class Net {
   /// One pass through the layers. A layer that fails doesn't stop it; true if none failed.
   virtual bool run();
   /// The first-time work: brings the constants to the environment's precision and infers all
-  /// shapes. Later calls do nothing and give true. True if every layer could be shaped.
+  /// shapes. Later calls do nothing and return true. True if every layer could be shaped.
   virtual bool warmup();
   /// Deletes all layers and tensors.
   virtual bool clear();

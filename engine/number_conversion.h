@@ -12,7 +12,7 @@ namespace TavroRTC::FDModule {
 void halfToFloat(const uint16_t* src, float* dst, int64_t count);
 
 /// Narrows. With F16C, whole groups of 8 round to nearest even and overflow to infinity; the rest
-/// of the array, or all of it on other processors, truncates, and overflow gives 0x7FFF.
+/// of the array, or all of it on other processors, truncates, and overflow becomes 0x7FFF.
 void floatToHalf(const float* src, uint16_t* dst, int64_t count);
 
 /// dst[i] = (src[i] - mean) * scale.

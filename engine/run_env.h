@@ -2,7 +2,8 @@
 
 // RunEnv: what a Net asks about the machine it runs on. An environment names the key under which
 // the layer classes are registered, may rewrite the graph once it is built, and has hooks around
-// warm-up and run for a device that queues its work. impl_x86/x86_run_env.h is the one there is.
+// warm-up and run for a device that queues its work. There is no such device yet, but the interface
+// is that of all environments; impl_x86/x86_run_env.h, the only one so far, leaves them empty.
 
 #include <cstdint>
 

@@ -184,8 +184,8 @@ void Tensor::borrow(T*& storage, bool& borrowed, Note& note, T* address) {
     releaseStorage(storage, borrowed, note.keeper);
   storage = address;
   borrowed = true;
-  // A lender sets the tensor's shape first, where it knows it. Not count(): that may still tell of
-  // a repacked storage that the tensor had before.
+  // A lender sets the tensor's shape first, where it knows it. count() won't do: it may still be
+  // that of a repacked storage which the tensor had before.
   if (const uint64_t elements = elementsOfShape(*this); elements != 0) {
     note.storage = address;
     note.elements = elements;

@@ -1,10 +1,10 @@
 #pragma once
 
 // Tensor: the one data container of the engine. Weights, biases and activations are tensors, and a
-// layer sees nothing else. The values can stand in up to three number formats at once; each storage
-// is the tensor's own or borrowed from somebody who keeps it alive. Asking for the float data in a
-// layout repacks it on the spot, once and for good: that is how a weight gets from the constant
-// tables into the order its kernel wants, on the first frame and without a packing step.
+// layer sees nothing else. The values can be there in up to three number formats at once; each
+// storage is the tensor's own, or borrowed from somebody who keeps it alive. Asking for the float
+// data in a layout repacks it on the spot, once and for good: that is how a weight gets from the
+// constant tables into the order its kernel wants, on the first frame and without a packing step.
 
 #include <cstdint>
 #include <memory>
@@ -28,7 +28,7 @@ class Tensor {
   /// The float data in `layoutCode` (weight_packing.h). Allocates the storage if there is none,
   /// uninitialised. Null if there is no memory, if the data stands in an order from which nothing
   /// can be repacked (any but channelsLast and channelsFirst), or if there are fewer values than
-  /// the extents tell; nothing changes then.
+  /// the extents ask for; nothing changes then.
   float* data(int32_t layoutCode);
 
   /// The float storage whatever its layout, allocated if there is none. Null without memory, or if
@@ -54,19 +54,19 @@ class Tensor {
   /// The same in the other direction.
   void floatToHalf();
 
-  /// Gives `dst` this tensor's extents, layout and float values; its elementCount stays. False if
+  /// Copies the extents, the layout and the float values to `dst`; its elementCount stays. False if
   /// there is no memory or `dst` has a float storage that is too small; `dst` stays as it was then.
   bool copyTo(Tensor& dst);
 
   /// Puts somebody else's memory into a storage, freeing what the tensor owned there. It holds as
-  /// many elements as the extents tell; the lender keeps it alive and unchanged in size. Null
+  /// many elements as the extents ask for; the lender keeps it alive and unchanged in size. Null
   /// leaves the storage alone, and so does the address of the storage itself.
   void borrow(float* address);
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
 
-  /// Borrows the float and half storages of another tensor, whose memory is freed when neither of
-  /// them uses it any more. False, with nothing changed, if there is no memory.
+  /// Borrows the float and half storages of another tensor. Their memory is freed when neither of
+  /// the two uses it any more. False, with nothing changed, if there is no memory.
   bool share(Tensor& lender);
 
   int32_t n = 0;  ///< first extent; of a weight, the output channels

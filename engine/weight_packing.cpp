@@ -23,6 +23,8 @@ struct LayoutRule {
   bool exactOnly = false;
 };
 
+// The kernels ask for nine of these. The others keep their numbers: a code in a stored tensor
+// means the same in every version, and a kernel that wants another order finds it here.
 constexpr std::array<LayoutRule, 26> layoutRules = {{
     {1, {h, w, c}},                    // 0: channelsLast
     {1, {c, h, w}},                    // 1: channelsFirst

@@ -61,7 +61,7 @@ class Pooling : public virtual Layer, public Window {
   Pooling(const LayerRow& row, TensorMap& tensors, TensorMap& weights);
 
   bool isMean() const { return type == "AveragePool" || isGlobal(); }
-  /// True if the output's shape is the one that the parameters give for the input.
+  /// True if the output's shape is the one that follows from the parameters and the input.
   bool fitsTensors() const;
 
  private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// The 128-bit kernels, fifteen in all. Their names tell the block of output channels and the tile
+// The 128-bit kernels, fifteen in all. Their names show the block of output channels and the tile
 // of output pixels that one step computes. Every term of a sum is one rounded multiply and one
 // rounded add, in this order after the bias: ky, kx, input channel; where a kernel differs, its
 // file says so.

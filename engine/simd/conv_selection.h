@@ -11,7 +11,7 @@
 
 namespace TavroRTC::FDModule::simd {
 
-/// One row: when the kernel is wanted. What it can do is told by the kernel itself.
+/// One row: when the kernel is wanted. Which sizes it can do, the kernel knows itself.
 struct ConvChoice {
   bool (*applies)(const ConvProblem& problem);
   const ConvKernel* kernel;

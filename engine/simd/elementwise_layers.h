@@ -17,7 +17,7 @@ class Activation : public core::Activation {
   bool forward(core::RunEnv* env) override;
 };
 
-/// If an activation of one of `kinds` follows `layer` directly, marks it as done and gives its
+/// If an activation of one of `kinds` follows `layer` directly, marks it as done and returns its
 /// parameters; the caller then applies it to its own results.
 FusedActivation takeFusedActivation(const Layer& layer, ActivationKinds kinds);
 

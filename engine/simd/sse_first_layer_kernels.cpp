@@ -23,7 +23,7 @@ constexpr int32_t block = 4;
 
 using Rows = std::array<const float*, 3>;
 
-// Gives the three input rows of one output row after another, the first of them a row of zeros.
+// Provides the three input rows of one output row after another; above the image lies a zero row.
 class InputRows {
  public:
   InputRows(const ConvProblem& p, int32_t channels)

@@ -19,7 +19,7 @@ namespace TavroRTC::FDModule::simd {
 
 namespace {
 
-// Gives the kernel the form of the input that it reads. False if there is none.
+// Hands the kernel the input in the form that it reads. False if there is none.
 bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
   const bool readsFloats = reads != ConvInput::bytes && input.floatData != nullptr;
   problem.input = readsFloats ? input.data(layout::channelsLast) : nullptr;
