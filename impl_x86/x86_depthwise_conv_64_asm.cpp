@@ -4,7 +4,7 @@
 // it. Columns with taps outside the image go one by one, the few that fill no tile in pairs.
 //
 // The file is named after the assembly that it stands for: its registers are planned one by one,
-// and tests/kernels/inspect_objects.py looks at what the compiler made of them.
+// and tests/binaries/inspect_binaries.py looks at what the compiler made of them.
 //
 // Order of the sums: bias, then ky, kx. It is the same for every column, so a pixel's value doesn't
 // depend on the zone or on the kernel that computed it.
