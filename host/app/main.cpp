@@ -1,16 +1,19 @@
-// tavro-fd: finds the faces in a video and prints one JSON object per frame. The road of a frame
-// is run.cpp's: video_input gives it as the upright I420 picture that the detector expects,
-// detector_session hands it to the module, json_lines prints the rectangles, annotation draws them
-// for a sink. options.h lists what the user can ask for.
+// tavro-fd: finds the faces in a video and prints one JSON object per frame. options.h lists what
+// the user can ask for, and run.cpp takes each frame through the rooms:
 //
-// Two things can be exchanged as whole folders: what reads and writes media (media.h: ffmpeg/ or
-// plain/), and what the platform gives a process (process.h: posix/ or windows/).
+//   input/      a file, stream or camera becomes upright I420 pictures, as the detector expects
+//   them search/     a picture goes to the detector module; the rectangles and timings come back
+//   output/     text, pictures and pages are made of the frames and their faces, one FrameOutput
+//   each platform/   what differs between systems (process.h) and between builds with and without
+//               FFmpeg's libraries (media.h); it knows none of the others
+//
+// A room knows those before it in the order platform, input, search, output.
 
 #include <cstdio>
 #include <exception>
 
 #include "host/app/options.h"
-#include "host/app/process.h"
+#include "host/app/platform/process.h"
 #include "host/app/run.h"
 
 int main(int argumentCount, char** arguments) {

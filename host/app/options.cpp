@@ -7,11 +7,9 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "host/app/annotation.h"
-#include "host/app/media.h"
-#include "host/app/output/frame_output.h"
+#include "host/app/output/serve/web_address.h"
 #include "host/app/output/text_format.h"
-#include "host/app/serve/web_address.h"
+#include "host/app/platform/media.h"
 #include "host/core/utf8_path.h"
 
 namespace tavro::host {
@@ -96,28 +94,30 @@ std::string formatHelp() {
 
 /// Faults that only show between options. Empty if there is none.
 std::string contradiction(const Options& options) {
-  if (options.input.empty())
+  const std::string& input = options.input.path;
+  const OutputOptions& output = options.output;
+  if (input.empty())
     return "INPUT is empty";
-  if (options.repeat > 1 && options.input == "-")
+  if (options.repeat > 1 && input == "-")
     return "--repeat needs an input that can be opened again, not the standard input";
   const std::vector<std::string> known = annotationExtensions();
-  if (!options.annotate.empty() &&
+  if (!output.annotate.empty() &&
       std::none_of(known.begin(), known.end(), [&](const std::string& extension) {
-        return hasExtension(options.annotate, extension);
+        return hasExtension(output.annotate, extension);
       }))
-    return "--annotate needs a name that ends in " + anyOf(known) + ": " + options.annotate;
-  if (options.blur && !showsFrames(options))
+    return "--annotate needs a name that ends in " + anyOf(known) + ": " + output.annotate;
+  if (output.blur && !showsFrames(output))
     return "--blur needs an output that shows frames, such as --annotate";
-  if ((options.blur || options.format == "blur-filter") && options.every > 1)
+  if ((output.blur || output.format == "blur-filter") && options.every > 1)
     return "hiding faces needs every frame, and --every leaves some out";
-  if (options.blur && !(options.cropFaces.empty() && options.report.empty()))
+  if (output.blur && !(output.cropFaces.empty() && output.report.empty()))
     return "--blur hides the faces that --crop-faces and --report show";
   const std::pair<const char*, std::string> targets[] = {
-      {"--output", options.output}, {"--annotate", options.annotate}, {"--report", options.report}};
+      {"--output", output.results}, {"--annotate", output.annotate}, {"--report", output.report}};
   for (const auto& [name, target] : targets) {
     if (target.empty())
       continue;
-    if (sameFile(target, options.input))
+    if (sameFile(target, input))
       return "the input would be overwritten: " + target;
     for (const auto* other = targets; other->first != name; ++other)
       if (!other->second.empty() && sameFile(target, other->second))
@@ -155,31 +155,33 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.footer(std::string("Examples:\n") + help.examples + exitCodes + help.conversion +
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
-  app.add_option("INPUT", options.input, help.input)->required();
-  app.add_option("--output", options.output, "File for the results")
+  app.add_option("INPUT", options.input.path, help.input)->required();
+  app.add_option("--output", options.output.results, "File for the results")
       ->type_name("FILE")
       ->check(fileName);
-  app.add_option("--format", options.format, "Form of the results:" + formatHelp())
+  app.add_option("--format", options.output.format, "Form of the results:" + formatHelp())
       ->type_name("NAME")
       ->check(CLI::Validator(
           [](const std::string& name) -> std::string {
             return findTextFormat(name) != nullptr ? "" : "there is no format " + name;
           },
           ""));
-  app.add_option("--annotate", options.annotate, help.annotate)->type_name("FILE")->check(fileName);
-  app.add_flag("--blur", options.blur,
+  app.add_option("--annotate", options.output.annotate, help.annotate)
+      ->type_name("FILE")
+      ->check(fileName);
+  app.add_flag("--blur", options.output.blur,
                "Pixelate the faces instead of framing them. A face that isn't found isn't hidden: "
                "look through the result before you publish it");
-  app.add_option("--crop-faces", options.cropFaces,
+  app.add_option("--crop-faces", options.output.cropFaces,
                  "Folder for a JPEG of each face, from the frame that shows it best")
       ->type_name("DIR")
       ->check(fileName);
-  app.add_option("--report", options.report,
+  app.add_option("--report", options.output.report,
                  "HTML page with a timeline of the faces, a picture of each and the time per frame")
       ->type_name("FILE")
       ->check(fileName);
   app.add_option(
-         "--serve", options.serve,
+         "--serve", options.output.serve,
          "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "
          "pace of the video; the results are at /events. Without ADDRESS only this machine "
          "can look; with another one anybody can who reaches it")
@@ -197,7 +199,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       ->check(wholeNumber);
   app.add_flag("--stats", options.stats, "Print timings and peak memory to the standard error");
   app.add_option("--module", options.module, "The detector module's file")->type_name("FILE");
-  app.add_option("--input-format", options.inputFormat, help.inputFormat)->type_name("NAME");
+  app.add_option("--input-format", options.input.format, help.inputFormat)->type_name("NAME");
   app.add_option("--input-option", inputOptions, help.inputOption)
       ->type_name("KEY=VALUE")
       ->expected(1)
@@ -216,10 +218,10 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
     auto option = keyAndValue(text);
     if (!option.has_value())
       return badUsage("--input-option needs KEY=VALUE: " + text);
-    options.inputOptions.push_back(std::move(*option));
+    options.input.options.push_back(std::move(*option));
   }
-  if (options.output == "-")  // as for INPUT
-    options.output.clear();
+  if (options.output.results == "-")  // as for INPUT
+    options.output.results.clear();
   if (std::string fault = contradiction(options); !fault.empty())
     return badUsage(std::move(fault));
   return parsed;

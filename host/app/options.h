@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "host/app/input/video_input.h"
+#include "host/app/output/frame_output.h"
 
 namespace tavro::host {
 
@@ -15,18 +17,9 @@ inline constexpr int exitIncomplete = 1;  ///< results were written, but not for
 inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or unwritable output
 
 struct Options {
-  std::string input;        ///< file, URL or device, or "-" for the standard input
-  std::string inputFormat;  ///< name of the input format; empty: found out
-  std::vector<std::pair<std::string, std::string>> inputOptions;  ///< of the input format
-
-  std::string output;     ///< file for the results; empty: the standard output
-  std::string format;     ///< of the results: a name of text_format.h; empty: the first
-  std::string annotate;   ///< picture or video to write; empty: none
-  bool blur = false;      ///< show pictures without the faces rather than with rectangles
-  std::string cropFaces;  ///< folder for a picture of each face; empty: none
-  std::string report;     ///< HTML page to write; empty: none
-  std::string serve;      ///< where a browser can watch, as of WebAddress; empty: nowhere
-  std::string module;     ///< the detector module's file; empty: looked for beside the program
+  InputRequest input;
+  OutputOptions output;
+  std::string module;  ///< the detector module's file; empty: looked for beside the program
 
   int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...
   int64_t maxFrames = 0;  ///< stop after that many decoded frames; 0: at the end

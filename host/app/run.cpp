@@ -7,17 +7,14 @@
 #include <cstring>
 #include <optional>
 
-#include "host/app/anonymisation.h"
-#include "host/app/detector_session.h"
-#include "host/core/face_numbers.h"
-#include "host/app/media.h"
+#include "host/app/input/video_input.h"
+#include "host/app/output/drawing.h"
 #include "host/app/output/frame_output.h"
-#include "host/app/process.h"
-#include "host/app/progress.h"
-#include "host/app/standard_output.h"
-#include "host/app/statistics.h"
-#include "host/app/stop_request.h"
-#include "host/app/video_input.h"
+#include "host/app/platform/media.h"
+#include "host/app/platform/process.h"
+#include "host/app/search/detector_session.h"
+#include "host/app/search/statistics.h"
+#include "host/core/face_numbers.h"
 
 namespace tavro::host {
 
@@ -61,17 +58,16 @@ class Run {
 
   bool openInput() {
     std::string error;
-    const InputRequest request = {options_.input, options_.inputFormat, options_.inputOptions};
-    input_ = VideoInput::open(request, error);
-    return input_ != nullptr || fail(options_.input + ": " + error);
+    input_ = VideoInput::open(options_.input, error);
+    return input_ != nullptr || fail(options_.input.path + ": " + error);
   }
 
   /// Opened after the input: nothing is overwritten for one that can't be read.
   bool openResults() {
-    if (!options_.output.empty()) {
-      results_.reset(openFile(options_.output, "wb"));
+    if (const std::string& file = options_.output.results; !file.empty()) {
+      results_.reset(openFile(file, "wb"));
       if (results_ == nullptr)
-        return fail(options_.output + ": " + std::strerror(errno));
+        return fail(file + ": " + std::strerror(errno));
     }
     StreamHandle standardOutput = divertStandardOutput();
     if (results_ == nullptr)
@@ -117,7 +113,7 @@ class Run {
       damage_ = input_->damage();
     input_.reset();
     if (frames == 0 && !isStopRequested())
-      return fail(options_.input + ": no frame could be decoded" +
+      return fail(options_.input.path + ": no frame could be decoded" +
                   (damage_.any() ? ", " + damage_.summary() : ""));
     return true;
   }
@@ -141,8 +137,11 @@ class Run {
                                .height = input_->picture().height(),
                                .frameRate = input_->frameRate(),
                                .colorMatrix = input_->colorMatrix()};
-    return openOutputs({.options = options_, .format = format, .results = results_.get()}, outputs_,
-                       error) ||
+    return openOutputs({.options = options_.output,
+                        .input = options_.input.path,
+                        .format = format,
+                        .results = results_.get()},
+                       outputs_, error) ||
            fail(error);
   }
 
@@ -159,8 +158,8 @@ class Run {
                                 .faceNumbers = shownNumbers_,
                                 .lost = numbers_.lost()};
     std::optional<I420Frame> shown;
-    if (showsFrames(options_)) {
-      shown = options_.blur ? anonymised(picture) : withRectangles(picture, faces_.view());
+    if (showsFrames(options_.output)) {
+      shown = options_.output.blur ? anonymised(picture) : withRectangles(picture, faces_.view());
       if (!shown.has_value())
         return fail("out of memory");
     }
@@ -206,7 +205,7 @@ class Run {
 
   int reportShortcomings() const {
     if (damage_.any())
-      std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", options_.input.c_str(),
+      std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", options_.input.path.c_str(),
                    damage_.summary().c_str());
     if (refusedFrames_ != 0)
       std::fprintf(stderr, "tavro-fd: warning: the detector refused %s\n",

@@ -9,12 +9,11 @@
 #include <set>
 #include <vector>
 
-#include "host/app/annotation.h"
-#include "host/app/anonymisation.h"
-#include "host/app/best_faces.h"
-#include "host/app/output/text_format.h"
-#include "host/app/statistics.h"
+#include "host/app/output/best_faces.h"
+#include "host/app/output/drawing.h"
 #include "host/core/face_numbers.h"
+#include "host/app/output/text_format.h"
+#include "host/app/search/statistics.h"
 #include "tests/support/frames.h"
 
 namespace tavro::host {

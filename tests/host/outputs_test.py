@@ -149,8 +149,8 @@ class Outputs(ApplicationTest):
             picture, = pictures_of(self.file("face.jpg", base64.b64decode(jpeg, validate=True)))
             self.assertAlmostEqual(max(picture.planes[0]), luma, delta=15)
         # The second face is there from 0.12 to 0.28 of the 0.36 seconds.
-        second = re.findall("<rect.*", page)[1]
-        self.assertIn('x="352.0" y="30.0" width="384.0"', second)
+        second = re.findall('class="bar" style="([^"]*)"', page)[1]
+        self.assertEqual(second, "left:33.33%;width:44.44%")
 
 
 if __name__ == "__main__":

@@ -1,7 +1,13 @@
-// --annotate: the pictures as they are shown, in a picture or video file.
+// --annotate: the pictures as they are shown, in a video file, or the first of them in a PNG.
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <utility>
 
 #include "host/app/output/frame_output.h"
-#include "host/app/stream_damage.h"
+#include "host/app/platform/media.h"
+#include "host/app/platform/target_file.h"
 
 namespace tavro::host {
 
@@ -40,7 +46,55 @@ class AnnotatedFile final : public FrameOutput {
   int64_t frames_ = 0;
 };
 
+/// Writes the first frame; later ones are ignored.
+class PictureSink final : public FrameSink {
+ public:
+  PictureSink(TargetFile file, int32_t colorMatrix)
+      : file_(std::move(file)), colorMatrix_(colorMatrix) {}
+
+  bool write(const I420Frame& frame, double /*time*/, std::string& error) override {
+    if (std::exchange(written_, true))
+      return true;
+    const std::vector<uint8_t> bytes = encodePng(frame, colorMatrix_);
+    if (bytes.empty()) {
+      error = "the picture can't be encoded";
+      return false;
+    }
+    return file_.put(bytes.data(), bytes.size(), error);
+  }
+
+  bool finish(std::string& error) override { return file_.close(error); }
+
+ private:
+  TargetFile file_;
+  int32_t colorMatrix_;
+  bool written_ = false;
+};
+
+std::unique_ptr<FrameSink> openPictureSink(const std::string& path, const SinkFormat& format,
+                                           std::string& error) {
+  auto file = TargetFile::open(path, error);
+  return file.has_value() ? std::make_unique<PictureSink>(std::move(*file), format.colorMatrix)
+                          : nullptr;
+}
+
+/// The sink for the file's extension.
+std::unique_ptr<FrameSink> openSink(const std::string& path, const SinkFormat& format,
+                                    std::string& error) {
+  return hasExtension(path, ".png") ? openPictureSink(path, format, error)
+                                    : openVideoSink(path, format, error);
+}
+
 }  // namespace
+
+bool hasExtension(const std::string& path, const std::string& extension) {
+  const auto sameLetter = [](char a, char b) {
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
+  };
+  return path.size() > extension.size() &&
+         std::equal(extension.rbegin(), extension.rend(), path.rbegin(), sameLetter);
+}
 
 std::unique_ptr<FrameOutput> openAnnotatedFile(const OutputRequest& request, std::string& error) {
   const std::string& path = request.options.annotate;

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "host/app/anonymisation.h"
+#include "host/app/output/drawing.h"
 #include "host/app/output/text_format.h"
 #include "host/core/outlines.h"
 

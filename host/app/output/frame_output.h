@@ -12,29 +12,27 @@
 #include <string>
 #include <vector>
 
-#include "host/app/annotation.h"
-#include "host/core/face_numbers.h"
-#include "host/app/options.h"
+#include "host/app/output/frame_sink.h"
+#include "host/app/search/frame_result.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"
 
 namespace tavro::host {
 
-/// What the detector said about one frame.
-struct FrameResult {
-  int64_t frame = 0;  ///< index among the decoded frames
-  double time = 0.0;  ///< seconds
-  int32_t width = 0;
-  int32_t height = 0;
-  std::span<const TavroRTC::FDModule::FaceRect> faces = {};
-  double milliseconds = 0.0;                  ///< what the detector took
-  std::span<const int64_t> faceNumbers = {};  ///< of each face, as of FaceNumbers
-  std::span<const FaceNumbers::Lost> lost = {};
+/// The outputs that the user asks for.
+struct OutputOptions {
+  std::string results;    ///< file for the results; empty: the standard output
+  std::string format;     ///< of the results: a name of text_format.h; empty: the first
+  std::string annotate;   ///< picture or video to write; empty: none
+  bool blur = false;      ///< show pictures without the faces rather than with rectangles
+  std::string cropFaces;  ///< folder for a picture of each face; empty: none
+  std::string report;     ///< HTML page to write; empty: none
+  std::string serve;      ///< where a browser can watch, a WebAddress; empty: nowhere
 };
 
 struct AnalysedFrame {
   const I420Frame& picture;
-  const I420Frame* shown = nullptr;  ///< annotated or anonymised; null if nobody wants it
+  const I420Frame* shown = nullptr;  ///< annotated or anonymised; null if no output wants it
   FrameResult result = {};
   bool analysed = true;  ///< false between two detections: the faces are those of the last one
 };
@@ -42,27 +40,28 @@ struct AnalysedFrame {
 class FrameOutput {
  public:
   virtual ~FrameOutput() = default;
-  /// Called for every decoded frame. False on failure, with a line for the user in `error`.
+  /// Called for every decoded frame. False if it fails, with a line for the user in `error`.
   virtual bool take(const AnalysedFrame& frame, std::string& error) = 0;
   /// Completes what was written; `endTime` is when the last frame ends. Called after a failure too.
   virtual bool finish(double endTime, std::string& error) = 0;
 };
 
 struct OutputRequest {
-  const Options& options;
+  const OutputOptions& options;
+  const std::string& input;      ///< its name, for a title
   SinkFormat format;             ///< of the first picture
   std::FILE* results = nullptr;  ///< open stream for the results as text
 };
 
-/// The outputs that the options ask for. Nothing, with a line for the user in `error`, if one of
-/// them can't be opened.
+/// Opens the outputs that the options ask for. False, with a line for the user in `error`, if one
+/// of them can't be opened.
 bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<FrameOutput>>& outputs,
                  std::string& error);
 
 /// True if one of the outputs needs `shown`.
-bool showsFrames(const Options& options);
+bool showsFrames(const OutputOptions& options);
 
-// The outputs, each in a file of its own.
+// Each kind of output.
 std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openAnnotatedFile(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openFacePictures(const OutputRequest& request, std::string& error);

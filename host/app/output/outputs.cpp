@@ -5,20 +5,29 @@ namespace tavro::host {
 namespace {
 
 struct OutputKind {
-  bool (*isWanted)(const Options& options);
+  bool (*isWanted)(const OutputOptions& options);
   std::unique_ptr<FrameOutput> (*open)(const OutputRequest& request, std::string& error);
   bool showsFrames;
 };
 
 constexpr OutputKind kinds[] = {
-    {[](const Options& /*options*/) { return true; }, &openTextOutput, false},
-    {[](const Options& options) { return !options.annotate.empty(); }, &openAnnotatedFile, true},
-    {[](const Options& options) { return !options.cropFaces.empty(); }, &openFacePictures, false},
-    {[](const Options& options) { return !options.report.empty(); }, &openReport, false},
-    {[](const Options& options) { return !options.serve.empty(); }, &openLiveOutput, true},
+    {[](const OutputOptions& /*options*/) { return true; }, &openTextOutput, false},
+    {[](const OutputOptions& options) { return !options.annotate.empty(); }, &openAnnotatedFile,
+     true},
+    {[](const OutputOptions& options) { return !options.cropFaces.empty(); }, &openFacePictures,
+     false},
+    {[](const OutputOptions& options) { return !options.report.empty(); }, &openReport, false},
+    {[](const OutputOptions& options) { return !options.serve.empty(); }, &openLiveOutput, true},
 };
 
 }  // namespace
+
+#if !defined(TAVRO_SERVES)
+std::unique_ptr<FrameOutput> openLiveOutput(const OutputRequest& /*request*/, std::string& error) {
+  error = "--serve isn't part of this build";
+  return nullptr;
+}
+#endif
 
 bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<FrameOutput>>& outputs,
                  std::string& error) {
@@ -34,7 +43,7 @@ bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<Frame
   return true;
 }
 
-bool showsFrames(const Options& options) {
+bool showsFrames(const OutputOptions& options) {
   for (const OutputKind& kind : kinds)
     if (kind.showsFrames && kind.isWanted(options))
       return true;

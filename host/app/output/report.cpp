@@ -1,7 +1,21 @@
-// --report: gathers what the page of report_page.h shows.
+// --report: gathers what is known about the faces, and fills the page of report_template.h with it.
+// Bars and marks are boxes at so many percent of the page's width; only the times per frame are a
+// drawing, in units of its own: a column each, and the highest value 1.
 
-#include "host/app/output/report_page.h"
-#include "host/app/target_file.h"
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <iterator>
+#include <map>
+#include <utility>
+
+#include "host/app/input/stream_damage.h"
+#include "host/app/output/best_faces.h"
+#include "host/app/output/frame_output.h"
+#include "host/app/output/report_template.h"
+#include "host/app/output/text_format.h"
+#include "host/app/platform/target_file.h"
+#include "host/app/search/statistics.h"
 
 namespace tavro::host {
 
@@ -9,13 +23,195 @@ namespace {
 
 constexpr int32_t thumbnailSide = 240;
 
+struct Span {
+  double from = 0.0;  ///< seconds
+  double to = 0.0;
+};
+
+struct ReportData {
+  std::string input;
+  int32_t width = 0;
+  int32_t height = 0;
+  double endTime = 0.0;              ///< seconds
+  std::vector<double> milliseconds;  ///< of each analysed frame
+  std::map<int64_t, FaceStory> faces;
+  std::map<int64_t, std::vector<Span>> presence;  ///< of each face, in the order of time
+};
+
+/// Text as it stands in HTML, in attributes too.
+std::string escapedForHtml(const std::string& text) {
+  constexpr std::pair<char, const char*> entities[] = {
+      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
+  std::string escaped;
+  for (const char letter : text) {
+    const auto* entity = std::ranges::find(entities, letter, &std::pair<char, const char*>::first);
+    if (entity != std::end(entities))
+      escaped += entity->second;
+    else
+      escaped += letter;
+  }
+  return escaped;
+}
+
+std::string base64(const std::vector<uint8_t>& bytes) {
+  constexpr const char* letters =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (size_t i = 0; i < bytes.size(); i += 3) {
+    const size_t count = std::min<size_t>(3, bytes.size() - i);
+    uint32_t group = 0;
+    for (size_t j = 0; j < 3; ++j)
+      group = group << 8 | (j < count ? bytes[i + j] : 0U);
+    for (size_t j = 0; j < 4; ++j)
+      text += j <= count ? letters[group >> (18 - 6 * j) & 63U] : '=';
+  }
+  return text;
+}
+
+std::string fixed(double value, int decimals) {
+  char text[400];
+  std::snprintf(text, sizeof text, "%.*f", decimals, std::isfinite(value) ? value : 0.0);
+  return text;
+}
+
+/// 1:02.5
+std::string clockTime(double seconds) {
+  const auto tenths = static_cast<int64_t>(std::llround(std::clamp(seconds, 0.0, 1e9) * 10.0));
+  char text[64];
+  std::snprintf(text, sizeof text, "%lld:%02d.%d", static_cast<long long>(tenths / 600),
+                static_cast<int>(tenths / 10 % 60), static_cast<int>(tenths % 10));
+  return text;
+}
+
+/// A step of 1, 2 or 5 times a power of ten, about five of which make up the range.
+double niceStep(double range) {
+  const double rough = std::max(range, 1e-6) / 5.0;
+  const double power = std::pow(10.0, std::floor(std::log10(rough)));
+  for (const double factor : {1.0, 2.0, 5.0})
+    if (factor * power >= rough)
+      return factor * power;
+  return 10.0 * power;
+}
+
+/// Where a part of the whole begins or ends, in percent.
+std::string percent(double part, double whole) {
+  return fixed(100.0 * std::clamp(part / std::max(whole, 1e-3), 0.0, 1.0), 2) + '%';
+}
+
+/// Upright lines over a chart, with the time below each.
+std::string timeMarks(double endTime) {
+  const double step = std::max(0.1, niceStep(endTime));  // the last digit of a time
+  std::string html;
+  for (double time = 0.0; time <= endTime * 1.0001; time += step)
+    html += "<i class=\"time\" style=\"left:" + percent(time, endTime) + "\"><span>" +
+            clockTime(time) + "</span></i>\n";
+  return html;
+}
+
+std::string timeline(const ReportData& data) {
+  std::string html = timeMarks(data.endTime);
+  for (const auto& [number, spans] : data.presence) {
+    html += "<div class=\"row\"><b>" + std::to_string(number) + "</b>";
+    for (const Span& span : spans)
+      html += "<i class=\"bar\" style=\"left:" + percent(span.from, data.endTime) +
+              ";width:" + percent(span.to - span.from, data.endTime) + "\"></i>";
+    html += "</div>\n";
+  }
+  return html;
+}
+
+std::string cards(const ReportData& data) {
+  std::string html;
+  for (const auto& [number, story] : data.faces) {
+    const std::string name = "Face " + std::to_string(number);
+    html += "<li>";
+    if (!story.jpeg.empty())
+      html += "<img alt=\"" + name + " at " + clockTime(story.bestTime) +
+              "\" src=\"data:image/jpeg;base64," + base64(story.jpeg) + "\">";
+    html += "<b>" + name + "</b><span>" + clockTime(story.firstSeen) + " to " +
+            clockTime(story.lastSeen) + ", " + counted(story.frames, "frame") + "</span></li>\n";
+  }
+  return html;
+}
+
+std::string faceSections(const ReportData& data) {
+  if (data.faces.empty())
+    return "<p>No face was found.</p>\n";
+  return "<h2>When each face is seen</h2>\n"
+         "<div class=\"chart\" role=\"img\" aria-label=\"When each face is seen. The list of faces "
+         "below has the same times as text.\">\n" +
+         timeline(data) + "</div>\n<h2>The faces</h2>\n<ul>\n" + cards(data) +
+         "</ul>\n<p>A face keeps its number as long as its rectangles overlap from frame to frame. "
+         "If it leaves and comes back, it has a new one.</p>\n";
+}
+
+/// The longest and the median time of as many groups of frames as the drawing has columns for.
+std::string frameTimes(const ReportData& data, const TimingSummary& summary) {
+  // If the longest is far beyond the rest, the rest would be a flat line.
+  const double ceiling = std::max(1e-3, std::min(summary.maximum, 4.0 * summary.p99));
+  std::string html = timeMarks(data.endTime);
+  for (double value = 0.0; value <= ceiling; value += niceStep(ceiling))
+    html += "<i class=\"level\" style=\"bottom:" + percent(value / ceiling, 1.0) + "\"><span>" +
+            decimal(value, 3) + "</span></i>\n";
+  const std::vector<double>& times = data.milliseconds;
+  const size_t columns = std::min<size_t>(times.size(), 400);
+  std::string most = "M0 0";
+  std::string median;
+  for (size_t column = 0; column < columns; ++column) {
+    const auto begin = times.begin() + static_cast<ptrdiff_t>(column * times.size() / columns);
+    const auto end = times.begin() + static_cast<ptrdiff_t>((column + 1) * times.size() / columns);
+    const TimingSummary group = summarize({begin, end});
+    const std::string next = 'H' + std::to_string(column + 1);
+    most += 'V' + fixed(std::min(1.0, group.maximum / ceiling), 4) + next;
+    median +=
+        (median.empty() ? "M0 " : "V") + fixed(std::min(1.0, group.median / ceiling), 4) + next;
+  }
+  return html + "<svg viewBox=\"0 0 " + std::to_string(columns) +
+         " 1\" preserveAspectRatio=\"none\"><path class=\"most\" d=\"" + most +
+         "V0Z\"/><path class=\"median\" d=\"" + median + "\"/></svg>\n";
+}
+
+std::string figure(const char* name, const std::string& value) {
+  return "<div><dt>" + std::string(name) + "</dt><dd>" + value + "</dd></div>\n";
+}
+
+/// The template with the values in the place of their names.
+std::string filledTemplate(const std::map<std::string, std::string>& values) {
+  const std::string text = reportTemplate;
+  std::string page;
+  size_t done = 0;
+  for (size_t open = 0; (open = text.find("{{", done)) != std::string::npos;) {
+    const size_t close = text.find("}}", open);
+    page += text.substr(done, open - done) + values.at(text.substr(open + 2, close - open - 2));
+    done = close + 2;
+  }
+  return page + text.substr(done);
+}
+
+std::string reportPage(const ReportData& data) {
+  const TimingSummary timing = summarize(data.milliseconds);
+  return filledTemplate(
+      {{"title", "Faces in " + escapedForHtml(data.input)},
+       {"figures", figure("Faces", std::to_string(data.faces.size())) +
+                       figure("Length", clockTime(data.endTime)) +
+                       figure("Picture", std::to_string(data.width) + " &times; " +
+                                             std::to_string(data.height)) +
+                       figure("Frames analysed", std::to_string(data.milliseconds.size())) +
+                       figure("Time per frame", fixed(timing.median, 2) + " ms") +
+                       figure("99 % of the frames within", fixed(timing.p99, 2) + " ms")},
+       {"faces", faceSections(data)},
+       {"summary", "Median " + fixed(timing.median, 2) + ", 99th percentile " +
+                       fixed(timing.p99, 2) + ", longest " + fixed(timing.maximum, 2) + "."},
+       {"times", frameTimes(data, timing)}});
+}
+
 class Report final : public FrameOutput {
  public:
   Report(std::string path, TargetFile file, const OutputRequest& request)
       : path_(std::move(path)),
         file_(std::move(file)),
         faces_(thumbnailSide, request.format.colorMatrix) {
-    data_.input = request.options.input;
+    data_.input = request.input;
     data_.width = request.format.width;
     data_.height = request.format.height;
   }

@@ -1,14 +1,14 @@
 #pragma once
 
 // The forms in which results are written as text (--format). A TextFormat says what stands at the
-// beginning, for each frame and at the end; it knows nothing of files. To add one, implement it in
-// a file of its own and give it a row in the table of text_formats.cpp.
+// beginning, for each frame and at the end; it knows nothing of files. To add one, implement it and
+// give it a row in the table of text_formats.cpp.
 
 #include <memory>
 #include <span>
 #include <string>
 
-#include "host/app/output/frame_output.h"
+#include "host/app/search/frame_result.h"
 
 namespace tavro::host {
 
@@ -32,7 +32,6 @@ std::span<const TextFormatKind> textFormats();
 /// Null for an unknown name.
 const TextFormatKind* findTextFormat(const std::string& name);
 
-// The formats, each in a file of its own.
 std::unique_ptr<TextFormat> makeJsonLines();
 std::unique_ptr<TextFormat> makeCsv();
 std::unique_ptr<TextFormat> makeAssSubtitles();

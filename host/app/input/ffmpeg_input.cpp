@@ -1,0 +1,311 @@
+extern "C" {
+#include <libavdevice/avdevice.h>
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include <cmath>
+#include <filesystem>
+#include <string_view>
+
+#include "host/app/input/frame_conversion.h"
+#include "host/app/input/video_input.h"
+#include "host/app/platform/ffmpeg.h"
+#include "host/app/platform/process.h"
+
+namespace tavro::host {
+
+namespace {
+
+constexpr const char* y4mFormat = "yuv4mpegpipe";
+
+/// The device file if the path leads to a camera, be it by a link as in /dev/v4l/by-id; else empty.
+std::string cameraAt(const std::string& path) {
+  std::error_code failure;
+  std::string file = std::filesystem::canonical(path, failure).string();
+  return file.starts_with("/dev/video") ? file : std::string();
+}
+
+/// The name under which FFmpeg opens the input. A file may be called anything, so an existing one
+/// must not be read as PROTOCOL:REST.
+std::string ffmpegUrl(const std::string& path) {
+  if (path == "-")
+    return "pipe:0";
+  if (std::string camera = cameraAt(path); !camera.empty())
+    return camera;
+  std::error_code failure;
+  if (path.find(':') != std::string::npos && std::filesystem::exists(path, failure))
+    return "file:" + path;
+  return path;
+}
+
+int stopCheck(void* /*context*/) {
+  return isStopRequested() ? 1 : 0;
+}
+
+/// Packets come out of the demuxer, frames out of the decoder (one thread, so that decoding doesn't
+/// disturb the detector's timing), pictures out of a FrameConverter. What is unreadable is skipped
+/// and noted in damage().
+class FfmpegInput final : public VideoInput {
+ public:
+  FfmpegInput() = default;
+  ~FfmpegInput() override { avformat_close_input(&format_); }
+  FfmpegInput(const FfmpegInput&) = delete;
+  FfmpegInput& operator=(const FfmpegInput&) = delete;
+
+  bool openFormat(const InputRequest& request, std::string& error);
+  bool openDecoder(std::string& error);
+
+  bool read() override;
+  int64_t expectedFrames() const override;
+  int32_t colorMatrix() const override;
+
+ private:
+  Orientation streamOrientation() const;
+  bool decodeFrame();
+  bool feedDecoder();
+  void checkForCutOff();
+  bool takePicture();
+
+  AVFormatContext* format_ = nullptr;
+  AVStream* stream_ = nullptr;
+  CodecHandle decoder_;
+  PacketHandle packet_;
+  FrameHandle frame_;
+  FrameConverter converter_;
+  Orientation storedOrientation_;
+  bool drained_ = false;
+  int64_t lastPacketEnd_ = -1;
+};
+
+bool FfmpegInput::openFormat(const InputRequest& request, std::string& error) {
+  std::string formatName = request.format;
+  if (formatName.empty() && !cameraAt(request.path).empty())
+    formatName = "v4l2";
+  const AVInputFormat* inputFormat = nullptr;
+  if (!formatName.empty()) {
+    avdevice_register_all();
+    inputFormat = av_find_input_format(formatName.c_str());
+    if (inputFormat == nullptr) {
+      error = "FFmpeg knows no input format '" + formatName + "'";
+      return false;
+    }
+  }
+  OptionDictionary options;
+  std::error_code failure;
+  if (std::filesystem::exists(request.path, failure))
+    options.set("pattern_type", "none");  // a picture's name is a name, whatever signs are in it
+  for (const auto& [key, value] : request.options)
+    options.set(key, value);
+
+  const int64_t errorsBefore = ffmpegErrorCount();
+  format_ = avformat_alloc_context();
+  if (format_ == nullptr) {
+    error = "out of memory";
+    return false;
+  }
+  format_->interrupt_callback = {.callback = &stopCheck, .opaque = nullptr};
+  int result = avformat_open_input(&format_, ffmpegUrl(request.path).c_str(), inputFormat,
+                                   options.address());
+  if (result >= 0)
+    result = avformat_find_stream_info(format_, nullptr);
+  if (result < 0) {
+    error = explainedError(result, errorsBefore);
+    return false;
+  }
+  for (const auto& [key, value] : request.options)
+    if (options.has(key.c_str())) {
+      error =
+          "input format '" + std::string(format_->iformat->name) + "' has no option '" + key + "'";
+      return false;
+    }
+  return true;
+}
+
+bool FfmpegInput::openDecoder(std::string& error) {
+  const AVCodec* codec = nullptr;
+  const int streamIndex = av_find_best_stream(format_, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
+  if (streamIndex < 0) {
+    error = streamIndex == AVERROR_DECODER_NOT_FOUND ? "no decoder for its video"
+                                                     : "there is no video in it";
+    return false;
+  }
+  stream_ = format_->streams[streamIndex];
+  for (unsigned i = 0; i < format_->nb_streams; ++i)
+    if (format_->streams[i] != stream_)
+      format_->streams[i]->discard = AVDISCARD_ALL;
+
+  decoder_.reset(avcodec_alloc_context3(codec));
+  packet_.reset(av_packet_alloc());
+  frame_.reset(av_frame_alloc());
+  if (decoder_ == nullptr || packet_ == nullptr || frame_ == nullptr) {
+    error = "out of memory";
+    return false;
+  }
+  const int64_t errorsBefore = ffmpegErrorCount();
+  int result = avcodec_parameters_to_context(decoder_.get(), stream_->codecpar);
+  decoder_->pkt_timebase = stream_->time_base;
+  decoder_->thread_count = 1;
+  decoder_->flags |= AV_CODEC_FLAG_UNALIGNED;  // crops exactly, not to the decoder's alignment
+  if (result >= 0)
+    result = avcodec_open2(decoder_.get(), codec, nullptr);
+  if (result < 0) {
+    error = explainedError(result, errorsBefore);
+    return false;
+  }
+  if (const AVRational rate = av_guess_frame_rate(format_, stream_, nullptr);
+      rate.num > 0 && rate.den > 0)
+    frameRate_ = {rate.num, rate.den};
+  storedOrientation_ = streamOrientation();
+  return true;
+}
+
+Orientation FfmpegInput::streamOrientation() const {
+#if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100)
+  const AVPacketSideData* data =
+      av_packet_side_data_get(stream_->codecpar->coded_side_data,
+                              stream_->codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
+  const uint8_t* matrix = data != nullptr ? data->data : nullptr;
+#else
+  const uint8_t* matrix = av_stream_get_side_data(stream_, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+#endif
+  return matrix != nullptr ? orientationOf(reinterpret_cast<const int32_t*>(matrix))
+                           : Orientation{};
+}
+
+bool FfmpegInput::read() {
+  picture_.reset();
+  while (!isStopRequested() && decodeFrame())
+    if (takePicture())
+      return true;
+  return false;
+}
+
+bool FfmpegInput::decodeFrame() {
+  const int64_t errorsBefore = ffmpegErrorCount();
+  bool decoded = false;
+  while (true) {
+    av_frame_unref(frame_.get());
+    const int result = avcodec_receive_frame(decoder_.get(), frame_.get());
+    decoded = result >= 0;
+    if (decoded || result == AVERROR_EOF)
+      break;
+    if (result != AVERROR(EAGAIN))
+      damage_.noteUnreadablePacket();
+    // After a decoding error, too, the next packet gets it going again; a drained decoder that
+    // still fails will not.
+    if (drained_ || !feedDecoder())
+      break;
+  }
+  if (ffmpegErrorCount() > errorsBefore)
+    damage_.noteMessage(latestFfmpegError());
+  return decoded;
+}
+
+/// Sends one packet of the video, or the end of the input. False when there is nothing to go on
+/// with.
+bool FfmpegInput::feedDecoder() {
+  int result = 0;
+  do {
+    av_packet_unref(packet_.get());
+    result = av_read_frame(format_, packet_.get());
+  } while (result >= 0 && packet_->stream_index != stream_->index);
+
+  if (isStopRequested())
+    return false;
+  if (result < 0) {
+    if (result != AVERROR_EOF)
+      damage_.noteUnreadablePacket();
+    checkForCutOff();
+    drained_ = true;
+    return avcodec_send_packet(decoder_.get(), nullptr) >= 0;
+  }
+  if (packet_->pos >= 0)
+    lastPacketEnd_ = packet_->pos + packet_->size;
+  if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0)
+    damage_.noteUnreadablePacket();
+  result = avcodec_send_packet(decoder_.get(), packet_.get());
+  if (result < 0 && result != AVERROR(EAGAIN))
+    damage_.noteUnreadablePacket();
+  return true;
+}
+
+/// At the end of the input: has the file ended before what it promised? Demuxers take a short file
+/// for a complete one as long as it breaks off between packets.
+void FfmpegInput::checkForCutOff() {
+  if (format_->pb == nullptr)
+    return;
+  const int64_t position = avio_tell(format_->pb);
+  const int64_t size = avio_size(format_->pb);
+  const int64_t end = size > 0 ? size : position;
+  for (int i = 0; i < avformat_index_get_entries_count(stream_); ++i) {
+    const AVIndexEntry* entry = avformat_index_get_entry(stream_, i);
+    if (entry->pos + entry->size > end) {
+      damage_.noteCutOff();
+      return;
+    }
+  }
+  // Y4M has no index, but nothing may follow its last whole frame either.
+  if (std::string_view(format_->iformat->name) == y4mFormat && lastPacketEnd_ >= 0 &&
+      position > lastPacketEnd_)
+    damage_.noteCutOff();
+}
+
+/// Turns the decoded frame into the current picture. False if it can't be converted.
+bool FfmpegInput::takePicture() {
+  if (frame_->decode_error_flags != 0 || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0)
+    damage_.noteDamagedFrame();
+  const AVFrameSideData* ownMatrix =
+      av_frame_get_side_data(frame_.get(), AV_FRAME_DATA_DISPLAYMATRIX);
+  const Orientation orientation =
+      ownMatrix != nullptr ? orientationOf(reinterpret_cast<const int32_t*>(ownMatrix->data))
+                           : storedOrientation_;
+  std::string error;
+  picture_ = converter_.convert(*frame_, orientation, error);
+  ++index_;
+  if (!picture_.has_value()) {
+    damage_.noteDamagedFrame();
+    damage_.noteMessage(error);
+    return false;
+  }
+  if (frame_->best_effort_timestamp != AV_NOPTS_VALUE) {
+    const double start = format_->start_time != AV_NOPTS_VALUE
+                             ? static_cast<double>(format_->start_time) / AV_TIME_BASE
+                             : 0.0;
+    time_ = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream_->time_base) - start;
+  } else {
+    time_ = static_cast<double>(index_) / frameRate_.perSecond();
+  }
+  return true;
+}
+
+int32_t FfmpegInput::colorMatrix() const {
+  const AVPixFmtDescriptor* descriptor =
+      av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame_->format));
+  const bool wasRgb = descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+  return wasRgb ? AVCOL_SPC_SMPTE170M : frame_->colorspace;
+}
+
+int64_t FfmpegInput::expectedFrames() const {
+  constexpr double most = 1e9;  // what claims more is damaged
+  if (stream_->nb_frames > 0 && stream_->nb_frames <= std::llround(most))
+    return stream_->nb_frames;
+  double seconds = 0.0;
+  if (stream_->duration > 0)
+    seconds = static_cast<double>(stream_->duration) * av_q2d(stream_->time_base);
+  else if (format_->duration > 0)
+    seconds = static_cast<double>(format_->duration) / AV_TIME_BASE;
+  const double frames = seconds * frameRate_.perSecond();
+  return frames <= most ? std::llround(frames) : 0;
+}
+
+}  // namespace
+
+std::unique_ptr<VideoInput> VideoInput::open(const InputRequest& request, std::string& error) {
+  auto input = std::make_unique<FfmpegInput>();
+  if (!input->openFormat(request, error) || !input->openDecoder(error))
+    return nullptr;
+  return input;
+}
+
+}  // namespace tavro::host

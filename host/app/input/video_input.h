@@ -1,0 +1,68 @@
+#pragma once
+
+// VideoInput: an input of any kind as a sequence of upright I420 pictures in limited-range BT.601.
+// What kinds there are is the matter of the folder that implements it: ffmpeg/ reads whatever
+// FFmpeg opens, plain/ the few formats that need no library. A build has one of them.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/app/input/stream_damage.h"
+#include "host/core/i420_frame.h"
+
+namespace tavro::host {
+
+struct InputRequest {
+  std::string path;    ///< "-" is the standard input
+  std::string format;  ///< name of the input format; empty: found out
+  std::vector<std::pair<std::string, std::string>> options;  ///< of that format
+};
+
+struct FrameRate {
+  int32_t numerator = 25;
+  int32_t denominator = 1;
+
+  double perSecond() const { return static_cast<double>(numerator) / denominator; }
+};
+
+class VideoInput {
+ public:
+  /// Null if the input can't be opened or holds no video that can be decoded, with the reason in
+  /// `error`.
+  static std::unique_ptr<VideoInput> open(const InputRequest& request, std::string& error);
+  virtual ~VideoInput() = default;
+  VideoInput(const VideoInput&) = delete;
+  VideoInput& operator=(const VideoInput&) = delete;
+
+  /// Goes on to the next picture. False at the end of the input and when a stop is requested.
+  virtual bool read() = 0;
+
+  virtual int64_t expectedFrames() const = 0;  ///< 0 if unknown
+
+  /// Of the current picture: the matrix coefficients by the code of ISO/IEC 23091-2, 2 if unknown.
+  virtual int32_t colorMatrix() const = 0;
+
+  /// The picture that read() has found; good until the next read().
+  const I420Frame& picture() const { return *picture_; }
+  int64_t index() const { return index_; }  ///< counts from 0
+  /// Seconds from the start of the input, by the frame's time stamp, or by the frame rate if it
+  /// has none.
+  double time() const { return time_; }
+  FrameRate frameRate() const { return frameRate_; }
+  const StreamDamage& damage() const { return damage_; }
+
+ protected:
+  VideoInput() = default;
+
+  std::optional<I420Frame> picture_;
+  int64_t index_ = -1;
+  double time_ = 0.0;
+  FrameRate frameRate_;
+  StreamDamage damage_;
+};
+
+}  // namespace tavro::host

@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <utility>
+
+#include "host/app/output/frame_sink.h"
+#include "host/app/platform/ffmpeg.h"
+
+namespace tavro::host {
+
+namespace {
+
+// Holds every usual frame rate, 30000/1001 too, exactly or nearly, and is within what the MPEG-4
+// encoder allows.
+constexpr AVRational timeBase = {1, 60000};
+
+constexpr int evenCeiling(int size) {
+  return size + size % 2;
+}
+
+/// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder. Frames of another size than the
+/// first are scaled to it, and odd sizes to the next even one, as the encoders want.
+class VideoSink final : public FrameSink {
+ public:
+  VideoSink() = default;
+  ~VideoSink() override {
+    if (muxer_ != nullptr)
+      avio_closep(&muxer_->pb);
+    avformat_free_context(muxer_);
+  }
+  VideoSink(const VideoSink&) = delete;
+  VideoSink& operator=(const VideoSink&) = delete;
+
+  bool open(const std::string& path, const SinkFormat& format, std::string& error) {
+    frame_.reset(av_frame_alloc());
+    packet_.reset(av_packet_alloc());
+    if (frame_ == nullptr || packet_ == nullptr ||
+        avformat_alloc_output_context2(&muxer_, nullptr, nullptr, path.c_str()) < 0) {
+      error = "out of memory";
+      return false;
+    }
+    // The file comes after the encoder, which refuses some sizes: no empty file is left then.
+    if (!openEncoder(format, error) ||
+        !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
+      return false;
+    if (writeHeader(error))
+      return true;
+    avio_closep(&muxer_->pb);
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(path, failure))
+      std::filesystem::remove(path, failure);
+    return false;
+  }
+
+  bool write(const I420Frame& frame, double time, std::string& error) override {
+    if (!succeeded(av_frame_make_writable(frame_.get()), error) || !fit(frame, error))
+      return false;
+    // Strictly rising, whatever the input's time stamps do: the muxer takes nothing else.
+    lastTime_ = std::max(lastTime_ + 1, int64_t{std::llround(time * timeBase.den)});
+    frame_->pts = lastTime_;
+    return encode(frame_.get(), error);
+  }
+
+  bool finish(std::string& error) override {
+    return encode(nullptr, error) && succeeded(av_write_trailer(muxer_), error) &&
+           succeeded(avio_closep(&muxer_->pb), error);
+  }
+
+ private:
+  bool succeeded(int result, std::string& error) const {
+    if (result < 0)
+      error = explainedError(result, errorsBefore_);
+    return result >= 0;
+  }
+
+  bool openEncoder(const SinkFormat& format, std::string& error) {
+    const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
+    if (codec == nullptr)
+      codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
+    encoder_.reset(codec != nullptr ? avcodec_alloc_context3(codec) : nullptr);
+    if (encoder_ == nullptr) {
+      error = "FFmpeg has neither an H.264 nor an MPEG-4 encoder";
+      return false;
+    }
+    encoder_->width = evenCeiling(format.width);
+    encoder_->height = evenCeiling(format.height);
+    encoder_->pix_fmt = AV_PIX_FMT_YUV420P;
+    encoder_->color_range = AVCOL_RANGE_MPEG;
+    encoder_->colorspace = static_cast<AVColorSpace>(format.colorMatrix);
+    encoder_->time_base = timeBase;
+    encoder_->framerate = {format.frameRate.numerator, format.frameRate.denominator};
+    encoder_->thread_count = 1;  // keeps the detector's timings its own
+    if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
+      encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    OptionDictionary options;
+    if (codec->id == AV_CODEC_ID_MPEG4) {
+      encoder_->flags |= AV_CODEC_FLAG_QSCALE;
+      encoder_->global_quality = 3 * FF_QP2LAMBDA;
+    } else {
+      options.set("preset", "veryfast");
+      options.set("crf", "18");
+    }
+    if (!succeeded(avcodec_open2(encoder_.get(), codec, options.address()), error))
+      return false;
+    frame_->format = encoder_->pix_fmt;
+    frame_->width = encoder_->width;
+    frame_->height = encoder_->height;
+    return succeeded(av_frame_get_buffer(frame_.get(), 0), error);
+  }
+
+  bool writeHeader(std::string& error) {
+    AVStream* stream = avformat_new_stream(muxer_, nullptr);
+    if (stream == nullptr) {
+      error = "out of memory";
+      return false;
+    }
+    OptionDictionary options;
+    options.set("movflags", "+faststart");  // plays while it is still being downloaded
+    stream->time_base = timeBase;
+    stream->avg_frame_rate = encoder_->framerate;
+    return succeeded(avcodec_parameters_from_context(stream->codecpar, encoder_.get()), error) &&
+           succeeded(avformat_write_header(muxer_, options.address()), error);
+  }
+
+  /// Brings the picture into the encoder's frame; a plain copy if the sizes agree.
+  bool fit(const I420Frame& picture, std::string& error) {
+    scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width(), picture.height(),
+                                       AV_PIX_FMT_YUV420P, frame_->width, frame_->height,
+                                       AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    if (scaler_ == nullptr) {
+      error = "out of memory";
+      return false;
+    }
+    return succeeded(scaleFrame(*scaler_, picture, *frame_), error);
+  }
+
+  /// Encodes a frame, or with null what the encoder still holds, and writes what comes out.
+  bool encode(const AVFrame* frame, std::string& error) {
+    if (!succeeded(avcodec_send_frame(encoder_.get(), frame), error))
+      return false;
+    while (true) {
+      const int result = avcodec_receive_packet(encoder_.get(), packet_.get());
+      if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
+        return true;
+      if (!succeeded(result, error))
+        return false;
+      packet_->stream_index = 0;
+      av_packet_rescale_ts(packet_.get(), timeBase, muxer_->streams[0]->time_base);
+      if (!succeeded(av_interleaved_write_frame(muxer_, packet_.get()), error))
+        return false;
+    }
+  }
+
+  AVFormatContext* muxer_ = nullptr;
+  CodecHandle encoder_;
+  FrameHandle frame_;
+  PacketHandle packet_;
+  ScalerHandle scaler_;
+  int64_t lastTime_ = -1;
+  int64_t errorsBefore_ = ffmpegErrorCount();
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSink> openVideoSink(const std::string& path, const SinkFormat& format,
+                                         std::string& error) {
+  auto sink = std::make_unique<VideoSink>();
+  return sink->open(path, format, error) ? std::move(sink) : nullptr;
+}
+
+}  // namespace tavro::host

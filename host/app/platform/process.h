@@ -1,0 +1,48 @@
+#pragma once
+
+// What the application asks of the operating system about its own process: posix_process.cpp and
+// windows_process.cpp implement it.
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tavro::host {
+
+/// Closes a stream that this program has opened: all but the standard input.
+struct StreamCloser {
+  void operator()(std::FILE* stream) const {
+    if (stream != stdin)
+      std::fclose(stream);
+  }
+};
+using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
+
+/// The arguments behind the program's name, in UTF-8.
+std::vector<std::string> commandLine(int argumentCount, char** arguments);
+
+/// True for a terminal that understands escape sequences.
+bool isTerminal(std::FILE* stream);
+
+/// What fopen() does, with a name in UTF-8.
+std::FILE* openFile(const std::string& name, const char* mode);
+
+/// The standard input, with its bytes as they are.
+std::FILE* binaryStandardInput();
+
+/// The most memory that the process has used so far.
+double peakMebibytes();
+
+/// From here on Ctrl-C (SIGINT) and SIGTERM end the input instead of the process, so that a
+/// recording from a camera ends with complete files. A second signal ends the process the usual
+/// way.
+void catchStopSignals();
+bool isStopRequested();
+
+/// Modules print diagnostics to the process's standard output, and they must stay out of the
+/// results: from here on everything written to descriptor 1 goes to the standard error. Returns the
+/// stream that still leads to where descriptor 1 led before; null if that was closed.
+StreamHandle divertStandardOutput();
+
+}  // namespace tavro::host

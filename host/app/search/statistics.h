@@ -1,0 +1,51 @@
+#pragma once
+
+// What a run tells the user about itself: how far it has come, and its timings.
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tavro::host {
+
+struct TimingSummary {
+  double minimum = 0.0;
+  double median = 0.0;  ///< of an even count, the mean of the middle two
+  double p99 = 0.0;     ///< nearest rank: 99 % of the values are at most this
+  double maximum = 0.0;
+};
+
+/// All zero for no values.
+TimingSummary summarize(std::vector<double> values);
+
+struct RunStatistics {
+  std::vector<double> milliseconds;  ///< of each detection
+  int64_t decodedFrames = 0;
+  double seconds = 0.0;  ///< of the whole run, decoding and output included
+
+  /// Several lines for the user, each with its line ending.
+  std::string report() const;
+};
+
+class ProgressLine {
+ public:
+  ProgressLine();
+  ~ProgressLine() { erase(); }
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  /// Where the results go to a terminal, they would stand behind the line.
+  void disable() { enabled_ = false; }
+  /// `done` of `total` frames in all, 0 if unknown.
+  void update(int64_t done, int64_t total);
+  /// Makes room for other lines.
+  void erase();
+
+ private:
+  bool shown_ = false;
+  bool enabled_;
+  std::chrono::steady_clock::time_point next_;
+};
+
+}  // namespace tavro::host
