@@ -34,7 +34,7 @@ Exit codes:
 
 )";
 
-/// Splits KEY=VALUE; nothing if there is no key.
+/// Splits KEY=VALUE; empty if there is no key.
 std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos || equals == 0)
@@ -42,7 +42,7 @@ std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string
   return std::pair{text.substr(0, equals), text.substr(equals + 1)};
 }
 
-/// Whether two names lead to one file, be it there yet or not.
+/// Whether two names lead to the same file, which needn't exist yet.
 bool sameFile(const std::string& first, const std::string& second) {
   std::error_code failure;
   const auto place = [&failure](const std::filesystem::path& name) {
@@ -92,7 +92,7 @@ std::string formatHelp() {
   return lines;
 }
 
-/// Faults that only show between options. Empty if there is none.
+/// What is wrong between two options. Empty if nothing is.
 std::string contradiction(const Options& options) {
   const std::string& input = options.input.path;
   const OutputOptions& output = options.output;
@@ -126,8 +126,8 @@ std::string contradiction(const Options& options) {
   return {};
 }
 
-/// What to say of a fault. Arguments left over come first: a mistyped option, or a file named like
-/// one, is why INPUT is missing.
+/// The line for a fault. Arguments left over come first: INPUT is often missing because of a
+/// mistyped option, or a file that is named like one.
 std::string faultOf(const CLI::App& app, const CLI::ParseError& fault) {
   const std::vector<std::string> extra = app.remaining();
   if (extra.empty())
@@ -184,7 +184,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
          "--serve", options.output.serve,
          "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "
          "pace of the video; the results are at /events. Without ADDRESS only this machine "
-         "can look; with another one anybody can who reaches it")
+         "can watch, with another address anybody who can reach it")
       ->type_name("[ADDRESS:]PORT")
       ->check(webAddress);
   app.add_option("--every", options.every, "Detect on every N-th frame only")
@@ -206,7 +206,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       ->take_all();
 
   try {
-    // It takes them from the back.
+    // It takes them in reverse order.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::Success& request) {  // help or version
     parsed.exitCode = app.exit(request);

@@ -26,8 +26,8 @@ double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// The state of one run. Every step that can fail for good returns false, with the line for the
-/// user in `error_`.
+/// The state of one run. A step that fails for good returns false, with a line for the user in
+/// `error_`.
 class Run {
  public:
   explicit Run(const Options& options) : options_(options) {}
@@ -62,7 +62,7 @@ class Run {
     return input_ != nullptr || fail(options_.input.path + ": " + error);
   }
 
-  /// Opened after the input: nothing is overwritten for one that can't be read.
+  /// Opened after the input, so that nothing is overwritten if that can't be read.
   bool openResults() {
     if (const std::string& file = options_.output.results; !file.empty()) {
       results_.reset(openFile(file, "wb"));
@@ -79,8 +79,8 @@ class Run {
     return true;
   }
 
-  /// Done with the first picture at hand, since the module prints lines of its own: what is wrong
-  /// with the input or the outputs has been told in one line by then.
+  /// Opened with the first picture. The module prints lines of its own, and a fault of the input or
+  /// the outputs is to be told in a single line.
   bool openDetector() {
     std::string error;
     if (detector_ == nullptr)
@@ -104,7 +104,7 @@ class Run {
         return false;
       const bool detects = input_->index() % options_.every == 0;
       const double milliseconds = detects ? detect() : 0.0;
-      if (writes && !giveOut(detects, milliseconds))
+      if (writes && !writeOut(detects, milliseconds))
         return false;
       progress_.update(pass * total + frames, total * options_.repeat);
     }
@@ -130,7 +130,7 @@ class Run {
     return milliseconds;
   }
 
-  /// Done with the first picture, whose size the outputs need.
+  /// Opened with the first picture, whose size the outputs need.
   bool openAllOutputs() {
     std::string error;
     const SinkFormat format = {.width = input_->picture().width(),
@@ -145,7 +145,7 @@ class Run {
            fail(error);
   }
 
-  bool giveOut(bool analysed, double milliseconds) {
+  bool writeOut(bool analysed, double milliseconds) {
     const I420Frame& picture = input_->picture();
     if (analysed)
       shownNumbers_ = numbers_.update(faces_.view(), input_->time());
@@ -177,8 +177,8 @@ class Run {
            fail(error);
   }
 
-  /// Without what was found in this frame or is lost since a moment: a detector misses a face now
-  /// and then. Where it has refused the frame, nothing of it is shown.
+  /// The picture without the faces that were found in it, and without those lost a moment ago: a
+  /// detector misses a face now and then. If it has refused the frame, nothing of it is shown.
   std::optional<I420Frame> anonymised(const I420Frame& picture) const {
     auto copy = copyOf(picture);
     if (!copy.has_value())

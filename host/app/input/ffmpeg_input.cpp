@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* y4mFormat = "yuv4mpegpipe";
 
-/// The device file if the path leads to a camera, be it by a link as in /dev/v4l/by-id; else empty.
+/// The device file if the path is a camera or a link to one, as in /dev/v4l/by-id; else empty.
 std::string cameraAt(const std::string& path) {
   std::error_code failure;
   std::string file = std::filesystem::canonical(path, failure).string();
@@ -94,7 +94,8 @@ bool FfmpegInput::openFormat(const InputRequest& request, std::string& error) {
   OptionDictionary options;
   std::error_code failure;
   if (std::filesystem::exists(request.path, failure))
-    options.set("pattern_type", "none");  // a picture's name is a name, whatever signs are in it
+    options.set("pattern_type",
+                "none");  // a picture's name is a name, whatever characters are in it
   for (const auto& [key, value] : request.options)
     options.set(key, value);
 
@@ -192,8 +193,8 @@ bool FfmpegInput::decodeFrame() {
       break;
     if (result != AVERROR(EAGAIN))
       damage_.noteUnreadablePacket();
-    // After a decoding error, too, the next packet gets it going again; a drained decoder that
-    // still fails will not.
+    // After an error the next packet gets the decoder going again. If it still fails once it has
+    // been drained, nothing will.
     if (drained_ || !feedDecoder())
       break;
   }
@@ -202,8 +203,8 @@ bool FfmpegInput::decodeFrame() {
   return decoded;
 }
 
-/// Sends one packet of the video, or the end of the input. False when there is nothing to go on
-/// with.
+/// Sends one packet of the video, or the end of the input. False if there is nothing left to
+/// decode.
 bool FfmpegInput::feedDecoder() {
   int result = 0;
   do {
@@ -230,8 +231,8 @@ bool FfmpegInput::feedDecoder() {
   return true;
 }
 
-/// At the end of the input: has the file ended before what it promised? Demuxers take a short file
-/// for a complete one as long as it breaks off between packets.
+/// At the end of the input: is the file shorter than it promised? Demuxers take it for complete as
+/// long as it breaks off between two packets.
 void FfmpegInput::checkForCutOff() {
   if (format_->pb == nullptr)
     return;
@@ -287,7 +288,7 @@ int32_t FfmpegInput::colorMatrix() const {
 }
 
 int64_t FfmpegInput::expectedFrames() const {
-  constexpr double most = 1e9;  // what claims more is damaged
+  constexpr double most = 1e9;  // a file that claims more is damaged
   if (stream_->nb_frames > 0 && stream_->nb_frames <= std::llround(most))
     return stream_->nb_frames;
   double seconds = 0.0;

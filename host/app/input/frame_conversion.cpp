@@ -13,8 +13,8 @@ namespace tavro::host {
 
 namespace {
 
-// Formats whose very name says full range. Gray pictures carry no range of their own, and PNG and
-// JPEG, where they come from, use all values.
+// Formats whose name says full range. Gray pictures carry no range of their own; they come from PNG
+// and JPEG files, which use all values.
 constexpr std::array fullRangeFormats = {
     AV_PIX_FMT_YUVJ411P, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ422P,
     AV_PIX_FMT_YUVJ440P, AV_PIX_FMT_YUVJ444P,
@@ -106,8 +106,8 @@ bool FrameConverter::prepareScaler(const AVFrame& decoded, bool fullRange) {
   height_ = decoded.height;
   format_ = decoded.format;
   fullRange_ = fullRange;
-  // The range has to be known before the context is made: among equal formats swscale would choose
-  // a plain copy. The flags give the same bytes on every processor.
+  // The range has to be set before the context is made: between equal formats swscale would choose
+  // a plain copy. With these flags the bytes are the same on every processor.
   const std::pair<const char*, int64_t> settings[] = {
       {"srcw", width_},
       {"srch", height_},

@@ -9,7 +9,7 @@ namespace tavro::host {
 
 namespace {
 
-// A tile's rows and columns of both planes fit the first-level cache, which a whole column doesn't.
+// The rows and columns of a tile fit the first-level cache in both planes; a whole column doesn't.
 constexpr int32_t tileSize = 32;
 
 /// A plane read through any of the eight orientations: sample (x, y) of the upright plane.

@@ -25,7 +25,7 @@ struct Orientation {
 /// can't be turned without resampling it.
 Orientation orientationOf(const int32_t* displayMatrix);
 
-/// An upright copy of the frame, sample for sample. Nothing if memory runs out.
+/// An upright copy of the frame, sample for sample. Empty if there is no memory.
 std::optional<I420Frame> turnedUpright(const I420Frame& stored, Orientation orientation);
 
 }  // namespace tavro::host

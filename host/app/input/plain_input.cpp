@@ -35,7 +35,7 @@ struct StreamHeader {
   FrameRate frameRate = {};
 };
 
-/// The positive number that is all of the text; 0 if it is anything else.
+/// The positive number that the whole text is; 0 if it is anything else.
 int32_t positiveNumber(std::string_view text) {
   int32_t value = 0;
   const char* end = text.data() + text.size();
@@ -43,7 +43,7 @@ int32_t positiveNumber(std::string_view text) {
   return failure == std::errc() && rest == end && value > 0 ? value : 0;
 }
 
-/// Two positive numbers, first and second zero if the text isn't that.
+/// Two positive numbers; both 0 if there is no separator, and each one that isn't such a number.
 std::pair<int32_t, int32_t> numbersAround(std::string_view text, char separator) {
   const size_t at = text.find(separator);
   if (at == std::string_view::npos)
@@ -139,7 +139,7 @@ std::optional<std::string> readLine(std::FILE* file) {
   return std::nullopt;
 }
 
-/// Frames one after the other, each behind a line of its own in a Y4M stream.
+/// Frames one after the other; in a Y4M stream each follows a line of its own.
 class StreamInput final : public VideoInput {
  public:
   /// The file is at the first frame; `size` is that of the whole file, 0 if unknown.

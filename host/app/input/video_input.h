@@ -1,8 +1,8 @@
 #pragma once
 
 // VideoInput: an input of any kind as a sequence of upright I420 pictures in limited-range BT.601.
-// What kinds there are is the matter of the folder that implements it: ffmpeg/ reads whatever
-// FFmpeg opens, plain/ the few formats that need no library. A build has one of them.
+// A build has one of two implementations: ffmpeg_input.cpp reads whatever FFmpeg opens,
+// plain_input.cpp the few formats that need no library.
 
 #include <cstdint>
 #include <memory>
@@ -18,7 +18,7 @@ namespace tavro::host {
 
 struct InputRequest {
   std::string path;    ///< "-" is the standard input
-  std::string format;  ///< name of the input format; empty: found out
+  std::string format;  ///< name of the input format; empty: found out from the input
   std::vector<std::pair<std::string, std::string>> options;  ///< of that format
 };
 
@@ -38,7 +38,7 @@ class VideoInput {
   VideoInput(const VideoInput&) = delete;
   VideoInput& operator=(const VideoInput&) = delete;
 
-  /// Goes on to the next picture. False at the end of the input and when a stop is requested.
+  /// Moves on to the next picture. False at the end of the input and when a stop is requested.
   virtual bool read() = 0;
 
   virtual int64_t expectedFrames() const = 0;  ///< 0 if unknown
@@ -46,7 +46,7 @@ class VideoInput {
   /// Of the current picture: the matrix coefficients by the code of ISO/IEC 23091-2, 2 if unknown.
   virtual int32_t colorMatrix() const = 0;
 
-  /// The picture that read() has found; good until the next read().
+  /// The picture that read() has read; good until the next read().
   const I420Frame& picture() const { return *picture_; }
   int64_t index() const { return index_; }  ///< counts from 0
   /// Seconds from the start of the input, by the frame's time stamp, or by the frame rate if it

@@ -36,8 +36,8 @@ constexpr const char* heading =
     "[Events]\n"
     "Format: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n";
 
-/// H:MM:SS.CC. Rounded down, and from a little before the frame, so that a line that begins with a
-/// frame is there when the renderer asks for that frame with a time stamp of its own rounding.
+/// H:MM:SS.CC. Rounded down, from a little before the frame: the renderer rounds time stamps in its
+/// own way, and a line must be there when it asks for the frame with which the line begins.
 std::string clockTime(double seconds) {
   const auto hundredths =
       std::max<int64_t>(0, static_cast<int64_t>(std::floor((seconds - 0.001) * 100.0)));
@@ -107,7 +107,7 @@ class AssSubtitles final : public TextFormat {
     if (from == to || until < line.since || width <= 0 || height <= 0)
       return {};
     const int64_t thickness = lineThickness(width_, height_);
-    // The inner path runs the other way round, which makes a hole of it.
+    // The inner path runs the other way round, which makes it a hole.
     const auto path = [](std::initializer_list<std::pair<int64_t, int64_t>> corners) {
       std::string text;
       for (const auto& [x, y] : corners)

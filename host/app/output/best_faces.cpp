@@ -19,7 +19,7 @@ namespace {
 
 using TavroRTC::FDModule::FaceRect;
 
-// A new picture has to be so much better: a face that comes closer isn't encoded at every step.
+// A new picture has to be better by this: a face that comes closer isn't encoded at every step.
 constexpr double clearlyBetter = 1.05;
 
 struct Area {
@@ -40,7 +40,7 @@ Area inside(const FaceRect& face, const I420Frame& picture) {
 }
 
 /// The mean of `factor` x `factor` samples for each sample of `target`, from the corner (left, top)
-/// of the picture's plane on. Beyond the plane's end its last samples go on.
+/// of the picture's plane on. Beyond the plane's end its last samples are repeated.
 void reduce(const I420Frame& picture, int32_t plane, int64_t left, int64_t top, int64_t factor,
             I420Frame& target) {
   const int64_t lastX = picture.planeWidth(plane) - 1;
@@ -100,7 +100,7 @@ double faceQuality(const I420Frame& picture, const FaceRect& face) {
   const Area area = inside(face, picture);
   if (area.isEmpty())
     return 0.0;
-  // Differences over a fixed part of the face, so that size and sharpness don't mix.
+  // Differences over a fixed part of the face, so that sharpness doesn't depend on size.
   const int64_t step = std::max<int64_t>(1, (area.bottom - area.top) / 32);
   int64_t sum = 0;
   int64_t count = 0;

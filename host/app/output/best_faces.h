@@ -24,7 +24,7 @@ struct FaceStory {
 
 class BestFaces {
  public:
-  /// `largestSide` is that of the pictures, 0 for no limit; `colorMatrix` as of VideoInput.
+  /// `largestSide` is that of the pictures, 0 for no limit; `colorMatrix` is that of VideoInput.
   BestFaces(int32_t largestSide, int32_t colorMatrix)
       : largestSide_(largestSide), colorMatrix_(colorMatrix) {}
 
@@ -39,13 +39,13 @@ class BestFaces {
   std::map<int64_t, FaceStory> stories_;
 };
 
-/// How good a picture of a face this is: large, sharp and inside the frame. 0 for none at all; only
-/// comparable for one face.
+/// How good a picture of a face this is: large, sharp and inside the frame. 0 if none of it is
+/// inside. Only values of the same face can be compared.
 double faceQuality(const I420Frame& picture, const TavroRTC::FDModule::FaceRect& face);
 
-/// The face with half its size around it, a square as far as the picture has room for one. Sides
-/// longer than `largestSide` are brought below it by whole factors. Nothing if no sample of the
-/// face is in the picture, or memory runs out.
+/// The face with a quarter of its size on each side, as a square if the picture has room for one.
+/// Longer sides than `largestSide` are divided by a whole number. Empty if no sample of the face is
+/// in the picture, or if there is no memory.
 std::optional<I420Frame> cutOut(const I420Frame& picture, const TavroRTC::FDModule::FaceRect& face,
                                 int32_t largestSide);
 

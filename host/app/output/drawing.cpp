@@ -70,7 +70,7 @@ void pixelate(I420Frame& frame, const FaceRect& face) {
   const FaceRect whole = withMargin(face);
   for (int32_t plane = 0; plane < planeCount; ++plane) {
     const int shift = plane == 0 ? 0 : 1;
-    // Rounded outwards: no row of chroma keeps what its luma has lost.
+    // Rounded outwards: no chroma is left where its luma is hidden.
     const int64_t left = std::clamp<int64_t>(whole.left >> shift, 0, frame.planeWidth(plane));
     const int64_t top = std::clamp<int64_t>(whole.top >> shift, 0, frame.planeHeight(plane));
     const int64_t right =

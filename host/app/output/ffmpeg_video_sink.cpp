@@ -10,8 +10,7 @@ namespace tavro::host {
 
 namespace {
 
-// Holds every usual frame rate, 30000/1001 too, exactly or nearly, and is within what the MPEG-4
-// encoder allows.
+// Every usual frame rate fits, even 30000/1001 nearly, and the MPEG-4 encoder allows it.
 constexpr AVRational timeBase = {1, 60000};
 
 constexpr int evenCeiling(int size) {
@@ -39,7 +38,7 @@ class VideoSink final : public FrameSink {
       error = "out of memory";
       return false;
     }
-    // The file comes after the encoder, which refuses some sizes: no empty file is left then.
+    // The encoder comes first: it refuses some sizes, and then no empty file must be left.
     if (!openEncoder(format, error) ||
         !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
       return false;
@@ -134,7 +133,7 @@ class VideoSink final : public FrameSink {
     return succeeded(scaleFrame(*scaler_, picture, *frame_), error);
   }
 
-  /// Encodes a frame, or with null what the encoder still holds, and writes what comes out.
+  /// Encodes a frame, or what the encoder still holds if it is null, and writes what comes out.
   bool encode(const AVFrame* frame, std::string& error) {
     if (!succeeded(avcodec_send_frame(encoder_.get(), frame), error))
       return false;

@@ -1,5 +1,5 @@
 // Filter scripts for FFmpeg's own command line: a sendcmd filter, whose commands move boxes from
-// frame to frame, and behind it one drawbox filter for each face that is there at a time. Drawn
+// frame to frame, and after it one drawbox filter for each face that is there at a time. Drawn
 // into the picture the boxes are frames; drawn into a mask they choose what is taken from a
 // pixelated copy of the picture.
 
@@ -60,7 +60,7 @@ class FilterScript : public TextFormat {
   virtual std::string style() const = 0;
   virtual std::string after() const { return {}; }
   virtual FaceRect boxOf(const FaceRect& face) const { return face; }
-  /// Whether a face that is lost since a moment keeps its box.
+  /// Whether a face that was lost a moment ago keeps its box.
   virtual bool coversLost() const { return false; }
 
  private:
@@ -86,7 +86,7 @@ class FilterScript : public TextFormat {
     return decimal(std::max(0.0, time - lead)) + commands + '\n';
   }
 
-  /// Moves the face's box, or gives it the first box that is free.
+  /// Moves the face's box, or takes the first free one for it.
   std::string put(int64_t face, const FaceRect& box) {
     auto place = std::find_if(places_.begin(), places_.end(),
                               [&](const auto& held) { return held && held->face == face; });
@@ -99,7 +99,7 @@ class FilterScript : public TextFormat {
       place = places_.insert(place, std::nullopt);
     *place = {.face = face, .box = box};
     const auto index = static_cast<size_t>(place - places_.begin());
-    // A width or height of 0 would mean the picture's.
+    // A width or height of 0 would mean that of the picture.
     const int64_t width = std::max<int64_t>(1, int64_t{box.right} - box.left);
     const int64_t height = std::max<int64_t>(1, int64_t{box.bottom} - box.top);
     return command(index, "x", box.left) + command(index, "y", box.top) +

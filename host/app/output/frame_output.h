@@ -2,8 +2,7 @@
 
 // What can be made of the frames and their faces, one FrameOutput each: text, an annotated file,
 // pictures of the faces. run.cpp finds the faces and hands every frame to each output that the user
-// has asked for; outputs.cpp lists them. To add one, implement FrameOutput in a file of its own and
-// give it a row there.
+// has asked for; outputs.cpp lists them. To add one, implement FrameOutput and give it a row there.
 
 #include <cstdint>
 #include <cstdio>

@@ -21,7 +21,7 @@ class FrameSink {
   virtual bool finish(std::string& error) = 0;
 };
 
-/// What a sink has to know about its frames beside the samples.
+/// What a sink has to know about its frames besides the samples.
 struct SinkFormat {
   int32_t width = 0;
   int32_t height = 0;

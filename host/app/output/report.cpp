@@ -1,6 +1,6 @@
 // --report: gathers what is known about the faces, and fills the page of report_template.h with it.
 // Bars and marks are boxes at so many percent of the page's width; only the times per frame are a
-// drawing, in units of its own: a column each, and the highest value 1.
+// drawing, in units of its own: each column is 1 wide, and the highest value is 1.
 
 #include <algorithm>
 #include <cmath>
@@ -93,7 +93,7 @@ double niceStep(double range) {
   return 10.0 * power;
 }
 
-/// Where a part of the whole begins or ends, in percent.
+/// How much of the whole a part is, in percent.
 std::string percent(double part, double whole) {
   return fixed(100.0 * std::clamp(part / std::max(whole, 1e-3), 0.0, 1.0), 2) + '%';
 }

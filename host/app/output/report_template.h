@@ -2,7 +2,7 @@
 
 namespace tavro::host {
 
-/// The page of --report: one HTML file that needs nothing beside it, neither network nor script.
+/// The page of --report: one HTML file that needs nothing else, neither network nor script.
 /// report.cpp fills the names in double braces.
 inline constexpr const char* reportTemplate = R"html(<!doctype html>
 <html lang="en">
@@ -32,8 +32,9 @@ p { color: var(--dim); }
 .row b { position: absolute; right: 100%; padding-right: .5rem; font-weight: normal; }
 .bar { position: absolute; top: .2rem; bottom: .2rem; min-width: 2px; border-radius: 3px;
   background: var(--bar); }
+.time, .level { font-style: normal; }
 .time { position: absolute; top: 0; bottom: 0; border-left: 1px solid var(--line); }
-.time span { position: absolute; top: 100%; transform: translateX(-50%); }
+.time span { position: absolute; top: 100%; padding-top: .3rem; transform: translateX(-50%); }
 .level { position: absolute; left: 0; right: 0; border-bottom: 1px solid var(--line); }
 .level span { position: absolute; right: 100%; bottom: -.7rem; padding-right: .5rem; }
 svg { position: relative; display: block; width: 100%; height: 14rem; transform: scaleY(-1); }

@@ -17,7 +17,7 @@ class TextFormat {
   virtual ~TextFormat() = default;
   /// The text for one analysed frame, with its line endings; it may be empty.
   virtual std::string frame(const FrameResult& result) = 0;
-  /// The text behind the last frame, which ends at `endTime`.
+  /// The text after the last frame, which ends at `endTime`.
   virtual std::string end(double /*endTime*/) { return {}; }
 };
 
@@ -38,7 +38,7 @@ std::unique_ptr<TextFormat> makeAssSubtitles();
 std::unique_ptr<TextFormat> makeDrawFilter();
 std::unique_ptr<TextFormat> makeBlurFilter();
 
-/// A number with at most so many decimals and at least one, whatever the locale; 0.0 if not finite.
+/// A number with one to `decimals` decimals, in any locale; 0.0 if it isn't finite.
 std::string decimal(double value, int decimals = 6);
 
 }  // namespace tavro::host

@@ -15,8 +15,8 @@ namespace tavro::host {
 namespace {
 
 constexpr TextFormatKind kinds[] = {
-    {"jsonl", "one JSON object a frame", &makeJsonLines},
-    {"csv", "one line a face, or a frame without one; with a heading", &makeCsv},
+    {"jsonl", "one JSON object per frame", &makeJsonLines},
+    {"csv", "a heading, then one line per face, or per frame without faces", &makeCsv},
     {"ass", "a subtitle track that draws the boxes, for players and ffmpeg -vf ass=FILE",
      &makeAssSubtitles},
     {"draw-filter", "for ffmpeg -filter_script:v FILE: draws the boxes", &makeDrawFilter},

@@ -28,6 +28,8 @@ struct RunStatistics {
   std::string report() const;
 };
 
+/// A line on the standard error that tells how far the run is: only on a terminal, and only if the
+/// length of the input is known.
 class ProgressLine {
  public:
   ProgressLine();
@@ -35,9 +37,9 @@ class ProgressLine {
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  /// Where the results go to a terminal, they would stand behind the line.
+  /// For results that go to a terminal: the line would stand before each of them.
   void disable() { enabled_ = false; }
-  /// `done` of `total` frames in all, 0 if unknown.
+  /// `done` of `total` frames; 0 if the total is unknown.
   void update(int64_t done, int64_t total);
   /// Makes room for other lines.
   void erase();

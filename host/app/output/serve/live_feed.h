@@ -1,8 +1,8 @@
 #pragma once
 
 // LiveFeed: the latest picture and the latest result, for any number of viewers on threads of their
-// own. Publishing never waits for a viewer, and a viewer always gets the latest there is: who is
-// slow misses what came in between.
+// own. Publishing never waits for a viewer, and a viewer always gets the latest there is: a slow
+// one misses what came in between.
 
 #include <chrono>
 #include <condition_variable>
@@ -25,15 +25,15 @@ class LiveFeed {
     changed_.notify_all();
   }
 
-  /// No more will come. What was published last is still given to who hasn't had it.
+  /// No more will come. A viewer that hasn't had what was published last still gets it.
   void close() {
     const std::lock_guard lock(mutex_);
     closed_ = true;
     changed_.notify_all();
   }
 
-  /// Waits for something newer than number `seen`, which becomes its number. Null at the end, and,
-  /// with `seen` as it was, if nothing comes for a while: `isClosed` tells which.
+  /// Waits for something newer than number `seen`, and sets `seen` to its number. Null at the end,
+  /// or if nothing comes for a while; isClosed() says which.
   Bytes next(uint64_t& seen) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, std::chrono::seconds(5), [&] { return number_ != seen || closed_; });
@@ -48,7 +48,7 @@ class LiveFeed {
     return closed_;
   }
 
-  // A viewer has joined from before its first `next` until it has sent all that it got.
+  // A viewer joins before its first next() and leaves when it has sent all that it got.
   void join() {
     const std::lock_guard lock(mutex_);
     ++viewers_;
@@ -58,7 +58,7 @@ class LiveFeed {
     --viewers_;
     changed_.notify_all();
   }
-  /// Waits until all have left, or for that moment.
+  /// Waits until all have left, but not beyond `end`.
   void waitUntilLeft(std::chrono::steady_clock::time_point end) {
     std::unique_lock lock(mutex_);
     changed_.wait_until(lock, end, [this] { return viewers_ == 0; });

@@ -45,7 +45,7 @@ class LiveOutput final : public FrameOutput {
  private:
   using Clock = std::chrono::steady_clock;
 
-  /// A file would be over in a moment. Where there is a jump or a delay, the pace begins anew.
+  /// A file would be over in a moment without it. After a jump or a delay the pace starts again.
   void waitFor(double time) {
     constexpr std::chrono::seconds most{1};
     const auto since = std::chrono::duration<double>(time);

@@ -16,7 +16,7 @@ struct WebAddress {
   bool isLoopback() const { return address == "::1" || address.starts_with("127."); }
 };
 
-/// Reads PORT, ADDRESS:PORT or [ADDRESS]:PORT. Names aren't looked up, save for localhost.
+/// Reads PORT, ADDRESS:PORT or [ADDRESS]:PORT. Names aren't looked up, except for localhost.
 std::optional<WebAddress> parseWebAddress(const std::string& text);
 
 }  // namespace tavro::host

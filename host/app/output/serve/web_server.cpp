@@ -16,8 +16,8 @@ namespace tavro::host {
 namespace {
 
 constexpr unsigned mostViewers = 32;
-constexpr unsigned patience = 10;  // seconds in which a viewer that takes nothing is let go
-constexpr std::chrono::seconds farewell{1};  // for what viewers have yet to take at the end
+constexpr unsigned patience = 10;  // seconds after which a viewer that takes nothing is cut off
+constexpr std::chrono::seconds farewell{1};  // for what the viewers have still to take at the end
 constexpr size_t blockSize = 64 * 1024;
 
 /// One viewer's place in a feed.
@@ -32,8 +32,8 @@ class Viewer {
   Viewer(const Viewer&) = delete;
   Viewer& operator=(const Viewer&) = delete;
 
-  /// Gives the next bytes, waiting for them if need be. It gives what is begun to its end, since a
-  /// picture can't be left in the middle.
+  /// Copies the next bytes, and waits for them if it has to. A picture that is begun is sent to its
+  /// end.
   ssize_t read(char* target, size_t most) {
     if (sent_ == pending_.size()) {
       const LiveFeed::Bytes bytes = feed_.next(seen_);
@@ -186,7 +186,7 @@ WebServer::~WebServer() {
   const auto end = std::chrono::steady_clock::now() + farewell;
   pictures.waitUntilLeft(end);
   results.waitUntilLeft(end);
-  MHD_stop_daemon(daemon_);  // cuts off who is still there
+  MHD_stop_daemon(daemon_);  // cuts off those who are still there
 }
 
 std::string WebServer::url() const {
@@ -194,8 +194,8 @@ std::string WebServer::url() const {
   return "http://" + host + ':' + std::to_string(address_.port) + '/';
 }
 
-/// On the loopback address only this machine's own names will do: a page from elsewhere whose name
-/// leads here would otherwise read the pictures as its own.
+/// On the loopback address only this machine's own names are accepted. Otherwise a page from
+/// elsewhere, whose name was made to lead here, could read the pictures as its own.
 bool WebServer::admits(const char* hostHeader) const {
   if (!address_.isLoopback())
     return true;

@@ -6,8 +6,8 @@
 //   /stream     the annotated pictures, as JPEG in multipart/x-mixed-replace
 //   /events     the results as Server-Sent Events, each a line of JSON
 //
-// Each viewer has a thread that waits for the next picture or result, so that nobody holds up
-// anybody else, and the detector least of all.
+// Each viewer has a thread that waits for the next picture or result, so that none holds up
+// another, least of all the detector.
 
 #include <memory>
 #include <string>
@@ -21,7 +21,7 @@ namespace tavro::host {
 
 class WebServer {
  public:
-  /// Null, with the reason in `error`, if the address can't be listened at.
+  /// Null, with the reason in `error`, if it can't listen at the address.
   static std::unique_ptr<WebServer> start(const WebAddress& address, std::string& error);
   /// Ends all viewers.
   ~WebServer();
