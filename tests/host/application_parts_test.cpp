@@ -11,9 +11,9 @@
 
 #include "host/app/output/best_faces.h"
 #include "host/app/output/drawing.h"
-#include "host/core/face_numbers.h"
 #include "host/app/output/text_format.h"
 #include "host/app/search/statistics.h"
+#include "host/core/face_numbers.h"
 #include "tests/support/frames.h"
 
 namespace tavro::host {

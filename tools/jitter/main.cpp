@@ -25,10 +25,10 @@
 #include <string>
 #include <vector>
 
-#include "host/app/platform/media.h"
-#include "host/app/platform/process.h"
 #include "host/app/input/stream_damage.h"
 #include "host/app/input/video_input.h"
+#include "host/app/platform/media.h"
+#include "host/app/platform/process.h"
 #include "host/core/utf8_path.h"
 #include "tools/jitter/face_recorder.h"
 #include "tools/jitter/moving_picture.h"
