@@ -8,7 +8,7 @@ extern "C" {
 #include <filesystem>
 #include <string_view>
 
-#include "host/app/input/frame_conversion.h"
+#include "host/app/input/ffmpeg_conversion.h"
 #include "host/app/input/video_input.h"
 #include "host/app/platform/ffmpeg.h"
 #include "host/app/platform/process.h"

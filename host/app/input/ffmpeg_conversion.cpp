@@ -1,4 +1,4 @@
-#include "host/app/input/frame_conversion.h"
+#include "host/app/input/ffmpeg_conversion.h"
 
 extern "C" {
 #include <libavutil/opt.h>
