@@ -168,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool found = wrapper->execute(&frame, result.sequence());
     result.checkAfter(found);
     if (!isReady || !frame.isAcceptable())
-      require(!found, "a frame that can't be is refused");
+      require(!found, "an impossible frame is refused");
     else if (result.isHonest())
       require(found, "a good frame is accepted");
   }

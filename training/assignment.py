@@ -27,7 +27,7 @@ def widened(boxes, side):
 def assign(boxes, kinds, priors):
     """Boxes n x m x 4 in corners and their kinds n x m, priors 2088 x 4.
 
-    Gives for each prior, n x 2088: whether it is a positive, whether it is a negative, and the
+    Returns for each prior, n x 2088: whether it is a positive, whether it is a negative, and the
     index of its face among the m.
     """
     at = corners(priors)

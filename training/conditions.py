@@ -1,6 +1,6 @@
 """Pictures as other cameras would deliver them, made from a set's own pictures.
 
-A condition takes a picture and its boxes and gives both as they are then: cut to another aspect,
+A condition takes a picture and its boxes and returns both, changed: cut to another aspect,
 spoiled (dark, blurred, noisy, coded), or hardly changed at all, which a steady detector shouldn't
 notice. Every picture draws its noise from a seed of its own, so that results repeat.
 """

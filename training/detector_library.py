@@ -77,7 +77,7 @@ def find():
 
 
 def build(weights, tree=TRIAL_TREE):
-    """Builds the library with another weight block in a tree of its own; gives its path.
+    """Builds the library with another weight block in a tree of its own; returns its path.
 
     The first time takes minutes, after that only the weights are put in anew.
     """

@@ -95,7 +95,7 @@ class Loss:
         self.balance = balance
 
     def __call__(self, logits, offsets, boxes, kinds):
-        """Outputs of the network; boxes and kinds as `assign` takes them. Gives (score, box)."""
+        """Outputs of the network; boxes and kinds as `assign` takes them. Returns (score, box)."""
         with torch.no_grad():
             positive, negative, index = assign(boxes, kinds, self.priors)
             share = shares(positive, index, boxes.shape[1], self.balance)

@@ -160,7 +160,7 @@ class FaceNetwork(nn.Module):
     def forward(self, images):
         """`images` n x 3 x 192 x 192, B, G, R from 0 to 1.
 
-        Gives the two logits (no face, face) n x 2088 x 2, before the softmax, and the offsets
+        Returns the two logits (no face, face) n x 2088 x 2, before the softmax, and the offsets
         n x 2088 x 4, in the order of the priors.
         """
         logits, boxes = [], []

@@ -21,7 +21,7 @@ class Pastes:
         self.things = store.empty()
 
     def add_to(self, random, scenes, boxes, kinds):
-        """Changes the scenes; gives boxes and kinds with the pasted faces at the end."""
+        """Changes the scenes; returns boxes and kinds with the pasted faces at the end."""
         for what, share in ROUNDS:
             rows = random.chance(share, len(scenes)).nonzero()[:, 0]
             if len(rows) == 0 or len(self.faces if what == "face" else self.things) == 0:

@@ -251,7 +251,7 @@ def save(trainer, folder):
 
 
 def run_processes(store, options):
-    """Forks the processes, so that all share the pictures; gives the exit status."""
+    """Forks the processes, so that all share the pictures; returns the exit status."""
     def pass_on(*_):
         for child in multiprocessing.active_children():
             child.terminate()

@@ -99,7 +99,7 @@ class Trainer:
         return self.options.rate * min(1.0, (self.step + 1) / WARM_UP_STEPS) * cosine
 
     def train(self):
-        """One step; gives the two losses."""
+        """One step; returns the two losses."""
         pictures, boxes, kinds = self.batches.next(self.step)
         self.network.train()
         for group in self.optimiser.param_groups:

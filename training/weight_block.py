@@ -15,7 +15,7 @@ ALIGNMENT = 128
 def offsets(shapes):
     """Where each tensor begins and where the last one ends: ({name: byte}, end).
 
-    `shapes` gives the extents by name.
+    `shapes` has the extents by name.
     """
     begin, end = {}, 0
     for name in sorted(shapes, key=str.encode):

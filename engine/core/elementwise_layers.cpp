@@ -14,7 +14,7 @@ Activation::Activation(const LayerRow& row, TensorMap& tensors, TensorMap& weigh
 }
 
 // An activation that works in place isn't a station of its own in the graph: it follows the layer
-// that writes the tensor, and whoever reads the tensor still reads that layer's output.
+// that writes the tensor, and a layer that reads the tensor still reads that layer's output.
 void Activation::connect(const LayerRow& row, TensorMap& tensors) {
   const auto names = ioNames(row);
   if (names.size() < 2 || std::string(names[0]) != names[1]) {

@@ -16,7 +16,7 @@ class Concat : public virtual Layer {
   Concat(const LayerRow& row, TensorMap& tensors, TensorMap& weights);
 };
 
-/// Gives a tensor another shape without moving its data: the output borrows the input's buffers.
+/// Changes the shape of a tensor without moving its data: the output borrows the input's buffers.
 class Reshape : public virtual Layer {
  public:
   bool forward(RunEnv* env) override;

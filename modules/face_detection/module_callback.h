@@ -13,7 +13,7 @@ namespace TavroRTC::FDModule {
 int32_t moduleCallback(void* context, void* command) noexcept;
 
 /// Makes moduleCallback answer -1 from now on. A module that the host wouldn't register is loaded
-/// nonetheless, and must not hand out instances that nobody counts.
+/// all the same, and must not hand out instances that nobody counts.
 void refuseCommands() noexcept;
 
 }  // namespace TavroRTC::FDModule

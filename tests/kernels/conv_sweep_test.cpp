@@ -1,6 +1,6 @@
 // Runs every convolution kernel over random geometry that it says it serves, and over contents at
-// the edges of the number range, on memory with guard pages: each must give the sums of its stated
-// order, bit for bit, and touch nothing else.
+// the edges of the number range, on memory with guard pages. Each must compute the sums of its
+// stated order, bit for bit, and touch nothing else.
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// a * b + c with one rounding, as the processor's instruction gives it. Some C libraries round
+// a * b + c with one rounding, as the processor's instruction computes it. Some C libraries round
 // twice in fmaf(), that of Windows among them.
 
 #include <bit>
