@@ -3,20 +3,37 @@
 // tensors are lent other values, reshaped or repacked, and a second generation of rows works on
 // what the first has left. A layer computes or refuses; it never touches anything else.
 
+#include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "engine/net.h"
 #include "fuzz/byte_reader.h"
-#include "fuzz/lent_values.h"
-#include "fuzz/scarce_target.h"
 #include "impl_x86/x86_run_env.h"
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size);
+
+namespace {
+
+// While the layers run, a larger request fails, as on a machine that has no more: an input can't
+// ask for the whole memory or for hours of work.
+constexpr size_t largestRequest = size_t{1} << 18;
+bool isScarce = false;
+
+}  // namespace
+
+void* __wrap_malloc(size_t size) {
+  return isScarce && size > largestRequest ? nullptr : __real_malloc(size);
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
 using namespace TavroRTC::FDModule;
 using tavro::fuzz::ByteReader;
-using tavro::fuzz::LentValues;
 using tavro::fuzz::require;
 
 constexpr int64_t mostValues = 512;
@@ -27,6 +44,37 @@ constexpr const char* types[] = {"Activation",  "Relu",          "Concat",      
                                  "AveragePool", "Reshape",       "Add",           "Mul"};
 constexpr const char* tensorNames[] = {"a", "b", "c", "d", "e"};
 constexpr const char* constantNames[] = {"u", "v", "w", "nowhere"};
+
+/// Values that tensors borrow, each buffer exactly as long as the tensor's shape says. `value()`
+/// returns one value after the other.
+class LentValues {
+ public:
+  template <typename Value>
+  void lendFloats(Tensor& tensor, Value value) {
+    tensor.borrow(filled(floats_, tensor, value));
+  }
+  template <typename Value>
+  void lendBytes(Tensor& tensor, Value value) {
+    tensor.borrow(filled(bytes_, tensor, value));
+  }
+
+ private:
+  template <typename T>
+  using Buffers = std::list<std::unique_ptr<T[]>>;
+
+  template <typename T, typename Value>
+  static T* filled(Buffers<T>& buffers, const Tensor& tensor, Value value) {
+    size_t count = 1;
+    for (const int32_t extent : {tensor.n, tensor.h, tensor.w, tensor.c})
+      count *= static_cast<size_t>(extent);
+    T* memory = buffers.emplace_back(new T[count]).get();
+    std::generate_n(memory, count, value);
+    return memory;
+  }
+
+  Buffers<float> floats_;
+  Buffers<uint8_t> bytes_;
+};
 
 float drawFloat(ByteReader& in) {
   const uint8_t kind = in.byte();
@@ -143,6 +191,7 @@ void changeTensor(Tensor& tensor, LentValues& values, ByteReader& in) {
 }
 
 void runGeneration(const std::vector<LayerRow>& rows, Net& net, ByteReader& in) {
+  isScarce = true;
   net.addLayers(rows);
   if (in.chance(192))
     net.env->rewriteGraph(&net);
@@ -156,6 +205,7 @@ void runGeneration(const std::vector<LayerRow>& rows, Net& net, ByteReader& in) 
     if (in.chance(64))
       drawShape(net.tensors[in.pick(tensorNames)], in);
   }
+  isScarce = false;
 }
 
 }  // namespace
@@ -177,7 +227,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (in.chance(200))
       fitWeight(rows.back(), net, values, in);
   }
-  const tavro::fuzz::ScarceTarget scarce;
   runGeneration(rows, net, in);
   if (in.isEmpty())
     return 0;

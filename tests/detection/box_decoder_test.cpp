@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 // What the decoder must make of the outputs, a second time: with priors of its own, and by choosing
 // the best open box each time instead of sorting.

@@ -11,7 +11,7 @@
 #include "engine/cpu_info.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/processor.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "tests/support/guarded_buffer.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -8,8 +8,8 @@
 #include "host/core/module_host.h"
 #include "host/core/outlines.h"
 #include "tests/gstreamer/gstreamer_support.h"
+#include "tests/support/random.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/support/traced_random.h"
 
 namespace tavro::test {
 namespace {

@@ -10,7 +10,7 @@
 #include "host/core/outlines.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/print_face_rect.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace tavro::host {
 namespace {

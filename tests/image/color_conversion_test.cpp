@@ -13,7 +13,7 @@
 #include "image/image_dispatch.h"
 #include "image/row_kernels.h"
 #include "tests/image/image_sweep.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tests/image/image_sweep.h"
+#include "tests/support/random.h"
 #include "tests/support/scarce_memory.h"
-#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -13,7 +13,7 @@
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
 #include "tests/kernels/swept_kernels.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

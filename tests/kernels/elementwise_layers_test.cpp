@@ -13,8 +13,8 @@
 #include "engine/simd/elementwise_layers.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
+#include "tests/support/random.h"
 #include "tests/support/sweep.h"
-#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "tests/kernels/small_net.h"
+#include "tests/support/random.h"
 #include "tests/support/sweep.h"
-#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -17,9 +17,9 @@
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
 #include "tests/kernels/swept_kernels.h"
+#include "tests/support/random.h"
 #include "tests/support/scarce_memory.h"
 #include "tests/support/sweep.h"
-#include "tests/support/traced_random.h"
 
 namespace TavroRTC::FDModule {
 namespace {

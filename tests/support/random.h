@@ -1,7 +1,10 @@
 #pragma once
 
-// One generator for every random sweep. The seed comes from TAVRO_TEST_SEED or is fixed; tests put
-// `seedNote(seed)` into a SCOPED_TRACE, so that a failure prints how to run the very same case.
+// One generator for every random sweep. The seed comes from TAVRO_TEST_SEED or is fixed; a failure
+// prints how to run the very same case, if the test draws from a TracedRandom or puts
+// `seedNote(seed)` into a SCOPED_TRACE.
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -44,6 +47,15 @@ class Random {
 
  private:
   std::mt19937_64 engine_;
+};
+
+/// A failure prints its seed as long as it lives.
+class TracedRandom : public Random {
+ public:
+  TracedRandom() : Random(baseSeed()), trace_("the seed", 0, seedNote(baseSeed())) {}
+
+ private:
+  testing::ScopedTrace trace_;
 };
 
 }  // namespace tavro::test

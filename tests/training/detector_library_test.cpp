@@ -17,7 +17,7 @@
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/portrait.h"
 #include "tests/support/print_face_rect.h"
-#include "tests/support/traced_random.h"
+#include "tests/support/random.h"
 
 namespace {
 
