@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The Python binding: what it finds beside what the example host finds, what it refuses, and that it
 neither copies frames nor keeps the interpreter's lock.
 

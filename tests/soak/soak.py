@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Lets the detector run for long, as a host does: frames of many sizes for one instance after another.
 Looks whether the process grows or slows down, and prints the curve of both.
 

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Draws the ways that jitter --csv has written: where the face is from left to right and how large it
 is, over time, the boxes of single frames beside the tracked ones.
 
