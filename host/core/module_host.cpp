@@ -44,12 +44,13 @@ Status find(std::string& path) {
       pathFromUtf8(SharedLibrary::fileOf(reinterpret_cast<const void*>(&find)));
   std::string places;
   for (const char* folder : detectorFolders) {
-    const fs::path place = (fs::absolute(library).parent_path() / folder).lexically_normal();
-    if (fs::exists(place / TAVRO_MODULE_FILE)) {
-      path = utf8FromPath(place / TAVRO_MODULE_FILE);
+    const fs::path file =
+        (fs::absolute(library).parent_path() / folder / TAVRO_MODULE_FILE).lexically_normal();
+    if (fs::exists(file)) {
+      path = utf8FromPath(file);
       return {};
     }
-    places += (places.empty() ? "" : " or ") + utf8FromPath(place);
+    places += (places.empty() ? "" : " or ") + utf8FromPath(file.parent_path());
   }
   return {"the detector " TAVRO_MODULE_FILE " isn't in " + places};
 }
