@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "host/core/face_rects.h"
@@ -137,9 +138,11 @@ TEST(Outlines, ChangeTheLinesInsideOfTheRectangleAndNothingElse) {
     const int32_t height = round < 110 ? random.between(1, 90) : 960;
     const int32_t line = std::min(width, height) < 640 ? 2 : 4;
     const bool isInterleaved = round % 2 == 0;
-    // Some rectangles lie within the picture, some reach beyond it, some are inside out.
+    // Some rectangles lie within the picture, some end with it or beyond it, some are inside out.
     FaceRect face = {random.between(-9, width), random.between(-9, height),
                      random.between(0, width + 9), random.between(0, height + 9)};
+    if (round % 3 == 0)
+      std::tie(face.right, face.bottom) = std::pair(width, height);
     if (round % 12 == 0)
       face = {smallest, smallest, largest, largest};
     if (round % 12 == 1)
