@@ -16,6 +16,8 @@ size_t asSize(int32_t number) {
   return static_cast<size_t>(number);
 }
 
+using Weights = std::map<std::string, std::vector<float>>;
+
 /// Channels are innermost.
 template <typename Real>
 struct Map {
@@ -46,7 +48,7 @@ class Layers {
  public:
   using RealMap = Map<Real>;
 
-  explicit Layers(WeightFile& weights) : weights_(weights) {}
+  explicit Layers(Weights& weights) : weights_(weights) {}
 
   RealMap conv(const RealMap& input, const std::string& weight, const std::string& bias,
                int32_t outputs, Window window) {
@@ -119,8 +121,8 @@ class Layers {
                 int32_t outputs, Window window, int32_t inputsOfOutput) {
     const size_t inputs = asSize(inputsOfOutput), count = asSize(outputs);
     const size_t taps = asSize(window.side * window.side);
-    const auto weight = weights_.values(weightName, count * inputs * taps);
-    const auto bias = weights_.values(biasName, count);
+    const auto& weight = find(weightName, count * inputs * taps);
+    const auto& bias = find(biasName, count);
     std::vector<Real> outputsInnermost(weight.size());
     for (size_t o = 0; o < count; ++o)
       for (size_t i = 0; i < inputs; ++i)
@@ -151,7 +153,14 @@ class Layers {
     return output;
   }
 
-  WeightFile& weights_;
+  /// A tensor that isn't there yet gets zeros.
+  const std::vector<float>& find(const std::string& name, size_t count) {
+    std::vector<float>& tensor = weights_[name];
+    tensor.resize(count);
+    return tensor;
+  }
+
+  Weights& weights_;
 };
 
 /// What the heads say, from the finest level to the coarsest.
@@ -162,7 +171,7 @@ struct Heads {
 };
 
 template <typename Real>
-Heads<Real> evaluate(std::span<const uint8_t> picture, int32_t side, WeightFile& weights) {
+Heads<Real> evaluate(std::span<const uint8_t> picture, int32_t side, Weights& weights) {
   Map<Real> x(side, side, 3);
   std::ranges::transform(picture, x.value.begin(),
                          [](uint8_t byte) { return byte * (Real{1} / 255); });
@@ -222,34 +231,21 @@ void appendScores(std::vector<Reading>& readings, const Map<double>& exact,
 
 }  // namespace
 
-std::span<const float> WeightFile::values(const std::string& name, size_t count) {
-  std::vector<float>& tensor = tensors_[name];
-  if (tensor.empty())
-    tensor.resize(count);
-  if (tensor.size() != count)
-    throw std::runtime_error(name + " has another size");
-  return tensor;
-}
-
-void WeightFile::load(const std::string& path) {
+ReferenceNetwork::ReferenceNetwork(const std::string& weightsPath) {
+  // One pixel is enough to pass every layer, and so to note the name and size of every tensor.
+  evaluate<float>({}, 1, weights_);
   constexpr std::streamoff boundary = 128;
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  std::ifstream file(weightsPath, std::ios::binary | std::ios::ate);
   const std::streamoff size = file.tellg();
   std::streamoff offset = 0;
-  for (auto& [name, tensor] : tensors_) {
+  for (auto& [name, tensor] : weights_) {
     const auto bytes = static_cast<std::streamsize>(tensor.size() * sizeof(float));
     file.seekg(offset);
     file.read(reinterpret_cast<char*>(tensor.data()), bytes);
     offset = (offset + bytes + boundary - 1) / boundary * boundary;
   }
   if (!file || offset != size)
-    throw std::runtime_error(path + " doesn't hold this network's weights");
-}
-
-// One pixel is enough to pass every layer, and so to note the name and size of every tensor.
-ReferenceNetwork::ReferenceNetwork(const std::string& weightsPath) {
-  evaluate<float>({}, 1, weights_);
-  weights_.load(weightsPath);
+    throw std::runtime_error(weightsPath + " doesn't hold this network's weights");
 }
 
 ReferenceNetwork::Output ReferenceNetwork::run(std::span<const uint8_t> picture) {

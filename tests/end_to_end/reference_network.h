@@ -22,25 +22,13 @@ struct Reading {
   double deviation = 0;  ///< typical error of a float evaluation
 };
 
-/// Values by name in one file of raw floats: ordered by the names' bytes, each tensor at the next
-/// multiple of 128 bytes.
-class WeightFile {
- public:
-  /// The values of a tensor. Before load() it only notes the tensor, and returns zeros.
-  std::span<const float> values(const std::string& name, size_t count);
-
-  /// Reads the file. Throws std::runtime_error if it doesn't hold exactly the tensors noted.
-  void load(const std::string& path);
-
- private:
-  std::map<std::string, std::vector<float>> tensors_;
-};
-
 class ReferenceNetwork {
  public:
   static constexpr int32_t side = 192;
   static constexpr size_t priorCount = 2088;
 
+  /// Throws std::runtime_error if the file doesn't hold exactly the tensors of this network: raw
+  /// floats ordered by the tensors' names, each tensor at the next multiple of 128 bytes.
   explicit ReferenceNetwork(const std::string& weightsPath);
 
   struct Output {
@@ -52,7 +40,7 @@ class ReferenceNetwork {
   Output run(std::span<const uint8_t> picture);
 
  private:
-  WeightFile weights_;
+  std::map<std::string, std::vector<float>> weights_;
 };
 
 }  // namespace tavro::test
