@@ -211,14 +211,5 @@ TEST(Annotation, OutlinesJustTheRectangle) {
   EXPECT_EQ(markOf(*frame, 0).count, 0);  // the frame itself is left as it is
 }
 
-TEST(Annotation, ClipsWhateverTheDetectorSays) {
-  for (const auto& [width, height] : {std::pair{1, 1}, {37, 21}, {160, 96}}) {
-    const auto frame = I420Frame::allocate(width, height);
-    const auto drawn = withRectangles(*frame, anywhere);
-    ASSERT_TRUE(drawn.has_value());
-    EXPECT_GT(markOf(*drawn, 0).count, 0);
-  }
-}
-
 }  // namespace
 }  // namespace tavro::host

@@ -246,6 +246,7 @@ class ImageApplication(ApplicationTest):
                 (crop + "1,1,0,3 in refused", "positive sides"),
                 (crop + "-1,1,3,3 in refused", "-1,1,3,3"),
                 (crop + "1,1,13,3 in refused", "isn't inside"),
+                (crop + "1,5,3,3 in refused", "isn't inside"),
                 (crop + "1,2147483647,3,3 in refused", "isn't inside")):
             with self.subTest(line):
                 self.refuse(self.execute(*line.split()), reason)

@@ -153,7 +153,7 @@ class Formats(MediaTest):
 
     def test_changing_picture_sizes_and_halting_clocks_fit_the_video(self):
         photos = b"".join(full_range_jpeg(quarters(*size, LUMA))
-                          for size in ((64, 32), (128, 128), (31, 33), (64, 32)))
+                          for size in ((64, 32), (64, 128), (31, 33), (64, 32)))
         self.succeed(4, self.file("photos", photos), "--input-format", "mjpeg",
                      "--annotate", "sizes.mp4")
         raw = self.file("raw", 4 * quarters(64, 32, LUMA).samples())
