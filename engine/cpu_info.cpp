@@ -22,11 +22,12 @@ CpuidRegisters processorCpuid(uint32_t leaf, uint32_t subleaf) {
   return words;
 }
 
-// XGETBV, in the assembler's words: the intrinsic needs a compiler switch.
+// XGETBV, in the assembler's words: the intrinsic needs a compiler switch. Volatile, or the
+// compiler could run it ahead of the test that the processor knows it.
 uint64_t processorSavedStates() {
   uint32_t low = 0;
   uint32_t high = 0;
-  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
   return uint64_t{high} << 32 | low;
 }
 

@@ -22,10 +22,11 @@ bool besideWideKernels(Env env) {
 // --- Dense ---
 
 bool isFirstLayer(P p, int32_t channels) {
-  return p.isKernel(3, 3) && p.isStride(2, 2) && p.padLeft == 1 && p.inputC == channels;
+  return !p.isDilated() && p.isKernel(3, 3) && p.isStride(2, 2) && p.padLeft == 1 &&
+         p.inputC == channels;
 }
-bool isPointwise(P p, int32_t leastChannels) {
-  return p.isKernel(1, 1) && p.outputC >= leastChannels;
+bool is1x1(P p, int32_t leastOutputs) {
+  return !p.isDilated() && p.isKernel(1, 1) && p.outputC >= leastOutputs;
 }
 
 // The largest block that divides them is 8.
@@ -41,12 +42,11 @@ constexpr ConvChoice pairToSingle[] = {
 // decide the other way.
 constexpr ConvChoice shortBlocks[] = {
     {[](P p) { return p.isDilated() && fillBlocksOf8(p.outputC); }, &convSseDilated_4x4},
-    {[](P p) { return !p.isDilated() && isPointwise(p, 8) && p.outputC < 16; }, &convSse1x1_4x4},
-    {[](P p) {
-       return !p.isDilated() && !isPointwise(p, 8) && !isFirstLayer(p, 3) && !isFirstLayer(p, 1) &&
-              fillBlocksOf8(p.outputC);
-     },
-     &convSseDirect_4x4},
+    {[](P p) { return isFirstLayer(p, 3); }, &convSse3x3s2c3_4x4},
+    {[](P p) { return isFirstLayer(p, 1); }, &convSse3x3s2c1_4x4},
+    {[](P p) { return is1x1(p, 16); }, &convSse1x1_8x4},
+    {[](P p) { return is1x1(p, 8); }, &convSse1x1_4x4},
+    {[](P p) { return !p.isDilated() && fillBlocksOf8(p.outputC); }, &convSseDirect_4x4},
 };
 
 // The last row takes everything, whatever limits the kernels above have.
@@ -57,8 +57,8 @@ constexpr ConvChoice denseChoices[] = {
     {[](P p) { return isFirstLayer(p, 3); }, &convSse3x3s2c3_4x4},
     {[](P p) { return isFirstLayer(p, 1); }, &convSse3x3s2c1_4x4},
     {[](P p) { return p.outputC == 1; }, &convSseSingle},
-    {[](P p) { return isPointwise(p, 8); }, &convSse1x1_8x4},
-    {[](P p) { return isPointwise(p, 4); }, &convSse1x1_4x4},
+    {[](P p) { return is1x1(p, 8); }, &convSse1x1_8x4},
+    {[](P p) { return is1x1(p, 4); }, &convSse1x1_4x4},
     {[](P p) { return p.outputC % 8 == 0; }, &convSseDirect_8x4},
     {[](P p) { return p.outputC >= 2; }, &convSseDirect_4x4},
     {[](P) { return true; }, &convSseScalar},

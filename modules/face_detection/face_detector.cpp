@@ -24,9 +24,9 @@ bool growTo(FaceRectSequence& sequence, size_t count) {
 }  // namespace
 
 struct FaceDetector::State {
-  FrameAnalysis analysis;
-  std::vector<FaceTrack> tracks;  ///< in order of creation
   float threshold = 0;            ///< 0: none set
+  std::vector<FaceTrack> tracks;  ///< in order of creation
+  FrameAnalysis analysis;         ///< the last, so that it is the first to be destroyed
 };
 
 FaceDetector::FaceDetector() : state_(new State) {}
