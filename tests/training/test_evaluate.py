@@ -111,6 +111,14 @@ class Evaluate(unittest.TestCase):
         self.assertEqual(evaluate.chosen(list("abcdef"), 3), list("ace"))
         self.assertEqual(evaluate.chosen(list("abc"), 9), list("abc"))
 
+    def test_brief_figures_are_the_same(self):
+        status, _, errors = self.run_("--data", self.folder / "set", "--brief", "--output",
+                                      self.folder / "brief")
+        self.assertEqual((status, errors), (0, ""))
+        figures = json.loads((self.folder / "brief" / "figures.json").read_text())
+        self.assertEqual(figures["natural"]["aspect kept"]["recall"], 0.5)
+        self.assertEqual((figures["aspects"], figures["faults"], figures["steadiness"]), ({},) * 3)
+
     def test_missing_peers_are_named(self):
         with self.assertRaisesRegex(FileNotFoundError, "opencv-data"):
             peers.load("/nowhere")
