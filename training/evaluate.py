@@ -46,7 +46,7 @@ def parse_arguments(arguments):
     parser.add_argument("--clips", action="store_true",
                         help="measure moving scenes made from the pictures, too")
     parser.add_argument("--brief", action="store_true",
-                        help="no other aspects, spoiled pictures and steadiness: a fifth of the time")
+                        help="no other aspects, spoiled pictures and steadiness; much faster")
     parser.add_argument("--sides", type=int, nargs="+", default=[],
                         help="lengths of the longer side to run the network on, aspect kept")
     options = parser.parse_args(arguments)
