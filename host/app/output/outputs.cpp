@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "host/app/output/frame_output.h"
 
 namespace tavro::host {
@@ -44,10 +46,8 @@ bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<Frame
 }
 
 bool showsFrames(const OutputOptions& options) {
-  for (const OutputKind& kind : kinds)
-    if (kind.showsFrames && kind.isWanted(options))
-      return true;
-  return false;
+  return std::ranges::any_of(
+      kinds, [&](const OutputKind& kind) { return kind.showsFrames && kind.isWanted(options); });
 }
 
 }  // namespace tavro::host
