@@ -36,12 +36,13 @@ std::string readVendor(const CpuidRegisters& words) {
   return {reinterpret_cast<const char*>(letters), sizeof(letters)};
 }
 
-std::string readBrand(const CpuWords& words) {
-  CpuidRegisters letters[std::size(brandLeaves)];
-  for (size_t i = 0; i < std::size(brandLeaves); ++i)
-    letters[i] = words.cpuid(brandLeaves[i], 0);
-  const auto* text = reinterpret_cast<const char*>(letters);
-  return {text, std::find(text, text + sizeof(letters), '\0')};
+void readBrand(const CpuWords& words, CpuInfo& info) {
+  static_assert(sizeof(CpuInfo::brand) > std::size(brandLeaves) * sizeof(CpuidRegisters));
+  char* letters = info.brand;
+  for (const uint32_t leaf : brandLeaves) {
+    const CpuidRegisters registers = words.cpuid(leaf, 0);
+    letters = std::copy_n(reinterpret_cast<const char*>(&registers), sizeof(registers), letters);
+  }
 }
 
 }  // namespace
@@ -72,7 +73,7 @@ CpuInfo readCpuInfo(const CpuWords& words) {
     info.extendedEdx = extended[edx];
   }
   if (info.maxExtendedLeaf >= std::end(brandLeaves)[-1])
-    info.brand = readBrand(words);
+    readBrand(words, info);
   return info;
 }
 

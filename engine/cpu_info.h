@@ -14,8 +14,8 @@ namespace TavroRTC::FDModule {
 struct CpuInfo {
   int32_t maxLeaf = 0;
   uint32_t maxExtendedLeaf = 0;
-  std::string vendor;
-  std::string brand;
+  std::string vendor;   ///< 12 letters
+  char brand[49] = {};  ///< up to 48 letters and a zero; nothing is allocated for it
   bool isIntel = false;
   bool isAmd = false;
   uint32_t leaf1Ecx = 0;

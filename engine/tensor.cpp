@@ -184,12 +184,10 @@ void Tensor::borrow(T*& storage, bool& borrowed, Note& note, T* address) {
     releaseStorage(storage, borrowed, note.keeper);
   storage = address;
   borrowed = true;
-  // A lender sets the tensor's shape first, where it knows it. count() won't do: it may still be
-  // that of a repacked storage which the tensor had before.
-  if (const uint64_t elements = elementsOfShape(*this); elements != 0) {
-    note.storage = address;
-    note.elements = elements;
-  }
+  // A lender sets the tensor's shape first, or nothing is known of the size. count() won't do: it
+  // may still be that of a repacked storage which the tensor had before.
+  note.elements = elementsOfShape(*this);
+  note.storage = note.elements != 0 ? address : nullptr;
 }
 
 void Tensor::borrow(float* address) {

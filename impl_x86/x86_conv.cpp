@@ -76,15 +76,24 @@ constexpr simd::ConvChoice groupChoices[] = {
 
 constexpr simd::ConvLevel groupLevels[] = {{withAvxAndFma, groupChoices}};
 
+/// The 256-bit kernel, or null where the 128-bit selection has to follow; the next one alike.
+const ConvKernel* tryConvFma(const ConvProblem& problem, const core::RunEnv& env) {
+  return simd::selectKernel(denseLevels, problem, env);
+}
+
+const ConvKernel* tryDepthwiseFma(const ConvProblem& problem, const core::RunEnv& env) {
+  return simd::selectKernel(groupLevels, problem, env);
+}
+
 }  // namespace
 
 const ConvKernel* selectConvKernel(const ConvProblem& problem, const core::RunEnv& env) {
-  const ConvKernel* kernel = simd::selectKernel(denseLevels, problem, env);
+  const ConvKernel* kernel = tryConvFma(problem, env);
   return kernel != nullptr ? kernel : simd::selectConvKernel(problem, env);
 }
 
 const ConvKernel* selectDepthwiseKernel(const ConvProblem& problem, const core::RunEnv& env) {
-  const ConvKernel* kernel = simd::selectKernel(groupLevels, problem, env);
+  const ConvKernel* kernel = tryDepthwiseFma(problem, env);
   return kernel != nullptr ? kernel : simd::selectDepthwiseKernel(problem, env);
 }
 

@@ -76,7 +76,7 @@ TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
     EXPECT_EQ(info.leaf7Ecx, maxLeaf >= 7 ? 0x307U : 0U);
     EXPECT_EQ(info.extendedEcx, maxExtended >= 0x80000001 ? 0x80000301U : 0U);
     EXPECT_EQ(info.extendedEdx, maxExtended >= 0x80000001 ? 0x80000401U : 0U);
-    EXPECT_EQ(info.brand, maxExtended >= 0x80000004 ? processor.brand : "");
+    EXPECT_EQ(std::string(info.brand), maxExtended >= 0x80000004 ? processor.brand : "");
   }
 }
 
