@@ -1,0 +1,455 @@
+"""The GStreamer element between two pads of the test and in whole pipelines. It must find what tavro-fd
+finds in the same pictures.
+
+    element_test.py TAVRO_FD --modules FILE [CLASS[.TEST]...]
+
+TAVRO_MODULE, TAVRO_CORE and TAVRO_PICTURE name the real module, the host's core library and a
+photograph, I420 of 160x120 pixels with one face. FILE is one of the fake modules.
+"""
+
+import csv
+import ctypes
+import os
+import re
+import subprocess
+import time
+import unittest
+
+import gi
+import numpy as np
+
+gi.require_version("Gst", "1.0")
+gi.require_version("GstVideo", "1.0")
+from gi.repository import Gst, GstVideo
+
+from application import MODULES, SEED, ApplicationTest, Frame, main, plain, y4m
+
+FRAME_TIME = 40 * Gst.MSECOND
+PICTURE = os.environ["TAVRO_PICTURE"]
+COLOUR = (173, 42, 26)  # of the outlines
+SEARCH = "tavrofacedetect messages=every-frame ! fakesink"
+
+
+def portrait(width=160, height=120, shift=0):
+    """The photograph at that size, moved to the right by so many columns, which come in again."""
+    photograph = Frame(160, 120, np.split(np.fromfile(PICTURE, np.uint8), [19200, 24000]))
+    frame = Frame(width, height, [])
+    for plane in range(3):
+        columns, rows = photograph.plane_size(plane)
+        samples = photograph.planes[plane].reshape(rows, columns)
+        width, height = frame.plane_size(plane)
+        stretched = samples[np.arange(height)[:, None] * rows // height,
+                            np.arange(width) * columns // width]
+        frame.planes.append(np.roll(stretched, shift // 2 if plane else shift, axis=1).tobytes())
+    return frame
+
+
+def rows_of(frame, form):
+    """The planes of a buffer with the frame, as rows of bytes."""
+    y, u, v = (np.frombuffer(frame.planes[plane], np.uint8).reshape(frame.plane_size(plane)[::-1])
+               for plane in range(3))
+    return [y, u, v] if form == "I420" else [y, np.dstack((u, v)).reshape(len(u), -1)]
+
+
+def buffer_of(frame, form="I420", padding=0, padding_v=0):
+    """A buffer with the frame. So many bytes of noise are behind every row, and before every plane."""
+    random = np.random.default_rng(SEED)
+    content, offsets, strides = b"", [0] * 4, [0] * 4
+    planes = rows_of(frame, form)
+    for plane, rows in enumerate(planes):
+        content += random.bytes(padding)
+        height, width = rows.shape
+        offsets[plane], strides[plane] = len(content), width + padding + padding_v * (plane == 2)
+        padded = random.integers(0, 256, (height, strides[plane])).astype(np.uint8)
+        padded[:, :width] = rows
+        content += padded.tobytes()
+    buffer = Gst.Buffer.new_allocate(None, len(content), None)
+    buffer.fill(0, content)
+    GstVideo.buffer_add_video_meta_full(
+        buffer, GstVideo.VideoFrameFlags.NONE, GstVideo.VideoFormat.from_string(form), frame.width,
+        frame.height, len(planes), offsets, strides)
+    return buffer
+
+
+def bytes_of(buffer):
+    return buffer.extract_dup(0, buffer.get_size())
+
+
+def faces_on(buffer):
+    """The faces that a buffer carries: their corners by their numbers."""
+    faces = {}
+    for number in range(1, 50):
+        region = GstVideo.buffer_get_video_region_of_interest_meta_id(buffer, number)
+        if region:
+            faces[number] = (region.x, region.y, region.x + region.w, region.y + region.h)
+    return faces
+
+
+def outlined(frame, face):
+    """The frame with two samples of colour inside of the rectangle, whose corners are put on even
+    places except at the picture's own border."""
+    planes = []
+    for plane, colour in enumerate(COLOUR):
+        left, top, right, bottom = (
+            corner if corner == size else corner // 2 * 2 for corner, size in
+            zip((*face[:2], face[2] + 1, face[3] + 1), (-1, -1, frame.width + 1, frame.height + 1)))
+        part, line = (2, 1) if plane else (1, 2)
+        rows = rows_of(frame, "I420")[plane].copy()
+        inside = rows[top // part:-(-bottom // part), left // part:-(-right // part)]
+        kept = inside[line:-line, line:-line].copy()
+        inside[:] = colour
+        inside[line:-line, line:-line] = kept
+        planes.append(rows.tobytes())
+    return Frame(frame.width, frame.height, planes)
+
+
+class Element:
+    """An element that is fed and emptied by the test."""
+
+    def __init__(self, width=160, height=120, form="I420", **properties):
+        self.element = Gst.ElementFactory.make("tavrofacedetect")
+        self.bus = Gst.Bus()
+        self.element.set_bus(self.bus)
+        for name, value in properties.items():
+            Gst.util_set_object_arg(self.element, name.replace("_", "-"), value)
+        self.passed, self.count, self.result = [], 0, None
+        self.feed = Gst.Pad.new("feed", Gst.PadDirection.SRC)
+        anything = Gst.PadTemplate.new(
+            "drain", Gst.PadDirection.SINK, Gst.PadPresence.ALWAYS, Gst.Caps.new_any())
+        self.drain = Gst.Pad.new_from_template(anything, "drain")
+        self.drain.set_chain_function_full(self.keep)
+        self.feed.link(self.element.get_static_pad("sink"))
+        self.element.get_static_pad("src").link(self.drain)
+        for pad in (self.feed, self.drain):
+            pad.set_active(True)
+        self.element.set_state(Gst.State.PLAYING)
+        self.feed.push_event(Gst.Event.new_stream_start("stream"))
+        self.announce(width, height, form)
+        self.begin()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.element.set_state(Gst.State.NULL)
+        self.element.set_bus(None)
+
+    def keep(self, _pad, _parent, buffer):
+        self.passed.append(buffer)
+        return Gst.FlowReturn.OK
+
+    def announce(self, width, height, form="I420"):
+        self.form = form
+        self.feed.push_event(Gst.Event.new_caps(Gst.Caps.from_string(
+            f"video/x-raw,format={form},width={width},height={height},framerate=25/1")))
+
+    def begin(self):
+        segment = Gst.Segment()
+        segment.init(Gst.Format.TIME)
+        self.feed.push_event(Gst.Event.new_segment(segment))
+
+    def put(self, buffer):
+        """What comes out for a buffer, or None."""
+        buffer.pts, buffer.duration = FRAME_TIME * self.count, FRAME_TIME
+        self.count += 1
+        self.result = self.feed.push(buffer)
+        return self.passed.pop() if self.passed else None
+
+    def faces_in(self, frame):
+        """The corners of the faces with which the frame comes out, by their numbers."""
+        return faces_on(self.put(buffer_of(frame, self.form)))
+
+    def rectangles_in(self, frame):
+        return list(self.faces_in(frame).values())
+
+    def message(self, types):
+        """The next message of these types, or None."""
+        return self.bus.pop_filtered(types)
+
+    def messages(self):
+        """The structures of all messages about faces."""
+        return [message.get_structure() for message in
+                iter(lambda: self.message(Gst.MessageType.ELEMENT), None)]
+
+
+class ElementTest(ApplicationTest):
+    def searched(self, *frames):
+        """What tavro-fd finds in each of the frames: the corners within the picture."""
+        outcome = self.execute("-", stdin=y4m(frames))
+        self.assertEqual(outcome.code, 0, outcome.errors)
+        return [[(max(face["left"], 0), max(face["top"], 0), min(face["right"], frame.width),
+                  min(face["bottom"], frame.height)) for face in result["faces"]]
+                for frame, result in zip(frames, outcome.results(), strict=True)]
+
+
+class Pads(ElementTest):
+    def test_it_adds_the_faces_and_leaves_the_picture_alone(self):
+        found = 0
+        for form, width, height, *padding in (
+                ("I420", 640, 480), ("NV12", 640, 480), ("I420", 641, 361, 5),
+                ("NV12", 641, 361, 5), ("I420", 333, 500, 16, 24), ("NV12", 1279, 719),
+                ("I420", 1280, 720, 128), ("NV12", 96, 97, 1), ("I420", 1, 1), ("NV12", 1, 1),
+                ("I420", 2, 301, 3, 1), ("NV12", 301, 2, 3)):
+            frames = [portrait(width, height, i * width // 40) for i in range(4)]
+            with self.subTest(form, size=(width, height)), Element(width, height, form) as element:
+                for frame, faces in zip(frames, self.searched(*frames)):
+                    buffer = buffer_of(frame, form, *padding)
+                    before = bytes_of(buffer)
+                    passed = element.put(buffer)
+                    self.assertEqual(passed.peek_memory(0), buffer.peek_memory(0))
+                    self.assertEqual(bytes_of(passed), before)
+                    self.assertEqual(list(faces_on(passed).values()), faces)
+                    found += len(faces)
+                self.assertEqual(element.element.get_property("frames"), 4)
+        self.assertGreaterEqual(found, 4 * 6)  # the portrait in the larger pictures
+
+    def test_memory_that_others_hold_is_shared_until_it_draws(self):
+        for form, width, height, *padding in (("NV12", 320, 240, 7), ("I420", 321, 241, 3, 2)):
+            frame = portrait(width, height)
+            for draw in (False, True):
+                with self.subTest(form, draw=draw), \
+                        Element(width, height, form, draw=str(draw)) as element:
+                    held = buffer_of(frame, form, *padding)
+                    before = bytes_of(held)
+                    passed = element.put(held)
+                    face, = faces_on(passed).values()
+                    self.assertEqual((faces_on(held), bytes_of(held)), ({}, before))
+                    self.assertEqual(passed.peek_memory(0) == held.peek_memory(0), not draw)
+                    expected = outlined(frame, face) if draw else frame
+                    meta = GstVideo.buffer_get_video_meta(passed)
+                    content = np.frombuffer(bytes_of(passed), np.uint8)
+                    for plane, rows in enumerate(rows_of(expected, form)):
+                        start, stride = meta.offset[plane], meta.stride[plane]
+                        drawn = content[start:start + len(rows) * stride].reshape(-1, stride)
+                        self.assertTrue((drawn[:, :rows.shape[1]] == rows).all(), plane)
+
+    def test_it_starts_over_with_a_new_size_a_flush_and_a_new_stream(self):
+        first = portrait(640, 480)
+        # Near enough to be held where it was, if the face were followed.
+        moved, smaller = portrait(640, 480, 6), portrait(321, 201, 9)
+        followed, (fresh,) = self.searched(first, moved)[1], self.searched(moved)
+        self.assertNotEqual(followed, fresh)
+        for change in ("nothing", "format", "size", "stream", "flush"):
+            with self.subTest(change), Element(640, 480) as element:
+                before = element.faces_in(first)
+                if change == "flush":
+                    element.feed.push_event(Gst.Event.new_flush_start())
+                    element.feed.push_event(Gst.Event.new_flush_stop(True))
+                    element.begin()
+                elif change == "stream":
+                    element.feed.push_event(Gst.Event.new_stream_start("another"))
+                elif change == "size":
+                    element.announce(321, 201, "NV12")
+                    self.assertEqual([element.rectangles_in(smaller)], self.searched(smaller))
+                    element.announce(640, 480)
+                elif change == "format":
+                    element.announce(640, 480, "NV12")
+                is_followed = change in ("nothing", "format")
+                after = element.faces_in(moved)
+                self.assertEqual(list(after.values()), followed if is_followed else fresh)
+                self.assertEqual(after.keys() == before.keys(), is_followed)
+
+    def test_messages_follow_their_policy(self):
+        nothing, face = plain(160, 120), portrait()
+        # Nothing, comes, stays, moves, is another one, is gone, stays away.
+        stream = (nothing, face, face, portrait(shift=2), portrait(shift=70), nothing, nothing)
+        for policy, expected in (("none", []), ("on-change", [1, 4, 5]),
+                                 ("every-frame", list(range(7)))):
+            with self.subTest(policy), Element(messages=policy) as element:
+                for frame in stream:
+                    element.faces_in(frame)
+                self.assertEqual([message.get_uint64("frame")[1] for message in element.messages()],
+                                 expected)
+                self.assertEqual(element.element.get_property("faces"), 4)
+                self.assertGreater(element.element.get_property("milliseconds"), 0)
+
+    def test_a_message_has_the_faces_of_its_buffer(self):
+        with Element(messages="every-frame") as element:
+            element.faces_in(portrait())
+            (number, (left, top, right, bottom)), = element.faces_in(portrait()).items()
+            told = element.messages()[1]
+            expected = Gst.Structure.from_string(
+                "tavro-faces, frame=(guint64)1, timestamp=(guint64)40000000, "
+                "stream-time=(guint64)40000000, running-time=(guint64)40000000, "
+                "duration=(guint64)40000000, width=(int)160, height=(int)120, "
+                f"faces=(structure){{ [face, id=(int){number}, x=(uint){left}, y=(uint){top}, "
+                f"width=(uint){right - left}, height=(uint){bottom - top}] }};")[0]
+            self.assertTrue(told.is_equal(expected), told.to_string())
+
+    def test_one_picture_of_several_is_searched(self):
+        frames = [portrait(640, 480, 40 * i) for i in range(8)]
+        expected = self.searched(*frames[::3])
+        with Element(640, 480, every_n_frames="3") as element:
+            for i, frame in enumerate(frames):
+                self.assertEqual(element.rectangles_in(frame), expected[i // 3], i)
+            self.assertEqual(element.element.get_property("frames"), 3)
+
+    def test_pictures_that_come_too_late_are_left_out(self):
+        for skips in (True, False):
+            with self.subTest(skips), Element(skip_late=str(skips)) as element:
+                def report(jitter, element=element):
+                    element.drain.push_event(Gst.Event.new_qos(
+                        Gst.QOSType.UNDERFLOW, 1.0, jitter, FRAME_TIME))
+
+                def counts_after(count, element=element):
+                    for _ in range(count):
+                        self.assertEqual(len(element.faces_in(portrait())), 1)
+                    return tuple(map(element.element.get_property, ("frames", "late-frames")))
+
+                report(FRAME_TIME * 1000)
+                # Searched: the first of all, and one after ten that were left out.
+                searched = 3 if skips else 24
+                self.assertEqual(counts_after(24), (searched, 24 - searched))
+                report(-1)
+                self.assertEqual(counts_after(2), (searched + 2, 24 - searched))
+
+    def test_a_buffer_that_is_no_picture_is_an_error(self):
+        with Element() as element:
+            self.assertIsNone(element.put(Gst.Buffer.new_allocate(None, 160 * 120, None)))
+            self.assertEqual(element.result, Gst.FlowReturn.ERROR)
+            self.assertIsNotNone(element.message(Gst.MessageType.ERROR))
+
+    def test_a_module_that_refuses_pictures_is_warned_of_once(self):
+        with Element(module=MODULES.replace("fake_good", "fake_refusing")) as element:
+            for _ in range(3):
+                self.assertEqual(element.faces_in(portrait()), {})
+            self.assertIsNotNone(element.message(Gst.MessageType.WARNING))
+            self.assertIsNone(element.message(Gst.MessageType.ANY))
+
+    def test_what_is_wrong_with_the_module_is_said(self):
+        element = Gst.ElementFactory.make("tavrofacedetect")
+        bus = Gst.Bus()
+        element.set_bus(bus)
+        unusable = Gst.LibraryError.quark(), Gst.LibraryError.INIT
+        for file, domain, code, text in (
+                ("/nowhere/module.so", Gst.ResourceError.quark(), Gst.ResourceError.NOT_FOUND,
+                 "/nowhere"),
+                (PICTURE, *unusable, "can't be used"),
+                (MODULES.replace("fake_good", "fake_silent"), *unusable, "can't be used"),
+                (MODULES.replace("fake_good", "fake_unready"), *unusable, "can't be prepared")):
+            with self.subTest(file):
+                element.set_property("module", file)
+                self.assertEqual(element.set_state(Gst.State.PAUSED),
+                                 Gst.StateChangeReturn.FAILURE)
+                error, _ = bus.pop_filtered(Gst.MessageType.ERROR).parse_error()
+                self.assertTrue(error.matches(domain, code), error)
+                self.assertIn(text, error.message)
+                element.set_state(Gst.State.NULL)
+        element.set_property("module", None)  # and it works again
+        self.assertNotEqual(element.set_state(Gst.State.PAUSED), Gst.StateChangeReturn.FAILURE)
+        element.set_state(Gst.State.NULL)
+        element.set_bus(None)
+
+    def test_a_module_that_the_application_has_loaded_is_used(self):
+        core = ctypes.CDLL(os.environ["TAVRO_CORE"])
+        core.tavro_host_error.restype = ctypes.c_char_p
+        name = ctypes.create_string_buffer(80)
+        # It isn't loaded now: the elements of the other tests have left none behind.
+        self.assertEqual(core.tavro_host_load(os.environ["TAVRO_MODULE"].encode(), name, 80), 0,
+                         core.tavro_host_error())
+        with Element() as first, Element() as second:
+            self.assertEqual(core.tavro_host_unload(name), -1)
+            self.assertIn(b"2 live instances", core.tavro_host_error())
+            for element in (first, second):
+                self.assertEqual(len(element.faces_in(portrait())), 1)
+        self.assertEqual(core.tavro_host_unload(name), 0, core.tavro_host_error())
+
+
+class Pipelines(ElementTest):
+    def clip(self, width, height):
+        return self.file("clip.y4m", y4m([portrait(width, height, 6 * i) for i in range(12)]))
+
+    def launch(self, pipeline):
+        """What gst-launch-1.0 prints. All that it was given must be released in the end."""
+        traced = {**os.environ, "GST_TRACERS": "leaks", "GST_DEBUG": "GST_TRACER:7"}
+        done = subprocess.run(["gst-launch-1.0", "-m", *pipeline.split()], check=True, timeout=300,
+                              cwd=self.folder, env=traced, capture_output=True, text=True)
+        self.assertNotRegex(done.stderr, r"object-alive, type-name=\(string\)\w")
+        return done.stdout
+
+    def expect_the_faces_of_the_application(self, file, pipeline, searches=1):
+        """For each of the pipeline's elements."""
+        outcome = self.execute(file, "--format", "csv")
+        expected = []
+        for row in csv.DictReader(outcome.output.decode().splitlines()):
+            left, top, right, bottom = (
+                min(max(int(row[name]), 0), int(row[most])) for name, most in
+                (("left", "width"), ("top", "height"), ("right", "width"), ("bottom", "height")))
+            expected.append((int(row["frame"]), int(row["face"]), left, top, right - left,
+                             bottom - top))
+        self.assertEqual(len(expected), 12)
+        found = []
+        for line in self.launch(pipeline).splitlines():
+            if "tavro-faces" in line:
+                frame, = re.findall(r"frame=\(guint64\)(\d+)", line)
+                values = re.findall(r"(?:id|x|y|width|height)\\=\\\(u?int\\\)(\d+)", line)
+                found.append((int(frame), *map(int, values)))
+        self.assertEqual(sorted(found), sorted(expected * searches))
+
+    def expect_the_end(self, pipeline):
+        end = pipeline.get_bus().timed_pop_filtered(
+            60 * Gst.SECOND, Gst.MessageType.EOS | Gst.MessageType.ERROR)
+        self.assertEqual(end and end.type, Gst.MessageType.EOS)
+        pipeline.set_state(Gst.State.NULL)
+
+    def test_faces_in_files(self):
+        for size in ((159, 119), (160, 120)):
+            self.expect_the_faces_of_the_application(
+                self.clip(*size), f"filesrc location=clip.y4m ! y4mdec ! {SEARCH}")
+        self.launch("filesrc location=clip.y4m ! y4mdec ! openh264enc ! h264parse ! mp4mux ! "
+                    "filesink location=clip.mp4")
+        self.expect_the_faces_of_the_application(
+            "clip.mp4", f"filesrc location=clip.mp4 ! qtdemux ! h264parse ! avdec_h264 ! {SEARCH}")
+        self.expect_the_faces_of_the_application(
+            "clip.mp4", "filesrc location=clip.mp4 ! decodebin ! videoconvert ! "
+            f"video/x-raw,format=NV12 ! {SEARCH}")
+
+    def test_two_elements_side_by_side_one_of_which_draws(self):
+        self.expect_the_faces_of_the_application(
+            self.clip(160, 120), "filesrc location=clip.y4m ! y4mdec ! tee name=t "
+            f"t. ! queue ! {SEARCH} t. ! queue ! tavrofacedetect draw=true messages=every-frame ! "
+            "tavrofacedetect messages=none ! fakesink", searches=2)
+
+    def test_a_buffer_that_nobody_else_holds_is_passed_on_itself(self):
+        pipeline = Gst.parse_launch(
+            f"filesrc location={self.clip(160, 120)} ! y4mdec ! tavrofacedetect name=faces ! "
+            "fakesink")
+        seen = {"sink": [], "src": []}
+        for name, buffers in seen.items():
+            pipeline.get_by_name("faces").get_static_pad(name).add_probe(
+                Gst.PadProbeType.BUFFER, lambda _, info, buffers=buffers: (
+                    buffers.append(str(info.get_buffer()).rsplit(" at ")[-1]),
+                    Gst.PadProbeReturn.OK)[1])
+        pipeline.set_state(Gst.State.PLAYING)
+        self.expect_the_end(pipeline)
+        self.assertEqual(len(seen["sink"]), 12)
+        self.assertEqual(seen["sink"], seen["src"])
+
+    def test_any_order_of_states_and_seeks_is_survived(self):
+        clip = b"".join(portrait(shift=7 * i).samples() for i in range(50))
+        pipeline = Gst.parse_launch(
+            f"filesrc location={self.file('clip', clip)} ! "
+            "rawvideoparse width=160 height=120 ! tee name=t"
+            " t. ! queue ! tavrofacedetect name=faces ! fakesink sync=true"
+            " t. ! queue ! tavrofacedetect draw=true ! fakesink async=false")
+        faces = pipeline.get_by_name("faces")
+        for _ in range(80):
+            action = self.random.randrange(10)
+            if action < 6:
+                pipeline.set_state(Gst.State(self.random.randint(1, 4)))
+            elif action < 8:
+                pipeline.seek_simple(Gst.Format.TIME, Gst.SeekFlags.FLUSH | Gst.SeekFlags.KEY_UNIT,
+                                     self.random.randint(0, 1500) * Gst.MSECOND)
+            else:
+                faces.set_property("draw", self.random.random() < 0.5)
+                faces.set_property("every-n-frames", self.random.randint(1, 4))
+            time.sleep(self.random.random() / 120)
+        pipeline.set_state(Gst.State.NULL)
+        pipeline.set_state(Gst.State.PLAYING)
+        self.expect_the_end(pipeline)
+        self.assertGreater(faces.get_property("faces"), 0)
+
+
+if __name__ == "__main__":
+    Gst.init(None)
+    main()
