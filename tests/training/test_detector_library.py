@@ -1,6 +1,7 @@
 """The detector's own code, called from Python."""
 
 import ctypes
+import importlib.util
 import os
 import pathlib
 import tempfile
@@ -94,6 +95,37 @@ class Agreement(unittest.TestCase):
         boxes, found = self.detector.detect(frame, 0.3, 50)
         self.assertEqual((boxes.shape, found[0]), ((len(found), 4), scores[:, 1].max()))
         self.assertTrue((found > numpy.float32(0.3)).all() and (numpy.diff(found) <= 0).all())
+
+    @unittest.skipUnless(importlib.util.find_spec("tavrofd"), "the Python binding isn't built")
+    def test_the_module_reports_the_same_faces(self):
+        import tavrofd
+        for size in ((160, 120), (533, 400), (97, 101)):
+            frame = self.library.convert(cv2.resize(synthetic.portrait(), size))
+            boxes, _ = self.detector.detect(frame)
+            self.assertEqual(len(boxes), 1, size)
+            reported = tavrofd.Detector().detect((frame.y, frame.u, frame.v))
+            self.assertEqual(reported.tolist(), boxes.astype(int).tolist(), size)
+
+    def test_rows_may_have_gaps_which_stay_as_they_are(self):
+        random = numpy.random.default_rng(2)
+        for width, height in ((1, 1), (2, 3), (33, 18), (400, 267)):
+            image = random.integers(0, 256, (height, width, 3)).astype(numpy.uint8)
+            plain = self.library.convert(image)
+            apart = [numpy.full((len(plane) + 1, plane.shape[1] + 7), 99, numpy.uint8)
+                     for plane in (plain.y, plain.u, plain.v)]
+            described = Frame(*(plane[:-1, :-7] for plane in apart)).described()
+            described.y, described.u, described.v = (
+                plane.ctypes.data_as(ctypes.POINTER(ctypes.c_uint8)) for plane in apart)
+            described.stride_y, described.stride_uv = (plane.shape[1] for plane in apart[:2])
+            self.assertEqual(self.library.functions.tavroConvertPicture(
+                image.ctypes.data_as(ctypes.c_void_p), width * 3, ctypes.byref(described)), 0)
+            for plane, expected in zip(apart, (plain.y, plain.u, plain.v)):
+                self.assertTrue((plane[:-1, :-7] == expected).all(), (width, height))
+                self.assertTrue((plane[-1] == 99).all() and (plane[:, -7:] == 99).all())
+            picture = numpy.empty((SIDE, SIDE, 3), numpy.uint8)
+            self.assertEqual(self.library.functions.tavroPrepareInput(
+                ctypes.byref(described), picture.ctypes.data_as(ctypes.c_void_p)), 0)
+            self.assertTrue((picture == self.library.prepare_input(plain)).all(), (width, height))
 
 
 class Refusals(unittest.TestCase):
