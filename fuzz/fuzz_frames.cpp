@@ -1,11 +1,11 @@
 // An instance as a host could treat it: frames of any size with any strides and missing planes,
-// results that grow, refuse to grow or lie about it, and preparing or making the instance anew at
+// results that grow or refuse to grow, and preparing or making the instance anew at
 // any point. The answer must be the documented one, and nothing beyond the planes may be read.
 
 #include <memory>
-#include <vector>
 
 #include "fuzz/byte_reader.h"
+#include "host/core/face_rects.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/portrait.h"
 
@@ -94,51 +94,18 @@ class Frame final : public HostFrame {
   std::unique_ptr<uint8_t[]> planes_[3];
 };
 
-/// The host's result, of which `grow` doesn't always do what it says.
-class Result {
- public:
-  enum class Growth : uint8_t { honest, refuses, lies, losesElements };
-
-  explicit Result(ByteReader& in) {
-    constexpr Growth growths[] = {Growth::honest, Growth::honest, Growth::refuses, Growth::lies,
-                                  Growth::losesElements};
-    link_.growth = in.pick(growths);
-    link_.storage.resize(static_cast<size_t>(in.between(0, 8)));
-    link_.sequence.elements = link_.storage.data();
-    link_.sequence.capacity = static_cast<int32_t>(link_.storage.size());
-    link_.sequence.size = in.number();
-    link_.sequence.grow = in.chance(16) ? nullptr : grow;
-  }
-
-  FaceRectSequence* sequence() { return &link_.sequence; }
-  void checkAfter(bool found) const {
-    const FaceRectSequence& s = link_.sequence;
-    require(found ? s.size >= 0 && s.size <= s.capacity : s.size == 0, "the result's size");
-  }
-  bool isHonest() const { return link_.sequence.grow != nullptr && link_.growth == Growth::honest; }
-
- private:
-  // The sequence comes first, so that grow finds the rest from its address.
-  struct Link {
-    FaceRectSequence sequence;
-    Growth growth = Growth::honest;
-    std::vector<FaceRect> storage;
-  };
-  static bool grow(FaceRectSequence* sequence, int32_t capacity) {
-    Link& link = *reinterpret_cast<Link*>(sequence);
-    if (link.growth == Growth::refuses)
-      return false;
-    if (link.growth == Growth::lies)
-      return true;
-    require(capacity > sequence->capacity && capacity <= 4096, "a sensible wish for room");
-    link.storage.resize(static_cast<size_t>(capacity));
-    sequence->elements = link.growth == Growth::losesElements ? nullptr : link.storage.data();
-    sequence->capacity = capacity;
-    return true;
-  }
-
-  Link link_;
-};
+/// The host's result: room for a few faces, junk as its size, and a `grow` that may refuse or not
+/// be there. True if there can always be room.
+bool prepareResult(FaceRectSequence& result, ByteReader& in) {
+  const bool grows = !in.chance(96);
+  result.grow(&result, in.between(0, 8));
+  result.size = in.number();
+  if (!grows)
+    result.grow = [](FaceRectSequence*, int32_t) { return false; };
+  if (in.chance(16))
+    result.grow = nullptr;
+  return grows && result.grow != nullptr;
+}
 
 }  // namespace
 
@@ -158,18 +125,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       isReady = wrapper->init();
       require(isReady, "init");
     }
-    Result result(in);
+    tavro::host::FaceRects faces;
+    FaceRectSequence& result = *faces.sequence();
+    const bool hasRoom = prepareResult(result, in);
     const Frame frame(in);
     if (kind == 255) {
-      require(!wrapper->execute(nullptr, result.sequence()), "no frame");
+      require(!wrapper->execute(nullptr, &result), "no frame");
       require(!wrapper->execute(&frame, nullptr), "no result");
       continue;
     }
-    const bool found = wrapper->execute(&frame, result.sequence());
-    result.checkAfter(found);
+    const bool found = wrapper->execute(&frame, &result);
+    require(found ? result.size >= 0 && result.size <= result.capacity : result.size == 0,
+            "the result's size");
     if (!isReady || !frame.isAcceptable())
       require(!found, "an impossible frame is refused");
-    else if (result.isHonest())
+    else if (hasRoom)
       require(found, "a good frame is accepted");
   }
   return 0;

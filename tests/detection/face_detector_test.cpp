@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -63,27 +62,24 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
   const char* const input = "input is invalid or initialization failed, pls check\n";
   const I420Frame picture = plainFrame(64, 48);
   const FrameView good = viewOf(picture);
+  const uint8_t* const none = nullptr;
   const struct {
     float threshold;
     const char* message;
-    void (*spoil)(FrameView& frame);
+    FrameView frame;
   } cases[] = {
-      {0, threshold, [](FrameView& f) { f = {}; }},
-      {0.65F, stride,
-       [](FrameView& f) {
-         f.strideY = f.width - 1;
-         f.y = f.u = f.v = nullptr;
-       }},
-      {0.65F, stride, [](FrameView& f) { f.strideUV = f.width / 2 - 1; }},
-      {0.65F, input, [](FrameView& f) { f.y = nullptr; }},
-      {0.65F, input, [](FrameView& f) { f.u = nullptr; }},
-      {0.65F, input, [](FrameView& f) { f.v = nullptr; }},
-      {0.65F, "", [](FrameView& f) { f.width = 0; }},
-      {0.65F, "", [](FrameView& f) { f.height = 0; }},
-      {0.65F, "", [](FrameView& f) { f.width = f.strideY = f.strideUV = 32769; }},
-      {0.65F, "", [](FrameView& f) { f.height = 32769; }},
-      {0.65F, "", [](FrameView& f) { f.width = -64; }},
-      {0.65F, "", [](FrameView& f) { f.height = -64; }},
+      {0, threshold, {}},
+      {0.65F, stride, {none, none, none, 64, 48, 63, 32}},
+      {0.65F, stride, {good.y, good.u, good.v, 64, 48, 64, 31}},
+      {0.65F, input, {none, good.u, good.v, 64, 48, 64, 32}},
+      {0.65F, input, {good.y, none, good.v, 64, 48, 64, 32}},
+      {0.65F, input, {good.y, good.u, none, 64, 48, 64, 32}},
+      {0.65F, "", {good.y, good.u, good.v, 0, 48, 64, 32}},
+      {0.65F, "", {good.y, good.u, good.v, 64, 0, 64, 32}},
+      {0.65F, "", {good.y, good.u, good.v, 32769, 48, 32769, 32769}},
+      {0.65F, "", {good.y, good.u, good.v, 64, 32769, 64, 32}},
+      {0.65F, "", {good.y, good.u, good.v, -64, 48, 64, 32}},
+      {0.65F, "", {good.y, good.u, good.v, 64, -48, 64, 32}},
   };
   const auto expectRefusal = [](FaceDetector& detector, const FrameView& frame,
                                 const char* message) {
@@ -95,12 +91,10 @@ TEST(FaceDetector, RefusesBadFramesInOrder) {
     EXPECT_EQ(faces.size, 0);
   };
   const auto detector = makeDetector(0);
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(i);
-    detector->init(cases[i].threshold);
-    FrameView frame = good;
-    cases[i].spoil(frame);
-    expectRefusal(*detector, frame, cases[i].message);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    detector->init(c.threshold);
+    expectRefusal(*detector, c.frame, c.message);
   }
   FaceDetector notReady;
   expectRefusal(notReady, good, threshold);
@@ -135,7 +129,13 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
     return false;
   };
   const auto lies = [](FaceRectSequence*, int32_t) { return true; };
-  for (bool (*grow)(FaceRectSequence*, int32_t) : {+refuses, +lies, +(decltype(+lies))nullptr}) {
+  const auto loses = [](FaceRectSequence* sequence, int32_t capacity) {
+    sequence->elements = nullptr;
+    sequence->capacity = capacity;
+    return true;
+  };
+  using Grow = bool (*)(FaceRectSequence*, int32_t);
+  for (const Grow grow : {Grow(refuses), Grow(lies), Grow(loses), Grow(nullptr)}) {
     FaceRect room = {};
     FaceRectSequence faces{.elements = &room, .size = 1, .capacity = 1, .grow = grow};
     EXPECT_FALSE(detector->execute(second, faces));
@@ -155,24 +155,23 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
 class RecordingFrame final : public HostFrame {
  public:
   const uint8_t* planeData(int32_t plane) const override {
-    log += "planeData " + std::to_string(plane) + '\n';
-    return samples;
+    return note("planeData " + std::to_string(plane), samples);
   }
   int32_t planeStride(int32_t plane) const override {
-    log += "planeStride " + std::to_string(plane) + '\n';
-    return 2;
+    return note("planeStride " + std::to_string(plane), 2);
   }
-  int32_t width() const override {
-    log += "width\n";
-    return 2;
-  }
-  int32_t height() const override {
-    log += "height\n";
-    return 2;
-  }
+  int32_t width() const override { return note("width", 2); }
+  int32_t height() const override { return note("height", 2); }
 
   uint8_t samples[4] = {};
   mutable std::string log;
+
+ private:
+  template <typename Answer>
+  Answer note(const std::string& call, Answer answer) const {
+    log += call + '\n';
+    return answer;
+  }
 };
 
 TEST(FDWrapper, ReadsAFrameBySevenCallsAndANullOneNotAtAll) {
@@ -222,26 +221,20 @@ TEST(Impl, RefusesWhatItCannotRun) {
   EXPECT_EQ(releaseImpl(nullptr), 0);
   float* boxes = nullptr;
   float* scores = nullptr;
-  EXPECT_EQ(runImpl(nullptr, nullptr, &boxes, &scores), -1);
-  Impl* const impl = createImpl(0, 2);
-  EXPECT_EQ(runImpl(impl, nullptr, &boxes, &scores), -1);  // no picture yet
-  EXPECT_EQ(boxes, nullptr);
-  EXPECT_EQ(releaseImpl(impl), 0);
-}
-
-TEST(Impl, RefusesOutputsOfTheWrongCount) {
-  Impl* const impl = createImpl(0, 0);
-  Net* const net = impl;
-  std::swap(net->outputs[0], net->outputs[1]);
+  const auto expectRefusal = [&](Impl* impl, uint8_t* picture) {
+    EXPECT_EQ(runImpl(impl, picture, &boxes, &scores), -1);
+    EXPECT_TRUE(boxes == nullptr && scores == nullptr);
+  };
   std::vector<uint8_t> picture(packedInputSize + 64);
-  float* boxes = nullptr;
-  float* scores = nullptr;
-  EXPECT_EQ(runImpl(impl, picture.data(), &boxes, &scores), -1);
+  expectRefusal(nullptr, picture.data());
+  Impl* const impl = createImpl(0, 2);
+  Net* const net = impl;
+  expectRefusal(impl, nullptr);  // no picture yet
+  std::swap(net->outputs[0], net->outputs[1]);
+  expectRefusal(impl, picture.data());
   net->outputs[0] = net->outputs[1];  // the boxes as they should be, the scores with four values
-  EXPECT_EQ(runImpl(impl, picture.data(), &boxes, &scores), -1);
-  EXPECT_EQ(boxes, nullptr);
-  EXPECT_EQ(scores, nullptr);
-  releaseImpl(impl);
+  expectRefusal(impl, picture.data());
+  EXPECT_EQ(releaseImpl(impl), 0);
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ size_t asSize(int32_t number) {
 using Weights = std::map<std::string, std::vector<float>>;
 
 /// Channels are innermost.
-template <typename Real>
 struct Map {
   Map(int32_t mapHeight, int32_t mapWidth, int32_t mapChannels)
       : height(mapHeight),
@@ -32,7 +31,7 @@ struct Map {
   }
 
   int32_t height, width, channels;
-  std::vector<Real> value;
+  std::vector<double> value;
 };
 
 /// How a square kernel moves over a map. It is padded so that at stride 1 the size stays.
@@ -43,34 +42,31 @@ struct Window {
 };
 
 /// The network's layers by their names in the file of weights.
-template <typename Real>
 class Layers {
  public:
-  using RealMap = Map<Real>;
-
   explicit Layers(Weights& weights) : weights_(weights) {}
 
-  RealMap conv(const RealMap& input, const std::string& weight, const std::string& bias,
-               int32_t outputs, Window window) {
+  Map conv(const Map& input, const std::string& weight, const std::string& bias, int32_t outputs,
+           Window window) {
     return slide(input, weight, bias, outputs, window, input.channels);
   }
 
   /// A 3x3 filter for each channel, then a mixture of the channels.
-  RealMap separable(const RealMap& input, const std::string& block, const std::string& firstBias,
-                    const std::string& secondBias, int32_t outputs, int32_t stride = 1) {
-    const RealMap filtered = relu(filter(input, block + ".0.weight", firstBias + "_bias", stride));
+  Map separable(const Map& input, const std::string& block, const std::string& firstBias,
+                const std::string& secondBias, int32_t outputs, int32_t stride = 1) {
+    const Map filtered = relu(filter(input, block + ".0.weight", firstBias + "_bias", stride));
     return relu(conv(filtered, block + ".3.weight", secondBias + "_bias", outputs, {}));
   }
 
-  RealMap head(const RealMap& input, const std::string& path, int32_t outputs) {
-    const RealMap filtered = relu(filter(input, path + ".0.weight", path + ".0.bias", 1));
+  Map head(const Map& input, const std::string& path, int32_t outputs) {
+    const Map filtered = relu(filter(input, path + ".0.weight", path + ".0.bias", 1));
     return conv(filtered, path + ".2.weight", path + ".2.bias", outputs, {});
   }
 
   /// Four ways from 24x24x64 to itself: three that look further and further around, joined and
   /// mixed, and a shortcut.
-  RealMap multiBranch(const RealMap& input) {
-    const auto part = [this](const RealMap& map, const std::string& name, const std::string& bias,
+  Map multiBranch(const Map& input) {
+    const auto part = [this](const Map& map, const std::string& name, const std::string& bias,
                              int32_t outputs, Window window) {
       return conv(map, "conv8." + name + ".conv.weight", bias + "_bias", outputs, window);
     };
@@ -78,64 +74,63 @@ class Layers {
     const Window square{.side = 3};
     const auto wide = [](int32_t dilation) { return Window{.side = 3, .dilation = dilation}; };
 
-    RealMap near = part(input, "branch0.0", "274", 8, point);
+    Map near = part(input, "branch0.0", "274", 8, point);
     near = relu(part(near, "branch0.1", "276", 16, square));
     near = part(near, "branch0.2", "279", 16, wide(2));
 
-    RealMap middle = part(input, "branch1.0", "281", 8, point);
+    Map middle = part(input, "branch1.0", "281", 8, point);
     middle = relu(part(middle, "branch1.1", "283", 16, square));
     middle = part(middle, "branch1.2", "286", 16, wide(3));
 
-    RealMap far = part(input, "branch2.0", "288", 8, point);
+    Map far = part(input, "branch2.0", "288", 8, point);
     far = relu(part(far, "branch2.1", "290", 12, square));
     far = relu(part(far, "branch2.2", "293", 16, square));
     far = part(far, "branch2.3", "296", 16, wide(5));
 
-    RealMap joined(input.height, input.width, 16 * 3);
+    Map joined(input.height, input.width, 16 * 3);
     auto next = joined.value.begin();
     for (size_t pixel = 0; pixel < near.value.size(); pixel += 16)
-      for (const RealMap* branch : {&near, &middle, &far})
+      for (const Map* branch : {&near, &middle, &far})
         next = std::copy_n(&branch->value[pixel], 16, next);
 
-    RealMap mixed = part(joined, "ConvLinear", "299", 64, point);
-    const RealMap shortcut = part(input, "shortcut", "301", 64, point);
+    Map mixed = part(joined, "ConvLinear", "299", 64, point);
+    const Map shortcut = part(input, "shortcut", "301", 64, point);
     std::ranges::transform(mixed.value, shortcut.value, mixed.value.begin(), std::plus());
     return relu(mixed);
   }
 
-  static RealMap relu(RealMap map) {
-    for (Real& x : map.value)
-      x = std::max(x, Real{0});
+  static Map relu(Map map) {
+    for (double& x : map.value)
+      x = std::max(x, 0.0);
     return map;
   }
 
  private:
-  RealMap filter(const RealMap& input, const std::string& weight, const std::string& bias,
-                 int32_t stride) {
+  Map filter(const Map& input, const std::string& weight, const std::string& bias, int32_t stride) {
     return slide(input, weight, bias, input.channels, {.side = 3, .stride = stride}, 1);
   }
 
   /// A convolution, of all input channels for each output or of its own channel alone. The weight's
   /// order is output channel, input channel, row, column.
-  RealMap slide(const RealMap& input, const std::string& weightName, const std::string& biasName,
-                int32_t outputs, Window window, int32_t inputsOfOutput) {
+  Map slide(const Map& input, const std::string& weightName, const std::string& biasName,
+            int32_t outputs, Window window, int32_t inputsOfOutput) {
     const size_t inputs = asSize(inputsOfOutput), count = asSize(outputs);
     const size_t taps = asSize(window.side * window.side);
     const auto& weight = find(weightName, count * inputs * taps);
     const auto& bias = find(biasName, count);
-    std::vector<Real> outputsInnermost(weight.size());
+    std::vector<float> outputsInnermost(weight.size());
     for (size_t o = 0; o < count; ++o)
       for (size_t i = 0; i < inputs; ++i)
         for (size_t tap = 0; tap < taps; ++tap)
           outputsInnermost[(tap * inputs + i) * count + o] = weight[(o * inputs + i) * taps + tap];
 
-    Map<Real> output((input.height - 1) / window.stride + 1, (input.width - 1) / window.stride + 1,
-                     outputs);
+    Map output((input.height - 1) / window.stride + 1, (input.width - 1) / window.stride + 1,
+               outputs);
     const bool isDepthwise = inputsOfOutput != input.channels;
     const int32_t padding = window.side / 2 * window.dilation;
     for (int32_t y = 0; y < output.height; ++y)
       for (int32_t x = 0; x < output.width; ++x) {
-        Real* __restrict sums = &output.value[output.at(y, x)];
+        double* __restrict sums = &output.value[output.at(y, x)];
         std::ranges::copy(bias, sums);
         for (size_t tap = 0; tap < taps; ++tap) {
           const auto [tapRow, tapColumn] = std::div(static_cast<int>(tap), window.side);
@@ -143,8 +138,8 @@ class Layers {
           const int32_t column = x * window.stride - padding + tapColumn * window.dilation;
           if (row < 0 || row >= input.height || column < 0 || column >= input.width)
             continue;
-          const Real* samples = &input.value[input.at(row, column)];
-          const Real* factors = &outputsInnermost[tap * inputs * count];
+          const double* samples = &input.value[input.at(row, column)];
+          const float* factors = &outputsInnermost[tap * inputs * count];
           for (size_t i = 0; i < inputs; ++i, factors += count)
             for (size_t o = 0; o < count; ++o)
               sums[o] += (isDepthwise ? samples[o] : samples[i]) * factors[o];
@@ -164,18 +159,15 @@ class Layers {
 };
 
 /// What the heads say, from the finest level to the coarsest.
-template <typename Real>
 struct Heads {
-  std::array<Map<Real>, 3> scores;  ///< before the softmax
-  std::array<Map<Real>, 3> boxes;
+  std::array<Map, 3> scores;  ///< before the softmax
+  std::array<Map, 3> boxes;
 };
 
-template <typename Real>
-Heads<Real> evaluate(std::span<const uint8_t> picture, int32_t side, Weights& weights) {
-  Map<Real> x(side, side, 3);
-  std::ranges::transform(picture, x.value.begin(),
-                         [](uint8_t byte) { return byte * (Real{1} / 255); });
-  Layers<Real> layers(weights);
+Heads evaluate(std::span<const uint8_t> picture, int32_t side, Weights& weights) {
+  Map x(side, side, 3);
+  std::ranges::transform(picture, x.value.begin(), [](uint8_t byte) { return byte / 255.0; });
+  Layers layers(weights);
   x = layers.relu(layers.conv(x, "conv1.0.weight", "235_bias", 16, {.side = 3, .stride = 2}));
   x = layers.separable(x, "conv2", "238", "241", 32);
   x = layers.separable(x, "conv3", "244", "247", 32, 2);
@@ -183,57 +175,23 @@ Heads<Real> evaluate(std::span<const uint8_t> picture, int32_t side, Weights& we
   x = layers.separable(x, "conv5", "256", "259", 64, 2);
   x = layers.separable(x, "conv6", "262", "265", 64);
   x = layers.separable(x, "conv7", "268", "271", 64);
-  const Map<Real> fine = layers.multiBranch(x);
+  const Map fine = layers.multiBranch(x);
   x = layers.separable(fine, "conv9", "305", "308", 96, 2);
   x = layers.separable(x, "conv10", "311", "314", 96);
-  const Map<Real> middle = layers.separable(x, "conv11", "317", "320", 96);
+  const Map middle = layers.separable(x, "conv11", "317", "320", 96);
   x = layers.separable(middle, "conv12", "323", "326", 96, 2);
-  const Map<Real> coarse = layers.separable(x, "conv13", "329", "332", 128);
+  const Map coarse = layers.separable(x, "conv13", "329", "332", 128);
   return {{layers.head(fine, "conf.0", 3 * 2), layers.head(middle, "conf.1", 2 * 2),
            layers.head(coarse, "conf.2", 2 * 2)},
           {layers.head(fine, "loc.0", 3 * 4), layers.head(middle, "loc.1", 2 * 4),
            layers.head(coarse, "loc.2", 2 * 4)}};
 }
 
-/// Root of the mean square of what `error(i)` returns.
-template <typename Error>
-double typical(size_t count, Error error) {
-  double sum = 0;
-  for (size_t i = 0; i < count; ++i)
-    sum += error(i) * error(i);
-  return std::sqrt(sum / static_cast<double>(count));
-}
-
-void appendBoxes(std::vector<Reading>& readings, const Map<double>& exact,
-                 const Map<float>& rounded) {
-  const double deviation = typical(
-      exact.value.size(), [&](size_t i) { return exact.value[i] - double{rounded.value[i]}; });
-  for (const double value : exact.value)
-    readings.push_back({value, deviation});
-}
-
-/// A probability is p(d) = 1 / (1 + exp(d)) where d is the other value less its own, and an error
-/// of d reaches p through the slope p (1 - p). The exponentials and the division add a few
-/// roundings.
-void appendScores(std::vector<Reading>& readings, const Map<double>& exact,
-                  const Map<float>& rounded) {
-  constexpr double roundings = 4 * 0x1p-24;
-  const auto difference = [](const auto& map, size_t i) {
-    return double{map.value[i ^ 1U]} - double{map.value[i]};
-  };
-  const double deviation = typical(
-      exact.value.size(), [&](size_t i) { return difference(exact, i) - difference(rounded, i); });
-  for (size_t i = 0; i < exact.value.size(); ++i) {
-    const double probability = 1 / (1 + std::exp(difference(exact, i)));
-    readings.push_back({probability, probability * ((1 - probability) * deviation + roundings)});
-  }
-}
-
 }  // namespace
 
 ReferenceNetwork::ReferenceNetwork(const std::string& weightsPath) {
   // One pixel is enough to pass every layer, and so to note the name and size of every tensor.
-  evaluate<float>({}, 1, weights_);
+  evaluate({}, 1, weights_);
   constexpr std::streamoff boundary = 128;
   std::ifstream file(weightsPath, std::ios::binary | std::ios::ate);
   const std::streamoff size = file.tellg();
@@ -251,13 +209,13 @@ ReferenceNetwork::ReferenceNetwork(const std::string& weightsPath) {
 ReferenceNetwork::Output ReferenceNetwork::run(std::span<const uint8_t> picture) {
   if (picture.size() != asSize(side) * side * 3)
     throw std::runtime_error("a picture is 192x192 pixels of three bytes");
-  const Heads<double> exact = evaluate<double>(picture, side, weights_);
-  const Heads<float> rounded = evaluate<float>(picture, side, weights_);
+  const Heads heads = evaluate(picture, side, weights_);
   Output output;
-  for (size_t level = 0; level < exact.scores.size(); ++level) {
-    appendScores(output.scores, exact.scores[level], rounded.scores[level]);
-    appendBoxes(output.boxes, exact.boxes[level], rounded.boxes[level]);
-  }
+  for (const Map& level : heads.scores)
+    for (size_t i = 0; i < level.value.size(); ++i)  // the softmax of a pair
+      output.scores.push_back(1 / (1 + std::exp(level.value[i ^ 1U] - level.value[i])));
+  for (const Map& level : heads.boxes)
+    output.boxes.insert(output.boxes.end(), level.value.begin(), level.value.end());
   return output;
 }
 

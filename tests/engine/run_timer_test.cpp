@@ -17,17 +17,26 @@ using tavro::test::CapturedStdout;
 
 constexpr int64_t twoSeconds = 2000000000;
 
-TEST(RunTimer, reportsTheCostSinceConstructionOnClosing) {
+TEST(RunTimer, reportsTheWholeTimeOrStatisticsOnClosing) {
   CapturedStdout output;
   {
-    RunTimer timer("Warmup", true, true);
-    timer.startNs -= twoSeconds;
+    RunTimer whole("Warmup", true, true);
+    whole.startNs -= twoSeconds;
+    RunTimer steps("steps", false, true);
+    steps.minMs = 0.5F;
+    steps.maxMs = 2;
+    steps.sumMs = 3.75F;
+    steps.count = 3;
+    const RunTimer silent("silent", false, false);
+    const RunTimer unused("unused", false, true);
+    EXPECT_EQ(unused.startNs, 0);
   }
   const std::string text = output.stop();
-  std::smatch cost;
-  ASSERT_TRUE(std::regex_match(text, cost, std::regex("Warmup cost:   ([0-9.]+)ms\n"))) << text;
-  EXPECT_GE(std::stod(cost[1]), 2000);
-  EXPECT_LT(std::stod(cost[1]), 60000);
+  EXPECT_TRUE(std::regex_match(
+      text, std::regex("unused--min cost: 3.40282e\\+38ms, max cost: 1.17549e-38ms, avg cost: 0ms\n"
+                       "steps--min cost: 0.5ms, max cost: 2ms, avg cost: 1.25ms\n"
+                       "Warmup cost:   [2-9][0-9]{3}[0-9.]*ms\n")))
+      << text;
 }
 
 TEST(RunTimer, printsAlignedStepsAndCountsThem) {
@@ -42,10 +51,8 @@ TEST(RunTimer, printsAlignedStepsAndCountsThem) {
     EXPECT_EQ(std::cout.flags(), flags);
     timer.start(std::string(100, 'x'));
     timer.stop();
-    EXPECT_EQ(timer.name, std::string(80, 'x'));
     EXPECT_EQ(timer.count, 2);
-    EXPECT_GE(timer.maxMs, 2000);
-    EXPECT_LT(timer.minMs, 2000);
+    EXPECT_TRUE(timer.maxMs >= 2000 && timer.minMs < 2000);
     EXPECT_FLOAT_EQ(timer.sumMs, timer.minMs + timer.maxMs);
   }
   std::cout.unsetf(std::ios::right | std::ios::showpoint);
@@ -55,23 +62,6 @@ TEST(RunTimer, printsAlignedStepsAndCountsThem) {
   EXPECT_TRUE(std::regex_match(text, std::regex("Net run {73} cost:  2[0-9.]{3,7} {3}ms\n"
                                                 "x{80} cost:  .{10,}ms\n")))
       << text;
-}
-
-TEST(RunTimer, reportsStatistics) {
-  CapturedStdout output;
-  {
-    RunTimer timer("steps", false, true);
-    timer.minMs = 0.5F;
-    timer.maxMs = 2;
-    timer.sumMs = 3.75F;
-    timer.count = 3;
-    const RunTimer silent("silent", false, false);
-    const RunTimer unused("unused", false, true);
-    EXPECT_EQ(unused.startNs, 0);
-  }
-  EXPECT_EQ(output.stop(),
-            "unused--min cost: 3.40282e+38ms, max cost: 1.17549e-38ms, avg cost: 0ms\n"
-            "steps--min cost: 0.5ms, max cost: 2ms, avg cost: 1.25ms\n");
 }
 
 TEST(Clock, countsNanosecondsWithoutOverflow) {

@@ -25,32 +25,18 @@ struct Order {
   bool exactOnly = false;
 };
 
-constexpr Order orders[] = {{1, "nhwcL"},
-                            {1, "nchwL"},
-                            {32, "nhwcL"},
-                            {24, "nhwcL"},
-                            {16, "nhwcL"},
-                            {8, "nhwcL"},
-                            {4, "nhwcL"},
-                            {2, "nhwcL"},
-                            {1, "nhwcL"},
-                            {24, "nhcwL"},
-                            {16, "nhcwL"},
-                            {12, "nhcwL"},
-                            {8, "nhcwL"},
-                            {4, "nhcwL"},
-                            {2, "nhcwL"},
-                            {1, "nhcwL"},
-                            {4, "nchwL"},
-                            {8, "nchwL"},
-                            {1, "nhwcL"},
-                            {0, "hcwL", 1, true},
-                            {0, "hwcL"},
-                            {24, "nchwLg", 4, true},
-                            {18, "nchwLg", 4, true},
-                            {24, "nchwLg", 8, true},
-                            {18, "nchwLg", 8, true},
-                            {4, "ncwhL", 1, true}};
+// By layout code.
+// clang-format off
+constexpr Order orders[] = {
+    {1, "nhwcL"}, {1, "nchwL"},
+    {32, "nhwcL"}, {24, "nhwcL"}, {16, "nhwcL"}, {8, "nhwcL"}, {4, "nhwcL"}, {2, "nhwcL"}, {1, "nhwcL"},
+    {24, "nhcwL"}, {16, "nhcwL"}, {12, "nhcwL"}, {8, "nhcwL"}, {4, "nhcwL"}, {2, "nhcwL"}, {1, "nhcwL"},
+    {4, "nchwL"}, {8, "nchwL"},
+    {1, "nhwcL"}, {0, "hcwL", 1, true}, {0, "hwcL"},
+    {24, "nchwLg", 4, true}, {18, "nchwLg", 4, true},
+    {24, "nchwLg", 8, true}, {18, "nchwLg", 8, true},
+    {4, "ncwhL", 1, true}};
+// clang-format on
 
 Order effectiveOrder(int32_t code, const TensorExtents& e, int32_t sourceCode) {
   const Order plain = orders[18];
@@ -131,7 +117,7 @@ TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
     }
 }
 
-TEST(WeightPacking, sizesThatCannotBeAreRefused) {
+TEST(WeightPacking, impossibleSizesAreRefused) {
   constexpr int32_t largest = std::numeric_limits<int32_t>::max();
   EXPECT_EQ(packedElementCount({-1, 1, 1, 1}, 4), std::nullopt);
   EXPECT_EQ(packedElementCount({1, -1, -1, 1}, 0), std::nullopt);

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/image/image_sweep.h"
+#include "tests/image/reference.h"
 #include "tests/support/random.h"
 #include "tests/support/scarce_memory.h"
 

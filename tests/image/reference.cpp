@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "image/row_kernels.h"
+
 namespace tavro::test {
 namespace {
 
@@ -148,12 +150,12 @@ int32_t ImagePart::at(int64_t x, int64_t y, int32_t byte) const {
                   static_cast<int32_t>(inside(top + inside(y, height), plane.height)));
 }
 
-std::vector<uint8_t> scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
-                            bool plainRowsOnly) {
+Bytes scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
+             bool plainRowsOnly) {
   if (src.bytesPerPixel == 1 && filter == 2 && height == src.height && width != src.width)
     filter = 1;  // a plane then starts where that filter does, packed pixels don't
   const Scaling scaling = {src, width, height, filter, plainRowsOnly};
-  std::vector<uint8_t> samples;
+  Bytes samples;
   for (int32_t j = 0; j < height; ++j)
     for (int32_t i = 0; i < width; ++i)
       for (int32_t byte = 0; byte < src.bytesPerPixel; ++byte)
@@ -183,7 +185,7 @@ Yuv yuvOf(const Rgb& colour, bool isPlain) {
           chroma(112 * r - 94 * g - 18 * b)};
 }
 
-testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>& expected) {
+testing::AssertionResult holds(const TestPlane& dst, const Bytes& expected) {
   for (size_t i = 0; i < dst.bytes.size(); ++i) {
     const size_t y = i / static_cast<size_t>(dst.stride);
     const size_t x = i % static_cast<size_t>(dst.stride);
@@ -197,6 +199,83 @@ testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>&
   }
   return dst.bytes.intact() ? testing::AssertionSuccess()
                             : testing::AssertionFailure() << "wrote outside the plane";
+}
+
+// --- The sweep ---
+
+namespace {
+
+using TavroRTC::FDModule::ImageDesc;
+using TavroRTC::FDModule::ImageFormat;
+using TavroRTC::FDModule::setPlainRowsOnly;
+
+testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard guard,
+                                   bool plainOnly) {
+  Planes src = makePlanes(c.src, random, guard);
+  Planes dst = makePlanes(c.dst, random, guard);
+  const Content content = drawContent(random, Content::alternating);
+  std::vector<Bytes> before;
+  for (TestPlane& plane : src) {
+    plane.fill(content, random);
+    before.emplace_back(plane.bytes.begin(), plane.bytes.end());
+  }
+  setPlainRowsOnly(plainOnly ? 1 : 0);
+  const int32_t status = c.run(src, dst);
+  setPlainRowsOnly(0);
+  if (status != 0)
+    return testing::AssertionFailure() << "refused";
+  for (size_t i = 0; i < src.size(); ++i)
+    if (!src[i].bytes.intact() || !isUnchanged(before[i], src[i].bytes.data()))
+      return testing::AssertionFailure() << "changed its source";
+  const std::vector<Bytes> expected = c.expected(src, plainOnly);
+  for (size_t i = 0; i < dst.size(); ++i)
+    if (testing::AssertionResult result = holds(dst[i], expected[i]); !result)
+      return result << " in plane " << i << ", content " << static_cast<int>(content);
+  return testing::AssertionSuccess();
+}
+
+}  // namespace
+
+testing::AssertionResult checkImage(const ImageCase& c, Random& random) {
+  for (const Guard guard : {Guard::behind, Guard::inFront})
+    for (const bool plainOnly : {false, true})
+      if (testing::AssertionResult result = checkForm(c, random, guard, plainOnly); !result) {
+        result << ", plain " << plainOnly << ", planes";
+        for (const Size& size : c.src)
+          result << ' ' << size.width << 'x' << size.height;
+        result << " to";
+        for (const Size& size : c.dst)
+          result << ' ' << size.width << 'x' << size.height;
+        return result;
+      }
+  return testing::AssertionSuccess();
+}
+
+Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard) {
+  Planes planes;
+  for (const Size& size : sizes)
+    planes.emplace_back(size.width, size.height, random.chance(0.6) ? 0 : random.between(1, 5),
+                        guard);
+  return planes;
+}
+
+ImageDesc describe(Planes& planes, Size size, ImageFormat format) {
+  static GuardedBuffer<uint8_t> noMemory(0);  // its address is one that stops the program
+  ImageDesc desc = {
+      .widths = {size.width, -5, 1 << 30}, .heights = {size.height, 0, -1}, .format = format};
+  for (size_t i = 0; i < 3; ++i) {
+    const bool isThere = i < planes.size();
+    desc.planes[i] = isThere ? planes[i].bytes.data() : noMemory.data();
+    desc.strides[i] = isThere ? planes[i].stride : INT32_MIN;
+  }
+  return desc;
+}
+
+bool isUntouched(const Planes& planes) {
+  return std::ranges::all_of(planes, [](const TestPlane& plane) {
+    return static_cast<bool>(
+        holds(plane, Bytes(plane.bytes.size(), GuardedBuffer<uint8_t>::poison)));
+  });
 }
 
 }  // namespace tavro::test

@@ -1,17 +1,25 @@
 #pragma once
 
 // Planes in guarded memory, and what the scalers and converters must make of them: every sample
-// computed by itself from the formulas, with no rows, rings or blocks.
+// computed by itself from the formulas, with no rows, rings or blocks. Then the sweep: an operation
+// as planes in, planes out, and what must come of them.
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <vector>
 
+#include "image/image_desc.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
 
 namespace tavro::test {
+
+using Bytes = std::vector<uint8_t>;
+
+// --- Planes and formulas ---
 
 /// A plane whose last sample touches a guard page, or whose first one follows one. Between its rows
 /// lie stride - width bytes that belong to nobody.
@@ -49,8 +57,8 @@ struct ImagePart {
 };
 
 /// The part at another size, sample by sample; filter by code.
-std::vector<uint8_t> scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
-                            bool plainRowsOnly = false);
+Bytes scaled(const ImagePart& src, int32_t width, int32_t height, int32_t filter,
+             bool plainRowsOnly = false);
 
 struct Bgr {
   uint8_t b, g, r;
@@ -67,6 +75,39 @@ struct Yuv {
 Yuv yuvOf(const Rgb& colour, bool isPlain);
 
 /// Whether `dst` holds the samples, and the bytes around and between its rows are as they were.
-testing::AssertionResult holds(const TestPlane& dst, const std::vector<uint8_t>& expected);
+testing::AssertionResult holds(const TestPlane& dst, const Bytes& expected);
+
+// --- The sweep ---
+
+struct Size {
+  int32_t width, height;
+
+  Size half() const { return {(width + 1) / 2, (height + 1) / 2}; }
+};
+
+using Planes = std::deque<TestPlane>;
+
+struct ImageCase {
+  std::vector<Size> src, dst;  ///< of the planes, in bytes
+  /// The operation; 0 if it worked. The planes may have gaps between their rows.
+  std::function<int32_t(Planes& src, Planes& dst)> run;
+  /// The samples of each plane, by the block form or the plain one.
+  std::function<std::vector<Bytes>(const Planes& src, bool plainOnly)> expected;
+};
+
+/// Runs it in memory that ends at a guard page and in memory that follows one, by the block form
+/// and by the plain one, each time with content of its own.
+testing::AssertionResult checkImage(const ImageCase& c, Random& random);
+
+/// Each plane has a gap of its own between its rows, or none: an image may go as one row only if
+/// none of its planes has one.
+Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard = Guard::behind);
+
+/// An image of that size that lies in the planes. Fields that need not be read hold junk.
+TavroRTC::FDModule::ImageDesc describe(Planes& planes, Size size,
+                                       TavroRTC::FDModule::ImageFormat format = {});
+
+/// Whether nothing has been written into the planes since they were made.
+bool isUntouched(const Planes& planes);
 
 }  // namespace tavro::test

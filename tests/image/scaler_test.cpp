@@ -6,7 +6,7 @@
 
 #include "image/packed_scaler.h"
 #include "image/plane_scaler.h"
-#include "tests/image/image_sweep.h"
+#include "tests/image/reference.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {

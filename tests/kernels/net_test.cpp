@@ -62,7 +62,6 @@ TEST(Graph, connectsLayersAndTensors) {
   const Layer* alone = small.addLayer({.type = "Softmax", .io = {"c"}});
   const auto tensor = [&](const char* name) { return &small.tensor(name); };
   using Tensors = std::vector<Tensor*>;
-  using Layers = std::vector<Layer*>;
   EXPECT_EQ(first->inputs, Tensors{tensor("x")});
   EXPECT_EQ(pair->inputs, (Tensors{tensor("a"), tensor("x")}));
   EXPECT_EQ(pair->outputs, Tensors{tensor("b")});
@@ -75,29 +74,27 @@ TEST(Graph, connectsLayersAndTensors) {
   EXPECT_TRUE(first->successors.size() == 1 && first->successors[0] == relu);
   EXPECT_TRUE(tensor("a")->consumers.size() == 2 && tensor("a")->consumers[0] == pair);
   EXPECT_EQ(tensor("x")->consumers,
-            (Layers{small.net.layers[0], small.net.layers[2], small.net.layers[3]}));
-  EXPECT_EQ(tensor("x")->name, "x");
-  EXPECT_TRUE(first->name == "a" && first->type == "Conv");
+            (std::vector{small.net.layers[0], small.net.layers[2], small.net.layers[3]}));
+  EXPECT_TRUE(tensor("x")->name == "x" && first->name == "a" && first->type == "Conv");
 }
 
 TEST(Graph, weightsEndAtTheFirstNameThatIsNotThere) {
   SmallNet small;
-  small.addConstant("w", {1, 1, 1, 1}, {1});
-  small.addConstant("b", {1, 1, 1, 1}, {1});
-  const auto convolution = [&](std::vector<const char*> weights) {
-    return dynamic_cast<core::Conv*>(
-        small.addLayer({.type = "Conv", .io = {"x", "y"}, .weights = std::move(weights)}));
-  };
-  Tensor* weight = &small.net.weights["w"];
-  Tensor* zeros = &small.net.weights[zeroTensorName];
-  const core::Conv* layer = convolution({"w", "b"});
-  EXPECT_TRUE(layer->weight == weight && layer->bias == &small.net.weights["b"]);
-  layer = convolution({"w"});
-  EXPECT_TRUE(layer->weight == weight && layer->bias == zeros);
-  layer = convolution({"w", "missing", "b"});
-  EXPECT_TRUE(layer->weight == weight && layer->bias == zeros);
-  layer = convolution({"missing", "w"});
-  EXPECT_TRUE(layer->weight == nullptr && layer->bias == nullptr);
+  const Tensor* weight = &small.addConstant("w", {1, 1, 1, 1}, {1});
+  const Tensor* bias = &small.addConstant("b", {1, 1, 1, 1}, {1});
+  const Tensor* zeros = &small.net.weights[zeroTensorName];
+  const struct {
+    std::vector<const char*> names;
+    const Tensor *weight, *bias;
+  } cases[] = {{{"w", "b"}, weight, bias},
+               {{"w"}, weight, zeros},
+               {{"w", "missing", "b"}, weight, zeros},
+               {{"missing", "w"}, nullptr, nullptr}};
+  for (const auto& c : cases) {
+    const auto* layer = dynamic_cast<core::Conv*>(
+        small.addLayer({.type = "Conv", .io = {"x", "y"}, .weights = c.names}));
+    EXPECT_TRUE(layer->weight == c.weight && layer->bias == c.bias) << &c - cases;
+  }
   EXPECT_FALSE(small.net.weights.contains("missing"));
   EXPECT_TRUE(zeros->count() == 1024 &&
               std::count(zeros->floatData, zeros->floatData + 1024, 0.0F) == 1024);
@@ -138,79 +135,61 @@ TEST(Rewrite, activationBecomesPartOfTheLayerBefore) {
   EXPECT_EQ(small.values("y"), (Values{0, 0}));
 }
 
+// And a reshape's output, which is its input's memory.
 TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
   SmallNet small;
   addSum(small, {-1, 2});
-  const Layer* relu = small.addLayer({.type = "Relu", .io = {"sum", "y"}, .ints = {1}});
-  const Layer* softmax = small.addLayer({.type = "Softmax", .io = {"sum", "p"}});
-  const Layer* last = small.addLayer({.type = "Softmax", .io = {"y", "q"}});
-  const Layer* ofInput = small.addLayer({.type = "Relu", .io = {"z", "z2"}, .ints = {1}});
+  const RowOf rows[] = {{.type = "Relu", .io = {"sum", "y"}, .ints = {1}},
+                        {.type = "Softmax", .io = {"sum", "p"}},
+                        {.type = "Softmax", .io = {"y", "q"}},
+                        {.type = "Relu", .io = {"z", "z2"}, .ints = {1}},
+                        {.type = "Reshape", .io = {"x", "r"}, .ints = {1, 1, 2, 1}},
+                        {.type = "Relu", .io = {"r", "r2"}, .ints = {1}}};
+  for (const RowOf& row : rows)
+    small.addLayer(row);
   small.addInput("z", {1, 1, 1, 1}, {-1});
   EXPECT_TRUE(rewrite(small));
-  for (const Layer* layer : {relu, softmax, last, ofInput})
-    EXPECT_NE(layer->inputs, layer->outputs) << layer->name;
-  EXPECT_TRUE(small.net.layers[0]->successors.empty());
+  for (const Layer* layer : small.net.layers)
+    EXPECT_TRUE(layer->inputs != layer->outputs && layer->successors.empty()) << layer->name;
   ASSERT_TRUE(small.compute());
-  EXPECT_FALSE(relu->fused);
-  EXPECT_EQ(small.values("sum"), (Values{-2, 4}));
-  EXPECT_EQ(small.values("y"), (Values{0, 4}));
-  EXPECT_EQ(small.values("z2"), Values{0});
-}
-
-// A reshape lends its input's memory, which the activation must not change.
-TEST(Rewrite, leavesAReshapesInputAlone) {
-  SmallNet small;
-  small.addInput("x", {1, 1, 1, 2}, {-1, 2});
-  small.addLayer({.type = "Reshape", .io = {"x", "r"}, .ints = {1, 1, 2, 1}});
-  small.addLayer({.type = "Relu", .io = {"r", "y"}, .ints = {1}});
-  EXPECT_TRUE(rewrite(small));
-  ASSERT_TRUE(small.compute());
-  EXPECT_EQ(small.values("x"), (Values{-1, 2}));
-  EXPECT_EQ(small.values("y"), (Values{0, 2}));
+  const std::pair<const char*, Values> expected[] = {
+      {"x", {-1, 2}}, {"sum", {-2, 4}}, {"y", {0, 4}}, {"z2", {0}}, {"r2", {0, 2}}};
+  for (const auto& [name, values] : expected)
+    EXPECT_EQ(small.values(name), values) << name;
 }
 
 // Whether the first is merged (kinds 2 and 6) or not, works in place from the start or becomes so.
 TEST(Rewrite, chainedActivationsAllTakeEffect) {
-  constexpr float parameter = 0.5F;
-  for (const int32_t kind : {2, 4, 6})
+  constexpr float half = 0.5F;
+  const std::pair<int32_t, Values> kinds[] = {
+      {2, {0, half}}, {4, {std::tanh(-4.0F), std::tanh(2.0F)}}, {6, {-4 * half, 2}}};
+  for (const auto& [kind, first] : kinds)
     for (const char* between : {"a", "sum"}) {
       SmallNet small;
       addSum(small, {-2, 1});
-      for (const RowOf& row : {RowOf{.type = "Activation", .io = {"sum", between}, .ints = {kind}},
-                               RowOf{.type = "Activation", .io = {between, "y"}, .ints = {6}}}) {
-        RowOf withParameter = row;
-        withParameter.floats = {parameter};
-        small.addLayer(withParameter);
-      }
+      small.addLayer(
+          {.type = "Activation", .io = {"sum", between}, .ints = {kind}, .floats = {half}});
+      small.addLayer({.type = "Activation", .io = {between, "y"}, .ints = {6}, .floats = {half}});
       EXPECT_TRUE(rewrite(small));
       ASSERT_TRUE(small.compute());
-      const Values first = kind == 2   ? Values{0, parameter}
-                           : kind == 4 ? Values{std::tanh(-4.0F), std::tanh(2.0F)}
-                                       : Values{-4 * parameter, 2};
-      EXPECT_EQ(small.values("y"), (Values{first[0] * parameter, first[1]}))
+      EXPECT_EQ(small.values("y"), (Values{first[0] * half, first[1]}))
           << "first of kind " << kind << " into " << between;
     }
 }
 
 // --- Passes ---
 
+/// Writes down which of its stations a net passes.
 class CountingEnv : public QuietEnv {
  public:
   explicit CountingEnv(std::string& calls) : calls_(calls) {}
   void beginRun() override { calls_ += "beginRun "; }
   void endRun() override { calls_ += "endRun "; }
   void flush() override { calls_ += "flush "; }
-  void sync() override { calls_ += "sync "; }
   void beginWarmup() override { calls_ += "beginWarmup "; }
   void endWarmup() override { calls_ += "endWarmup "; }
-  bool afterRun(Net*) override {
-    calls_ += "afterRun ";
-    return false;
-  }
-  bool afterWarmup(Net*) override {
-    calls_ += "afterWarmup ";
-    return false;
-  }
+  bool afterRun(Net*) override { return (calls_ += "afterRun ").empty(); }
+  bool afterWarmup(Net*) override { return (calls_ += "afterWarmup ").empty(); }
 
  private:
   std::string& calls_;
@@ -220,8 +199,6 @@ TEST(NetPass, callsTheEnvironmentAtItsStations) {
   std::string calls;
   auto* env = new CountingEnv(calls);
   Net net(env);
-  EXPECT_TRUE(net.run());
-  EXPECT_EQ(calls, "afterRun ");
   EXPECT_FALSE(net.init(env));
   Tensor& x = net.tensors["x"];
   x.n = x.h = x.w = x.c = 1;
@@ -229,15 +206,12 @@ TEST(NetPass, callsTheEnvironmentAtItsStations) {
   net.addLayers(rows);
   net.layers[8]->fused = true;  // passed over, with the flush that is due there
   net.layers[1]->skip = true;
-  calls.clear();
   {
     const CapturedStdout captured;
     EXPECT_TRUE(net.warmup());
   }
-  EXPECT_EQ(calls, "beginWarmup endWarmup afterWarmup ");
-  calls.clear();
   EXPECT_TRUE(net.run());
-  EXPECT_EQ(calls, "flush afterRun ");
+  EXPECT_EQ(calls, "beginWarmup endWarmup afterWarmup flush afterRun ");
   calls.clear();
   env->deferred = true;
   EXPECT_TRUE(net.run());
@@ -267,8 +241,8 @@ TEST(NetPass, warmsUpOnceAndGoesOnAfterAFailure) {
 
 // --- Diagnostics ---
 
-// A first layer like the model's, and a layer without parameters to tell.
-void addLabelled(SmallNet& small) {
+TEST(Diagnostics, timesLayersUnderTheirLabels) {
+  SmallNet small;
   const Extents image = {1, 192, 192, 3};
   small.addPicture("picture", image, std::vector<uint8_t>(image.count(), 1));
   small.addConstant("w", {16, 3, 3, 3}, Values(432, 0.5F));
@@ -276,30 +250,24 @@ void addLabelled(SmallNet& small) {
                   .io = {"picture", "235"},
                   .ints = {3, 3, 1, 1, 1, 1, 2, 2, 1, 1},
                   .weights = {"w"}});
-  small.addConstant("one", {1, 1, 1, 16}, Values(16, 1.0F));
-  small.addLayer(
-      {.type = "Conv", .io = {"235", "241"}, .ints = {1, 1, 0, 0, 0, 0, 1, 1}, .weights = {"one"}});
-  small.addLayer({.type = "Softmax", .io = {"241", "p"}});
-}
-
-TEST(Diagnostics, timesLayersUnderTheirLabels) {
-  SmallNet small;
-  addLabelled(small);
+  small.addLayer({.type = "Softmax", .io = {"235", "p"}});  // has no parameters to tell
   ASSERT_TRUE(small.reshape());
   EXPECT_EQ(small.net.layers[0]->cost, 7'962'624U);
   small.net.timeLayers = true;
-  for (const uint32_t parts : {7U, 1U, 0U}) {
-    small.net.labelParts = parts;
+  const struct {
+    uint32_t parts;
+    std::string labels[2];
+  } cases[] = {{7, {"235:Conv_3x3_s2x2_16x96x96x3", "p:Softmax_"}},
+               {1, {"235", "p"}},
+               {0, {"Net run", "Net run"}}};
+  for (const auto& c : cases) {
+    small.net.labelParts = c.parts;
     CapturedStdout captured;
     ASSERT_TRUE(small.run());
     const std::string text = captured.stop();
-    const auto line = [](const std::string& label) {
-      return label + std::string(80 - label.size(), ' ') + " cost:  [0-9.e+-]+ *ms\n";
-    };
-    const std::string lines = parts == 7 ? line("235:Conv_3x3_s2x2_16x96x96x3") +
-                                               line("241:Conv_1x1_1x96x96x16") + line("p:Softmax_")
-                              : parts == 1 ? line("235") + line("241") + line("p")
-                                           : line("Net run") + line("Net run") + line("Net run");
+    std::string lines;
+    for (const std::string& label : c.labels)
+      lines += label + std::string(80 - label.size(), ' ') + " cost:  [0-9.e+-]+ *ms\n";
     EXPECT_TRUE(std::regex_match(text, std::regex(lines))) << text;
   }
 }

@@ -1,53 +1,33 @@
 #pragma once
 
-// Captures what the process writes to its standard output, through stdio and iostream alike, by
-// redirecting the descriptor itself into a temporary file.
+// Captures what the process writes to its standard output, through stdio and iostream alike.
 
-#include <unistd.h>
+#include <gtest/gtest.h>
 
 #include <cstdio>
-#include <iostream>
 #include <string>
 #include <utility>
 
 namespace tavro::test {
 
+/// One at a time.
 class CapturedStdout {
  public:
-  CapturedStdout() : file_(std::tmpfile()), saved_(dup(STDOUT_FILENO)) {
-    flush();
-    if (file_ != nullptr && saved_ >= 0)
-      dup2(fileno(file_), STDOUT_FILENO);
+  CapturedStdout() {
+    std::fflush(stdout);
+    testing::internal::CaptureStdout();
   }
   ~CapturedStdout() { stop(); }
   CapturedStdout(const CapturedStdout&) = delete;
   CapturedStdout& operator=(const CapturedStdout&) = delete;
 
-  /// Gives the standard output back; the text captured so far.
+  /// Ends the capture and returns its text.
   std::string stop() {
-    if (saved_ >= 0) {
-      flush();
-      dup2(saved_, STDOUT_FILENO);
-      close(std::exchange(saved_, -1));
-    }
-    std::string text;
-    if (FILE* file = std::exchange(file_, nullptr)) {
-      std::rewind(file);
-      for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file))
-        text.push_back(static_cast<char>(c));
-      std::fclose(file);
-    }
-    return text;
+    return std::exchange(captures_, false) ? testing::internal::GetCapturedStdout() : "";
   }
 
  private:
-  static void flush() {
-    std::cout.flush();
-    std::fflush(stdout);
-  }
-
-  FILE* file_;
-  int saved_;
+  bool captures_ = true;
 };
 
 }  // namespace tavro::test

@@ -1,32 +1,47 @@
 #pragma once
 
-// The platform's loader, for tests that look at a library from beside the host: opening a file
-// without the host's knowledge, whether it is in memory, whose code lies at an address, and which
-// functions the loader runs first.
+// The platform's loader, for tests that look at a library from beside the host. Needs
+// tavro_test_platform.
 
 #include <string>
-#include <vector>
+
+#if defined(_WIN32)
+#include <windows.h>
+#undef far  // words of a memory model long gone
+#undef near
+#else
+#include <dlfcn.h>
+#endif
 
 namespace tavro::test {
 
-using Initialiser = const void*;
+/// Opens the file as a host would, without the host's knowledge; null if that fails.
+inline void* openLibrary(const std::string& path) {
+#if defined(_WIN32)
+  return LoadLibraryA(path.c_str());
+#else
+  return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+#endif
+}
 
-/// Opens the file as a host would; null if that fails.
-void* openLibrary(const std::string& path);
-void closeLibrary(void* handle);
+inline void closeLibrary(void* handle) {
+#if defined(_WIN32)
+  FreeLibrary(static_cast<HMODULE>(handle));
+#else
+  dlclose(handle);
+#endif
+}
 
-bool isLibraryOpen(const std::string& path);
-
-/// The file that holds the code at an address, empty if none does.
-std::string libraryFileAt(const void* code);
-
-/// The library's initialisers in the order in which the loader runs them. `known` is one of them.
-std::vector<Initialiser> initialisersOf(void* handle, Initialiser known);
-
-/// Runs an initialiser once more.
-void runInitialiser(Initialiser function);
-
-/// How many initialisers the compiler's own runtime may run before the library's first.
-extern const int runtimeInitialisers;
+/// Whether the file is in memory.
+inline bool isLibraryOpen(const std::string& path) {
+#if defined(_WIN32)
+  return GetModuleHandleA(path.substr(path.find_last_of("/\\") + 1).c_str()) != nullptr;
+#else
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle != nullptr)
+    dlclose(handle);
+  return handle != nullptr;
+#endif
+}
 
 }  // namespace tavro::test

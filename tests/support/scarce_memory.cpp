@@ -49,17 +49,6 @@ void* counted(void* block) {
   return block;
 }
 
-void* allocateOnBoundary(size_t size, std::align_val_t alignment) {
-  if (!mayAllocate())
-    return nullptr;
-  const auto unit = static_cast<size_t>(alignment);
-#if defined(_WIN32)
-  return counted(_aligned_malloc(size, unit));
-#else
-  return counted(std::aligned_alloc(unit, (size + unit - 1) / unit * unit));
-#endif
-}
-
 }  // namespace
 
 HeapTraffic heapTraffic() {
@@ -101,7 +90,8 @@ void __wrap_free(void* block) {
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-// The forms for arrays call these.
+// The forms for arrays call these. The code under test asks for no boundary in the form that
+// throws.
 void* operator new(size_t size) {
   if (void* block = std::malloc(size != 0 ? size : 1))
     return block;
@@ -110,13 +100,16 @@ void* operator new(size_t size) {
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return std::malloc(size != 0 ? size : 1);
 }
-void* operator new(size_t size, std::align_val_t alignment) {
-  if (void* block = tavro::test::allocateOnBoundary(size, alignment))
-    return block;
-  throw std::bad_alloc();
-}
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return tavro::test::allocateOnBoundary(size, alignment);
+  using namespace tavro::test;
+  if (!mayAllocate())
+    return nullptr;
+  const auto unit = static_cast<size_t>(alignment);
+#if defined(_WIN32)
+  return counted(_aligned_malloc(size, unit));
+#else
+  return counted(std::aligned_alloc(unit, (size + unit - 1) / unit * unit));
+#endif
 }
 void operator delete(void* block) noexcept {
   std::free(block);

@@ -2,8 +2,7 @@
 
 // The harness under every sweep over kernels: how its cases are run and repeated (`sweep`), and
 // what the data is (`Content`). The memory that a kernel gets comes from guarded_buffer.h. Checks
-// return AssertionResults, which name the failing place, so that a test can give them a broken
-// kernel and expect a failure.
+// return AssertionResults, which name the failing place.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +10,6 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -33,22 +31,6 @@ inline testing::AssertionResult sweep(
     if (testing::AssertionResult result = run(random, i); !result)
       return result << "; case " << i << ", " << seedNote(seed);
   return testing::AssertionSuccess();
-}
-
-/// Expects a sweep over something broken to fail with `caughtBy` in its message or, if that is
-/// null, to be stopped by a guard page.
-inline void expectCaught(const char* what, const char* caughtBy,
-                         const std::function<testing::AssertionResult()>& sweepBroken) {
-  if (caughtBy != nullptr) {
-    const testing::AssertionResult result = sweepBroken();
-    EXPECT_FALSE(result) << what;
-    EXPECT_NE(std::string(result.message()).find(caughtBy), std::string::npos)
-        << what << ": " << result.message();
-  } else {
-#if GTEST_HAS_DEATH_TEST && !defined(_WIN32)  // where a stopped program asks the debugger
-    EXPECT_DEATH((sweepBroken(), std::exit(0)), "") << what;
-#endif
-  }
 }
 
 /// Random values, or those that a random draw hardly ever gives.
