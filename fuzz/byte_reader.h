@@ -3,7 +3,6 @@
 // The fuzzers: programs that turn arbitrary bytes into arbitrary use of one part of the system and
 // stop if it misbehaves. Each is one file with the function that libFuzzer calls:
 //
-//   fuzz_frames.cpp    an instance with any frames, results and order of calls
 //   fuzz_images.cpp    the image dispatchers with any descriptor, size and code
 //   fuzz_layers.cpp    rows of a layer table with any types, parameters and tensors
 //

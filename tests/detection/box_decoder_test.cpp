@@ -113,10 +113,8 @@ struct Outputs {
 };
 
 std::vector<int32_t> priorsOf(const std::vector<Detection>& detections) {
-  std::vector<int32_t> indices;
-  indices.reserve(detections.size());
-  for (const Detection& box : detections)
-    indices.push_back(box.priorIndex);
+  std::vector<int32_t> indices(detections.size());
+  std::ranges::transform(detections, indices.begin(), &Detection::priorIndex);
   return indices;
 }
 

@@ -20,6 +20,7 @@
 #include "modules/face_detection/network_input.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
+#include "tests/support/guarded_buffer.h"
 #include "tests/support/print_face_rect.h"
 
 namespace TavroRTC::FDModule {
@@ -149,6 +150,28 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
   EXPECT_FALSE(detector->execute(bad, *faces.sequence()));
   EXPECT_TRUE(detector->init(anyScore));  // changes the threshold only
   EXPECT_EQ(detect(*detector, first), before);
+}
+
+// Planes that end, or begin, at a page that can't be touched; a chroma stride that is too short for
+// the last column of an odd width is accepted.
+TEST(FaceDetector, ReadsNothingBeyondThePlanes) {
+  TracedRandom random;
+  const auto detector = makeDetector(anyScore);
+  for (int i = 0; i < caseCount(100); ++i) {
+    const int32_t width = random.between(1, i % 4 == 0 ? 4000 : 400);
+    const int32_t height = random.between(1, i % 4 == 1 ? 4000 : 400);
+    const int32_t strideY = width + random.between(0, 9);
+    const int32_t strideUV = width / 2 + random.between(0, 9);
+    const auto bytes = [](int32_t stride, int32_t rows, int32_t columns) {
+      return static_cast<size_t>(stride) * static_cast<size_t>(rows - 1) +
+             static_cast<size_t>(columns);
+    };
+    const Guard guard = random.chance(0.5) ? Guard::behind : Guard::inFront;
+    const GuardedBuffer<uint8_t> y(bytes(strideY, height, width), guard);
+    const size_t chroma = bytes(strideUV, (height + 1) / 2, (width + 1) / 2);
+    const GuardedBuffer<uint8_t> u(chroma, guard), v(chroma, guard);
+    detect(*detector, {y.data(), u.data(), v.data(), width, height, strideY, strideUV});
+  }
 }
 
 /// A frame of 2x2 pixels that writes down how it is read.

@@ -31,32 +31,23 @@ double halfValue(uint32_t half) {
          (exponent == 0 ? std::ldexp(mantissa, -24) : std::ldexp(1024 + mantissa, exponent - 25));
 }
 
-// The half whose magnitude is `value` rounded by `rounding` to the step of its binade. Consecutive
-// patterns are consecutive values, so that a carry into the exponent needs no care.
-uint16_t nearbyHalf(float value, double (*rounding)(double)) {
+// The half whose magnitude is `value` rounded to the step of its binade, to the nearest or toward
+// zero. Consecutive patterns are consecutive values, so that a carry into the exponent needs no
+// care.
+uint16_t narrowed(float value, bool toNearest) {
   const uint32_t sign = std::signbit(value) ? 0x8000 : 0;
-  const double magnitude = std::fabs(static_cast<double>(value));
-  const int exponent = magnitude == 0 ? -14 : std::max(-14, std::ilogb(magnitude));
-  const double steps = rounding(std::ldexp(magnitude, 10 - exponent));
-  return static_cast<uint16_t>(
-      sign | static_cast<uint32_t>((exponent + 14) * 1024 + static_cast<int>(steps)));
-}
-
-uint16_t truncatedHalf(float value) {
+  const double magnitude = std::fabs(double{value});
+  const auto pattern = [sign](uint32_t bits) { return static_cast<uint16_t>(sign | bits); };
   if (std::isnan(value))
     return 0x7FFF;
-  const uint32_t sign = std::signbit(value) ? 0x8000 : 0;
-  if (std::isinf(value))
-    return static_cast<uint16_t>(sign | 0x7C00);
-  if (std::fabs(value) > 65504)
-    return static_cast<uint16_t>(sign | 0x7FFF);
-  return nearbyHalf(value, std::trunc);
-}
-
-uint16_t roundedHalf(float value) {
-  if (std::fabs(value) >= 65520)
-    return std::signbit(value) ? 0xFC00 : 0x7C00;
-  return nearbyHalf(value, std::nearbyint);
+  if (std::isinf(value) || (toNearest && magnitude >= 65520))
+    return pattern(0x7C00);
+  if (magnitude > 65504 && !toNearest)
+    return pattern(0x7FFF);
+  const int exponent = magnitude == 0 ? -14 : std::max(-14, std::ilogb(magnitude));
+  const double steps = std::ldexp(magnitude, 10 - exponent);
+  const double whole = toNearest ? std::nearbyint(steps) : std::trunc(steps);
+  return pattern(static_cast<uint32_t>((exponent + 14) * 1024 + static_cast<int>(whole)));
 }
 
 // Around every half: itself, its neighbours among the floats, and the tie with the next half; and
@@ -94,13 +85,13 @@ void checkEveryHalf(bool byInstruction) {
 
   SCOPED_TRACE(seedNote(baseSeed()));
   const std::vector<float> floats = floatsToNarrow();
-  std::vector<uint16_t> narrowed(floats.size());
-  floatToHalf(floats.data(), narrowed.data(), static_cast<int64_t>(floats.size()));
+  halves.resize(floats.size());
+  floatToHalf(floats.data(), halves.data(), static_cast<int64_t>(floats.size()));
   for (size_t i = 0; i < floats.size(); ++i) {
     if (byInstruction && std::isnan(floats[i]))
-      ASSERT_GT(narrowed[i] & 0x7FFFU, 0x7C00U) << "element " << i;
+      ASSERT_GT(halves[i] & 0x7FFFU, 0x7C00U) << "element " << i;
     else
-      ASSERT_EQ(narrowed[i], byInstruction ? roundedHalf(floats[i]) : truncatedHalf(floats[i]))
+      ASSERT_EQ(halves[i], narrowed(floats[i], byInstruction))
           << floats[i] << " bits " << std::bit_cast<uint32_t>(floats[i]);
   }
 }

@@ -34,10 +34,10 @@ struct Case {
   std::vector<uint8_t> bytes;  // empty: the kernel gets floats only
   bool givesFloats = true;
   std::vector<float> weights;
-  std::optional<std::vector<float>> bias;
+  std::vector<float> bias;  // empty: the kernel gets none
 
   ConvOperands operands() const {
-    return {input.data(), weights.data(), bias ? bias->data() : nullptr};
+    return {input.data(), weights.data(), bias.empty() ? nullptr : bias.data()};
   }
 };
 
@@ -82,43 +82,18 @@ Case drawCase(const ConvKernel& kernel, const ConvProblem& geometry, Random& ran
 constexpr size_t spareFloats = spareBytes / sizeof(float);
 constexpr float spareValue = std::numeric_limits<float>::quiet_NaN();
 
-struct GuardedOperands {
-  GuardedBuffer<float> input;
-  GuardedBuffer<uint8_t> bytes;
-  GuardedBuffer<float> weights;
-  GuardedBuffer<float> bias;
-  GuardedBuffer<float> output;
+std::vector<float> withSpare(std::vector<float> values) {
+  values.resize(values.size() + spareFloats, spareValue);
+  return values;
+}
 
-  GuardedOperands(const Case& c, const ConvKernel& kernel, Guard guard)
-      : input(c.input.size(), guard),
-        bytes(c.bytes.size(), guard),
-        weights(*packedElementCount(extents(c), kernel.weightLayout) + spareFloats, guard),
-        bias(static_cast<size_t>(c.problem.outputC) + spareFloats, guard),
-        output(outputExtents(c.problem).count() + spareFloats, guard) {
-    std::ranges::copy(c.input, input.begin());
-    std::ranges::copy(c.bytes, bytes.begin());
-    std::ranges::fill(weights, spareValue);
-    packWeights(c.weights.data(), weights.data(), extents(c), layout::channelsLast,
-                kernel.weightLayout);
-    std::ranges::fill(bias, spareValue);
-    if (c.bias)
-      std::ranges::copy(*c.bias, bias.begin());
-  }
-
-  static TensorExtents extents(const Case& c) {
-    const auto [n, h, w, channels] = weightExtents(c.problem);
-    return {n, h, w, channels};
-  }
-  bool intact() const {
-    return output.intact() && input.intact() && bytes.intact() && weights.intact() && bias.intact();
-  }
-  /// True if the spare room behind the output is as it was.
-  bool isSpareUntouched() const {
-    const auto* first = reinterpret_cast<const uint8_t*>(output.end() - spareFloats);
-    return std::all_of(first, first + spareBytes,
-                       [](uint8_t byte) { return byte == GuardedBuffer<float>::poison; });
-  }
-};
+std::vector<float> packedWeights(const Case& c, int32_t layoutCode) {
+  const auto [n, h, w, channels] = weightExtents(c.problem);
+  const TensorExtents extents = {n, h, w, channels};
+  std::vector<float> packed(*packedElementCount(extents, layoutCode));
+  packWeights(c.weights.data(), packed.data(), extents, layout::channelsLast, layoutCode);
+  return packed;
+}
 
 std::vector<float> computeExpected(const Case& c, Rule rule) {
   std::vector<float> expected;
@@ -145,25 +120,31 @@ testing::AssertionResult checkOutput(const ConvProblem& p, const std::vector<flo
 
 testing::AssertionResult runCase(const SweptKernel& swept, const Case& c,
                                  const std::vector<float>& expected, Guard guard) {
-  GuardedOperands memory(c, *swept.kernel, guard);
-  const std::vector<float> weights(memory.weights.begin(), memory.weights.end());
+  const std::vector<float> allWeights = withSpare(packedWeights(c, swept.kernel->weightLayout));
+  const GuardedBuffer<float> input(c.input, guard), weights(allWeights, guard);
+  const GuardedBuffer<float> bias(withSpare(c.bias), guard);
+  const GuardedBuffer<uint8_t> bytes(c.bytes, guard);
+  GuardedBuffer<float> output(expected.size() + spareFloats, guard);
   ConvProblem p = c.problem;
-  p.input = c.givesFloats ? memory.input.data() : nullptr;
-  p.bytes = c.bytes.empty() ? nullptr : memory.bytes.data();
-  p.weights = memory.weights.data();
-  p.bias = c.bias ? memory.bias.data() : nullptr;
-  p.output = memory.output.data();
+  p.input = c.givesFloats ? input.data() : nullptr;
+  p.bytes = c.bytes.empty() ? nullptr : bytes.data();
+  p.weights = weights.data();
+  p.bias = c.bias.empty() ? nullptr : bias.data();
+  p.output = output.data();
   if (!swept.kernel->run(p))
     return testing::AssertionFailure() << "refused";
-  if (!memory.intact())
+  if (!output.intact())
     return testing::AssertionFailure() << "wrote outside the output and its spare room";
-  if (!isUnchanged(c.input, memory.input.data()) || !isUnchanged(c.bytes, memory.bytes.data()) ||
-      !isUnchanged(weights, memory.weights.data()))
+  if (!input.intact() || !bytes.intact() || !weights.intact() || !bias.intact() ||
+      !isUnchanged(c.input, input.data()) || !isUnchanged(c.bytes, bytes.data()) ||
+      !isUnchanged(allWeights, weights.data()))
     return testing::AssertionFailure() << "changed its operands";
-  if (p.outputC % layoutBlockSize(swept.kernel->weightLayout, p.outputC) == 0 &&
-      !memory.isSpareUntouched())
+  const auto* spare = reinterpret_cast<const uint8_t*>(output.end() - spareFloats);
+  const bool isSpareUntouched = std::all_of(
+      spare, spare + spareBytes, [](uint8_t byte) { return byte == GuardedBuffer<float>::poison; });
+  if (p.outputC % layoutBlockSize(swept.kernel->weightLayout, p.outputC) == 0 && !isSpareUntouched)
     return testing::AssertionFailure() << "wrote behind the output, though all blocks are whole";
-  return checkOutput(p, expected, memory.output);
+  return checkOutput(p, expected, output);
 }
 
 // Geometry that the kernel says it serves; none if it serves next to nothing.
@@ -195,7 +176,7 @@ testing::AssertionResult sweepKernel(const SweptKernel& swept, int32_t count) {
     for (const Guard guard : {Guard::behind, Guard::inFront})
       if (testing::AssertionResult result = runCase(swept, c, expected, guard); !result)
         return result << "; " << swept.kernel->name << ": " << c.problem << " content "
-                      << static_cast<int>(c.content) << " bias " << c.bias.has_value() << " floats "
+                      << static_cast<int>(c.content) << " bias " << !c.bias.empty() << " floats "
                       << c.givesFloats;
     return testing::AssertionSuccess();
   });

@@ -46,9 +46,7 @@ Tensor& SmallNet::lend(Tensor& tensor, const Extents& extents, int32_t layout,
   tensor.w = extents.w;
   tensor.c = extents.c;
   tensor.layout = layout;
-  GuardedBuffer<T>& buffer = buffers.emplace_back(values.size());
-  std::ranges::copy(values, buffer.begin());
-  tensor.borrow(buffer.data());
+  tensor.borrow(buffers.emplace_back(values).data());
   return tensor;
 }
 

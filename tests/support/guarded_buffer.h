@@ -5,10 +5,12 @@
 // pattern that `intact()` checks. A read or write past the guarded end stops the test program; a
 // write past the other end shows in `intact()`.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <vector>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -87,6 +89,10 @@ class GuardedBuffer {
       throw std::bad_alloc();
     std::memset(pages_, poison, payloadPages_);
     offset_ = guard == Guard::behind ? payloadPages_ - bytes : 0;
+  }
+  explicit GuardedBuffer(const std::vector<T>& values, Guard guard = Guard::behind)
+      : GuardedBuffer(values.size(), guard) {
+    std::copy(values.begin(), values.end(), data());
   }
   ~GuardedBuffer() { releasePages(base_, mapped_); }
   GuardedBuffer(const GuardedBuffer&) = delete;
