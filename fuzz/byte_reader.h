@@ -1,14 +1,10 @@
 #pragma once
 
-// The fuzzers: programs that turn arbitrary bytes into arbitrary use of one part of the system and
-// stop if it misbehaves. Each is one file with the function that libFuzzer calls:
-//
-//   fuzz_images.cpp    the image dispatchers with any descriptor, size and code
-//   fuzz_layers.cpp    rows of a layer table with any types, parameters and tensors
-//
-// The preset `fuzz` links them with libFuzzer; in all others replay_main.cpp feeds them the
-// committed corpus as an ordinary test. Memory that the tested code may touch is allocated to the
-// byte, so that the address sanitizer sees any touch beyond it.
+// What a fuzzer is made of: a program that turns arbitrary bytes into arbitrary use of one part of
+// the system and stops if it misbehaves. It is one file with the function that libFuzzer calls
+// (fuzz_layers.cpp). The preset `fuzz` links it with libFuzzer; in all others replay_main.cpp feeds
+// it the committed corpus as an ordinary test. Memory that the tested code may touch is allocated
+// to the byte, so that the address sanitizer sees any touch beyond it.
 
 #include <algorithm>
 #include <cstddef>
@@ -74,19 +70,6 @@ class ByteReader {
   const uint8_t* next_;
   size_t left_;
 };
-
-/// Fills memory of any size from a few of the fuzzer's bytes: flat, alternating or noise.
-inline void fill(uint8_t* memory, size_t size, ByteReader& bytes) {
-  const uint8_t kind = bytes.byte();
-  const uint8_t first = bytes.byte();
-  const uint8_t second = bytes.byte();
-  uint32_t noise = (uint32_t{first} << 8 | second) * 2654435761U + 1;
-  for (size_t i = 0; i < size; ++i) {
-    noise = noise * 1664525U + 1013904223U;
-    const uint8_t flat = kind % 3 == 1 && i % 2 == 1 ? second : first;
-    memory[i] = kind % 3 == 2 ? static_cast<uint8_t>(noise >> 24) : flat;
-  }
-}
 
 }  // namespace tavro::fuzz
 

@@ -1,6 +1,7 @@
 #include "tests/image/reference.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "image/row_kernels.h"
 
@@ -131,16 +132,18 @@ struct Scaling {
 
 }  // namespace
 
-TestPlane::TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap, Guard guard)
+TestPlane::TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap, Guard guard,
+                     bool isUpsideDown)
     : width(planeWidth),
       height(planeHeight),
-      stride(planeWidth + gap),
-      bytes(static_cast<size_t>(stride) * static_cast<size_t>(height - 1) +
+      stride(isUpsideDown ? -(planeWidth + gap) : planeWidth + gap),
+      start(isUpsideDown ? ptrdiff_t{planeWidth + gap} * (height - 1) : 0),
+      bytes(static_cast<size_t>(planeWidth + gap) * static_cast<size_t>(height - 1) +
                 static_cast<size_t>(width),
             guard) {}
 
 uint8_t TestPlane::at(int32_t x, int32_t y) const {
-  return bytes[static_cast<size_t>(y) * static_cast<size_t>(stride) + static_cast<size_t>(x)];
+  return firstRow()[ptrdiff_t{y} * stride + x];
 }
 
 int32_t ImagePart::at(int64_t x, int64_t y, int32_t byte) const {
@@ -187,8 +190,9 @@ Yuv yuvOf(const Rgb& colour, bool isPlain) {
 
 testing::AssertionResult holds(const TestPlane& dst, const Bytes& expected) {
   for (size_t i = 0; i < dst.bytes.size(); ++i) {
-    const size_t y = i / static_cast<size_t>(dst.stride);
-    const size_t x = i % static_cast<size_t>(dst.stride);
+    const auto rowBytes = static_cast<size_t>(std::abs(dst.stride));
+    const size_t row = i / rowBytes, x = i % rowBytes;
+    const size_t y = dst.stride < 0 ? static_cast<size_t>(dst.height) - 1 - row : row;
     const bool isGap = x >= static_cast<size_t>(dst.width);
     const uint8_t wanted = isGap ? GuardedBuffer<uint8_t>::poison
                                  : expected.at(y * static_cast<size_t>(dst.width) + x);
@@ -255,7 +259,7 @@ Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard) {
   Planes planes;
   for (const Size& size : sizes)
     planes.emplace_back(size.width, size.height, random.chance(0.6) ? 0 : random.between(1, 5),
-                        guard);
+                        guard, random.chance(0.1));
   return planes;
 }
 
@@ -265,7 +269,7 @@ ImageDesc describe(Planes& planes, Size size, ImageFormat format) {
       .widths = {size.width, -5, 1 << 30}, .heights = {size.height, 0, -1}, .format = format};
   for (size_t i = 0; i < 3; ++i) {
     const bool isThere = i < planes.size();
-    desc.planes[i] = isThere ? planes[i].bytes.data() : noMemory.data();
+    desc.planes[i] = isThere ? planes[i].firstRow() : noMemory.data();
     desc.strides[i] = isThere ? planes[i].stride : INT32_MIN;
   }
   return desc;

@@ -21,17 +21,21 @@ using Bytes = std::vector<uint8_t>;
 
 // --- Planes and formulas ---
 
-/// A plane whose last sample touches a guard page, or whose first one follows one. Between its rows
-/// lie stride - width bytes that belong to nobody.
+/// A plane whose last byte touches a guard page, or whose first one follows one. Between its rows
+/// lie `gap` bytes that belong to nobody. If it is upside down, its last row comes first in memory.
 struct TestPlane {
-  TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap = 0, Guard guard = Guard::behind);
+  TestPlane(int32_t planeWidth, int32_t planeHeight, int32_t gap = 0, Guard guard = Guard::behind,
+            bool isUpsideDown = false);
 
   void fill(Content content, Random& random) {
     tavro::test::fill({bytes.data(), bytes.size()}, content, random);
   }
   uint8_t at(int32_t x, int32_t y) const;
+  uint8_t* firstRow() { return bytes.data() + start; }
+  const uint8_t* firstRow() const { return bytes.data() + start; }
 
   int32_t width, height, stride;
+  ptrdiff_t start;  ///< of its first row in the bytes
   GuardedBuffer<uint8_t> bytes;
 };
 
@@ -100,7 +104,7 @@ struct ImageCase {
 testing::AssertionResult checkImage(const ImageCase& c, Random& random);
 
 /// Each plane has a gap of its own between its rows, or none: an image may go as one row only if
-/// none of its planes has one.
+/// none of its planes has one. Some are upside down.
 Planes makePlanes(const std::vector<Size>& sizes, Random& random, Guard guard = Guard::behind);
 
 /// An image of that size that lies in the planes. Fields that need not be read hold junk.

@@ -21,12 +21,12 @@ struct Sizes {
 int32_t scaleInto(TestPlane& dst, const TestPlane& src, int32_t bytesPerPixel, int32_t filter) {
   const auto code = static_cast<ScaleFilter>(filter);
   if (bytesPerPixel == 1)
-    return scalePlane(src.bytes.data(), src.stride, src.width, src.height, dst.bytes.data(),
-                      dst.stride, dst.width, dst.height, code)
+    return scalePlane(src.firstRow(), src.stride, src.width, src.height, dst.firstRow(), dst.stride,
+                      dst.width, dst.height, code)
                ? 0
                : -1;
-  return scalePacked(src.bytes.data(), src.stride, src.width / bytesPerPixel, src.height,
-                     dst.bytes.data(), dst.stride, dst.width / bytesPerPixel, dst.height,
+  return scalePacked(src.firstRow(), src.stride, src.width / bytesPerPixel, src.height,
+                     dst.firstRow(), dst.stride, dst.width / bytesPerPixel, dst.height,
                      bytesPerPixel, code);
 }
 
