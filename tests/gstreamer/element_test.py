@@ -20,9 +20,9 @@ import numpy as np
 
 gi.require_version("Gst", "1.0")
 gi.require_version("GstVideo", "1.0")
-from gi.repository import Gst, GstVideo
+from gi.repository import Gst, GstVideo  # noqa: E402
 
-from application import MODULES, SEED, ApplicationTest, Frame, main, plain, y4m
+from application import MODULES, SEED, ApplicationTest, Frame, main, plain, y4m  # noqa: E402
 
 FRAME_TIME = 40 * Gst.MSECOND
 PICTURE = os.environ["TAVRO_PICTURE"]

@@ -8,8 +8,7 @@
 // Prints what it found of the module; exit code 1 if anything wasn't as it should be.
 
 #include "modules/face_detection/fd_wrapper.h"
-#include "tests/windows/foreign_core.h"
-#include "tests/windows/foreign_runtime.h"
+#include "tests/windows/foreign.h"
 
 using namespace TavroRTC::FDModule;
 
@@ -88,19 +87,14 @@ class LoggedFrame final : public HostFrame {
     return rows_;
   }
 
-  bool wasAsked(const char* expected) const {
-    int at = 0;
-    while (at < count_ && expected[at] == asked_[at])
-      ++at;
-    return at == count_ && expected[at] == '\0';
-  }
+  bool wasAsked(const char* expected) const { return strcmp(asked_, expected) == 0; }
 
  private:
   void log(char what, int32_t plane) const {
-    if (count_ + 2 > static_cast<int>(sizeof asked_))
-      return;
-    asked_[count_++] = what;
-    asked_[count_++] = static_cast<char>('0' + plane);
+    if (count_ + 2 < static_cast<int>(sizeof asked_)) {
+      asked_[count_++] = what;
+      asked_[count_++] = static_cast<char>('0' + plane);
+    }
   }
 
   int32_t rows_;
@@ -162,8 +156,7 @@ extern "C" int main(int argumentCount, char** arguments) {
     return 1;
   }
   const ForeignNotes* notes = foreignNotes();
-  expect(notes->callCount == 2 && notes->calls[0] == 1 && notes->calls[1] == 2,
-         "so_register, then module_register");
+  expect(strcmp(notes->calls, "sm") == 0, "so_register, then module_register, with its name");
   Handle holder = nullptr;
   constexpr uint32_t byAddressUncounted = 4 | 2;
   GetModuleHandleExA(byAddressUncounted, static_cast<const char*>(notes->codeAddress), &holder);
@@ -180,8 +173,7 @@ extern "C" int main(int argumentCount, char** arguments) {
   FDWrapper* unprepared = newInstance();
   delete unprepared;
   expect(FreeLibrary(module) != 0, "unloading");
-  expect(notes->callCount == 3 && notes->calls[2] == 3, "module_unregister at unload");
-  expect(notes->namesAreRight, "the module's name in every call");
+  expect(strcmp(notes->calls, "smu") == 0, "module_unregister at unload");
   printf("the sequence has grown %d times, %d failures\n", growCalls, failures);
   return failures == 0 && growCalls > 0 ? 0 : 1;
 }

@@ -1,7 +1,8 @@
 #pragma once
 
-// What the foreign host takes from its C runtime and from the system, whose own headers are made
-// for another compiler.
+// What the foreign host and its core library have instead of a C++ library and the system's
+// headers, which are made for another compiler. The build puts it in the place of <cstdint>,
+// <memory> and <new>, which the boundary's headers include.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -14,6 +15,7 @@ FILE* fopen(const char* name, const char* mode);
 size_t fread(void* bytes, size_t size, size_t count, FILE* file);
 int fclose(FILE* file);
 int printf(const char* format, ...);
+int strcmp(const char* one, const char* other);
 [[noreturn]] void exit(int code);
 
 /// PROCESS_HEAP_ENTRY
@@ -38,3 +40,26 @@ __declspec(dllimport) int HeapValidate(Handle heap, uint32_t flags, const void* 
 __declspec(dllimport) int HeapWalk(Handle heap, HeapEntry* entry);
 __declspec(dllimport) uint32_t GetProcessHeaps(uint32_t most, Handle* heaps);
 }
+
+namespace std {
+/// Part of a class of the boundary, and never touched by hosts.
+template <typename T>
+class shared_ptr {
+  T* object;
+  void* block;
+};
+}  // namespace std
+
+/// What the foreign core library has noted of a module.
+struct ForeignNotes {
+  char calls[8];  ///< s, m and u for so_register, module_register and module_unregister; or ?
+  int32_t (*callback)(void* context, void* argument);
+  const void* codeAddress;
+};
+
+#if defined(TAVRO_BUILDING_HOST_CORE)
+#define FOREIGN_CORE_API __declspec(dllexport)
+#else
+#define FOREIGN_CORE_API __declspec(dllimport)
+#endif
+extern "C" FOREIGN_CORE_API ForeignNotes* foreignNotes();
