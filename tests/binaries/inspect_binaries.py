@@ -8,9 +8,8 @@ objects: the disassembly of compiled files. Each belongs to an instruction set, 
   f16c, avx  may use 256-bit registers, but nothing newer than AVX, FMA and F16C
 
 In all but the baseline no symbol may be weak, or the linker could put a copy compiled for a newer
-processor where baseline code calls it. A function that touched 256-bit registers must not return or
-call away without vzeroupper. In the hot loops of avx objects (innermost loops that multiply) no vector
-may travel over the stack.
+processor where baseline code calls it. In the hot loops of avx objects (innermost loops that multiply)
+no vector may travel over the stack.
 
 libraries: what they export, what the module needs, and how those that every host loads are hardened.
 
@@ -75,27 +74,21 @@ def functions(path):
         yield name, body
 
 
-def jump_target(instruction):
-    if not JUMP.match(instruction.mnemonic):
-        return None
-    target = re.match(r"^([0-9a-f]+)", instruction.operands)
-    return int(target.group(1), 16) if target else None
-
-
 def innermost_loops(body):
+    """The instructions of each loop that has none inside of it; a loop is a jump backwards."""
+    places = {instruction.address: at for at, instruction in enumerate(body)}
     loops = []
-    for at, instruction in enumerate(body):
-        target = jump_target(instruction)
-        if target is not None and body[0].address <= target <= instruction.address:
-            first = next(i for i, other in enumerate(body) if other.address >= target)
-            loops.append((first, at))
-    return [(first, last) for first, last in loops
+    for last, instruction in enumerate(body):
+        target = re.match(r"[0-9a-f]+", instruction.operands)
+        if JUMP.match(instruction.mnemonic) and target:
+            first = places.get(int(target[0], 16), len(body))
+            loops += [(first, last)] if first <= last else []
+    return [body[first:last + 1] for first, last in loops
             if not any((a, b) != (first, last) and first <= a and b <= last for a, b in loops)]
 
 
 def spills(body):
-    for first, last in innermost_loops(body):
-        loop = body[first:last + 1]
+    for loop in innermost_loops(body):
         if any(MULTIPLY.match(i.mnemonic) for i in loop):
             yield from (i for i in loop if STACK_VECTOR.search(i.operands))
 
@@ -108,32 +101,6 @@ def is_newer(instruction):
         return True
     # From memory it is AVX; from a register only AVX2 can.
     return instruction.mnemonic == "vbroadcastss" and re.match(r"%xmm", instruction.operands)
-
-
-def dirty_exits(body):
-    """Returns and calls that can be reached with the upper halves of vector registers in use."""
-    position = {instruction.address: at for at, instruction in enumerate(body)}
-    pending, seen = [(0, False)], set()
-    while pending:
-        at, dirty = pending.pop()
-        if (at, dirty) in seen or at >= len(body):
-            continue
-        seen.add((at, dirty))
-        instruction = body[at]
-        mnemonic = instruction.mnemonic
-        if "%ymm" in instruction.operands:
-            dirty = True
-        elif mnemonic in ("vzeroupper", "vzeroall"):
-            dirty = False
-        target = jump_target(instruction)
-        # An indirect jump goes through a table of the function's own.
-        leaves = mnemonic.startswith("jmp") and target is not None and target not in position
-        if dirty and (mnemonic.startswith(("ret", "call")) or leaves):
-            yield instruction
-        if target in position:
-            pending.append((position[target], dirty))
-        if not mnemonic.startswith(("ret", "jmp", "ud2")):
-            pending.append((at + 1, dirty))
 
 
 def weak_symbols(path):
@@ -159,8 +126,6 @@ def object_faults(path):
                 note("needs more than AVX and FMA", instruction)
         for instruction in spills(body) if kind == "avx" else ():
             note("a vector on the stack in a hot loop", instruction)
-        for instruction in dirty_exits(body):
-            note("leaves without vzeroupper", instruction)
     return faults
 
 
@@ -212,20 +177,18 @@ def faults_of_linking(path):
 
 
 def faults_of_hardening(path, fortified):
-    segments = run("readelf", "-lW", path)
+    segments, dynamic = run("readelf", "-lW", path), run("readelf", "-dW", path)
     imports = symbols(path, "--undefined-only")
-    if not re.search(r"GNU_STACK .* RW +0x", segments):
-        yield "its stack may be executable"
-    if re.search(r"LOAD .* (RWE|WE) +0x", segments):
-        yield "its code can be written"
-    if "GNU_RELRO" not in segments:
-        yield "relocations stay writable"
-    if not re.search(r"\(BIND_NOW\)|\(FLAGS\).*BIND_NOW", run("readelf", "-dW", path)):
-        yield "binds lazily"
-    if "__stack_chk_fail" not in imports:
-        yield "its stack isn't checked"
-    if fortified and not any(re.fullmatch(r"__\w+_chk", name) for name in imports):
-        yield "nothing is fortified"
+    for fault, holds in (
+            ("its stack may be executable", not re.search(r"GNU_STACK .* RW +0x", segments)),
+            ("its code can be written", re.search(r"LOAD .* (RWE|WE) +0x", segments)),
+            ("relocations stay writable", "GNU_RELRO" not in segments),
+            ("binds lazily", not re.search(r"\(BIND_NOW\)|\(FLAGS\).*BIND_NOW", dynamic)),
+            ("its stack isn't checked", "__stack_chk_fail" not in imports),
+            ("nothing is fortified", fortified and not any(
+                re.fullmatch(r"__\w+_chk", name) for name in imports))):
+        if holds:
+            yield fault
 
 
 def library_faults(name, path, fortified):
@@ -258,37 +221,20 @@ ALIGNED_MOVE = re.compile(r"\tvmov(aps|apd|dqa)\s.*%ymm.*\(|\tvmov(aps|apd|dqa)\
 VECTOR_ON_STACK = re.compile(r"\tvmov\w+\s.*%ymm\d+,.*\(%r(sp|bp)|\tvmov\w+\s.*\(%r(sp|bp).*%ymm")
 
 
-def imports(headers):
-    """The names imported from each DLL."""
-    found = {}
-    current = None
-    for line in headers.splitlines():
-        if "DLL Name:" in line:
-            current = found.setdefault(line.split("DLL Name:")[1].strip(), set())
-        elif current is not None:
-            entry = re.match(r"^\s+[0-9a-f]+\s+\d+\s+(\S+)\s*$", line)
-            if entry:
-                current.add(entry.group(1))
-            elif not line.strip():
-                current = None
-    return found
-
-
-def export_count(headers):
-    counts = re.search(r"Export Address Table\s+([0-9a-f]{8})\s*$", headers, re.MULTILINE)
-    return int(counts.group(1), 16) if counts else 0
-
-
 def inspect_dll(arguments):
     objdump, module = arguments
     headers = run(objdump, "-p", module)
-    found = imports(headers)
+    found = {}
+    for part in headers.split("DLL Name: ")[1:]:
+        name, entries = part.split("\n\n")[0].split("\n", 1)
+        found[name.strip()] = set(re.findall(r"^\s+[0-9a-f]+\s+\d+\s+(\S+)\s*$", entries, re.MULTILINE))
     if found.get(CORE) != CORE_FUNCTIONS:
         yield f"imports {sorted(found.get(CORE, []))} from {CORE}"
     yield from (f"needs {name}" for name in found
                 if name != CORE and name.lower() not in SYSTEM_LIBRARIES)
-    if export_count(headers) != 0:
-        yield f"exports {export_count(headers)} symbols"
+    exports = re.search(r"Export Address Table\s+([0-9a-f]{8})\s*$", headers, re.MULTILINE)
+    if exports and int(exports[1], 16):
+        yield f"exports {int(exports[1], 16)} symbols"
     code = run(objdump, "-d", "--no-show-raw-insn", module).splitlines()
     on_stack = sum(1 for line in code if VECTOR_ON_STACK.search(line))
     yield from ("moves 256 bits to an aligned address: " + line.strip()
