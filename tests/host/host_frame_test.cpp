@@ -1,4 +1,5 @@
-// The host's frame and result sequence, at the edges of the memory they hand to a module.
+// What every host has: its frame and result sequence, at the edges of the memory that they hand to
+// a module, the faces' outlines and their numbers.
 
 #include <gtest/gtest.h>
 
@@ -6,6 +7,7 @@
 #include <tuple>
 #include <vector>
 
+#include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "host/core/outlines.h"
@@ -176,6 +178,36 @@ TEST(Outlines, ChangeTheLinesInsideOfTheRectangleAndNothingElse) {
         }
     EXPECT_EQ(wrong, 0);
     ASSERT_EQ(bytes, before) << "samples around the picture";
+  }
+}
+
+TEST(FaceNumbers, StayWithTheirFaces) {
+  const FaceRect left{10, 10, 50, 50};
+  const FaceRect leftLater{14, 12, 54, 52};
+  const FaceRect right{100, 10, 140, 50};
+  const FaceRect between{30, 10, 70, 50};  // overlaps `left` by a third
+  const struct {
+    double time;
+    std::vector<FaceRect> faces;
+    std::vector<int64_t> numbers;
+    size_t lost;
+  } steps[] = {
+      {0.0, {}, {}, 0},
+      {0.1, {left}, {1}, 0},
+      {0.2, {right, leftLater}, {2, 1}, 0},            // the order doesn't matter
+      {0.3, {between, left}, {3, 1}, 1},               // the best overlap does
+      {0.4, {}, {}, 3},                                //
+      {1.2, {right}, {2}, 2},                          // a gap
+      {2.5, {right, left}, {2, 4}, 0},                 // too long a gap
+      {2.6, {left, left}, {4, 5}, 1},                  // two at one place
+      {0.0, {left, FaceRect{9, 9, 1, 1}}, {4, 6}, 2},  // a clock that jumps back, a face inside out
+  };
+  FaceNumbers numbers;
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.time);
+    const auto given = numbers.update(step.faces, step.time);
+    EXPECT_EQ(std::vector<int64_t>(given.begin(), given.end()), step.numbers);
+    EXPECT_EQ(numbers.lost().size(), step.lost);
   }
 }
 
