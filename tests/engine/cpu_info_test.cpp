@@ -22,11 +22,10 @@ const FakeProcessor* fake = nullptr;
 // A leaf that the processor doesn't have, or another subleaf than 0, answers with junk, as real
 // ones do.
 CpuidRegisters fakeCpuid(uint32_t leaf, uint32_t subleaf) {
-  CpuidRegisters words = {junk, junk, junk, junk};
-  const bool extended = leaf >= 0x80000000;
-  if (subleaf != 0 ||
-      (leaf != 0x80000000 && leaf > (extended ? fake->maxExtendedLeaf : fake->maxLeaf)))
-    return words;
+  const uint32_t last = leaf > 0x80000000 ? fake->maxExtendedLeaf : fake->maxLeaf;
+  if (subleaf != 0 || (leaf != 0x80000000 && leaf > last))
+    return {junk, junk, junk, junk};
+  CpuidRegisters words = {leaf + 0x100, leaf + 0x200, leaf + 0x300, leaf + 0x400};
   if (leaf == 0) {
     words[0] = fake->maxLeaf;
     std::memcpy(&words[1], fake->vendor, 4);
@@ -36,11 +35,9 @@ CpuidRegisters fakeCpuid(uint32_t leaf, uint32_t subleaf) {
     words[0] = fake->maxExtendedLeaf;
   } else if (leaf >= 0x80000002 && leaf <= 0x80000004) {
     std::memcpy(words.data(), fake->brand + (leaf - size_t{0x80000002}) * 16, 16);
-  } else {
-    words = {leaf + 0x100, leaf + 0x200, leaf + 0x300, leaf + 0x400};
-  }
-  if (leaf == 1 && fake->saves)
+  } else if (leaf == 1 && fake->saves) {
     words[2] |= CpuInfo::systemSaves;
+  }
   return words;
 }
 

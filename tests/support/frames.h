@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <string>
 #include <utility>
 
 #include "host/core/i420_frame.h"
@@ -12,10 +11,9 @@
 
 namespace tavro::test {
 
-/// Noise, in the gaps between rows too; the strides are those of I420Frame::allocate.
-inline host::I420Frame randomFrame(Random& random, int32_t width, int32_t height,
-                                   int32_t strideY = 0, int32_t strideUV = 0) {
-  auto frame = host::I420Frame::allocate(width, height, strideY, strideUV);
+/// Noise, in the gaps between rows too.
+inline host::I420Frame randomFrame(Random& random, int32_t width, int32_t height) {
+  auto frame = host::I420Frame::allocate(width, height);
   for (int32_t plane = 0; plane < host::planeCount; ++plane)
     std::generate_n(frame->writablePlane(plane),
                     frame->planeStride(plane) * frame->planeHeight(plane),
@@ -23,27 +21,13 @@ inline host::I420Frame randomFrame(Random& random, int32_t width, int32_t height
   return std::move(*frame);
 }
 
-/// Planes of one value each.
-inline host::I420Frame plainFrame(int32_t width, int32_t height, uint8_t y = 128, uint8_t u = 128,
-                                  uint8_t v = 128) {
+/// Without colour.
+inline host::I420Frame plainFrame(int32_t width, int32_t height, uint8_t luma = 128) {
   auto frame = host::I420Frame::allocate(width, height);
   for (int32_t plane = 0; plane < host::planeCount; ++plane)
     std::fill_n(frame->writablePlane(plane), frame->planeStride(plane) * frame->planeHeight(plane),
-                plane == 0   ? y
-                : plane == 1 ? u
-                             : v);
+                plane == 0 ? luma : uint8_t{128});
   return std::move(*frame);
-}
-
-/// The planes one behind the other, without gaps.
-inline std::string samplesOf(const host::I420Frame& frame) {
-  std::string samples;
-  for (int32_t plane = 0; plane < host::planeCount; ++plane)
-    for (int32_t y = 0; y < frame.planeHeight(plane); ++y)
-      samples.append(reinterpret_cast<const char*>(frame.planeData(plane)) +
-                         ptrdiff_t{y} * frame.planeStride(plane),
-                     static_cast<size_t>(frame.planeWidth(plane)));
-  return samples;
 }
 
 }  // namespace tavro::test
