@@ -137,6 +137,12 @@ def y4m(frames, parameters="F25:1 C420jpeg"):
     return head.encode() + b"".join(b"FRAME\n" + frame.samples() for frame in frames)
 
 
+def raw_video(size, *options):
+    """The words that describe a file of raw samples."""
+    return ["--input-format", "rawvideo", *(word for option in (f"video_size={size}", *options)
+                                            for word in ("--input-option", option))]
+
+
 def frames_of(stream):
     """The frames of such a stream."""
     head, stream = stream.split(b"\n", 1)

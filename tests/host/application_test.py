@@ -3,7 +3,7 @@ this holds with either of the media folders."""
 
 import os
 
-from application import ApplicationTest, fake_faces, main, noise, y4m
+from application import ApplicationTest, fake_faces, main, noise, raw_video, y4m
 
 
 class Application(ApplicationTest):
@@ -15,9 +15,11 @@ class Application(ApplicationTest):
             frames = [noise(self.random, width, height) for _ in range(3)]
             stream = y4m(frames)
             clip = self.file("clip.y4m", stream)
+            samples = self.file("samples", b"".join(frame.samples() for frame in frames))
             expected = [{"frame": i, "time": i / 25, "width": width, "height": height,
                          "faces": fake_faces(frame)} for i, frame in enumerate(frames)]
-            for arguments, stdin in (([clip], b""), (["-"], stream)):
+            for arguments, stdin in (([clip], b""), (["-"], stream),
+                                     ([samples, *raw_video(f"{width}x{height}")], b"")):
                 with self.subTest(width=width, height=height, arguments=arguments):
                     results = self.succeed(3, *arguments, stdin=stdin)
                     for result in results:

@@ -10,7 +10,7 @@ import subprocess
 import unittest
 
 from application import (MODULES, PLANES, PROGRAM, ApplicationTest, Frame, chroma_bytes, fake_faces, ffmpeg,
-                         main, noise, pictures_of, plain, quarters, y4m)
+                         main, noise, pictures_of, plain, quarters, raw_video, y4m)
 
 LUMA = (60, 110, 160, 210)
 HAS_FFMPEG = shutil.which("ffmpeg")
@@ -85,10 +85,8 @@ class Formats(MediaTest):
                 samples += bytes({"yuv422p": 2 * ((width + 1) // 2 * height -
                                                   chroma_bytes(width, height)),
                                   "rgb24": 3 * width * height - len(samples)}.get(name, 0))
-                results = self.succeed(
-                    2, self.file("raw", 2 * samples), "--input-format", "rawvideo",
-                    "--input-option", f"video_size={width}x{height}",
-                    "--input-option", f"pixel_format={name}")
+                results = self.succeed(2, self.file("raw", 2 * samples), *raw_video(
+                    f"{width}x{height}", f"pixel_format={name}"))
                 if name.startswith("nv"):  # whose samples are kept
                     self.assertEqual(results[1]["faces"], fake_faces(frame))
 
@@ -157,8 +155,7 @@ class Formats(MediaTest):
         self.succeed(4, self.file("photos", photos), "--input-format", "mjpeg",
                      "--annotate", "sizes.mp4")
         raw = self.file("raw", 4 * quarters(64, 32, LUMA).samples())
-        self.succeed(4, raw, "--annotate", "halt.mp4", "--input-format", "rawvideo",
-                     "--input-option", "video_size=64x32", "--input-option", "framerate=1000000")
+        self.succeed(4, raw, "--annotate", "halt.mp4", *raw_video("64x32", "framerate=1000000"))
         for name in ("sizes.mp4", "halt.mp4"):
             self.assertEqual([(picture.width, picture.height)
                               for picture in pictures_of(self.path(name))], 4 * [(64, 32)])

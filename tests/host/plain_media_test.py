@@ -2,17 +2,8 @@
 
 import pathlib
 
-from application import (PLANES, ApplicationTest, Frame, fake_faces, frames_of, main, noise, plain,
+from application import (PLANES, ApplicationTest, Frame, frames_of, main, noise, plain, raw_video,
                          y4m)
-
-SIZES = ((1, 1), (2, 3), (33, 17), (128, 72))
-
-
-def raw(size, *options):
-    words = ["--input-format", "rawvideo"]
-    for option in (f"video_size={size}", *options):
-        words += ["--input-option", option]
-    return words
 
 
 class PlainMedia(ApplicationTest):
@@ -23,7 +14,7 @@ class PlainMedia(ApplicationTest):
                              ("W32 H18 F0:0 C420paldv", 25),
                              ("W32 H18 F30000:1001 C420", 30000 / 1001)):
             with self.subTest(header):
-                frame = b"FRAME\n" + plain(32, 18).samples()
+                frame = b"FRAME Ip\n" + plain(32, 18).samples()
                 clip = self.file("clip", b"YUV4MPEG2 " + header.encode() + b"\n" + 2 * frame)
                 results = self.succeed(2, clip)
                 self.assertAlmostEqual(results[1]["time"], 1 / rate, 6)
@@ -41,30 +32,16 @@ class PlainMedia(ApplicationTest):
 
     def test_raw_samples_need_a_size_and_known_options(self):
         clip = self.file("raw", noise(self.random, 7, 5).samples() * 2)
-        options = raw("7x5", "framerate=30000/1001", "pixel_format=yuv420p")
+        options = raw_video("7x5", "framerate=30000/1001", "pixel_format=yuv420p")
         result = self.succeed(2, clip, *options)[1]
         self.assertEqual((result["width"], result["height"]), (7, 5))
         self.assertAlmostEqual(result["time"], 1001 / 30000, 6)
-        for words in (["--input-format", "rawvideo"], raw("7"), raw("7x"), raw("0x5"),
-                      raw("7x5", "framerate=0"), raw("7x5", "framerate=1/0"),
-                      raw("7x5", "pixel_format=nv12"), raw("7x5", "other=1"),
+        for words in (["--input-format", "rawvideo"], raw_video("7"), raw_video("7x"), raw_video("0x5"),
+                      raw_video("7x5", "framerate=0"), raw_video("7x5", "framerate=1/0"),
+                      raw_video("7x5", "pixel_format=nv12"), raw_video("7x5", "other=1"),
                       ["--input-format", "matroska"], ["--input-option", "video_size=7x5"]):
             with self.subTest(words):
                 self.refuse(self.detect(clip, *words))
-
-    def test_frames_come_byte_for_byte(self):
-        for width, height in SIZES:
-            frames = [noise(self.random, width, height) for _ in range(3)]
-            stream = y4m(frames, "F50:1").replace(b"FRAME\n", b"FRAME Ip\n")
-            samples = b"".join(frame.samples() for frame in frames)
-            for rate, content, words in ((50, stream, []),
-                                         (25, samples, raw(f"{width}x{height}"))):
-                with self.subTest(width=width, height=height, rate=rate):
-                    results = self.succeed(3, self.file("input", content), *words)
-                    self.assertEqual([result["time"] for result in results],
-                                     [0, 1 / rate, 2 / rate])
-                    self.assertEqual([result["faces"] for result in results],
-                                     [fake_faces(frame) for frame in frames])
 
     def test_cut_off_streams_give_their_whole_frames(self):
         frame = b"FRAME\n" + plain(2, 2).samples()
