@@ -26,8 +26,8 @@
 namespace TavroRTC::FDModule {
 
 /// One face that is followed from frame to frame: the rectangle that the host sees and the state of
-/// the filter that smooths it. Coordinates stand in the order of FaceRect. A track has no identifier
-/// and no age; its place in the list tells it from others.
+/// the filter that smooths it. Coordinates stand in the order of FaceRect. A track has no
+/// identifier and no age; its place in the list tells it from others.
 struct FaceTrack {
   static constexpr int32_t dimension = 4;
   using Coordinates = std::array<int32_t, dimension>;

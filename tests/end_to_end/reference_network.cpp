@@ -168,7 +168,7 @@ Heads evaluate(std::span<const uint8_t> picture, int32_t side, Weights& weights)
   Map x(side, side, 3);
   std::ranges::transform(picture, x.value.begin(), [](uint8_t byte) { return byte / 255.0; });
   Layers layers(weights);
-  x = layers.relu(layers.conv(x, "conv1.0.weight", "235_bias", 16, {.side = 3, .stride = 2}));
+  x = Layers::relu(layers.conv(x, "conv1.0.weight", "235_bias", 16, {.side = 3, .stride = 2}));
   x = layers.separable(x, "conv2", "238", "241", 32);
   x = layers.separable(x, "conv3", "244", "247", 32, 2);
   x = layers.separable(x, "conv4", "250", "253", 32);

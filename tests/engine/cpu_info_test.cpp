@@ -114,7 +114,7 @@ TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
 TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   __builtin_cpu_init();
   const CpuInfo* forced = overrideCpuInfo(nullptr);
-  const CpuInfo info = cpuInfo();
+  const CpuInfo& info = cpuInfo();
   overrideCpuInfo(forced);
   // The runtime asks the operating system too.
   EXPECT_EQ(info.runsAvxAndFma(),

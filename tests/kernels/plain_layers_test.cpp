@@ -342,8 +342,10 @@ TEST(Gemm, multipliesMatrixAndVectorInTheStatedOrder) {
         std::swap(rows, columns);
       return layout == 1 ? Extents{1, rows, columns, 1} : Extents{1, 1, rows, columns};
     };
-    const std::vector<float> a = drawFloats(static_cast<size_t>(m * k), random);
-    const std::vector<float> b = drawFloats(static_cast<size_t>(k * n), random);
+    const std::vector<float> a =
+        drawFloats(static_cast<size_t>(m) * static_cast<size_t>(k), random);
+    const std::vector<float> b =
+        drawFloats(static_cast<size_t>(k) * static_cast<size_t>(n), random);
     const auto length = static_cast<size_t>(n != 1 ? n : m);
     const bool hasBias = random.chance(0.6);
     const std::vector<float> bias =
