@@ -66,6 +66,9 @@ inline constexpr int32_t destroyInstanceCommand = 1002;
 
 /// The name under which the module registers itself.
 inline constexpr const char* moduleName = "tavro_fd_extension";
+/// The name of the module beside it, the same detector with weights for faces that aren't
+/// stretched.
+inline constexpr const char* squareModuleName = "tavro_fd_extension_square";
 
 /// The module's callback. The first argument is the host's and is ignored; the second points to a
 /// ModuleCommand. 0, or -1 for a code that the module doesn't know.

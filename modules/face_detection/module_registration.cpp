@@ -11,12 +11,15 @@
 namespace TavroRTC::FDModule {
 namespace {
 
+// The build gives it: moduleName, or squareModuleName for the module with the other weights.
+constexpr const char* ownName = TAVRO_MODULE_NAME;
+
 void unregisterAtExit() {
-  qosl_module_unregister(moduleName);
+  qosl_module_unregister(ownName);
 }
 
 TAVRO_RUN_AT_LOAD(0) void letHostWatch() {
-  if (qosl_so_register(moduleName, reinterpret_cast<const void*>(&letHostWatch)) < 0)
+  if (qosl_so_register(ownName, reinterpret_cast<const void*>(&letHostWatch)) < 0)
     qosl_printf("SO register failed, so could not monitor it.");
 }
 
@@ -24,7 +27,7 @@ TAVRO_RUN_AT_LOAD(1) void registerWithHost() {
   // The host may use the callback at once. Where the runtime is part of the module, its output
   // stream is an object like any other and wouldn't be there yet.
   static const std::ios_base::Init standardStreams;
-  if (qosl_module_register(moduleName, &moduleCallback) < 0 || std::atexit(&unregisterAtExit) != 0)
+  if (qosl_module_register(ownName, &moduleCallback) < 0 || std::atexit(&unregisterAtExit) != 0)
     refuseCommands();
 }
 

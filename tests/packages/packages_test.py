@@ -27,7 +27,8 @@ WARNINGS = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror"
 # is built with it bring nothing along but the C++ runtime.
 RUNTIME = {"libc6", "libgcc-s1", "libstdc++6"}
 DEBIAN_PACKAGES = {
-    "libtavro-fd1": (RUNTIME, ["libtavro-core.so.1", "libtavro_fd_extension.so", "copyright",
+    "libtavro-fd1": (RUNTIME, ["libtavro-core.so.1", "libtavro_fd_extension.so",
+                               "libtavro_fd_extension_square.so", "copyright",
                                "MODEL_CARD.md"]),
     "libtavro-fd-dev": ({"libtavro-fd1"}, ["libtavro-core.so", "tavro-fd.pc", "host_api.h",
                                            "TavroFdConfig.cmake", "copyright"]),
@@ -42,7 +43,8 @@ DEBIAN_PACKAGES = {
 }
 WINDOWS_FILES = """
     LICENSE README.md
-    bin/libtavro-core.dll bin/tavro-fd.exe bin/tavro_fd_extension.dll
+    bin/libtavro-core.dll bin/tavro-fd.exe
+    bin/tavro_fd_extension.dll bin/tavro_fd_extension_square.dll
     example/CMakeLists.txt example/example_host.cpp
     include/tavro-fd/modules/face_detection/loader.h
     include/tavro-fd/host/core/face_rects.h include/tavro-fd/host/core/host_api.h
