@@ -4,6 +4,7 @@
 // module appends, and frees the elements itself. One object serves any number of frames, so that a
 // frame allocates nothing once the sequence has grown to the usual number of faces.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -30,6 +31,15 @@ class FaceRects {
   }
   bool empty() const { return sequence_.size == 0; }
   void clear() { sequence_.size = 0; }
+  /// False, with the sequence empty, if there is no memory.
+  bool assign(std::span<const FaceRect> faces) {
+    clear();
+    if (!grow(&sequence_, static_cast<int32_t>(faces.size())))
+      return false;
+    std::ranges::copy(faces, sequence_.elements);
+    sequence_.size = static_cast<int32_t>(faces.size());
+    return true;
+  }
 
  private:
   static bool grow(FaceRectSequence* sequence, int32_t capacity) {

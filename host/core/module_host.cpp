@@ -153,6 +153,14 @@ Status findDetector(std::string& path) {
   return guarded([&] { return find(path); });
 }
 
+std::string squareDetectorBeside(const std::string& path) {
+  const std::filesystem::path file = pathFromUtf8(path);
+  std::filesystem::path beside = file;
+  beside.replace_filename(file.stem().concat("_square").concat(file.extension().native()));
+  std::error_code failure;
+  return std::filesystem::exists(beside, failure) ? utf8FromPath(beside) : "";
+}
+
 Status loadModule(const std::string& path, std::string* name) {
   return guarded([&] { return load(path, name); });
 }

@@ -40,6 +40,10 @@ struct ModuleInfo {
 /// and stores the name of its file, in UTF-8. The failure names the folders that it isn't in.
 TAVRO_HOST_API Status findDetector(std::string& path);
 
+/// The file of the module for nearly square windows that lies beside the module in `path`: the same
+/// name with "_square" before its extension. Empty if there is none. May throw std::bad_alloc.
+TAVRO_HOST_API std::string squareDetectorBeside(const std::string& path);
+
 /// Loads the module in `path`, a name in UTF-8, and stores its registered name in `name` unless
 /// that is null. Refused, with the file closed again: a file that can't be opened, that doesn't
 /// register itself, whose registration was refused, or that is loaded already. Of a file that

@@ -140,16 +140,20 @@ def inspect_objects(paths):
 
 # --- Libraries ---
 
-HOST_LIBRARIES = ("tavro_fd_extension", "tavro_core")
+MODULES = ("tavro_fd_extension", "tavro_fd_extension_square")
+HOST_LIBRARIES = (*MODULES, "tavro_core")
 
 EXPORTS = {
-    "tavro_fd_extension": set(),
+    **dict.fromkeys(MODULES, set()),
     "tavro_core": {
         "qosl_module_register", "qosl_module_unregister", "qosl_printf", "qosl_so_register",
         "tavro_host_create", "tavro_host_destroy", "tavro_host_error", "tavro_host_load",
         "tavro_host_unload", "tavro::host::createInstance", "tavro::host::destroyInstance",
         "tavro::host::findDetector", "tavro::host::findModule", "tavro::host::loadModule",
-        "tavro::host::modules", "tavro::host::setBoundaryObserver", "tavro::host::unloadModule"},
+        "tavro::host::modules", "tavro::host::setBoundaryObserver", "tavro::host::unloadModule",
+        "tavro::host::squareDetectorBeside",
+        *(f"tavro::host::FrameSearch::{function}"
+          for function in ("open", "search", "smallestFace", "windows", "~FrameSearch"))},
     "tavro_training": {
         "tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroPrepareInput",
         "tavroReleaseDetector", "tavroRunNetwork", "tavroWeights"},
@@ -195,7 +199,7 @@ def library_faults(name, path, fortified):
     exports = symbols(path, "--defined-only")
     if exports != EXPORTS[name]:
         yield f"exports differ: {sorted(exports ^ EXPORTS[name])}"
-    if name == "tavro_fd_extension":
+    if name in MODULES:
         yield from faults_of_linking(path)
     if name in HOST_LIBRARIES:
         yield from faults_of_hardening(path, fortified)

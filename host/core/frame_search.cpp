@@ -1,0 +1,295 @@
+#include "host/core/frame_search.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <new>
+#include <optional>
+#include <span>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "host/core/face_merging.h"
+#include "host/core/i420_frame.h"
+#include "host/core/task_pool.h"
+#include "modules/face_detection/fd_wrapper.h"
+
+namespace tavro::host {
+
+using TavroRTC::FDModule::FaceRect;
+using TavroRTC::FDModule::FDWrapper;
+using TavroRTC::FDModule::HostFrame;
+
+namespace {
+
+constexpr double newestPart = 0.2;  // of the latest time in the mean that a budget reckons with
+
+/// An instance that is ready for frames.
+class Instance {
+ public:
+  Instance() = default;
+  Instance(Instance&& other) noexcept : wrapper_(std::exchange(other.wrapper_, nullptr)) {}
+  Instance& operator=(Instance&& other) noexcept {
+    std::swap(wrapper_, other.wrapper_);
+    return *this;
+  }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+  ~Instance() {
+    if (wrapper_ != nullptr)
+      static_cast<void>(destroyInstance(wrapper_));
+  }
+
+  static Instance make(const std::string& module, Status& status) {
+    Instance instance;
+    status = createInstance(module, &instance.wrapper_);
+    if (status.ok() && !instance.wrapper_->init())
+      status = {"the detector can't be prepared"};
+    return status.ok() ? std::move(instance) : Instance();
+  }
+
+  FDWrapper* get() const { return wrapper_; }
+
+ private:
+  FDWrapper* wrapper_ = nullptr;
+};
+
+/// A window with what it takes to search it.
+struct Pane {
+  Instance instance;
+  std::string module;              ///< of the instance
+  bool isArea = false;             ///< the whole frame, or a whole region
+  bool isDue = false;              ///< in this frame
+  bool accepted = true;            ///< the latest frame
+  FaceRects faces;                 ///< of the latest frame, in the window's coordinates
+  double usualMilliseconds = 0.0;  ///< 0 until it has run
+};
+
+/// The part of a frame behind a window.
+std::optional<I420Frame> partOf(const HostFrame& frame, const Window& window) {
+  const auto plane = [&](int32_t index) {
+    const int32_t scale = index == 0 ? 1 : 2;
+    const uint8_t* samples = frame.planeData(index);
+    return samples == nullptr ? nullptr
+                              : samples + ptrdiff_t{window.y / scale} * frame.planeStride(index) +
+                                    window.x / scale;
+  };
+  return I420Frame::borrow(window.width, window.height, plane(0), frame.planeStride(0), plane(1),
+                           plane(2), frame.planeStride(1));
+}
+
+/// Whatever a module reports, its place in the frame is a number.
+FaceRect inFrame(const FaceRect& face, const Window& window) {
+  const auto moved = [](int64_t value, int32_t by) {
+    return static_cast<int32_t>(std::clamp<int64_t>(value + by, std::numeric_limits<int32_t>::min(),
+                                                    std::numeric_limits<int32_t>::max()));
+  };
+  return {moved(face.left, window.x), moved(face.top, window.y), moved(face.right, window.x),
+          moved(face.bottom, window.y)};
+}
+
+std::string nameOf(const Window& window) {
+  return "window " + std::to_string(window.width) + "x" + std::to_string(window.height) + " at " +
+         std::to_string(window.x) + "," + std::to_string(window.y);
+}
+
+}  // namespace
+
+struct FrameSearch::State {
+  SearchModules modules;
+  SearchOptions options;
+  int32_t width = -1;
+  int32_t height = -1;
+  WindowPlan plan;
+  std::vector<Pane> panes;            ///< one for each window
+  std::vector<WindowReport> reports;  ///< the same
+  std::unique_ptr<TaskPool> pool;
+  FaceMerger merger;
+  size_t nextTurn = 0;  ///< the window at which a budget's next round begins
+
+  bool isWhole(const Window& window) const { return window == Window{0, 0, width, height}; }
+  const std::string& moduleFor(const Window& window) const {
+    return modules.square.empty() || isWhole(window) || !isNearlySquare(window) ? modules.whole
+                                                                                : modules.square;
+  }
+
+  void lookAt(const HostFrame& frame);
+  void chooseDue();
+  void searchWindow(const HostFrame& frame, size_t index);
+  std::vector<Sighting> sightings() const;
+  Status firstFailure() const;
+  Status search(const HostFrame& frame, FaceRects& faces);
+};
+
+/// Makes the plan for frames of another size, and instances that know nothing of those before. The
+/// whole frame keeps its own: what the module does at a change of the size is its own affair.
+void FrameSearch::State::lookAt(const HostFrame& frame) {
+  const bool isUnused = width < 0;
+  const bool wasWhole = !reports.empty() && isWhole(reports.front().window);
+  std::vector<Pane> former = std::exchange(panes, {});
+  reports.clear();
+  if (former.size() > 1)  // before there are others
+    std::ranges::for_each(std::span(former).subspan(1), [](Pane& pane) { pane.instance = {}; });
+  width = frame.width();
+  height = frame.height();
+  plan = planWindows(width, height, options.windows);
+  merger = FaceMerger(plan.windows, width, height);
+
+  panes = std::vector<Pane>(plan.windows.size());
+  for (size_t i = 0; i < panes.size(); ++i) {
+    const Window& window = plan.windows[i];
+    WindowReport& report = reports.emplace_back(WindowReport{.window = window});
+    Pane& pane = panes[i];
+    pane.module = moduleFor(window);
+    pane.isArea = std::ranges::find(plan.areas, i) != plan.areas.end();
+    if (i == 0 && !former.empty() && former[0].module == pane.module &&
+        (isUnused || (wasWhole && isWhole(window)))) {
+      pane.instance = std::move(former[0].instance);
+      continue;
+    }
+    Status status;
+    pane.instance = Instance::make(pane.module, status);
+    report.error = status.error;
+  }
+
+  const size_t wanted = options.threads > 0 ? static_cast<size_t>(options.threads)
+                                            : std::max(std::thread::hardware_concurrency(), 1U);
+  const size_t threads = std::clamp<size_t>(panes.size(), 1, wanted);
+  if (pool == nullptr || pool->threads() != threads) {
+    pool.reset();
+    pool = std::make_unique<TaskPool>(threads - 1);
+  }
+  nextTurn = 0;
+}
+
+/// Without a budget, every window is due.
+void FrameSearch::State::chooseDue() {
+  double known = 0.0;
+  double cost = 0.0;
+  size_t knownCount = 0;
+  for (Pane& pane : panes) {
+    pane.isDue = options.budget <= 0.0 || pane.isArea || !pane.faces.empty();
+    cost += pane.isDue ? pane.usualMilliseconds : 0.0;
+    known += pane.usualMilliseconds;
+    knownCount += pane.usualMilliseconds > 0.0 ? 1 : 0;
+  }
+  if (options.budget <= 0.0)
+    return;
+  const double allowance = options.budget * static_cast<double>(pool->threads());
+  const double mean = knownCount > 0 ? known / static_cast<double>(knownCount) : allowance;
+  bool hasTurn = false;
+  for (size_t i = 0, index = nextTurn; i < panes.size(); ++i, index = (index + 1) % panes.size()) {
+    Pane& pane = panes[index];
+    if (pane.isDue)
+      continue;
+    cost += pane.usualMilliseconds > 0.0 ? pane.usualMilliseconds : mean;
+    if (hasTurn && cost > allowance)
+      return;
+    hasTurn = true;
+    pane.isDue = true;
+    nextTurn = (index + 1) % panes.size();
+  }
+}
+
+void FrameSearch::State::searchWindow(const HostFrame& frame, size_t index) {
+  Pane& pane = panes[index];
+  WindowReport& report = reports[index];
+  pane.faces.clear();
+  report.hasRun = pane.isDue && pane.instance.get() != nullptr;
+  if (!report.hasRun)
+    return;
+  const auto start = std::chrono::steady_clock::now();
+  if (isWhole(report.window)) {
+    pane.accepted = pane.instance.get()->execute(&frame, pane.faces.sequence());
+  } else {
+    const auto part = partOf(frame, report.window);
+    pane.accepted = part.has_value() && pane.instance.get()->execute(&*part, pane.faces.sequence());
+  }
+  if (!pane.accepted)
+    pane.faces.clear();
+  const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
+  report.milliseconds = taken.count();
+  const double part = pane.usualMilliseconds > 0.0 ? newestPart : 1.0;
+  pane.usualMilliseconds += part * (report.milliseconds - pane.usualMilliseconds);
+}
+
+std::vector<Sighting> FrameSearch::State::sightings() const {
+  std::vector<Sighting> seen;
+  for (size_t i = 0; i < panes.size(); ++i)
+    for (const FaceRect& face : panes[i].faces.view())
+      seen.push_back({.face = inFrame(face, reports[i].window), .window = i});
+  return seen;
+}
+
+Status FrameSearch::State::firstFailure() const {
+  for (size_t i = 0; i < panes.size(); ++i) {
+    std::string failure = reports[i].error;
+    if (reports[i].hasRun && !panes[i].accepted)
+      failure = "the detector refused the frame";
+    if (!failure.empty())
+      return {panes.size() == 1 ? failure : nameOf(reports[i].window) + ": " + failure};
+  }
+  return {};
+}
+
+Status FrameSearch::State::search(const HostFrame& frame, FaceRects& faces) {
+  if (reports.empty() || frame.width() != width || frame.height() != height)
+    lookAt(frame);
+  if (panes.empty())
+    return {"no region lies in the frame"};
+  const bool isModulesOwn = panes.size() == 1 && isWhole(reports.front().window);
+  // A part of a frame with rows that are too short would reach beyond its samples.
+  if (!isModulesOwn && !partOf(frame, {0, 0, width, height}).has_value())
+    return {"the frame's planes don't suit its size"};
+  chooseDue();
+  pool->run(panes.size(), [&](size_t index) { searchWindow(frame, index); });
+  const bool isDone =
+      faces.assign(isModulesOwn ? panes.front().faces.view() : merger.update(sightings()));
+  return isDone ? firstFailure() : Status{"out of memory"};
+}
+
+FrameSearch::FrameSearch(std::unique_ptr<State> state) : state_(std::move(state)) {}
+FrameSearch::~FrameSearch() = default;
+
+std::unique_ptr<FrameSearch> FrameSearch::open(SearchModules modules, const SearchOptions& options,
+                                               Status& status) {
+  try {
+    auto state = std::make_unique<State>();
+    state->modules = std::move(modules);
+    state->options = options;
+    state->panes = std::vector<Pane>(1);
+    Pane& first = state->panes.front();
+    first.module = state->modules.whole;
+    first.instance = Instance::make(first.module, status);
+    if (!status.ok())
+      return nullptr;
+    return std::unique_ptr<FrameSearch>(new FrameSearch(std::move(state)));
+  } catch (const std::bad_alloc&) {
+    status = {"out of memory"};
+    return nullptr;
+  }
+}
+
+Status FrameSearch::search(const HostFrame& frame, FaceRects& faces) {
+  faces.clear();
+  try {
+    return state_->search(frame, faces);
+  } catch (const std::bad_alloc&) {
+    // A plan may be half made.
+    state_->panes.clear();
+    state_->reports.clear();
+    faces.clear();
+    return {"out of memory"};
+  }
+}
+
+std::span<const WindowReport> FrameSearch::windows() const {
+  return state_->reports;
+}
+
+int32_t FrameSearch::smallestFace() const {
+  return state_->plan.smallestFace;
+}
+
+}  // namespace tavro::host

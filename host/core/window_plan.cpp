@@ -1,0 +1,145 @@
+#include "host/core/window_plan.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace tavro::host {
+
+namespace {
+
+constexpr double rowOverlap = 0.25;
+constexpr double columnOverlap = 0.2;
+constexpr double mostOverlap = 0.5;
+constexpr int32_t seenPart = 192 / seenSize;  // the longest window, in smallest faces
+
+/// The squares of one layer. Rows run along the short edge.
+struct Layer {
+  int32_t side = 0;
+  int64_t rows = 0;
+  int64_t columns = 0;
+};
+
+Layer layerOf(const Window& area, int64_t rows) {
+  const int32_t shortEdge = std::min(area.width, area.height);
+  const int32_t longEdge = std::max(area.width, area.height);
+  const double exact = shortEdge / (1.0 + (1.0 - rowOverlap) * static_cast<double>(rows - 1));
+  const auto even = static_cast<int32_t>(2.0 * std::ceil(exact / 2.0));
+  const int32_t side = std::min(even, shortEdge - shortEdge % 2);
+  // Coordinates are made even, which may take two pixels from an overlap.
+  const double coarser = rows == 1 ? static_cast<double>(longEdge) / seenPart + 2.0 : 0.0;
+  const double overlap = std::clamp(coarser, columnOverlap * side, mostOverlap * side);
+  const double columns = std::ceil((longEdge - side) / (side - overlap) - 1e-9) + 1.0;
+  return {side, rows, static_cast<int64_t>(columns)};
+}
+
+/// Squares of nearly the area's own shape show nothing that it doesn't.
+bool addsNothing(const Window& area, int64_t rows) {
+  return rows == 1 && isNearlySquare(area);
+}
+
+/// The rows of the finest layer that is wanted; 0 if the area itself shows the smallest face.
+int64_t wantedRows(const Window& area, int32_t smallestFace) {
+  const int32_t shortEdge = std::min(area.width, area.height);
+  if (smallestFace <= 0 || shortEdge < std::max(smallestFace, smallestWindow / seenPart))
+    return 0;
+  const int64_t side = std::max(int64_t{smallestFace} * seenPart, int64_t{smallestWindow});
+  if (std::max(area.width, area.height) <= side)
+    return 0;
+  const double sides = static_cast<double>(shortEdge) / static_cast<double>(side);
+  auto rows =
+      static_cast<int64_t>(1.0 + std::max(std::ceil((sides - 1.0) / (1.0 - rowOverlap)), 0.0));
+  while (layerOf(area, rows).side > side)  // it was rounded up
+    ++rows;
+  if (addsNothing(area, rows))
+    ++rows;
+  return rows;
+}
+
+int64_t windowsWith(const Window& area, int64_t finestRows) {
+  int64_t count = 1;
+  for (int64_t rows = finestRows; rows > 0; rows /= 2)
+    if (const Layer layer = layerOf(area, rows); !addsNothing(area, rows))
+      count += layer.rows * layer.columns;
+  return count;
+}
+
+/// Where one of `count` windows of `side` begins that are spread evenly over `length`, and how long
+/// it is.
+struct Span {
+  int32_t begin;
+  int32_t size;
+};
+Span spanOf(int64_t index, int64_t count, int32_t length, int32_t side) {
+  const int64_t room = length - side;
+  const auto begin = static_cast<int32_t>(count > 1 ? index * room / (count - 1) / 2 * 2 : 0);
+  return {begin, index + 1 == count ? length - begin : side};
+}
+
+void addLayer(const Window& area, const Layer& layer, std::vector<Window>& windows) {
+  const bool isWide = area.width >= area.height;
+  const int64_t across = isWide ? layer.columns : layer.rows;
+  const int64_t down = isWide ? layer.rows : layer.columns;
+  for (int64_t row = 0; row < down; ++row)
+    for (int64_t column = 0; column < across; ++column) {
+      const Span x = spanOf(column, across, area.width, layer.side);
+      const Span y = spanOf(row, down, area.height, layer.side);
+      windows.push_back({area.x + x.begin, area.y + y.begin, x.size, y.size});
+    }
+}
+
+/// Adds the windows of an area, of which the plan may have `most`. Returns the smallest face that
+/// they show everywhere.
+int32_t addWindows(const Window& area, int32_t smallestFace, int64_t most,
+                   std::vector<Window>& windows) {
+  int64_t finest = wantedRows(area, smallestFace);
+  while (finest > 0 && windowsWith(area, finest) > most)
+    --finest;
+  windows.push_back(area);
+  std::vector<int64_t> layers;  // from fine to coarse
+  for (int64_t rows = finest; rows > 0; rows /= 2)
+    if (!addsNothing(area, rows))
+      layers.push_back(rows);
+  std::ranges::reverse(layers);
+  for (const int64_t rows : layers)
+    addLayer(area, layerOf(area, rows), windows);
+  const int32_t longest =
+      layers.empty() ? std::max(area.width, area.height) : layerOf(area, layers.back()).side;
+  return longest / seenPart + (longest % seenPart != 0 ? 1 : 0);
+}
+
+/// The part of a region that lies in the frame, on even coordinates.
+Window clipped(const Window& region, int32_t width, int32_t height) {
+  const auto span = [](int64_t begin, int64_t size, int64_t limit) {
+    const int64_t first = std::clamp<int64_t>(begin, 0, limit) / 2 * 2;
+    const int64_t end = std::clamp<int64_t>(begin + size, 0, limit);
+    return Span{static_cast<int32_t>(first),
+                static_cast<int32_t>(std::min(end + end % 2, limit) - first)};
+  };
+  const Span x = span(region.x, region.width, width);
+  const Span y = span(region.y, region.height, height);
+  return {x.begin, y.begin, x.size, y.size};
+}
+
+}  // namespace
+
+WindowPlan planWindows(int32_t width, int32_t height, const WindowWish& wish) {
+  std::vector<Window> areas;
+  for (const Window& region : wish.regions)
+    if (touchesFrame(region, width, height))
+      areas.push_back(clipped(region, width, height));
+  WindowPlan plan;
+  if (wish.regions.empty())
+    areas = {{0, 0, width, height}};
+  for (size_t i = 0; i < areas.size(); ++i) {
+    // What an area leaves over is for those behind it, and each of them has its first window.
+    const auto left = static_cast<int64_t>(areas.size() - i);
+    const int64_t rest = wish.mostWindows - static_cast<int64_t>(plan.windows.size());
+    plan.areas.push_back(plan.windows.size());
+    const int32_t reached =
+        addWindows(areas[i], wish.smallestFace, std::max<int64_t>(rest / left, 1), plan.windows);
+    plan.smallestFace = std::max(plan.smallestFace, reached);
+  }
+  return plan;
+}
+
+}  // namespace tavro::host
