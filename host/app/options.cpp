@@ -54,17 +54,17 @@ bool sameFile(const std::string& first, const std::string& second) {
 }
 
 /// The numbers of frames and passes. The limit keeps their products within 64 bits.
-const CLI::Validator wholeNumber(
-    [](const std::string& text) -> std::string {
-      constexpr int64_t limit = 1000000000;
-      int64_t value = 0;
-      const char* end = text.data() + text.size();
-      const auto [rest, failure] = std::from_chars(text.data(), end, value);
-      if (failure == std::errc() && rest == end && value >= 1 && value <= limit)
-        return {};
-      return "must be a whole number from 1 to " + std::to_string(limit) + ", not " + text;
-    },
-    "");
+CLI::Validator wholeNumber(int64_t limit = 1000000000) {
+  return {[limit](const std::string& text) -> std::string {
+            int64_t value = 0;
+            const char* end = text.data() + text.size();
+            const auto [rest, failure] = std::from_chars(text.data(), end, value);
+            if (failure == std::errc() && rest == end && value >= 1 && value <= limit)
+              return {};
+            return "must be a whole number from 1 to " + std::to_string(limit) + ", not " + text;
+          },
+          ""};
+}
 
 /// An unset variable of a shell shouldn't mean that nothing is written.
 const CLI::Validator fileName(
@@ -73,6 +73,54 @@ const CLI::Validator fileName(
 const CLI::Validator webAddress(
     [](const std::string& text) {
       return parseWebAddress(text).has_value() ? "" : "must be [ADDRESS:]PORT, not " + text;
+    },
+    "");
+
+/// The numbers of a list like "640,0,320,360". Empty if it isn't made of whole numbers.
+std::vector<int32_t> numbersOf(const std::string& text) {
+  std::vector<int32_t> numbers;
+  const char* next = text.data();
+  const char* end = next + text.size();
+  for (;;) {
+    const auto [rest, failure] = std::from_chars(next, end, numbers.emplace_back());
+    if (failure != std::errc())
+      return {};
+    if (rest == end)
+      return numbers;
+    if (*rest != ',')
+      return {};
+    next = rest + 1;
+  }
+}
+
+/// X,Y,W,H
+std::optional<Window> parseRegion(const std::string& text) {
+  const std::vector<int32_t> numbers = numbersOf(text);
+  if (numbers.size() != 4 || numbers[0] < 0 || numbers[1] < 0 || numbers[2] < 1 || numbers[3] < 1)
+    return std::nullopt;
+  return Window{numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+const CLI::Validator region(
+    [](const std::string& text) {
+      return parseRegion(text).has_value() ? "" : "must be X,Y,W,H in pixels, not " + text;
+    },
+    "");
+
+/// Milliseconds, with or without their unit.
+std::optional<double> parseBudget(const std::string& text) {
+  double value = 0.0;
+  const char* end = text.data() + text.size();
+  const auto [rest, failure] = std::from_chars(text.data(), end, value);
+  const std::string_view unit(rest, static_cast<size_t>(end - rest));
+  if (failure != std::errc() || !(unit.empty() || unit == "ms") || !(value > 0.0 && value <= 1e6))
+    return std::nullopt;
+  return value;
+}
+
+const CLI::Validator budget(
+    [](const std::string& text) {
+      return parseBudget(text).has_value() ? "" : "must be a time such as 8ms, not " + text;
     },
     "");
 
@@ -100,6 +148,8 @@ std::string contradiction(const Options& options) {
     return "INPUT is empty";
   if (options.repeat > 1 && input == "-")
     return "--repeat needs an input that can be opened again, not the standard input";
+  if (options.search.budget > 0.0 && options.search.windows.smallestFace == 0)
+    return "--budget needs --smallest-face";
   const std::vector<std::string> known = annotationExtensions();
   if (!output.annotate.empty() &&
       std::none_of(known.begin(), known.end(), [&](const std::string& extension) {
@@ -148,6 +198,8 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   ParsedOptions parsed;
   Options& options = parsed.options;
   std::vector<std::string> inputOptions;
+  std::vector<std::string> regions;
+  std::string budgetText;
 
   const MediaHelp help = mediaHelp();
   CLI::App app(description, "tavro-fd");
@@ -189,15 +241,41 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       ->check(webAddress);
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
-      ->check(wholeNumber);
+      ->check(wholeNumber());
   app.add_option("--max-frames", options.maxFrames, "Stop after N frames of the input")
       ->type_name("N")
-      ->check(wholeNumber);
+      ->check(wholeNumber());
   app.add_option("--repeat", options.repeat,
                  "Run over the input N times, for timing; results are those of the first pass")
       ->type_name("N")
-      ->check(wholeNumber);
-  app.add_flag("--stats", options.stats, "Print timings and peak memory to the standard error");
+      ->check(wholeNumber());
+  app.add_option("--smallest-face", options.search.windows.smallestFace,
+                 "Find faces from that size on, by looking at parts of the frame as well. Without "
+                 "it, a face must cover about 12 of 192 parts of the frame")
+      ->type_name("PIXELS")
+      ->check(wholeNumber(32768));
+  app.add_option("--roi", regions, "Look in that part of the frame only; may be repeated")
+      ->type_name("X,Y,W,H")
+      ->expected(1)
+      ->take_all()
+      ->check(region);
+  app.add_option("--max-windows", options.search.windows.mostWindows,
+                 "Look at N parts of a frame at most, though that may not show the smallest faces; "
+                 "default 64")
+      ->type_name("N")
+      ->check(wholeNumber(1000));
+  app.add_option("--threads", options.search.threads,
+                 "Look at N parts at once; default: as many as there are processors")
+      ->type_name("N")
+      ->check(wholeNumber(1000));
+  app.add_option("--budget", budgetText,
+                 "For live inputs: time for a frame, such as 8ms. Parts without a face take turns, "
+                 "so that the results depend on the machine")
+      ->type_name("TIME")
+      ->check(budget);
+  app.add_flag(
+      "--stats", options.stats,
+      "Print timings, the parts that were looked at and peak memory to the standard error");
   app.add_option("--module", options.module, "The detector module's file")->type_name("FILE");
   app.add_option("--input-format", options.input.format, help.inputFormat)->type_name("NAME");
   app.add_option("--input-option", inputOptions, help.inputOption)
@@ -220,6 +298,9 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       return badUsage("--input-option needs KEY=VALUE: " + text);
     options.input.options.push_back(std::move(*option));
   }
+  for (const std::string& text : regions)
+    options.search.windows.regions.push_back(*parseRegion(text));
+  options.search.budget = parseBudget(budgetText).value_or(0.0);
   if (options.output.results == "-")  // as for INPUT
     options.output.results.clear();
   if (std::string fault = contradiction(options); !fault.empty())

@@ -9,6 +9,7 @@
 
 #include "host/app/input/video_input.h"
 #include "host/app/output/frame_output.h"
+#include "host/core/frame_search.h"
 
 namespace tavro::host {
 
@@ -19,6 +20,7 @@ inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or un
 struct Options {
   InputRequest input;
   OutputOptions output;
+  SearchOptions search;
   std::string module;  ///< the detector module's file; empty: looked for beside the program
 
   int64_t every = 1;      ///< detect on frames 0, every, 2 * every, ...

@@ -83,8 +83,15 @@ class Run {
   /// the outputs is to be told in a single line.
   bool openDetector() {
     std::string error;
-    if (detector_ == nullptr)
-      detector_ = DetectorSession::open(options_.module, error);
+    if (detector_ != nullptr)
+      return true;
+    const I420Frame& picture = input_->picture();
+    for (const Window& region : options_.search.windows.regions)
+      if (!touchesFrame(region, picture.width(), picture.height()))
+        return fail("--roi lies outside of the frame: " + std::to_string(region.x) + "," +
+                    std::to_string(region.y) + " in " + std::to_string(picture.width()) + "x" +
+                    std::to_string(picture.height()));
+    detector_ = DetectorSession::open(options_.module, options_.search, error);
     return detector_ != nullptr || fail(error);
   }
 
@@ -121,12 +128,17 @@ class Run {
   /// Milliseconds that the detector took for the current picture.
   double detect() {
     const auto start = Clock::now();
-    const bool accepted = detector_->detect(input_->picture(), faces_);
+    const FrameSearch& search = detector_->search();
+    const Status status = detector_->search().search(input_->picture(), faces_);
     const double milliseconds = secondsSince(start) * 1000.0;
-    refusedLast_ = !accepted;
-    refusedFrames_ += accepted ? 0 : 1;
-    if (options_.stats)
+    refusedLast_ = !status.ok();
+    if (!status.ok() && refusedFrames_++ == 0 && search.windows().size() > 1)
+      windowFailure_ = ", " + status.error;
+    if (options_.stats) {
       statistics_.milliseconds.push_back(milliseconds);
+      statistics_.addWindows(search.windows());
+      statistics_.smallestFace = search.smallestFace();
+    }
     return milliseconds;
   }
 
@@ -208,8 +220,8 @@ class Run {
       std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", options_.input.path.c_str(),
                    damage_.summary().c_str());
     if (refusedFrames_ != 0)
-      std::fprintf(stderr, "tavro-fd: warning: the detector refused %s\n",
-                   counted(refusedFrames_, "frame").c_str());
+      std::fprintf(stderr, "tavro-fd: warning: the detector refused %s%s\n",
+                   counted(refusedFrames_, "frame").c_str(), windowFailure_.c_str());
     return damage_.any() || refusedFrames_ != 0 ? exitIncomplete : exitSuccess;
   }
 
@@ -227,6 +239,7 @@ class Run {
   StreamDamage damage_;
   int64_t refusedFrames_ = 0;
   bool refusedLast_ = false;
+  std::string windowFailure_;  ///< of the first frame that a part of was refused
   std::string error_;
 };
 

@@ -1,11 +1,13 @@
 #include "host/app/search/detector_session.h"
 
+#include <utility>
+
 #include "host/core/module_host.h"
-#include "modules/face_detection/fd_wrapper.h"
 
 namespace tavro::host {
 
 std::unique_ptr<DetectorSession> DetectorSession::open(const std::string& path,
+                                                       const SearchOptions& options,
                                                        std::string& error) {
   std::string file = path;
   if (file.empty())
@@ -14,34 +16,24 @@ std::unique_ptr<DetectorSession> DetectorSession::open(const std::string& path,
       return nullptr;
     }
   std::unique_ptr<DetectorSession> session(new DetectorSession);
-  Status status = loadModule(file, &session->moduleName_);
+  SearchModules& modules = session->modules_;
+  Status status = loadModule(file, &modules.whole);
+  const bool hasWindows = options.windows.smallestFace > 0 || !options.windows.regions.empty();
+  if (const std::string square = hasWindows ? squareDetectorBeside(file) : "";
+      status.ok() && !square.empty())
+    status = loadModule(square, &modules.square);
   if (status.ok())
-    status = createInstance(session->moduleName_, &session->instance_);
-  if (!status.ok()) {
-    error = status.error;
-    return nullptr;
-  }
-  if (!session->instance_->init()) {
-    error = "the detector can't be prepared";
-    return nullptr;
-  }
-  return session;
+    session->search_ = FrameSearch::open(modules, options, status);
+  error = status.error;
+  return status.ok() ? std::move(session) : nullptr;
 }
 
 DetectorSession::~DetectorSession() {
+  search_.reset();
   // Nobody is left to tell about a failure, and the process's end cleans up what stays.
-  if (instance_ != nullptr)
-    static_cast<void>(destroyInstance(instance_));
-  if (!moduleName_.empty())
-    static_cast<void>(unloadModule(moduleName_));
-}
-
-bool DetectorSession::detect(const I420Frame& frame, FaceRects& faces) {
-  faces.clear();
-  const bool done = instance_->execute(&frame, faces.sequence());
-  if (!done)
-    faces.clear();
-  return done;
+  for (const std::string& module : {modules_.whole, modules_.square})
+    if (!module.empty())
+      static_cast<void>(unloadModule(module));
 }
 
 }  // namespace tavro::host

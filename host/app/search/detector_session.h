@@ -1,16 +1,13 @@
 #pragma once
 
-// DetectorSession: the detector module, loaded through libtavro-core, and one instance of it.
+// DetectorSession: the detector's modules, loaded through libtavro-core, and a search with them.
 
 #include <memory>
 #include <string>
 
 #include "host/core/face_rects.h"
+#include "host/core/frame_search.h"
 #include "host/core/i420_frame.h"
-
-namespace TavroRTC::FDModule {
-class FDWrapper;
-}
 
 namespace tavro::host {
 
@@ -18,19 +15,19 @@ class DetectorSession {
  public:
   /// Loads the module in `path`, or, if that is empty, the one beside libtavro-core. Null if it
   /// fails, with the reason in `error`.
-  static std::unique_ptr<DetectorSession> open(const std::string& path, std::string& error);
+  static std::unique_ptr<DetectorSession> open(const std::string& path,
+                                               const SearchOptions& options, std::string& error);
   ~DetectorSession();
   DetectorSession(const DetectorSession&) = delete;
   DetectorSession& operator=(const DetectorSession&) = delete;
 
-  /// Finds the faces in the next frame. False, with `faces` empty, if the module refuses it.
-  bool detect(const I420Frame& frame, FaceRects& faces);
+  FrameSearch& search() { return *search_; }
 
  private:
   DetectorSession() = default;
 
-  std::string moduleName_;
-  TavroRTC::FDModule::FDWrapper* instance_ = nullptr;
+  SearchModules modules_;
+  std::unique_ptr<FrameSearch> search_;
 };
 
 }  // namespace tavro::host

@@ -32,6 +32,17 @@ TimingSummary summarize(std::vector<double> values) {
           .maximum = values.back()};
 }
 
+void RunStatistics::addWindows(std::span<const WindowReport> reports) {
+  if (!std::ranges::equal(windows_, reports, {}, &WindowTimes::window, &WindowReport::window)) {
+    windows_.clear();
+    for (const WindowReport& report : reports)
+      windows_.push_back({.window = report.window, .milliseconds = {}});
+  }
+  for (size_t i = 0; i < reports.size(); ++i)
+    if (reports[i].hasRun)
+      windows_[i].milliseconds.push_back(reports[i].milliseconds);
+}
+
 std::string RunStatistics::report() const {
   const TimingSummary timing = summarize(milliseconds);
   const double detecting = std::accumulate(milliseconds.begin(), milliseconds.end(), 0.0) / 1000.0;
@@ -45,7 +56,21 @@ std::string RunStatistics::report() const {
                 timing.median, timing.p99, timing.maximum,
                 perSecond(static_cast<size_t>(decodedFrames), seconds),
                 perSecond(milliseconds.size(), detecting), peakMebibytes());
-  return text;
+  std::string lines = text;
+  if (windows_.size() > 1) {
+    std::snprintf(text, sizeof text, "windows      %zu, for faces of %d pixels and more\n",
+                  windows_.size(), smallestFace);
+    lines += text;
+  }
+  for (const auto& [window, times] : windows_) {
+    const TimingSummary taken = summarize(times);
+    std::snprintf(text, sizeof text,
+                  "%5dx%-5d at %5d,%-5d  median %.3f ms, max %.3f ms, %zu frames\n", window.width,
+                  window.height, window.x, window.y, taken.median, taken.maximum, times.size());
+    if (windows_.size() > 1)
+      lines += text;
+  }
+  return lines;
 }
 
 ProgressLine::ProgressLine()

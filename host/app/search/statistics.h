@@ -4,8 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
+
+#include "host/core/frame_search.h"
 
 namespace tavro::host {
 
@@ -22,10 +25,20 @@ TimingSummary summarize(std::vector<double> values);
 struct RunStatistics {
   std::vector<double> milliseconds;  ///< of each detection
   int64_t decodedFrames = 0;
-  double seconds = 0.0;  ///< of the whole run, decoding and output included
+  double seconds = 0.0;      ///< of the whole run, decoding and output included
+  int32_t smallestFace = 0;  ///< that the windows show, in pixels
 
+  /// Notes what each window took in a frame. Those of frames of another size before are forgotten.
+  void addWindows(std::span<const WindowReport> reports);
   /// Several lines for the user, each with its line ending.
   std::string report() const;
+
+ private:
+  struct WindowTimes {
+    Window window;
+    std::vector<double> milliseconds;
+  };
+  std::vector<WindowTimes> windows_;
 };
 
 /// A line on the standard error that tells how far the run is: only on a terminal, and only if the
