@@ -16,8 +16,6 @@ namespace {
 
 using TavroRTC::FDModule::FaceRect;
 
-constexpr size_t nobody = static_cast<size_t>(-1);
-
 // One face or two?
 constexpr double sameOverlap = 0.3;
 constexpr double mostOf = 0.7;  // of the smaller one lies in the larger

@@ -55,55 +55,61 @@ int64_t wantedRows(const Window& area, int32_t smallestFace) {
   return rows;
 }
 
-int64_t windowsWith(const Window& area, int64_t finestRows) {
-  int64_t count = 1;
+/// The layers of squares, from coarse to fine.
+std::vector<Layer> layersOf(const Window& area, int64_t finestRows) {
+  std::vector<Layer> layers;
   for (int64_t rows = finestRows; rows > 0; rows /= 2)
-    if (const Layer layer = layerOf(area, rows); !addsNothing(area, rows))
-      count += layer.rows * layer.columns;
+    if (!addsNothing(area, rows))
+      layers.push_back(layerOf(area, rows));
+  std::ranges::reverse(layers);
+  return layers;
+}
+
+int64_t windowsIn(const std::vector<Layer>& layers) {
+  int64_t count = 1;  // the area itself
+  for (const Layer& layer : layers)
+    count += layer.rows * layer.columns;
   return count;
 }
 
-/// Where one of `count` windows of `side` begins that are spread evenly over `length`, and how long
-/// it is.
+/// A part of an edge.
 struct Span {
   int32_t begin;
   int32_t size;
 };
-Span spanOf(int64_t index, int64_t count, int32_t length, int32_t side) {
+
+/// `count` windows of `side`, spread evenly over an edge of `length`. The last one ends with it.
+std::vector<Span> spread(int64_t count, int32_t length, int32_t side) {
+  std::vector<Span> spans;
   const int64_t room = length - side;
-  const auto begin = static_cast<int32_t>(count > 1 ? index * room / (count - 1) / 2 * 2 : 0);
-  return {begin, index + 1 == count ? length - begin : side};
+  for (int64_t i = 0; i < count; ++i) {
+    const auto begin = static_cast<int32_t>(count > 1 ? i * room / (count - 1) / 2 * 2 : 0);
+    spans.push_back({begin, i + 1 == count ? length - begin : side});
+  }
+  return spans;
 }
 
 void addLayer(const Window& area, const Layer& layer, std::vector<Window>& windows) {
   const bool isWide = area.width >= area.height;
-  const int64_t across = isWide ? layer.columns : layer.rows;
-  const int64_t down = isWide ? layer.rows : layer.columns;
-  for (int64_t row = 0; row < down; ++row)
-    for (int64_t column = 0; column < across; ++column) {
-      const Span x = spanOf(column, across, area.width, layer.side);
-      const Span y = spanOf(row, down, area.height, layer.side);
-      windows.push_back({area.x + x.begin, area.y + y.begin, x.size, y.size});
-    }
+  const auto columns = spread(isWide ? layer.columns : layer.rows, area.width, layer.side);
+  const auto rows = spread(isWide ? layer.rows : layer.columns, area.height, layer.side);
+  for (const Span& row : rows)
+    for (const Span& column : columns)
+      windows.push_back({area.x + column.begin, area.y + row.begin, column.size, row.size});
 }
 
 /// Adds the windows of an area, of which the plan may have `most`. Returns the smallest face that
 /// they show everywhere.
 int32_t addWindows(const Window& area, int32_t smallestFace, int64_t most,
                    std::vector<Window>& windows) {
-  int64_t finest = wantedRows(area, smallestFace);
-  while (finest > 0 && windowsWith(area, finest) > most)
-    --finest;
+  int64_t finestRows = wantedRows(area, smallestFace);
+  std::vector<Layer> layers = layersOf(area, finestRows);
+  while (windowsIn(layers) > most)
+    layers = layersOf(area, --finestRows);
   windows.push_back(area);
-  std::vector<int64_t> layers;  // from fine to coarse
-  for (int64_t rows = finest; rows > 0; rows /= 2)
-    if (!addsNothing(area, rows))
-      layers.push_back(rows);
-  std::ranges::reverse(layers);
-  for (const int64_t rows : layers)
-    addLayer(area, layerOf(area, rows), windows);
-  const int32_t longest =
-      layers.empty() ? std::max(area.width, area.height) : layerOf(area, layers.back()).side;
+  for (const Layer& layer : layers)
+    addLayer(area, layer, windows);
+  const int32_t longest = layers.empty() ? std::max(area.width, area.height) : layers.back().side;
   return longest / seenPart + (longest % seenPart != 0 ? 1 : 0);
 }
 

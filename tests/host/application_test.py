@@ -3,7 +3,7 @@ this holds with either of the media folders."""
 
 import os
 
-from application import ApplicationTest, fake_faces, main, noise, raw_video, y4m
+from application import ApplicationTest, fake_faces, main, noise, plain, raw_video, y4m
 
 
 class Application(ApplicationTest):
@@ -57,6 +57,29 @@ class Application(ApplicationTest):
                      "frames per second", "peak memory", "MiB"):
             self.assertIn(part, outcome.errors)
 
+    def test_windows_find_each_face_once_and_regions_leave_the_others_out(self):
+        frames = []
+        for left in range(100, 340, 20):
+            frame = plain(480, 270, 16)
+            for y in range(40, 64):
+                frame.planes[0][y * 480 + left:y * 480 + left + 24] = bytes([200]) * 24
+                frame.planes[0][(y + 150) * 480 + 20:(y + 150) * 480 + 44] = bytes([230]) * 24
+            frames.append(frame)
+        clip = self.file("clip.y4m", y4m(frames))
+        told = self.detect(clip, "--smallest-face", 12, "--stats", module="painted")
+        self.assertIn("windows      11, for faces of 10 pixels and more\n", told.errors)
+        self.assertRegex(told.errors, r"\n +156x156 +at +324,114 +median .* 12 frames\n")
+        windows = [result["faces"] for result in told.results()]
+        self.assertEqual({len(faces) for faces in windows}, {2})
+        for options in (("--smallest-face", 12, "--threads", 1), ("--smallest-face", 12, "--budget",
+                        "1000ms"), ("--smallest-face", 12, "--max-windows", 11, "--threads", 8)):
+            results = self.succeed(12, clip, *options, module="painted")
+            self.assertEqual([result["faces"] for result in results], windows)
+        results = self.succeed(12, clip, "--roi", "90,30,300,60", "--roi", "400,0,80,270",
+                               module="painted")
+        self.assertEqual([[face["left"] for face in result["faces"]] for result in results],
+                         [[left] for left in range(100, 340, 20)])
+
     def test_bad_usage_is_one_line_and_exit_code_2(self):
         clip = self.clip(2)
         tone = self.file("tone.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x80\x3e"
@@ -94,6 +117,15 @@ class Application(ApplicationTest):
                 (["clip", "--input-option", "novalue"], ""),
                 (["clip", "--input-option", "no_such_option=1"], ""),
                 (["-", "--repeat", "2"], ""), (["-"], ""),  # nothing comes in
+                (["clip", "--smallest-face", "0"], "--smallest-face: must be a whole number"),
+                (["clip", "--smallest-face", "12px"], ""), (["clip", "--max-windows", "1001"], ""),
+                (["clip", "--threads", "-1"], ""), (["clip", "--budget", "8s"], "8ms, not 8s"),
+                (["clip", "--smallest-face", "9", "--budget", "0"], ""),
+                (["clip", "--budget", "8ms"], "--budget needs --smallest-face"),
+                (["clip", "--roi", "0,0,9"], "must be X,Y,W,H"),
+                (["clip", "--roi", "0,0,9,0"], ""), (["clip", "--roi", "0,0,9,9,"], ""),
+                (["clip", "--roi", "0,0,9,9", "--roi", "32,0,9,9"],
+                 "--roi lies outside of the frame: 32,0 in 32x18"),
                 (["missing.mp4"], ""), ([self.path("")], ""), ([""], ""), ([tone], ""),
                 ([header_only], ""), (["-x.jpg"], "unknown option -x.jpg ")):
             with self.subTest(arguments):
