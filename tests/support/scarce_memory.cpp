@@ -13,10 +13,13 @@ extern "C" void* __real_malloc(size_t size);
 extern "C" void* __real_calloc(size_t count, size_t size);
 extern "C" void* __real_realloc(void* block, size_t size);
 extern "C" void __real_free(void* block);
+// Not hidden: under the sanitizers the linker takes what a shared library asks for as wrapped, too.
+#pragma GCC visibility push(default)
 extern "C" void* __wrap_malloc(size_t size);
 extern "C" void* __wrap_calloc(size_t count, size_t size);
 extern "C" void* __wrap_realloc(void* block, size_t size);
 extern "C" void __wrap_free(void* block);
+#pragma GCC visibility pop
 
 namespace tavro::test {
 namespace {
