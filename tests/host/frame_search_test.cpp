@@ -190,7 +190,7 @@ TEST_F(FrameSearchTest, AFaceThatCrossesWindowsIsNeverLostAndNeverJumps) {
     foundInWhole += find(frameWithPortrait(portrait, 80, left)).size();
   EXPECT_LT(foundInWhole, 12U);  // of 15: it takes windows
 
-  open({.whole = module}, {.windows = {.smallestFace = 12}});
+  open({.whole = module}, {.windows = {.smallestFace = 24}});
   FaceRect last = find(frameWithPortrait(portrait, 80, 0)).at(0);
   for (int32_t left = 4; left <= 560; left += 4) {
     const Faces found = find(frameWithPortrait(portrait, 80, left));
