@@ -25,9 +25,11 @@ HOW_TO_BUILD = "cmake --preset release && cmake --build --preset release --targe
 
 # For trials of other weights. Lies deeper than the other trees, where `find` doesn't look.
 TRIAL_TREE = ROOT / "build" / "training" / "trial"
+SQUARE_TREE = ROOT / "build" / "training" / "square"
 
 _bytes = ctypes.POINTER(ctypes.c_uint8)
 _floats = ctypes.POINTER(ctypes.c_float)
+_ints = ctypes.POINTER(ctypes.c_int32)
 
 
 class NotBuilt(Exception):
@@ -131,6 +133,28 @@ class Library:
         self._check(self.functions.tavroPrepareInput(
             ctypes.byref(described), picture.ctypes.data_as(_bytes)), "the scaling is")
         return picture
+
+    def plan_windows(self, size, smallest_face, most_windows):
+        """The windows through which a host looks at a frame: x, y, width, height of each."""
+        windows = numpy.empty((most_windows, 4), numpy.int32)
+        count = self.functions.tavroPlanWindows(
+            *map(ctypes.c_int32, (*size, smallest_face, most_windows)),
+            windows.ctypes.data_as(_ints), ctypes.c_int32(most_windows))
+        self._check(count, "the plan is")
+        return windows[:count]
+
+    def group_boxes(self, size, windows, boxes, window_of):
+        """Of each box, the index of the one that shows the same face best, as hosts see it."""
+        boxes = numpy.pad(numpy.asarray(boxes, numpy.float32), ((0, 0), (0, 1)))
+        windows, window_of = (numpy.ascontiguousarray(values, numpy.int32)
+                              for values in (windows, window_of))
+        best = numpy.empty(len(boxes), numpy.int32)
+        self._check(self.functions.tavroGroupBoxes(
+            *map(ctypes.c_int32, size), windows.ctypes.data_as(_ints),
+            ctypes.c_int32(len(windows)), boxes.ctypes.data_as(_floats),
+            window_of.ctypes.data_as(_ints), ctypes.c_int32(len(boxes)),
+            best.ctypes.data_as(_ints)), "the grouping is")
+        return best
 
     @staticmethod
     def _check(status, what):

@@ -25,13 +25,14 @@ import cv2
 import numpy
 
 from training import (clips, conditions, detector_library, evaluation_report, faces, larger,
-                      metrics, peers, steadiness)
+                      metrics, peers, steadiness, windows)
 from training.contract import MOST_REPORTED, SIDE, THRESHOLD
 from training.network import FaceNetwork
 
 LOWEST_SCORE = 0.03
 MOST_BOXES = 200
 SMALLEST_STEADY = 16  # smaller faces hardly pass the threshold
+SQUARE_WEIGHTS = detector_library.ROOT / "engine" / "model" / "weights_square.bin"
 POSES = {"frontal": faces.FRONTAL, "half profile": faces.HALF_PROFILE, "profile": faces.PROFILE}
 SMALLEST_POSED = 8
 
@@ -47,11 +48,18 @@ def parse_arguments(arguments):
                         help="measure moving scenes made from the pictures, too")
     parser.add_argument("--brief", action="store_true",
                         help="no other aspects, spoiled pictures and steadiness; much faster")
+    parser.add_argument("--windows", type=int, nargs="+", default=[], metavar="MOST",
+                        help="look through as many windows as a host would that allows so many, "
+                             "too: accuracy and time")
+    parser.add_argument("--square-weights", default=SQUARE_WEIGHTS,
+                        help="weight block for nearly square windows (default: the host's)")
     parser.add_argument("--sides", type=int, nargs="+", default=[],
                         help="lengths of the longer side to run the network on, aspect kept")
     options = parser.parse_args(arguments)
     if any(not 32 <= side <= 2048 for side in options.sides):
         parser.error("--sides: from 32 to 2048")
+    if any(not 1 <= most <= 256 for most in options.windows):
+        parser.error("--windows: from 1 to 256")
     if options.limit is not None and options.limit < 1:
         parser.error("--limit: at least 1")
     return options
@@ -92,8 +100,9 @@ def examine_padded(detector, scene):
 class Evaluation:
     """Goes through the pictures once and keeps what was matched under each condition."""
 
-    def __init__(self, detector, others, network=None, sides=(), brief=False):
+    def __init__(self, detector, others, network=None, sides=(), brief=False, searches=()):
         self.detector = detector
+        self.searches = searches
         self.brief = brief
         self.peers = others
         self.network, self.sides = network, sides
@@ -101,6 +110,7 @@ class Evaluation:
         self.poses = []
         self.bare = []  # of each picture, whether it has no face
         self.alarms = []  # of each faceless picture
+        self.through_windows = collections.defaultdict(list)  # most -> (Matches, windows, seconds)
         self.conditions = collections.defaultdict(list)  # (group, name) -> Matches
         self.nudges = collections.defaultdict(list)  # name -> Sightings, before and after
         self.found = collections.defaultdict(list)  # peer -> Matches
@@ -122,6 +132,12 @@ class Evaluation:
             found, scores = larger.detect(self.network, scene.image, side, LOWEST_SCORE)
             self.conditions["natural", f"aspect kept, {side}"].append(
                 match(scene, stretch(found, scene.image.shape[1::-1]), scores))
+        frame = self.detector.library.convert(scene.image) if self.searches else None
+        for search in self.searches:
+            found = search.detect(frame)
+            self.through_windows[search.most_windows].append(
+                (match(scene, stretch(found.boxes, frame.size), found.scores), found.windows,
+                 found.seconds))
         for name, spoil in conditions.SPOILED.items() if not self.brief else ():
             image = spoil(scene.image, conditions.random(index))
             self.conditions["fault", name].append(
@@ -169,6 +185,7 @@ class Evaluation:
             "faults": summaries["fault"],
             "smallest_steady": SMALLEST_STEADY,
             "steadiness": {name: self.compared(pairs) for name, pairs in self.nudges.items()},
+            "windows": {most: self.through(parts) for most, parts in self.through_windows.items()},
             "peers": {},
         }
         for name, parts in self.found.items():
@@ -181,6 +198,17 @@ class Evaluation:
                 "false_alarms_per_faceless_picture": mean(
                     [(scores > best.threshold).sum() for scores in self.peer_alarms[name]])}
         return result
+
+    def through(self, parts):
+        """What is told of a number of windows, in the order of the report's columns."""
+        matches, counts, seconds = zip(*parts)
+        count = metrics.counted(metrics.joined(matches), *metrics.SIZE_CLASSES["8 and more"])
+        point = metrics.point_at(count, THRESHOLD)
+        return {"windows": mean(counts), "milliseconds": 1000 * float(numpy.median(seconds)),
+                "ap8": metrics.average_precision(count), "precision": point.precision,
+                "recall": point.recall,
+                "alarms": mean([(part.scores > THRESHOLD).sum()
+                                for part, bare in zip(matches, self.bare) if bare])}
 
     @staticmethod
     def compared(pairs):
@@ -269,8 +297,13 @@ def evaluate(options):
     if options.sides:
         network = FaceNetwork().eval()
         network.take(library.weights())
-    evaluation = Evaluation(detector_library.Detector(library), others, network, options.sides,
-                            options.brief)
+    detector = detector_library.Detector(library)
+    searches = []
+    if options.windows:
+        square = detector_library.Detector(detector_library.Library(
+            detector_library.build(options.square_weights, detector_library.SQUARE_TREE)))
+        searches = [windows.WindowSearch(detector, square, most) for most in options.windows]
+    evaluation = Evaluation(detector, others, network, options.sides, options.brief, searches)
     for index, picture in enumerate(pictures):
         evaluation.add(index, picture)
         if sys.stderr.isatty():

@@ -61,6 +61,13 @@ def as_text(figures):
               ["", "faces", "moved", "99th percentile", "score change", "99th percentile",
                f"flips at {THRESHOLD}"],
               [[name, *row.values()] for name, row in figures["steadiness"].items()])]
+    if figures["windows"]:
+        parts.append(table(
+            f"Through windows, at {THRESHOLD}: faces of 8 pixels and more of the picture stretched "
+            "to the network's input; the median of the windows' times on one thread",
+            ["most windows", "windows", "ms", "AP", "precision", "recall",
+             "false alarms a faceless picture"],
+            [[name, *row.values()] for name, row in figures["windows"].items()]))
     if figures["clips"]:
         parts.append(table(
             f"Moving scenes, each frame on its own, at {THRESHOLD}",

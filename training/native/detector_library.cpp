@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "engine/model/weight_block.h"
+#include "host/core/face_merging.h"
+#include "host/core/window_plan.h"
 #include "image/image_dispatch.h"
 #include "modules/face_detection/frame_analysis.h"
 #include "modules/face_detection/network_input.h"
@@ -122,6 +124,50 @@ int32_t tavroDetect(TavroDetector* detector, const TavroFrame* frame, float thre
                      return TavroBox{box.x1, box.y1, box.x2, box.y2, box.score};
                    });
     return static_cast<int32_t>(count);
+  });
+}
+
+int32_t tavroPlanWindows(int32_t width, int32_t height, int32_t smallestFace, int32_t mostWindows,
+                         TavroWindow* windows, int32_t capacity) {
+  if (width < 1 || width > largestSide || height < 1 || height > largestSide || smallestFace < 0 ||
+      mostWindows < 1 || windows == nullptr || capacity < 0)
+    return -1;
+  return guarded([&] {
+    const auto plan = tavro::host::planWindows(
+        width, height, {.smallestFace = smallestFace, .mostWindows = mostWindows});
+    const auto count = std::min(plan.windows.size(), static_cast<size_t>(capacity));
+    std::transform(plan.windows.begin(), plan.windows.begin() + static_cast<ptrdiff_t>(count),
+                   windows, [](const tavro::host::Window& window) {
+                     return TavroWindow{window.x, window.y, window.width, window.height};
+                   });
+    return static_cast<int32_t>(plan.windows.size());
+  });
+}
+
+int32_t tavroGroupBoxes(int32_t width, int32_t height, const TavroWindow* windows,
+                        int32_t windowCount, const TavroBox* boxes, const int32_t* windowOf,
+                        int32_t count, int32_t* best) {
+  if (windows == nullptr || windowCount < 0 || boxes == nullptr || windowOf == nullptr ||
+      count < 0 || best == nullptr)
+    return -1;
+  return guarded([&] {
+    std::vector<tavro::host::Window> seenThrough;
+    for (int32_t i = 0; i < windowCount; ++i)
+      seenThrough.push_back({windows[i].x, windows[i].y, windows[i].width, windows[i].height});
+    std::vector<tavro::host::Sighting> sightings;
+    for (int32_t i = 0; i < count; ++i) {
+      if (windowOf[i] < 0 || windowOf[i] >= windowCount)
+        return -1;
+      const auto pixel = [](float edge) { return static_cast<int32_t>(edge); };
+      sightings.push_back(
+          {.face = {pixel(boxes[i].x1), pixel(boxes[i].y1), pixel(boxes[i].x2), pixel(boxes[i].y2)},
+           .window = static_cast<size_t>(windowOf[i])});
+    }
+    for (const auto& group : tavro::host::sameFaces(sightings, seenThrough, width, height)) {
+      for (const size_t index : group)
+        best[index] = static_cast<int32_t>(group.front());
+    }
+    return 0;
   });
 }
 

@@ -6,6 +6,8 @@
 //   B, G, R picture --tavroConvertPicture--> I420 frame --tavroPrepareInput--> 192x192 B, G, R
 //     --tavroRunNetwork--> scores and offsets
 //   I420 frame --tavroDetect--> boxes of this frame alone, at any threshold
+//   frame size --tavroPlanWindows--> the host's windows
+//   boxes seen through windows --tavroGroupBoxes--> which of them the host takes for one face
 //
 // Nothing is kept from call to call and nothing is tracked. Functions return 0 or a count, or -1 if
 // they refuse the arguments or there is no memory; what they should have written is then undefined.
@@ -38,6 +40,14 @@ struct TavroBox {
   float score;
 };
 
+/// A part of a frame, in its pixels.
+struct TavroWindow {
+  int32_t x;
+  int32_t y;
+  int32_t width;
+  int32_t height;
+};
+
 struct TavroDetector;
 
 /// Writes the frame's planes from `picture`: rows of B, G, R bytes, `stride` bytes apart. BT.601,
@@ -65,6 +75,19 @@ TAVRO_TRAINING_API int32_t tavroRunNetwork(TavroDetector* detector, const uint8_
 TAVRO_TRAINING_API int32_t tavroDetect(TavroDetector* detector, const TavroFrame* frame,
                                        float threshold, int32_t keepLimit, TavroBox* boxes,
                                        int32_t capacity);
+
+/// The windows through which a host looks at such a frame (host/core/window_plan.h); returns their
+/// count, of which at most `capacity` are written. At least one window must be allowed.
+TAVRO_TRAINING_API int32_t tavroPlanWindows(int32_t width, int32_t height, int32_t smallestFace,
+                                            int32_t mostWindows, TavroWindow* windows,
+                                            int32_t capacity);
+
+/// Groups boxes of one frame by face as a host does (host/core/face_merging.h). `windowOf` has the
+/// index of the window that saw each box, `best` gets the index of the best seen box of its face.
+TAVRO_TRAINING_API int32_t tavroGroupBoxes(int32_t width, int32_t height,
+                                           const TavroWindow* windows, int32_t windowCount,
+                                           const TavroBox* boxes, const int32_t* windowOf,
+                                           int32_t count, int32_t* best);
 
 /// The weight block that is built in, 391,296 bytes.
 TAVRO_TRAINING_API const uint8_t* tavroWeights(void);
