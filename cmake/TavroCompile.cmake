@@ -50,6 +50,10 @@ if(TAVRO_SANITIZE)
     -fsanitize=${TAVRO_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
     -fno-omit-frame-pointer)
   target_link_options(tavro_options INTERFACE -fsanitize=${TAVRO_SANITIZE})
+  if(TAVRO_SANITIZE MATCHES "thread")
+    target_sources(tavro_options INTERFACE
+      $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>:${PROJECT_SOURCE_DIR}/tests/support/library_atexit.cpp>)
+  endif()
   # Instrumented, the standard library's own <regex> looks uninitialised to GCC.
   target_compile_options(tavro_options INTERFACE
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<COMPILE_LANGUAGE:CXX>>:-Wno-maybe-uninitialized>)
