@@ -1,5 +1,5 @@
-"""The GStreamer element between two pads of the test and in whole pipelines. It must find what tavro-fd
-finds in the same pictures.
+"""The GStreamer element between two pads of the test and in whole pipelines. It must find what
+tavro-fd finds in the same pictures.
 
     element_test.py TAVRO_FD --modules FILE [CLASS[.TEST]...]
 
@@ -52,7 +52,7 @@ def rows_of(frame, form):
 
 
 def buffer_of(frame, form="I420", padding=0, padding_v=0):
-    """A buffer with the frame. So many bytes of noise are behind every row, and before every plane."""
+    """A buffer with the frame. That much noise is behind every row and before every plane."""
     random = np.random.default_rng(SEED)
     content, offsets, strides = b"", [0] * 4, [0] * 4
     planes = rows_of(frame, form)
@@ -162,24 +162,29 @@ class Element:
     def rectangles_in(self, frame):
         return list(self.faces_in(frame).values())
 
-    def message(self, types):
-        """The next message of these types, or None."""
-        return self.bus.pop_filtered(types)
-
     def messages(self):
         """The structures of all messages about faces."""
         return [message.get_structure() for message in
-                iter(lambda: self.message(Gst.MessageType.ELEMENT), None)]
+                iter(lambda: self.bus.pop_filtered(Gst.MessageType.ELEMENT), None)]
 
 
 class ElementTest(ApplicationTest):
-    def searched(self, *frames):
-        """What tavro-fd finds in each of the frames: the corners within the picture."""
-        outcome = self.execute("-", stdin=y4m(frames))
+    def found(self, file, stdin=b""):
+        """What tavro-fd finds in each picture: the corners within it, by the faces' numbers."""
+        outcome = self.execute(file, "--format", "csv", stdin=stdin)
         self.assertEqual(outcome.code, 0, outcome.errors)
-        return [[(max(face["left"], 0), max(face["top"], 0), min(face["right"], frame.width),
-                  min(face["bottom"], frame.height)) for face in result["faces"]]
-                for frame, result in zip(frames, outcome.results(), strict=True)]
+        pictures = {}
+        for row in csv.reader(outcome.output.decode().splitlines()[1:]):
+            width, height, number, *corners = (int(word or 0) for word in row[2:9])
+            faces = pictures.setdefault(int(row[0]), {})
+            if number:
+                faces[number] = (*(max(corner, 0) for corner in corners[:2]),
+                                 min(corners[2], width), min(corners[3], height))
+        return list(pictures.values())
+
+    def searched(self, *frames):
+        """The same without the numbers."""
+        return [list(faces.values()) for faces in self.found("-", y4m(frames))]
 
 
 class Pads(ElementTest):
@@ -249,32 +254,26 @@ class Pads(ElementTest):
                 self.assertEqual(list(after.values()), followed if is_followed else fresh)
                 self.assertEqual(after.keys() == before.keys(), is_followed)
 
-    def test_messages_follow_their_policy(self):
+    def test_messages_follow_their_policy_and_tell_the_faces_of_their_buffer(self):
         nothing, face = plain(160, 120), portrait()
         # Nothing, comes, stays, moves, is another one, is gone, stays away.
         stream = (nothing, face, face, portrait(shift=2), portrait(shift=70), nothing, nothing)
         for policy, expected in (("none", []), ("on-change", [1, 4, 5]),
                                  ("every-frame", list(range(7)))):
             with self.subTest(policy), Element(messages=policy) as element:
-                for frame in stream:
-                    element.faces_in(frame)
-                self.assertEqual([message.get_uint64("frame")[1] for message in element.messages()],
-                                 expected)
+                found = [element.faces_in(frame) for frame in stream]
+                told = element.messages()
+                self.assertEqual([message.get_uint64("frame")[1] for message in told], expected)
                 self.assertEqual(element.element.get_property("faces"), 4)
                 self.assertGreater(element.element.get_property("milliseconds"), 0)
-
-    def test_a_message_has_the_faces_of_its_buffer(self):
-        with Element(messages="every-frame") as element:
-            element.faces_in(portrait())
-            (number, (left, top, right, bottom)), = element.faces_in(portrait()).items()
-            told = element.messages()[1]
-            expected = Gst.Structure.from_string(
-                "tavro-faces, frame=(guint64)1, timestamp=(guint64)40000000, "
-                "stream-time=(guint64)40000000, running-time=(guint64)40000000, "
-                "duration=(guint64)40000000, width=(int)160, height=(int)120, "
-                f"faces=(structure){{ [face, id=(int){number}, x=(uint){left}, y=(uint){top}, "
-                f"width=(uint){right - left}, height=(uint){bottom - top}] }};")[0]
-            self.assertTrue(told.is_equal(expected), told.to_string())
+        (number, (left, top, right, bottom)), = found[1].items()
+        structure = Gst.Structure.from_string(
+            "tavro-faces, frame=(guint64)1, timestamp=(guint64)40000000, "
+            "stream-time=(guint64)40000000, running-time=(guint64)40000000, "
+            "duration=(guint64)40000000, width=(int)160, height=(int)120, "
+            f"faces=(structure){{ [face, id=(int){number}, x=(uint){left}, y=(uint){top}, "
+            f"width=(uint){right - left}, height=(uint){bottom - top}] }};")[0]
+        self.assertTrue(told[1].is_equal(structure), told[1].to_string())
 
     def test_one_picture_of_several_is_searched(self):
         frames = [portrait(640, 480, 40 * i) for i in range(8)]
@@ -287,38 +286,28 @@ class Pads(ElementTest):
     def test_pictures_that_come_too_late_are_left_out(self):
         for skips in (True, False):
             with self.subTest(skips), Element(skip_late=str(skips)) as element:
-                def report(jitter, element=element):
-                    element.drain.push_event(Gst.Event.new_qos(
-                        Gst.QOSType.UNDERFLOW, 1.0, jitter, FRAME_TIME))
-
-                def counts_after(count, element=element):
-                    for _ in range(count):
-                        self.assertEqual(len(element.faces_in(portrait())), 1)
-                    return tuple(map(element.element.get_property, ("frames", "late-frames")))
-
-                report(FRAME_TIME * 1000)
                 # Searched: the first of all, and one after ten that were left out.
                 searched = 3 if skips else 24
-                self.assertEqual(counts_after(24), (searched, 24 - searched))
-                report(-1)
-                self.assertEqual(counts_after(2), (searched + 2, 24 - searched))
+                for jitter, count in ((FRAME_TIME * 1000, 24), (-1, 2)):
+                    element.drain.push_event(Gst.Event.new_qos(
+                        Gst.QOSType.UNDERFLOW, 1.0, jitter, FRAME_TIME))
+                    for _ in range(count):
+                        self.assertEqual(len(element.faces_in(portrait())), 1)
+                    self.assertEqual(element.element.get_property("late-frames"), 24 - searched)
+                self.assertEqual(element.element.get_property("frames"), searched + 2)
 
-    def test_a_buffer_that_is_no_picture_is_an_error(self):
-        with Element() as element:
-            self.assertIsNone(element.put(Gst.Buffer.new_allocate(None, 160 * 120, None)))
-            self.assertEqual(element.result, Gst.FlowReturn.ERROR)
-            self.assertIsNotNone(element.message(Gst.MessageType.ERROR))
-
-    def test_a_module_that_refuses_pictures_is_warned_of_once(self):
+    def test_what_is_no_picture_is_an_error_and_refused_ones_are_one_warning(self):
         with Element(module=MODULES.replace("fake_good", "fake_refusing")) as element:
             for _ in range(3):
                 self.assertEqual(element.faces_in(portrait()), {})
-            self.assertIsNotNone(element.message(Gst.MessageType.WARNING))
-            self.assertIsNone(element.message(Gst.MessageType.ANY))
+            self.assertIsNone(element.put(Gst.Buffer.new_allocate(None, 160 * 120, None)))
+            self.assertEqual(element.result, Gst.FlowReturn.ERROR)
+            kinds = [message.type for message in iter(element.bus.pop, None)]
+            for kind in (Gst.MessageType.WARNING, Gst.MessageType.ERROR):
+                self.assertEqual(kinds.count(kind), 1)
 
     def test_what_is_wrong_with_the_module_is_said(self):
-        element = Gst.ElementFactory.make("tavrofacedetect")
-        bus = Gst.Bus()
+        element, bus = Gst.ElementFactory.make("tavrofacedetect"), Gst.Bus()
         element.set_bus(bus)
         unusable = Gst.LibraryError.quark(), Gst.LibraryError.INIT
         for file, domain, code, text in (
@@ -369,14 +358,9 @@ class Pipelines(ElementTest):
 
     def expect_the_faces_of_the_application(self, file, pipeline, searches=1):
         """For each of the pipeline's elements."""
-        outcome = self.execute(file, "--format", "csv")
-        expected = []
-        for row in csv.DictReader(outcome.output.decode().splitlines()):
-            left, top, right, bottom = (
-                min(max(int(row[name]), 0), int(row[most])) for name, most in
-                (("left", "width"), ("top", "height"), ("right", "width"), ("bottom", "height")))
-            expected.append((int(row["frame"]), int(row["face"]), left, top, right - left,
-                             bottom - top))
+        expected = [(frame, number, left, top, right - left, bottom - top)
+                    for frame, faces in enumerate(self.found(file))
+                    for number, (left, top, right, bottom) in faces.items()]
         self.assertEqual(len(expected), 12)
         found = []
         for line in self.launch(pipeline).splitlines():
