@@ -76,31 +76,6 @@ const CLI::Validator webAddress(
     },
     "");
 
-/// The numbers of a list like "640,0,320,360". Empty if it isn't made of whole numbers.
-std::vector<int32_t> numbersOf(const std::string& text) {
-  std::vector<int32_t> numbers;
-  const char* next = text.data();
-  const char* end = next + text.size();
-  for (;;) {
-    const auto [rest, failure] = std::from_chars(next, end, numbers.emplace_back());
-    if (failure != std::errc())
-      return {};
-    if (rest == end)
-      return numbers;
-    if (*rest != ',')
-      return {};
-    next = rest + 1;
-  }
-}
-
-/// X,Y,W,H
-std::optional<Window> parseRegion(const std::string& text) {
-  const std::vector<int32_t> numbers = numbersOf(text);
-  if (numbers.size() != 4 || numbers[0] < 0 || numbers[1] < 0 || numbers[2] < 1 || numbers[3] < 1)
-    return std::nullopt;
-  return Window{numbers[0], numbers[1], numbers[2], numbers[3]};
-}
-
 const CLI::Validator region(
     [](const std::string& text) {
       return parseRegion(text).has_value() ? "" : "must be X,Y,W,H in pixels, not " + text;
@@ -253,7 +228,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
                  "Find faces from that size on, by looking at parts of the frame as well. Without "
                  "it, a face must cover about 12 of 192 parts of the frame")
       ->type_name("PIXELS")
-      ->check(wholeNumber(32768));
+      ->check(wholeNumber(largestFace));
   app.add_option("--roi", regions, "Look in that part of the frame only; may be repeated")
       ->type_name("X,Y,W,H")
       ->expected(1)
@@ -263,11 +238,11 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
                  "Look at N parts of a frame at most, though that may not show the smallest faces; "
                  "default 64")
       ->type_name("N")
-      ->check(wholeNumber(1000));
+      ->check(wholeNumber(mostPanes));
   app.add_option("--threads", options.search.threads,
                  "Look at N parts at once; default: as many as there are processors")
       ->type_name("N")
-      ->check(wholeNumber(1000));
+      ->check(wholeNumber(mostPanes));
   app.add_option("--budget", budgetText,
                  "For live inputs: time for a frame, such as 8ms. Parts without a face take turns, "
                  "so that the results depend on the machine")

@@ -143,8 +143,8 @@ void FrameSearch::State::lookAt(const HostFrame& frame) {
     Pane& pane = panes[i];
     pane.module = moduleFor(window);
     pane.isArea = std::ranges::find(plan.areas, i) != plan.areas.end();
-    if (i == 0 && !former.empty() && former[0].module == pane.module &&
-        (isUnused || (wasWhole && isWhole(window)))) {
+    if (i == 0 && !former.empty() && former[0].instance.get() != nullptr &&
+        former[0].module == pane.module && (isUnused || (wasWhole && isWhole(window)))) {
       pane.instance = std::move(former[0].instance);
       continue;
     }
@@ -252,6 +252,31 @@ Status FrameSearch::State::search(const HostFrame& frame, FaceRects& faces) {
 FrameSearch::FrameSearch(std::unique_ptr<State> state) : state_(std::move(state)) {}
 FrameSearch::~FrameSearch() = default;
 
+Status FrameSearch::check(const SearchOptions& options) {
+  const auto limit = [](const char* what, int32_t value, int32_t least, int32_t most) {
+    return least <= value && value <= most
+               ? std::string()
+               : std::string(what) + " must be " + std::to_string(least) + " to " +
+                     std::to_string(most) + ", not " + std::to_string(value);
+  };
+  try {
+    const WindowWish& wish = options.windows;
+    std::string fault = limit("the smallest face", wish.smallestFace, 0, largestFace);
+    if (fault.empty())
+      fault = limit("the number of windows", wish.mostWindows, 1, mostPanes);
+    if (fault.empty())
+      fault = limit("the number of threads", options.threads, 0, mostPanes);
+    for (const Window& region : wish.regions)
+      if (fault.empty() && !isRegion(region))
+        fault = "a region must be X,Y,W,H in pixels, not " + std::to_string(region.x) + "," +
+                std::to_string(region.y) + "," + std::to_string(region.width) + "," +
+                std::to_string(region.height);
+    return {std::move(fault)};
+  } catch (const std::bad_alloc&) {
+    return {"out of memory"};
+  }
+}
+
 std::unique_ptr<FrameSearch> FrameSearch::open(SearchModules modules, const SearchOptions& options,
                                                Status& status) {
   try {
@@ -261,7 +286,9 @@ std::unique_ptr<FrameSearch> FrameSearch::open(SearchModules modules, const Sear
     state->panes = std::vector<Pane>(1);
     Pane& first = state->panes.front();
     first.module = state->modules.whole;
-    first.instance = Instance::make(first.module, status);
+    status = check(options);
+    if (status.ok())
+      first.instance = Instance::make(first.module, status);
     if (!status.ok())
       return nullptr;
     return std::unique_ptr<FrameSearch>(new FrameSearch(std::move(state)));
@@ -280,6 +307,28 @@ Status FrameSearch::search(const HostFrame& frame, FaceRects& faces) {
     state_->panes.clear();
     state_->reports.clear();
     faces.clear();
+    return {"out of memory"};
+  }
+}
+
+Status FrameSearch::restart() {
+  State& state = *state_;
+  if (state.width < 0)
+    return {};
+  try {
+    std::vector<Pane> first(1);
+    first[0].module = state.modules.whole;
+    if (!state.panes.empty() && state.panes[0].module == first[0].module)
+      first[0].instance = std::move(state.panes[0].instance);
+    state.panes = std::move(first);
+    state.reports.clear();
+    state.width = -1;
+    Instance& instance = state.panes[0].instance;
+    Status status;
+    if (instance.get() == nullptr || !instance.get()->init())
+      instance = Instance::make(state.modules.whole, status);
+    return status;
+  } catch (const std::bad_alloc&) {
     return {"out of memory"};
   }
 }

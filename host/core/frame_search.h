@@ -25,6 +25,9 @@
 
 namespace tavro::host {
 
+inline constexpr int32_t largestFace = 32768;  ///< as a wish: no frame has longer sides
+inline constexpr int32_t mostPanes = 1000;     ///< windows of a frame, and threads
+
 struct SearchOptions {
   WindowWish windows;
   int32_t threads = 0;  ///< that search at once; 0: one for each core. Never more than windows
@@ -51,8 +54,11 @@ struct WindowReport {
 
 class FrameSearch {
  public:
+  /// What is wrong with the options: a number that is too small or too large, an empty region.
+  TAVRO_HOST_API static Status check(const SearchOptions& options);
+
   /// Makes the first instance. The modules stay loaded as long as the search lives. Null if it
-  /// fails.
+  /// fails, or if the options are wrong.
   TAVRO_HOST_API static std::unique_ptr<FrameSearch> open(SearchModules modules,
                                                           const SearchOptions& options,
                                                           Status& status);
@@ -64,6 +70,10 @@ class FrameSearch {
   /// instance couldn't be made or refused the frame; `faces` holds what the others have seen. It is
   /// one, too, if no region lies in the frame. One call at a time.
   TAVRO_HOST_API Status search(const TavroRTC::FDModule::HostFrame& frame, FaceRects& faces);
+
+  /// Forgets the faces: the next frame is of another video, and all is as after open(). It fails if
+  /// the first instance can't be made again.
+  TAVRO_HOST_API Status restart();
 
   /// The windows of the latest frame; empty before the first one.
   TAVRO_HOST_API std::span<const WindowReport> windows() const;

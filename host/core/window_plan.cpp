@@ -1,6 +1,7 @@
 #include "host/core/window_plan.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 
 namespace tavro::host {
@@ -146,6 +147,21 @@ WindowPlan planWindows(int32_t width, int32_t height, const WindowWish& wish) {
     plan.smallestFace = std::max(plan.smallestFace, reached);
   }
   return plan;
+}
+
+std::optional<Window> parseRegion(std::string_view text) {
+  Window region;
+  int32_t* const numbers[] = {&region.x, &region.y, &region.width, &region.height};
+  const char* next = text.data();
+  const char* end = next + text.size();
+  for (int32_t* number : numbers) {
+    const auto [rest, failure] = std::from_chars(next, end, *number);
+    const bool isLast = number == &region.height;
+    if (failure != std::errc() || (isLast ? rest != end : rest == end || *rest != ','))
+      return std::nullopt;
+    next = isLast ? rest : rest + 1;
+  }
+  return isRegion(region) ? std::optional(region) : std::nullopt;
 }
 
 }  // namespace tavro::host

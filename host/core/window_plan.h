@@ -23,6 +23,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 namespace tavro::host {
@@ -61,6 +63,15 @@ struct WindowPlan {
 /// so that there may be no window at all. Without regions, a frame without samples is planned as
 /// one window: it is for the detector to refuse. May throw std::bad_alloc.
 WindowPlan planWindows(int32_t width, int32_t height, const WindowWish& wish);
+
+/// True for what can be a region of some frame: it begins at no negative coordinate and isn't
+/// empty.
+constexpr bool isRegion(const Window& region) {
+  return region.x >= 0 && region.y >= 0 && region.width > 0 && region.height > 0;
+}
+
+/// The region in a text such as "640,0,320,360": x, y, width, height. Nullopt if it isn't one.
+std::optional<Window> parseRegion(std::string_view text);
 
 /// True if a part of the region lies in the frame.
 constexpr bool touchesFrame(const Window& region, int32_t width, int32_t height) {

@@ -1,11 +1,18 @@
 #include "plugins/gstreamer/element_properties.h"
 
+#include <algorithm>
+#include <string_view>
+
 namespace tavro::gstreamer {
 
 namespace {
 
 enum PropertyId : guint {
   moduleId = 1,
+  smallestFaceId,
+  maxWindowsId,
+  threadsId,
+  roiId,
   everyNFramesId,
   skipLateId,
   drawId,
@@ -26,6 +33,16 @@ constexpr const char* moduleText =
     "File of the face detector's module. Unset, it is the one beside libtavro-core. All elements "
     "of "
     "a process share one module";
+constexpr const char* smallestFaceText =
+    "Find faces from that size on, in pixels of the picture, by looking at parts of the picture as "
+    "well: windows, each with about the cost of a whole picture. 0: the whole picture alone, in "
+    "which a face must cover about 12 of 192 parts of the width and the height";
+constexpr const char* maxWindowsText =
+    "Look at so many parts of a picture at most, though that may not show the smallest faces";
+constexpr const char* threadsText =
+    "Look at so many parts at once; 0: one for each core. The faces don't depend on it";
+constexpr const char* roiText =
+    "Look in these regions of the picture only: \"x,y,w,h\" in pixels, several separated by \";\"";
 constexpr const char* everyNFramesText =
     "Search one picture of every so many, in pictures; 1 searches all. The pictures between have "
     "the faces of the latest search. The tracking goes from search to search: with fast motion "
@@ -64,6 +81,11 @@ GType messagePolicyType() {
   return type;
 }
 
+std::string textOf(const GValue* value) {
+  const gchar* text = g_value_get_string(value);
+  return text != nullptr ? text : "";
+}
+
 }  // namespace
 
 void installProperties(GObjectClass* objectClass) {
@@ -72,6 +94,18 @@ void installProperties(GObjectClass* objectClass) {
     g_object_class_install_property(objectClass, id, spec);
   };
   add(moduleId, g_param_spec_string("module", "Module", moduleText, nullptr, settingWhileStopped));
+  const auto addNumber = [&add](guint id, const char* name, const char* nick, const char* text,
+                                int32_t least, int32_t most, int32_t usual) {
+    add(id, g_param_spec_int(name, nick, text, least, most, usual, settingWhileStopped));
+  };
+  const host::WindowWish& wish = defaults.search.windows;
+  addNumber(smallestFaceId, "smallest-face", "Smallest face", smallestFaceText, 0,
+            host::largestFace, wish.smallestFace);
+  addNumber(maxWindowsId, "max-windows", "Most windows", maxWindowsText, 1, host::mostPanes,
+            wish.mostWindows);
+  addNumber(threadsId, "threads", "Threads", threadsText, 0, host::mostPanes,
+            defaults.search.threads);
+  add(roiId, g_param_spec_string("roi", "Regions", roiText, nullptr, settingWhileStopped));
   add(everyNFramesId, g_param_spec_uint("every-n-frames", "Every n frames", everyNFramesText, 1,
                                         G_MAXUINT, defaults.everyNFrames, setting));
   add(skipLateId,
@@ -87,10 +121,36 @@ void installProperties(GObjectClass* objectClass) {
                                           G_MAXDOUBLE, 0, counter));
 }
 
+std::optional<host::SearchOptions> searchOptions(const Settings& settings) {
+  host::SearchOptions options = settings.search;
+  std::string_view rest = settings.roi;
+  while (!rest.empty()) {
+    const std::string_view text = rest.substr(0, rest.find(';'));
+    rest.remove_prefix(std::min(text.size() + 1, rest.size()));
+    const auto region = host::parseRegion(text);
+    if (!region.has_value())
+      return std::nullopt;
+    options.windows.regions.push_back(*region);
+  }
+  return options;
+}
+
 bool readProperty(guint id, const Settings& settings, const Counters& counters, GValue* value) {
   switch (id) {
     case moduleId:
       g_value_set_string(value, settings.module.empty() ? nullptr : settings.module.c_str());
+      return true;
+    case smallestFaceId:
+      g_value_set_int(value, settings.search.windows.smallestFace);
+      return true;
+    case maxWindowsId:
+      g_value_set_int(value, settings.search.windows.mostWindows);
+      return true;
+    case threadsId:
+      g_value_set_int(value, settings.search.threads);
+      return true;
+    case roiId:
+      g_value_set_string(value, settings.roi.empty() ? nullptr : settings.roi.c_str());
       return true;
     case everyNFramesId:
       g_value_set_uint(value, settings.everyNFrames);
@@ -123,11 +183,21 @@ bool readProperty(guint id, const Settings& settings, const Counters& counters, 
 
 bool writeProperty(guint id, Settings& settings, const GValue* value) {
   switch (id) {
-    case moduleId: {
-      const gchar* file = g_value_get_string(value);
-      settings.module = file != nullptr ? file : "";
+    case moduleId:
+      settings.module = textOf(value);
       return true;
-    }
+    case smallestFaceId:
+      settings.search.windows.smallestFace = g_value_get_int(value);
+      return true;
+    case maxWindowsId:
+      settings.search.windows.mostWindows = g_value_get_int(value);
+      return true;
+    case threadsId:
+      settings.search.threads = g_value_get_int(value);
+      return true;
+    case roiId:
+      settings.roi = textOf(value);
+      return true;
     case everyNFramesId:
       settings.everyNFrames = g_value_get_uint(value);
       return true;

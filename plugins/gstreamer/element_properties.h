@@ -5,7 +5,10 @@
 
 #include <gst/gst.h>
 
+#include <optional>
 #include <string>
+
+#include "host/core/frame_search.h"
 
 namespace tavro::gstreamer {
 
@@ -19,7 +22,8 @@ inline constexpr const char* elementDescription =
     "over a gap of up to a second. After a flush, in a new stream and at a new size, all faces are "
     "new ones. Pictures pass "
     "unchanged unless draw is set. "
-    "The detector's own diagnostics go to the standard output whenever it is prepared";
+    "The detector's own diagnostics go to the standard output whenever it is prepared, once for "
+    "each part of a picture that it looks at";
 inline constexpr const char* elementAuthor = "The tavro-fd authors";
 
 /// When a message about the faces is posted.
@@ -27,6 +31,8 @@ enum class MessagePolicy : gint { none = 0, onChange = 1, everyFrame = 2 };
 
 struct Settings {
   std::string module;  ///< file of the detector module; empty: found beside the plugin
+  host::SearchOptions search;
+  std::string roi;  ///< as it was set; searchOptions() reads it
   guint everyNFrames = 1;
   bool skipLate = true;
   bool draw = false;
@@ -43,6 +49,9 @@ struct Counters {
 
 /// Adds the properties to a class whose get_property and set_property are set.
 void installProperties(GObjectClass* objectClass);
+
+/// What the settings ask of the search. Nullopt if `roi` isn't a list of regions.
+std::optional<host::SearchOptions> searchOptions(const Settings& settings);
 
 /// Reads or writes the property with this number. False if there is none.
 bool readProperty(guint id, const Settings& settings, const Counters& counters, GValue* value);

@@ -1,7 +1,7 @@
 // tavrofacedetect, a GStreamer element that finds the faces in the pictures that pass.
 //
 // The element is a base transform that works in place. A picture goes to a FaceSearch
-// (face_search.h), which reads it where it lies, has an instance of the shared module
+// (face_search.h), which reads it where it lies, has instances of the shared modules
 // (shared_module.h) search it and numbers the faces. The result goes onto the buffer, onto the bus
 // and on demand into the picture (faces.h). What users set and read, which with its texts is the
 // element's manual, is element_properties.h.
@@ -99,8 +99,17 @@ class MappedPicture {
 
 gboolean start(GstBaseTransform* base) {
   State& state = stateOf(base);
+  const Settings settings = settingsOf(base);
+  const auto options = searchOptions(settings);
+  if (!options.has_value()) {
+    GST_ELEMENT_ERROR(base, LIBRARY, SETTINGS,
+                      ("roi must be x,y,w,h in pixels, several separated by ;, not \"%s\".",
+                       settings.roi.c_str()),
+                      (nullptr));
+    return FALSE;
+  }
   Failure failure;
-  state.search = FaceSearch::open(settingsOf(base).module, failure);
+  state.search = FaceSearch::open(settings.module, *options, failure);
   if (state.search == nullptr) {
     if (failure.isMissing)
       GST_ELEMENT_ERROR(base, RESOURCE, NOT_FOUND, ("%s", failure.text.c_str()),
@@ -197,10 +206,12 @@ GstFlowReturn searchPicture(GstBaseTransform* base, GstBuffer* buffer, GstClockT
     const double time = GST_CLOCK_TIME_IS_VALID(runningTime)
                             ? static_cast<double>(runningTime) / GST_SECOND
                             : static_cast<double>(state.frame);
-    if (!state.search->search(*picture.get(), time) && !state.hasWarned) {
+    const host::Status status = state.search->search(*picture.get(), time);
+    if (!status.ok() && !state.hasWarned) {
       state.hasWarned = true;
-      GST_ELEMENT_WARNING(base, STREAM, FAILED, ("A picture can't be searched for faces."),
-                          ("the module refused it; it passes without faces"));
+      GST_ELEMENT_WARNING(base, STREAM, FAILED,
+                          ("A picture can't be searched for faces: %s.", status.error.c_str()),
+                          ("it passes with the faces that are found all the same, if any"));
     }
   }
   const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
@@ -230,8 +241,9 @@ GstFlowReturn transformInPlace(GstBaseTransform* base, GstBuffer* buffer) {
   State& state = stateOf(base);
   const Settings settings = settingsOf(base);
   if (state.mustRestart) {
-    if (!state.search->restart()) {
-      GST_ELEMENT_ERROR(base, LIBRARY, FAILED, ("The face detector can't start over."), (nullptr));
+    if (const host::Status status = state.search->restart(); !status.ok()) {
+      GST_ELEMENT_ERROR(base, LIBRARY, FAILED, ("The face detector can't start over."),
+                        ("%s", status.error.c_str()));
       return GST_FLOW_ERROR;
     }
     state.mustRestart = false;

@@ -7,7 +7,6 @@
 #include "host/core/module_host.h"
 #include "image/image_dispatch.h"
 #include "image/plane_scaler.h"
-#include "modules/face_detection/fd_wrapper.h"
 
 namespace tavro::gstreamer {
 
@@ -86,42 +85,47 @@ I420Frame* FrameReader::scratchFor(const GstVideoFrame& picture) {
   return scratch_.has_value() ? &*scratch_ : nullptr;
 }
 
-std::unique_ptr<FaceSearch> FaceSearch::open(const std::string& module, Failure& failure) {
-  std::optional<SharedModule> shared = SharedModule::acquire(module, failure);
-  if (!shared.has_value())
+std::unique_ptr<FaceSearch> FaceSearch::open(const std::string& module,
+                                             const host::SearchOptions& options, Failure& failure) {
+  std::unique_ptr<FaceSearch> search(new FaceSearch);
+  const auto acquire = [&](const std::string& file, std::string& name) {
+    std::optional<SharedModule> shared = SharedModule::acquire(file, failure);
+    if (!shared.has_value())
+      return false;
+    name = shared->name();
+    search->modules_.push_back(std::move(*shared));
+    return true;
+  };
+  host::SearchModules names;
+  if (!acquire(module, names.whole))
     return nullptr;
-  std::unique_ptr<FaceSearch> search(new FaceSearch(std::move(*shared)));
-  const host::Status status = host::createInstance(search->module_.name(), &search->instance_);
-  if (!status.ok() || !search->instance_->init()) {
-    failure = {false, "The face detector can't be prepared.", status.error};
-    return nullptr;
+  if (options.windows.smallestFace > 0 || !options.windows.regions.empty()) {
+    const auto whole = host::findModule(names.whole);
+    const std::string square =
+        whole.has_value() ? host::squareDetectorBeside(whole->path) : std::string();
+    if (!square.empty() && !acquire(square, names.square))
+      return nullptr;
   }
-  return search;
+  host::Status status;
+  search->search_ = host::FrameSearch::open(std::move(names), options, status);
+  if (status.ok())
+    return search;
+  failure = {false, "The face detector can't be prepared.", status.error};
+  return nullptr;
 }
 
-FaceSearch::~FaceSearch() {
-  // If it fails, the module stays loaded; there is no one left to tell.
-  if (instance_ != nullptr)
-    static_cast<void>(host::destroyInstance(instance_));
-}
-
-bool FaceSearch::restart() {
+host::Status FaceSearch::restart() {
   numbers_.forget();
-  if (!isFresh_ && !instance_->init())
-    return false;
-  isFresh_ = true;
-  return true;
+  return search_->restart();
 }
 
-bool FaceSearch::search(const GstVideoFrame& picture, double time) {
+host::Status FaceSearch::search(const GstVideoFrame& picture, double time) {
   rects_.clear();
-  isFresh_ = false;
   const I420Frame* frame = reader_.read(picture);
-  const bool done = frame != nullptr && instance_->execute(frame, rects_.sequence());
-  if (!done)
-    rects_.clear();
+  host::Status status = frame != nullptr ? search_->search(*frame, rects_)
+                                         : host::Status{"the picture can't be read"};
   numberFaces(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture), time);
-  return done;
+  return status;
 }
 
 void FaceSearch::numberFaces(int32_t width, int32_t height, double time) {

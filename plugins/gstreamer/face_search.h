@@ -1,8 +1,8 @@
 #pragma once
 
-// FaceSearch: one instance of the detector module, and what it says about the pictures of a stream.
-// A mapped picture goes through the FrameReader into the instance; the rectangles that come back
-// are numbered and clipped to the picture.
+// FaceSearch: the detector, and what it says about the pictures of a stream. A mapped picture goes
+// through the FrameReader into the host core's search; the rectangles that come back are numbered
+// and clipped to the picture.
 //
 // FrameReader: the pictures of a pipeline as the module reads frames. Three planes are lent as they
 // lie in the buffer, with its strides and offsets; everything else goes through a scratch frame, so
@@ -19,13 +19,10 @@
 
 #include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
+#include "host/core/frame_search.h"
 #include "host/core/i420_frame.h"
 #include "plugins/gstreamer/faces.h"
 #include "plugins/gstreamer/shared_module.h"
-
-namespace TavroRTC::FDModule {
-class FDWrapper;
-}
 
 namespace tavro::gstreamer {
 
@@ -45,18 +42,15 @@ class FrameReader {
 class FaceSearch {
  public:
   /// `module` is the file, or empty for the default. Null if it fails.
-  static std::unique_ptr<FaceSearch> open(const std::string& module, Failure& failure);
-  ~FaceSearch();
-  FaceSearch(const FaceSearch&) = delete;
-  FaceSearch& operator=(const FaceSearch&) = delete;
+  static std::unique_ptr<FaceSearch> open(const std::string& module,
+                                          const host::SearchOptions& options, Failure& failure);
 
-  /// Forgets the faces: the next picture has nothing to do with those before. False, after which
-  /// nothing can be searched, if the module fails.
-  bool restart();
+  /// Forgets the faces: the next picture has nothing to do with those before.
+  host::Status restart();
 
-  /// Searches a picture that is shown at `time`, in seconds. False, with no faces, if it can't be
-  /// searched.
-  bool search(const GstVideoFrame& picture, double time);
+  /// Searches a picture that is shown at `time`, in seconds. A failure has the faces of the windows
+  /// that could be searched, if any.
+  host::Status search(const GstVideoFrame& picture, double time);
 
   /// The faces of the latest search, the oldest first, each with at least one pixel in the picture.
   std::span<const Face> faces() const { return faces_; }
@@ -64,12 +58,11 @@ class FaceSearch {
   bool hasChanged() const { return hasChanged_; }
 
  private:
-  explicit FaceSearch(SharedModule module) : module_(std::move(module)) {}
+  FaceSearch() = default;
   void numberFaces(int32_t width, int32_t height, double time);
 
-  SharedModule module_;
-  TavroRTC::FDModule::FDWrapper* instance_ = nullptr;
-  bool isFresh_ = true;  ///< prepared, and no picture since
+  std::vector<SharedModule> modules_;  ///< released after the search's instances
+  std::unique_ptr<host::FrameSearch> search_;
   FrameReader reader_;
   host::FaceRects rects_;
   host::FaceNumbers numbers_;

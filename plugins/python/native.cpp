@@ -1,11 +1,15 @@
-// tavrofd._native: the detector for Python. A Detector is one instance of the module; a frame goes
-// to it as it lies in Python's memory, BGR by way of an I420 frame that the detector keeps.
+// tavrofd._native: the detector for Python. A Detector is a search through one or several windows;
+// a frame goes to it as it lies in Python's memory, BGR by way of an I420 frame that the detector
+// keeps.
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -14,10 +18,10 @@
 
 #include "host/core/face_rects.h"
 #include "host/core/frame_image.h"
+#include "host/core/frame_search.h"
 #include "host/core/i420_frame.h"
 #include "host/core/module_host.h"
 #include "image/image_dispatch.h"
-#include "modules/face_detection/fd_wrapper.h"
 #include "plugins/python/frame_buffers.h"
 
 namespace py = pybind11;
@@ -51,32 +55,49 @@ std::string findDetector() {
   return path;
 }
 
+using Region = std::array<int32_t, 4>;  ///< x, y, width, height
+
 class Detector {
  public:
-  explicit Detector(const std::string& path) {
+  Detector(const std::string& path, int32_t smallestFace, int32_t maxWindows, int32_t threads,
+           const std::vector<Region>& regions)
+      : options_{.windows = {.smallestFace = smallestFace, .mostWindows = maxWindows},
+                 .threads = threads} {
+    for (const auto& [x, y, width, height] : regions)
+      options_.windows.regions.push_back({x, y, width, height});
+    if (const host::Status wrong = host::FrameSearch::check(options_); !wrong.ok())
+      throw py::value_error(wrong.error);
     py::gil_scoped_release released;
-    const host::Status status = host::createInstance(loadedModule(path), &instance_);
+    host::SearchModules modules = {.whole = loadedModule(path)};
+    const bool hasWindows = smallestFace > 0 || !regions.empty();
+    if (const std::string square = hasWindows ? host::squareDetectorBeside(path) : "";
+        !square.empty())
+      modules.square = loadedModule(square);
+    host::Status status;
+    search_ = host::FrameSearch::open(std::move(modules), options_, status);
     if (!status.ok())
       throw std::runtime_error(status.error);
-    if (!instance_->init()) {
-      static_cast<void>(host::destroyInstance(instance_));
-      throw std::runtime_error("the detector can't be prepared");
-    }
   }
-  ~Detector() { static_cast<void>(host::destroyInstance(instance_)); }
-  Detector(const Detector&) = delete;
-  Detector& operator=(const Detector&) = delete;
 
   py::array_t<int32_t> detect(const py::object& frame,
                               const std::optional<FrameBuffers::Size>& size) {
     const FrameBuffers buffers(frame, size);
+    const auto touches = [&](const host::Window& region) {
+      return host::touchesFrame(region, buffers.width(), buffers.height());
+    };
+    if (const auto& regions = options_.windows.regions;
+        !regions.empty() && std::ranges::none_of(regions, touches))
+      throw py::value_error("no region lies in the frame");
     std::vector<FaceRect> faces;
+    std::string failure;
     {
       py::gil_scoped_release released;
       // Without the interpreter's lock several threads may come here with the same detector.
       const std::lock_guard lock(mutex_);
-      faces = run(buffers);
+      faces = run(buffers, failure);
     }
+    if (!failure.empty() && PyErr_WarnEx(PyExc_RuntimeWarning, failure.c_str(), 1) != 0)
+      throw py::error_already_set();
     py::array_t<int32_t> result({static_cast<py::ssize_t>(faces.size()), py::ssize_t{4}});
     auto cells = result.mutable_unchecked<2>();
     for (size_t i = 0; i < faces.size(); ++i) {
@@ -91,19 +112,24 @@ class Detector {
   void reset() {
     py::gil_scoped_release released;
     const std::lock_guard lock(mutex_);
-    if (!instance_->init())
-      throw std::runtime_error("the detector can't be prepared");
+    if (const host::Status status = search_->restart(); !status.ok())
+      throw std::runtime_error(status.error);
   }
 
  private:
-  std::vector<FaceRect> run(const FrameBuffers& buffers) {
+  /// What one of several windows can't do is a `failure` beside the faces that the others see.
+  std::vector<FaceRect> run(const FrameBuffers& buffers, std::string& failure) {
     const auto& planar = buffers.planar();
     const auto frame = buffers.packed()
                            ? convert(buffers)
                            : I420Frame::borrow(planar.width, planar.height, planar.y,
                                                planar.strideY, planar.u, planar.v, planar.strideUV);
-    if (!frame || !instance_->execute(&*frame, faces_.sequence()))
+    if (!frame)
       throw std::runtime_error("the detector refused the frame");
+    const host::Status status = search_->search(*frame, faces_);
+    if (!status.ok() && search_->windows().size() < 2)
+      throw std::runtime_error(status.error);
+    failure = status.error;
     return {faces_.view().begin(), faces_.view().end()};
   }
 
@@ -126,7 +152,8 @@ class Detector {
   }
 
   std::mutex mutex_;
-  TavroRTC::FDModule::FDWrapper* instance_ = nullptr;
+  host::SearchOptions options_;
+  std::unique_ptr<host::FrameSearch> search_;
   host::FaceRects faces_;
   std::optional<I420Frame> converted_;
 };
@@ -139,7 +166,9 @@ PYBIND11_MODULE(_native, module) {
   module.def("find_detector", &findDetector,
              "The file of the detector that belongs to this package.");
   py::class_<Detector>(module, "Detector")
-      .def(py::init<const std::string&>(), py::arg("module"))
+      .def(py::init<const std::string&, int32_t, int32_t, int32_t, const std::vector<Region>&>(),
+           py::arg("module"), py::arg("smallest_face"), py::arg("max_windows"), py::arg("threads"),
+           py::arg("roi"))
       .def("detect", &Detector::detect, py::arg("frame"), py::arg("size") = py::none(),
            R"(Finds and follows the faces in the next frame of a video.
 
@@ -161,7 +190,9 @@ The interpreter's lock is released meanwhile. Calls on one detector from several
 threads come one after the other.
 
 Raises TypeError for anything but buffers of uint8, ValueError for other shapes,
-strides and sizes than these; sides are 1 to 32768.)")
+strides and sizes than these (sides are 1 to 32768) and if no region lies in the frame.
+If there is no memory for one of several windows, a RuntimeWarning says so, and the
+faces are those that the other windows show.)")
       .def("reset", &Detector::reset, "Forgets the faces: the next frame is of another video.");
 }
 

@@ -153,7 +153,8 @@ EXPORTS = {
         "tavro::host::modules", "tavro::host::setBoundaryObserver", "tavro::host::unloadModule",
         "tavro::host::squareDetectorBeside",
         *(f"tavro::host::FrameSearch::{function}"
-          for function in ("open", "search", "smallestFace", "windows", "~FrameSearch"))},
+          for function in ("check", "open", "restart", "search", "smallestFace", "windows",
+                           "~FrameSearch"))},
     "tavro_training": {
         "tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroPrepareInput",
         "tavroReleaseDetector", "tavroRunNetwork", "tavroWeights"},

@@ -123,6 +123,8 @@ def installation(folder, build, picture, cmake, compiler, example, python=None):
                f"-DCMAKE_CXX_COMPILER={compiler}", f"-DCMAKE_CXX_FLAGS={WARNINGS}")
     run(cmake, "--build", made)
     clip.expect_of_example(made / "example_host", re.search(r"detector is (\S+)", said)[1])
+    Clip(picture, folder, root / "bin" / "tavro-fd", "--smallest-face", "6").expect_of_example(
+        made / "example_windows", "6")
 
     file, = root.rglob("tavro-fd.pc")
 

@@ -106,6 +106,42 @@ class Frames(unittest.TestCase):
         self.assertNotEqual(followed, first_faces(moved))
 
 
+class Windows(unittest.TestCase):
+    """The portrait at 80x60 pixels, somewhere in a frame of 800x600."""
+
+    small = tuple(np.full(rows, 128, np.uint8) for rows in ((600, 800), (300, 400), (300, 400)))
+    for plane, picture, scale in zip(small, PLANES, (1, 2, 2)):
+        plane[400 // scale:460 // scale, 560 // scale:640 // scale] = picture[::2, ::2]
+
+    def test_windows_show_a_face_that_the_whole_frame_does_not(self):
+        self.assertEqual(first_faces(self.small), [])
+        found = []
+        for options in ({"smallest_face": 20}, {"smallest_face": 20, "threads": 3},
+                        {"roi": [(0, 0, 40, 40), (480, 340, 220, 220)]}):
+            with self.subTest(options):
+                detector = tavrofd.Detector(**options)
+                faces = detector.detect(self.small).tolist()
+                (left, top, right, bottom), = faces
+                self.assertTrue(560 < left < right < 640 and 390 < top < bottom < 470, faces)
+                detector.detect(PLANES)  # of another size
+                detector.reset()
+                self.assertEqual(detector.detect(self.small).tolist(), faces)
+                found.append(faces)
+        self.assertEqual(found[0], found[1])
+        self.assertEqual(tavrofd.Detector(smallest_face=20, max_windows=1).detect(self.small).size, 0)
+
+    def test_numbers_out_of_range_are_refused(self):
+        for message, options in (("smallest face must be 0 to 32768, not -1", {"smallest_face": -1}),
+                                 ("windows must be 1 to 1000, not 0", {"max_windows": 0}),
+                                 ("threads must be 0 to 1000, not 1001", {"threads": 1001}),
+                                 ("X,Y,W,H in pixels, not 0,0,0,9", {"roi": [(0, 0, 0, 9)]}),
+                                 ("X,Y,W,H in pixels, not -2,0,9,9", {"roi": [(-2, 0, 9, 9)]})):
+            with self.subTest(options), self.assertRaisesRegex(ValueError, message):
+                tavrofd.Detector(**options)
+        with self.assertRaisesRegex(ValueError, "no region lies in the frame"):
+            tavrofd.Detector(roi=[(WIDTH, 0, 90, 90)]).detect(STACKED)
+
+
 class Refusals(unittest.TestCase):
     def test_what_is_no_frame_is_told_by_its_fault(self):
         y, u, v = PLANES

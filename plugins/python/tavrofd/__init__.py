@@ -5,12 +5,14 @@
 >>> for frame in frames:                # I420 or BGR, numpy arrays or any buffers of uint8
 ...     for left, top, right, bottom in detector.detect(frame):
 ...         ...                         # pixels of the frame
+>>> detector = tavrofd.Detector(smallest_face=24)   # smaller faces, through windows of the frame
 """
 
 from __future__ import annotations
 
 import os
 import pathlib
+from collections.abc import Sequence
 
 from . import _native
 
@@ -31,7 +33,20 @@ class Detector(_native.Detector):
     """One detector. It remembers the faces from frame to frame, so each video needs its own; several
     may run at once, each on a thread of its own."""
 
-    def __init__(self, module: str | os.PathLike[str] | None = None) -> None:
+    def __init__(self, module: str | os.PathLike[str] | None = None, *, smallest_face: int = 0,
+                 max_windows: int = 64, threads: int = 0,
+                 roi: Sequence[tuple[int, int, int, int]] = ()) -> None:
         """Takes the detector from the file `module`, or from module_file() if there is no name.
-        Raises RuntimeError if the file isn't a detector."""
-        super().__init__(os.fspath(module if module is not None else module_file()))
+
+        By itself it sees a frame as 192x192 and finds faces that cover about 12 of those pixels.
+        With `smallest_face`, in pixels of the frame, it looks through windows as well: parts of the
+        frame in which such a face is large enough, each with about the cost of a whole frame. There
+        are `max_windows` at most, even if that doesn't show the smallest faces.
+
+        `roi` names regions of the frame, (x, y, width, height), to look there alone. `threads`
+        windows are looked at at once, 0 for one on each core; the result doesn't depend on it.
+
+        Raises RuntimeError if the file isn't a detector, ValueError for numbers that are out of
+        range."""
+        super().__init__(os.fspath(module if module is not None else module_file()),
+                         smallest_face, max_windows, threads, roi)

@@ -1,4 +1,4 @@
-from typing import Any
+from collections.abc import Sequence
 
 import numpy
 import numpy.typing
@@ -9,7 +9,14 @@ __version__: str
 def find_detector() -> str: ...
 
 class Detector:
-    def __init__(self, module: str) -> None: ...
+    def __init__(
+        self,
+        module: str,
+        smallest_face: int,
+        max_windows: int,
+        threads: int,
+        roi: Sequence[tuple[int, int, int, int]],
+    ) -> None: ...
     def detect(
         self,
         frame: Buffer | tuple[Buffer, Buffer, Buffer] | list[Buffer],
