@@ -156,8 +156,9 @@ EXPORTS = {
           for function in ("check", "open", "restart", "search", "smallestFace", "windows",
                            "~FrameSearch"))},
     "tavro_training": {
-        "tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroPrepareInput",
-        "tavroReleaseDetector", "tavroRunNetwork", "tavroWeights"},
+        "tavroConvertPicture", "tavroCreateDetector", "tavroDetect", "tavroGroupBoxes",
+        "tavroPlanWindows", "tavroPrepareInput", "tavroReleaseDetector", "tavroRunNetwork",
+        "tavroWeights"},
     "gsttavrofacedetect": {
         "gst_plugin_tavrofacedetect_get_desc", "gst_plugin_tavrofacedetect_register"},
     "tavrofd_python": {"PyInit__native"},
