@@ -11,6 +11,7 @@ import csv
 import ctypes
 import os
 import re
+import shutil
 import subprocess
 import time
 import unittest
@@ -41,6 +42,18 @@ def portrait(width=160, height=120, shift=0):
         stretched = samples[np.arange(height)[:, None] * rows // height,
                             np.arange(width) * columns // width]
         frame.planes.append(np.roll(stretched, shift // 2 if plane else shift, axis=1).tobytes())
+    return frame
+
+
+def distant(left):
+    """The photograph at 80x60 pixels in a grey frame of 800x600, beginning at that column."""
+    frame = plain(800, 600)
+    for plane, samples in enumerate(portrait(80, 60).planes):
+        scale = 2 if plane else 1
+        rows = np.frombuffer(bytes(frame.planes[plane]), np.uint8).reshape(600 // scale, -1).copy()
+        rows[400 // scale:460 // scale, left // scale:(left + 80) // scale] = np.frombuffer(
+            samples, np.uint8).reshape(60 // scale, -1)
+        frame.planes[plane] = rows.tobytes()
     return frame
 
 
@@ -169,9 +182,9 @@ class Element:
 
 
 class ElementTest(ApplicationTest):
-    def found(self, file, stdin=b""):
+    def found(self, file, stdin=b"", options=()):
         """What tavro-fd finds in each picture: the corners within it, by the faces' numbers."""
-        outcome = self.execute(file, "--format", "csv", stdin=stdin)
+        outcome = self.execute(file, "--format", "csv", *options, stdin=stdin)
         self.assertEqual(outcome.code, 0, outcome.errors)
         pictures = {}
         for row in csv.reader(outcome.output.decode().splitlines()[1:]):
@@ -182,9 +195,9 @@ class ElementTest(ApplicationTest):
                                  min(corners[2], width), min(corners[3], height))
         return list(pictures.values())
 
-    def searched(self, *frames):
+    def searched(self, *frames, options=()):
         """The same without the numbers."""
-        return [list(faces.values()) for faces in self.found("-", y4m(frames))]
+        return [list(faces.values()) for faces in self.found("-", y4m(frames), options)]
 
 
 class Pads(ElementTest):
@@ -306,11 +319,41 @@ class Pads(ElementTest):
             for kind in (Gst.MessageType.WARNING, Gst.MessageType.ERROR):
                 self.assertEqual(kinds.count(kind), 1)
 
+    def test_small_faces_are_seen_through_windows(self):
+        frames = [distant(left) for left in (560, 566, 20)]
+        self.assertEqual(self.searched(*frames), [[], [], []])
+        for count, given, options in (
+                (1, {"smallest_face": "20"}, ["--smallest-face", 20]),
+                (0, {"smallest_face": "20", "max_windows": "9", "threads": "3"},
+                 ["--smallest-face", 20, "--max-windows", 9]),
+                (1, {"roi": "480,340,220,220;0,340,200,220"},
+                 ["--roi", "480,340,220,220", "--roi", "0,340,200,220"])):
+            with self.subTest(given), Element(800, 600, "NV12", **given) as element:
+                expected = self.searched(*frames, options=options)
+                self.assertEqual(list(map(len, expected[:2])), [count] * 2)
+                self.assertEqual([element.rectangles_in(frame) for frame in frames], expected)
+                element.announce(640, 480)
+                self.assertEqual([element.rectangles_in(portrait(640, 480))],
+                                 self.searched(portrait(640, 480), options=options))
+
+    def test_windows_without_memory_are_warned_of_once(self):
+        for name, fake in (("two.so", "fake_painted"), ("two_square.so", "fake_poor")):
+            shutil.copy(MODULES.replace("fake_good", fake), self.path(name))
+        frame = plain(160, 120)
+        frame.planes[0][:160 * 60] = bytes([200]) * (160 * 60)
+        with Element(module=self.path("two.so"), smallest_face="6") as element:
+            for _ in range(3):
+                self.assertEqual(element.rectangles_in(frame), [(0, 0, 160, 60)])
+            warning, = (message.parse_warning()[0].message for message in iter(element.bus.pop, None)
+                        if message.type == Gst.MessageType.WARNING)
+            self.assertIn("module 'poor' had no memory", warning)
+
     def test_what_is_wrong_with_the_module_is_said(self):
         element, bus = Gst.ElementFactory.make("tavrofacedetect"), Gst.Bus()
         element.set_bus(bus)
         unusable = Gst.LibraryError.quark(), Gst.LibraryError.INIT
-        for file, domain, code, text in (
+        for file, domain, code, text, *roi in (
+                (None, Gst.LibraryError.quark(), Gst.LibraryError.SETTINGS, "0,0,9,9;1", "0,0,9,9;1"),
                 ("/nowhere/module.so", Gst.ResourceError.quark(), Gst.ResourceError.NOT_FOUND,
                  "/nowhere"),
                 (PICTURE, *unusable, "can't be used"),
@@ -318,6 +361,7 @@ class Pads(ElementTest):
                 (MODULES.replace("fake_good", "fake_unready"), *unusable, "can't be prepared")):
             with self.subTest(file):
                 element.set_property("module", file)
+                element.set_property("roi", roi[0] if roi else None)
                 self.assertEqual(element.set_state(Gst.State.PAUSED),
                                  Gst.StateChangeReturn.FAILURE)
                 error, _ = bus.pop_filtered(Gst.MessageType.ERROR).parse_error()
