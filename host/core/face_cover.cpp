@@ -1,0 +1,99 @@
+#include "host/core/face_cover.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+
+namespace tavro::host {
+
+namespace {
+
+using TavroRTC::FDModule::FaceRect;
+
+// Margins of rounding: time stamps are multiples of a clock's tick.
+constexpr double tick = 1e-6;
+
+int32_t between(int32_t before, int32_t after, double part) {
+  return static_cast<int32_t>(std::lround(before + part * (double(after) - before)));
+}
+
+FaceRect outermost(const FaceRect& a, const FaceRect& b) {
+  return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right),
+          std::max(a.bottom, b.bottom)};
+}
+
+}  // namespace
+
+void FaceCover::add(double time, std::span<const FaceRect> faces,
+                    std::span<const int64_t> numbers) {
+  for (size_t i = 0; i < faces.size(); ++i)
+    tracks_[numbers[i]].push_back({times_.size(), faces[i]});
+  times_.push_back(time);
+}
+
+/// The track's rectangle in that frame, if it has one there.
+bool FaceCover::isCovered(const Track& track, size_t frame, FaceRect& face) const {
+  const auto after = std::ranges::lower_bound(track, frame, std::ranges::less(), &Sighting::frame);
+  const double time = times_[frame];
+  if (after == track.end() || after == track.begin()) {
+    const Sighting& nearest = after == track.end() ? track.back() : track.front();
+    face = nearest.face;
+    return std::abs(times_[nearest.frame] - time) <= lead + tick;
+  }
+  const Sighting& before = *std::prev(after);
+  const double gap = times_[after->frame] - times_[before.frame];
+  const double since = time - times_[before.frame];
+  if (after->frame != frame && gap > longestGap + tick) {  // two tracks, in truth
+    face = since <= gap / 2 ? before.face : after->face;
+    return std::min(since, gap - since) <= lead + tick;
+  }
+  const double part = gap > 0.0 ? since / gap : 1.0;
+  face = {between(before.face.left, after->face.left, part),
+          between(before.face.top, after->face.top, part),
+          between(before.face.right, after->face.right, part),
+          between(before.face.bottom, after->face.bottom, part)};
+  return true;
+}
+
+std::vector<FaceCover::FaceRect> FaceCover::at(size_t frame) const {
+  const double time = times_[frame];
+  const auto indexOf = [this](auto found) { return static_cast<size_t>(found - times_.begin()); };
+  const size_t first = indexOf(std::ranges::lower_bound(times_, time - 2 * smoothing - tick));
+  const size_t end = indexOf(std::ranges::upper_bound(times_, time + 2 * smoothing + tick));
+
+  std::vector<FaceRect> covers;
+  std::vector<FaceRect> faces(end - first);
+  std::vector<bool> isThere(end - first);
+  for (const auto& [number, track] : tracks_) {
+    FaceRect here;
+    if (!isCovered(track, frame, here))
+      continue;
+    for (size_t i = first; i < end; ++i)
+      isThere[i - first] = isCovered(track, i, faces[i - first]);
+    std::array<double, 4> sums = {};
+    int64_t count = 0;
+    for (size_t i = first; i < end; ++i) {
+      if (!isThere[i - first] || std::abs(times_[i] - time) > smoothing + tick)
+        continue;
+      FaceRect around = faces[i - first];
+      for (size_t j = first; j < end; ++j)
+        if (isThere[j - first] && std::abs(times_[j] - times_[i]) <= smoothing + tick)
+          around = outermost(around, faces[j - first]);
+      sums[0] += around.left;
+      sums[1] += around.top;
+      sums[2] += around.right;
+      sums[3] += around.bottom;
+      ++count;
+    }
+    const auto mean = [count](double sum) { return sum / static_cast<double>(count); };
+    const FaceRect smooth = {static_cast<int32_t>(std::floor(mean(sums[0]))),
+                             static_cast<int32_t>(std::floor(mean(sums[1]))),
+                             static_cast<int32_t>(std::ceil(mean(sums[2]))),
+                             static_cast<int32_t>(std::ceil(mean(sums[3])))};
+    covers.push_back(outermost(smooth, here));
+  }
+  return covers;
+}
+
+}  // namespace tavro::host
