@@ -196,9 +196,18 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--annotate", options.output.annotate, help.annotate)
       ->type_name("FILE")
       ->check(fileName);
-  app.add_flag("--blur", options.output.blur,
-               "Pixelate the faces instead of framing them. A face that isn't found isn't hidden: "
-               "look through the result before you publish it");
+  app.add_flag(
+      "--blur", options.output.blur,
+      "Pixelate the faces instead of framing them, also for moments in which the detector "
+      "misses them, and a third of a second before they appear and after they leave. Files "
+      "are read twice for that, what other inputs show comes later by --delay. A face that "
+      "is never found isn't hidden: look through the result before you publish it");
+  app.add_option(
+         "--delay", options.output.delay,
+         "How much later --blur shows what doesn't come from a file. A face that comes back "
+         "within that time stays hidden in between (default: 1)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 10.0));
   app.add_option("--crop-faces", options.output.cropFaces,
                  "Folder for a JPEG of each face, from the frame that shows it best")
       ->type_name("DIR")

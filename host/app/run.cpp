@@ -5,7 +5,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <filesystem>
 #include <optional>
+#include <vector>
 
 #include "host/app/input/video_input.h"
 #include "host/app/output/drawing.h"
@@ -14,7 +17,9 @@
 #include "host/app/platform/process.h"
 #include "host/app/search/detector_session.h"
 #include "host/app/search/statistics.h"
+#include "host/core/face_cover.h"
 #include "host/core/face_numbers.h"
+#include "host/core/utf8_path.h"
 
 namespace tavro::host {
 
@@ -26,15 +31,28 @@ double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// The state of one run. A step that fails for good returns false, with a line for the user in
-/// `error_`.
+/// What the detector has said about one frame, kept until the frame is written.
+struct Finding {
+  int64_t frame = 0;
+  double time = 0.0;
+  bool analysed = true;  ///< false between two detections
+  bool refused = false;
+  double milliseconds = 0.0;
+  std::vector<TavroRTC::FDModule::FaceRect> faces = {};
+  std::vector<int64_t> numbers = {};
+  std::vector<FaceNumbers::Lost> lost = {};
+};
+
+/// The state of one run. Faces are hidden by what is known from the frames behind, too: a file is
+/// read twice, first to find the faces and then to show it; of other inputs the pictures wait. A
+/// step that fails for good returns false, with a line for the user in `error_`.
 class Run {
  public:
   explicit Run(const Options& options) : options_(options) {}
 
   int execute() {
     const auto start = Clock::now();
-    bool completed = openInput() && openResults();
+    bool completed = openInput() && openResults() && (!looksAhead() || findAllFaces());
     for (int32_t pass = 0; completed && pass < options_.repeat && !isStopRequested(); ++pass)
       completed = runPass(pass);
     statistics_.seconds = secondsSince(start);
@@ -95,26 +113,60 @@ class Run {
     return detector_ != nullptr || fail(error);
   }
 
+  bool hidesFaces() const { return options_.output.blur && showsFrames(options_.output); }
+
+  /// With --serve somebody is watching.
+  bool looksAhead() const {
+    std::error_code ignored;
+    return hidesFaces() && options_.output.serve.empty() &&
+           std::filesystem::is_regular_file(pathFromUtf8(options_.input.path), ignored);
+  }
+
+  bool readNext(int64_t frames) {
+    return (options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read();
+  }
+
+  void showProgress(int64_t pass, int64_t frames) {
+    int64_t total = input_->expectedFrames();
+    if (options_.maxFrames > 0)
+      total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
+    progress_.update(pass * total + frames, total * (options_.repeat + (looksAhead() ? 1 : 0)));
+  }
+
+  /// The first pass over a file whose faces are hidden.
+  bool findAllFaces() {
+    while (readNext(std::ssize(found_))) {
+      if (!openAllOutputs() || !openDetector())  // nobody should wait in vain
+        return false;
+      found_.push_back(analyse());
+      showProgress(0, std::ssize(found_));
+    }
+    input_.reset();
+    return true;
+  }
+
   bool runPass(int32_t pass) {
     if (input_ == nullptr && !openInput())
       return false;
     const bool writes = pass == 0;
-    int64_t total = input_->expectedFrames();
-    if (options_.maxFrames > 0)
-      total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
+    const bool isKnown = writes && looksAhead();
     int64_t frames = 0;
-    while ((options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read()) {
+    while ((!isKnown || frames < std::ssize(found_)) && readNext(frames)) {
       ++frames;
-      if (writes && frames == 1 && !openAllOutputs())
+      if (writes && !openAllOutputs())
         return false;
       if (!openDetector())
         return false;
-      const bool detects = input_->index() % options_.every == 0;
-      const double milliseconds = detects ? detect() : 0.0;
-      if (writes && !writeOut(detects, milliseconds))
+      if (!writes) {
+        if (isDue())
+          detect();
+      } else if (isKnown ? !writeOut(input_->picture(), found_[static_cast<size_t>(frames - 1)])
+                         : !takePicture())
         return false;
-      progress_.update(pass * total + frames, total * options_.repeat);
+      showProgress(pass + (looksAhead() ? 1 : 0), frames);
     }
+    if (writes && !writeHeld(0.0))
+      return false;
     statistics_.decodedFrames += frames;
     if (writes)
       damage_ = input_->damage();
@@ -124,6 +176,46 @@ class Run {
                   (damage_.any() ? ", " + damage_.summary() : ""));
     return true;
   }
+
+  /// Writes the current picture, at once or when what follows is known.
+  bool takePicture() {
+    Finding finding = analyse();
+    if (!hidesFaces())
+      return writeOut(input_->picture(), finding);
+    auto picture = copyOf(input_->picture());
+    if (!picture.has_value())
+      return fail("out of memory");
+    held_.push_back({std::move(*picture), std::move(finding)});
+    return writeHeld(options_.output.delay);
+  }
+
+  /// Writes the pictures that have waited for that many seconds.
+  bool writeHeld(double delay) {
+    while (!held_.empty() && held_.back().finding.time - held_.front().finding.time >= delay) {
+      if (!writeOut(held_.front().picture, held_.front().finding))
+        return false;
+      held_.pop_front();
+    }
+    return true;
+  }
+
+  Finding analyse() {
+    Finding finding = {.frame = input_->index(), .time = input_->time()};
+    finding.analysed = isDue();
+    if (finding.analysed) {
+      finding.milliseconds = detect();
+      shownNumbers_ = numbers_.update(faces_.view(), input_->time());
+    }
+    finding.refused = refusedLast_;
+    finding.faces.assign(faces_.view().begin(), faces_.view().end());
+    finding.numbers.assign(shownNumbers_.begin(), shownNumbers_.end());
+    finding.lost.assign(numbers_.lost().begin(), numbers_.lost().end());
+    if (hidesFaces())
+      cover_.add(finding.time, finding.faces, finding.numbers);
+    return finding;
+  }
+
+  bool isDue() const { return input_->index() % options_.every == 0; }
 
   /// Milliseconds that the detector took for the current picture.
   double detect() {
@@ -145,6 +237,8 @@ class Run {
   /// Opened with the first picture, whose size the outputs need.
   bool openAllOutputs() {
     std::string error;
+    if (!outputs_.empty())
+      return true;
     const SinkFormat format = {.width = input_->picture().width(),
                                .height = input_->picture().height(),
                                .frameRate = input_->frameRate(),
@@ -157,21 +251,19 @@ class Run {
            fail(error);
   }
 
-  bool writeOut(bool analysed, double milliseconds) {
-    const I420Frame& picture = input_->picture();
-    if (analysed)
-      shownNumbers_ = numbers_.update(faces_.view(), input_->time());
-    const FrameResult result = {.frame = input_->index(),
-                                .time = input_->time(),
+  bool writeOut(const I420Frame& picture, const Finding& finding) {
+    const FrameResult result = {.frame = finding.frame,
+                                .time = finding.time,
                                 .width = picture.width(),
                                 .height = picture.height(),
-                                .faces = faces_.view(),
-                                .milliseconds = milliseconds,
-                                .faceNumbers = shownNumbers_,
-                                .lost = numbers_.lost()};
+                                .faces = finding.faces,
+                                .milliseconds = finding.milliseconds,
+                                .faceNumbers = finding.numbers,
+                                .lost = finding.lost};
     std::optional<I420Frame> shown;
     if (showsFrames(options_.output)) {
-      shown = options_.output.blur ? anonymised(picture) : withRectangles(picture, faces_.view());
+      shown = hidesFaces() ? anonymised(picture, finding.refused)
+                           : withRectangles(picture, finding.faces);
       if (!shown.has_value())
         return fail("out of memory");
     }
@@ -183,23 +275,21 @@ class Run {
                                      {.picture = picture,
                                       .shown = shown.has_value() ? &*shown : nullptr,
                                       .result = result,
-                                      .analysed = analysed},
+                                      .analysed = finding.analysed},
                                      error);
                                }) ||
            fail(error);
   }
 
-  /// The picture without the faces that were found in it, and without those lost a moment ago: a
-  /// detector misses a face now and then. If it has refused the frame, nothing of it is shown.
-  std::optional<I420Frame> anonymised(const I420Frame& picture) const {
+  /// The next picture to be written, without its faces. If the detector has refused the frame,
+  /// nothing of it is shown.
+  std::optional<I420Frame> anonymised(const I420Frame& picture, bool isRefused) {
     auto copy = copyOf(picture);
     if (!copy.has_value())
       return copy;
-    for (const auto& face : numbers_.lost())
-      pixelate(*copy, face.face);
-    for (const auto& face : faces_.view())
+    for (const auto& face : cover_.at(shownFrames_++))
       pixelate(*copy, face);
-    if (refusedLast_)
+    if (isRefused)
       pixelate(*copy, {0, 0, picture.width(), picture.height()});
     return copy;
   }
@@ -234,6 +324,14 @@ class Run {
   FaceRects faces_;
   FaceNumbers numbers_;
   std::span<const int64_t> shownNumbers_;
+  struct Held {
+    I420Frame picture;
+    Finding finding;
+  };
+  std::deque<Held> held_;       ///< pictures that wait for what follows
+  std::vector<Finding> found_;  ///< in all of a file, before anything of it is shown
+  FaceCover cover_;
+  size_t shownFrames_ = 0;
   double endTime_ = 0.0;  ///< of the last frame
   RunStatistics statistics_;
   StreamDamage damage_;

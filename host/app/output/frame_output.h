@@ -24,6 +24,7 @@ struct OutputOptions {
   std::string format;     ///< of the results: a name of text_format.h; empty: the first
   std::string annotate;   ///< picture or video to write; empty: none
   bool blur = false;      ///< show pictures without the faces rather than with rectangles
+  double delay = 1.0;     ///< seconds that blurred pictures wait for what follows, unless in a file
   std::string cropFaces;  ///< folder for a picture of each face; empty: none
   std::string report;     ///< HTML page to write; empty: none
   std::string serve;      ///< where a browser can watch, a WebAddress; empty: nowhere
