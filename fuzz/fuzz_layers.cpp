@@ -1,15 +1,24 @@
+// What libFuzzer calls: it turns arbitrary bytes into arbitrary use of the layers, and stops if
+// they misbehave. The preset `fuzz` links it with libFuzzer; in all others replay_main.cpp feeds it
+// the committed corpus as an ordinary test. Memory that the layers may touch is allocated to the
+// byte, so that the address sanitizer sees any touch beyond it.
+//
 // Rows of a layer table with any type, parameters and tensor names, over tensors of any shape that
 // have exactly the values of their shape, or none, or a shape that has outgrown them; then the
 // tensors are lent other values, reshaped or repacked, and a second generation of rows works on
 // what the first has left. A layer computes or refuses; it never touches anything else.
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "engine/net.h"
-#include "fuzz/byte_reader.h"
 #include "impl_x86/x86_run_env.h"
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for the two ends of a wrap
@@ -33,8 +42,62 @@ void* __wrap_malloc(size_t size) {
 namespace {
 
 using namespace TavroRTC::FDModule;
-using tavro::fuzz::ByteReader;
-using tavro::fuzz::require;
+
+/// Stops the program, as a finding, unless the condition holds.
+inline void require(bool condition, const char* what) {
+  if (condition)
+    return;
+  std::fprintf(stderr, "broken: %s\n", what);
+  std::abort();
+}
+
+/// Takes values from the fuzzer's bytes, from first to last; zeros once they are used up.
+class ByteReader {
+ public:
+  ByteReader(const uint8_t* data, size_t size) : next_(data), left_(size) {}
+
+  bool isEmpty() const { return left_ == 0; }
+  uint8_t byte() {
+    if (left_ == 0)
+      return 0;
+    --left_;
+    return *next_++;
+  }
+  uint32_t word() {
+    uint32_t value = 0;
+    for (int i = 0; i < 4; ++i)
+      value = value << 8 | byte();
+    return value;
+  }
+  /// True in `share` of 256 cases.
+  bool chance(int share) { return byte() >= 256 - share; }
+  /// From first to last, at most 65536 values.
+  int32_t between(int32_t first, int32_t last) {
+    const auto range = static_cast<uint32_t>(last - first) + 1;
+    const uint32_t high = range <= 256 ? 0U : byte();
+    const uint32_t value = high << 8 | byte();
+    return first + static_cast<int32_t>(value % range);
+  }
+  /// Any number, most often one at which something could turn.
+  int32_t number() {
+    constexpr int32_t turns[] = {0,     1,       -1,      2,         3,        4,     7,
+                                 8,     15,      16,      17,        31,       32,    33,
+                                 64,    255,     256,     32767,     32768,    32769, 65535,
+                                 65536, 1 << 20, 1 << 30, INT32_MAX, INT32_MIN};
+    const uint8_t which = byte();
+    if (which < std::size(turns))
+      return turns[which];
+    return which < 192 ? which - 100 : static_cast<int32_t>(word());
+  }
+  template <typename T, size_t count>
+  T pick(const T (&values)[count]) {
+    return values[static_cast<size_t>(byte()) % count];
+  }
+
+ private:
+  const uint8_t* next_;
+  size_t left_;
+};
 
 constexpr int64_t mostValues = 512;
 constexpr int mostRows = 4;

@@ -6,6 +6,8 @@
 
 #include <memory>
 
+#include "engine/model/model_tables.h"
+#include "engine/model/weight_block.h"
 #include "modules/face_detection/impl.h"
 #include "tests/end_to_end/reference_network.h"
 #include "tests/support/captured_stdout.h"
@@ -44,5 +46,16 @@ TEST(NetworkAgreement, EngineComputesWhatTheReferenceDoes) {
     }
   }
 }
+
+#if defined(__linux__)
+TEST(ModelTables, AreReadOnly) {
+  for (const void* constant :
+       {static_cast<const void*>(tavroModelWeights), static_cast<const void*>(modelLayers().data()),
+        static_cast<const void*>(modelTensors().data())}) {
+    auto* byte = static_cast<volatile char*>(const_cast<void*>(constant));
+    EXPECT_DEATH(*byte = *byte, "");
+  }
+}
+#endif
 
 }  // namespace

@@ -24,10 +24,8 @@ using tavro::test::GuardedBuffer;
 constexpr int32_t largest = std::numeric_limits<int32_t>::max();
 
 void setExtents(Tensor& tensor, const TensorExtents& extents) {
-  tensor.n = extents.n;
-  tensor.h = extents.h;
-  tensor.w = extents.w;
-  tensor.c = extents.c;
+  std::tie(tensor.n, tensor.h, tensor.w, tensor.c) =
+      std::tie(extents.n, extents.h, extents.w, extents.c);
 }
 
 auto stateOf(const Tensor& t) {
@@ -47,18 +45,15 @@ TEST(AlignedMemory, isAlignedAndHasSpareBytes) {
 }
 
 TEST(Tensor, countIsTheProductUnlessItIsGiven) {
-  const struct {
-    TensorExtents extents;
-    uint64_t count;
-  } cases[] = {{{0, 0, 0, 0}, 0},
-               {{2, 3, 4, 5}, 120},
-               {{-2, 3, 4, 5}, static_cast<uint64_t>(-120)},
-               {{65536, 32768, 1, 1}, 0xFFFFFFFF80000000U},
-               {{largest, largest, 1, 1}, 1}};
+  const std::pair<TensorExtents, uint64_t> cases[] = {{{0, 0, 0, 0}, 0},
+                                                      {{2, 3, 4, 5}, 120},
+                                                      {{-2, 3, 4, 5}, static_cast<uint64_t>(-120)},
+                                                      {{65536, 32768, 1, 1}, 0xFFFFFFFF80000000U},
+                                                      {{largest, largest, 1, 1}, 1}};
   Tensor tensor;
-  for (const auto& c : cases) {
-    setExtents(tensor, c.extents);
-    EXPECT_EQ(tensor.count(), c.count);
+  for (const auto& [extents, count] : cases) {
+    setExtents(tensor, extents);
+    EXPECT_EQ(tensor.count(), count);
   }
   tensor.elementCount = 9;
   EXPECT_EQ(tensor.count(), 9U);
@@ -237,23 +232,20 @@ TEST(Tensor, copiesShapeAndValues) {
 
 TEST(Tensor, shapeThatOutgrowsItsStorageIsRefused) {
   float lent[10] = {};
-  Tensor owned;
-  Tensor borrowed;
-  setExtents(owned, {1, 1, 1, 10});
-  setExtents(borrowed, {1, 1, 1, 10});
-  ASSERT_NE(owned.data(layout::channelsLast), nullptr);
-  borrowed.borrow(lent);
-  for (Tensor* tensor : {&owned, &borrowed}) {
-    for (const int32_t channels : {11, 1000}) {
-      tensor->c = channels;
-      EXPECT_EQ(tensor->data(layout::channelsLast), nullptr);
-      EXPECT_EQ(tensor->data(layout::block4), nullptr);
-      EXPECT_EQ(tensor->floatStorage(), nullptr);
-      Tensor copy;
-      EXPECT_FALSE(tensor->copyTo(copy));
+  for (float* storage : {lent, static_cast<float*>(nullptr)}) {  // or its own
+    Tensor tensor;
+    Tensor copy;
+    setExtents(tensor, {1, 1, 1, 10});
+    tensor.borrow(storage);
+    ASSERT_NE(tensor.data(layout::channelsLast), nullptr);
+    for (tensor.c = 11; tensor.c < 2000; tensor.c *= 10) {
+      EXPECT_EQ(tensor.data(layout::channelsLast), nullptr);
+      EXPECT_EQ(tensor.data(layout::block4), nullptr);
+      EXPECT_EQ(tensor.floatStorage(), nullptr);
+      EXPECT_FALSE(tensor.copyTo(copy));
     }
-    tensor->c = 10;
-    EXPECT_NE(tensor->data(layout::channelsLast), nullptr);
+    tensor.c = 10;
+    EXPECT_NE(tensor.data(layout::channelsLast), nullptr);
   }
 }
 

@@ -52,9 +52,6 @@ struct Extents {
 inline Extents inputExtents(const ConvProblem& p) {
   return {1, p.inputH, p.inputW, p.inputC};
 }
-inline Extents outputExtents(const ConvProblem& p) {
-  return {1, p.outputH, p.outputW, p.outputC};
-}
 inline Extents weightExtents(const ConvProblem& p) {
   return {p.outputC, p.kernelH, p.kernelW, p.inputC / p.group};
 }

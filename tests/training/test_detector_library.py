@@ -1,7 +1,6 @@
 """The detector's own code, called from Python."""
 
 import ctypes
-import importlib.util
 import os
 import pathlib
 import tempfile
@@ -95,16 +94,6 @@ class Agreement(unittest.TestCase):
         boxes, found = self.detector.detect(frame, 0.3, 50)
         self.assertEqual((boxes.shape, found[0]), ((len(found), 4), scores[:, 1].max()))
         self.assertTrue((found > numpy.float32(0.3)).all() and (numpy.diff(found) <= 0).all())
-
-    @unittest.skipUnless(importlib.util.find_spec("tavrofd"), "the Python binding isn't built")
-    def test_the_module_reports_the_same_faces(self):
-        import tavrofd
-        for size in ((160, 120), (533, 400), (97, 101)):
-            frame = self.library.convert(cv2.resize(synthetic.portrait(), size))
-            boxes, _ = self.detector.detect(frame)
-            self.assertEqual(len(boxes), 1, size)
-            reported = tavrofd.Detector().detect((frame.y, frame.u, frame.v))
-            self.assertEqual(reported.tolist(), boxes.astype(int).tolist(), size)
 
     def test_rows_may_have_gaps_which_stay_as_they_are(self):
         random = numpy.random.default_rng(2)
