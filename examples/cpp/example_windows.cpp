@@ -42,8 +42,12 @@ int main(int argumentCount, char** arguments) {
   if (search == nullptr)
     return fail(status.error);
 
-  const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
-  const size_t chroma = static_cast<size_t>(planeExtent(1, width)) * planeExtent(1, height);
+  const auto extentOf = [&](int32_t plane) {
+    return static_cast<size_t>(planeExtent(plane, width)) *
+           static_cast<size_t>(planeExtent(plane, height));
+  };
+  const size_t luma = extentOf(0);
+  const size_t chroma = extentOf(1);
   std::vector<uint8_t> samples(luma + 2 * chroma);
   const uint8_t* y = samples.data();
   const auto frame = I420Frame::borrow(width, height, y, width, y + luma, y + luma + chroma,

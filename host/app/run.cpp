@@ -110,6 +110,9 @@ class Run {
                     std::to_string(region.y) + " in " + std::to_string(picture.width()) + "x" +
                     std::to_string(picture.height()));
     detector_ = DetectorSession::open(options_.module, options_.search, error);
+    // Each window has an instance, which would print what the first one has printed.
+    if (options_.search.windows.smallestFace > 0)
+      discardStandardOutput();
     return detector_ != nullptr || fail(error);
   }
 

@@ -6,6 +6,7 @@
 //   jitter --slide PHOTO    slides a photograph of a face to and fro, whose way is known, and tells
 //                           also how far behind the rectangles are
 //
+// --smallest-face N has a third column, the rectangles of tavro-fd --smallest-face N ("windows").
 // --csv FILE writes where the face was in every frame; plot.py draws it.
 //
 // The frames go through the module's own scaler and network, the static library tavro_fd. The exit
@@ -43,6 +44,7 @@ struct Arguments {
   std::string input;
   std::string csv;
   bool slides = false;
+  int32_t smallestFace = 0;
 };
 
 int fail(const std::string& message) {
@@ -61,6 +63,9 @@ std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitC
       ->required();
   app.add_flag("--slide", arguments.slides,
                "Slide the photograph to and fro and tell how far behind the rectangles are");
+  app.add_option("--smallest-face", arguments.smallestFace,
+                 "Look through windows as well, for faces of so many pixels and more")
+      ->check(CLI::Range(1, host::largestFace));
   app.add_option("--csv", arguments.csv, "Table to write of where the face is in every frame");
   try {
     app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
@@ -74,35 +79,50 @@ std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitC
   }
 }
 
-void printRow(std::FILE* target, const char* name, double raw, double tracked, int decimals = 4) {
+/// One of the figures for each way.
+template <typename Figures, typename Number>
+void printRow(std::FILE* target, const char* name, const std::vector<Figures>& ways,
+              Number Figures::*figure, int decimals = 4) {
   std::fprintf(target, "%-44s", name);
-  for (const double value : {raw, tracked})
+  for (const Figures& way : ways) {
+    const auto value = static_cast<double>(way.*figure);
     if (std::isnan(value))
       std::fprintf(target, " %10s", "-");
     else
       std::fprintf(target, " %10.*f", decimals, value);
+  }
   std::fputc('\n', target);
 }
 
-void printSteadiness(std::FILE* target, const FaceRecorder& recorder) {
-  const Steadiness raw = measure(recorder.raw());
-  const Steadiness tracked = measure(recorder.tracked());
-  const auto frames = static_cast<int64_t>(recorder.raw().size());
-  std::fprintf(target, "%s\n%-44s %10s %10s\n", host::counted(frames, "frame").c_str(), "", "raw",
-               "tracked");
-  printRow(target, "steps from frame to frame", static_cast<double>(raw.steps),
-           static_cast<double>(tracked.steps), 0);
-  printRow(target, "centre's change / size: standard deviation", raw.centreDeviation,
-           tracked.centreDeviation);
-  printRow(target, "centre's change / size: 99th percentile", raw.centreP99, tracked.centreP99);
-  printRow(target, "size's change / size: standard deviation", raw.sizeDeviation,
-           tracked.sizeDeviation);
-  printRow(target, "size's change / size: 99th percentile", raw.sizeP99, tracked.sizeP99);
-  printRow(target, "mean of 1 - IoU with the frame before", raw.meanLoss, tracked.meanLoss);
-  printRow(target, "faces lost and found again, per minute", raw.flipsPerMinute,
-           tracked.flipsPerMinute, 1);
-  printRow(target, "faces that change identity, per minute", raw.switchesPerMinute,
-           tracked.switchesPerMinute, 1);
+void printSteadiness(std::FILE* target, const std::vector<Record>& records) {
+  const auto frames = static_cast<int64_t>(records.front().sightings.size());
+  std::fprintf(target, "%s\n%-44s", host::counted(frames, "frame").c_str(), "");
+  std::vector<Steadiness> ways;
+  for (const auto& [way, sightings] : records) {
+    std::fprintf(target, " %10s", way);
+    ways.push_back(measure(sightings));
+  }
+  std::fputc('\n', target);
+  printRow(target, "steps from frame to frame", ways, &Steadiness::steps, 0);
+  printRow(target, "centre's change / size: standard deviation", ways,
+           &Steadiness::centreDeviation);
+  printRow(target, "centre's change / size: 99th percentile", ways, &Steadiness::centreP99);
+  printRow(target, "size's change / size: standard deviation", ways, &Steadiness::sizeDeviation);
+  printRow(target, "size's change / size: 99th percentile", ways, &Steadiness::sizeP99);
+  printRow(target, "mean of 1 - IoU with the frame before", ways, &Steadiness::meanLoss);
+  printRow(target, "faces lost and found again, per minute", ways, &Steadiness::flipsPerMinute, 1);
+  printRow(target, "faces that change identity, per minute", ways, &Steadiness::switchesPerMinute,
+           1);
+}
+
+void printFollowing(std::FILE* target, const std::vector<Record>& records,
+                    std::span<const FaceRect> truth) {
+  std::vector<Following> ways;
+  for (const auto& [way, sightings] : records)
+    ways.push_back(compare(sightings, truth));
+  printRow(target, "frames behind the known way", ways, &Following::lagFrames, 2);
+  printRow(target, "mean distance from the true centre / size", ways, &Following::meanDistance);
+  printRow(target, "share of the frames in which it is found", ways, &Following::foundShare);
 }
 
 /// The rectangles of the face that is seen in most frames, by the index of the frame.
@@ -122,12 +142,13 @@ void writeRow(std::ostream& file, const char* way, size_t frame, const FaceRect&
 /// Slides the photograph; the truth is where its face is when it rests.
 bool slide(const host::I420Frame& photo, FaceRecorder& recorder, std::vector<FaceRect>& truth,
            std::string& error) {
-  const auto resting = FaceRecorder::make();
-  if (resting == nullptr || !resting->record(photo, 0.0) || resting->raw().front().faces.empty()) {
+  const auto resting = FaceRecorder::make(0, error);
+  if (resting == nullptr || !resting->record(photo, 0.0) ||
+      resting->records()[0].sightings[0].faces.empty()) {
     error = "no face is found in the photograph";
     return false;
   }
-  const auto& faces = resting->raw().front().faces;
+  const auto& faces = resting->records()[0].sightings[0].faces;
   const MovingPicture moving(photo, *std::ranges::max_element(faces, {}, &sizeOf), 0.75);
   for (size_t i = 0; i < MovingPicture::frameCount; ++i) {
     const auto frame = moving.frame(i);
@@ -154,9 +175,9 @@ int run(const Arguments& arguments) {
   const auto input = host::VideoInput::open({arguments.input, {}, {}}, error);
   if (input == nullptr)
     return fail(arguments.input + ": " + error);
-  const auto recorder = FaceRecorder::make();
+  const auto recorder = FaceRecorder::make(arguments.smallestFace, error);
   if (recorder == nullptr)
-    return fail("the network can't be built");
+    return fail(error);
   if (!input->read())
     return fail(arguments.input + ": no frame could be decoded");
   std::vector<FaceRect> truth;
@@ -169,16 +190,9 @@ int run(const Arguments& arguments) {
         return fail(arguments.input + ": the detector refuses a frame");
     while (input->read());
   }
-  printSteadiness(target, *recorder);
-  if (!truth.empty()) {
-    const Following raw = compare(recorder->raw(), truth);
-    const Following tracked = compare(recorder->tracked(), truth);
-    printRow(target, "frames behind the known way", raw.lagFrames, tracked.lagFrames, 2);
-    printRow(target, "mean distance from the true centre / size", raw.meanDistance,
-             tracked.meanDistance);
-    printRow(target, "share of the frames in which it is found", raw.foundShare,
-             tracked.foundShare);
-  }
+  printSteadiness(target, recorder->records());
+  if (!truth.empty())
+    printFollowing(target, recorder->records(), truth);
   if (std::fflush(target) != 0)
     return fail("the figures can't be written");
   if (!arguments.csv.empty()) {
@@ -186,10 +200,9 @@ int run(const Arguments& arguments) {
     file << "way,frame,left,top,right,bottom\n";
     for (size_t frame = 0; frame < truth.size(); ++frame)
       writeRow(file, "truth", frame, truth[frame]);
-    for (const auto& [frame, face] : longestWay(recorder->raw()))
-      writeRow(file, "raw", frame, face);
-    for (const auto& [frame, face] : longestWay(recorder->tracked()))
-      writeRow(file, "tracked", frame, face);
+    for (const auto& [way, sightings] : recorder->records())
+      for (const auto& [frame, face] : longestWay(sightings))
+        writeRow(file, way, frame, face);
     if (!file.flush())
       return fail(arguments.csv + ": the table can't be written");
   }

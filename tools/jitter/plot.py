@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Draws the ways that jitter --csv has written: where the face is from left to right and how large it
-is, over time, the boxes of single frames beside the tracked ones.
+is, over time, in each of the columns that jitter prints.
 
 usage: plot.py WAYS.csv DRAWING.svg    (or .png, .pdf)
 """
@@ -19,6 +19,7 @@ STYLES = {
     "truth": {"color": "#2ca02c", "linewidth": 3, "alpha": 0.5},
     "raw": {"color": "#999999", "linewidth": 1},
     "tracked": {"color": "#1f4e9c", "linewidth": 1.8},
+    "windows": {"color": "#d95f02", "linewidth": 1.2},
 }
 
 

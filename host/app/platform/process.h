@@ -45,4 +45,7 @@ bool isStopRequested();
 /// stream that still leads to where descriptor 1 led before; null if that was closed.
 StreamHandle divertStandardOutput();
 
+/// From here on nothing is seen of what is written to descriptor 1.
+void discardStandardOutput();
+
 }  // namespace tavro::host

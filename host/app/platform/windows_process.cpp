@@ -61,16 +61,20 @@ double peakMebibytes() {
   return static_cast<double>(counters.PeakWorkingSetSize) / (1024.0 * 1024.0);
 }
 
+void discardStandardOutput() {
+  std::fflush(stdout);
+  const int nowhere = _open("NUL", _O_WRONLY);
+  if (nowhere != outputDescriptor) {
+    _dup2(nowhere, outputDescriptor);
+    _close(nowhere);
+  }
+}
+
 StreamHandle divertStandardOutput() {
   std::fflush(stdout);
   const int results = _dup(outputDescriptor);
-  if (_dup2(errorDescriptor, outputDescriptor) != 0) {
-    const int nowhere = _open("NUL", _O_WRONLY);
-    if (nowhere != outputDescriptor) {
-      _dup2(nowhere, outputDescriptor);
-      _close(nowhere);
-    }
-  }
+  if (_dup2(errorDescriptor, outputDescriptor) != 0)
+    discardStandardOutput();
   // In step with what this program writes to the standard error itself; lines alone can't be had.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   if (results < 0)
