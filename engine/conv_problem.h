@@ -85,6 +85,9 @@ enum class ConvInput : uint8_t {
   floatsOrBytes,  ///< the float data, or the bytes if there is none
 };
 
+/// Computes the output. False, with the output as it was, if there is no memory for scratch.
+using ConvRun = bool(const ConvProblem& problem);
+
 struct ConvKernel {
   const char* name;
   int32_t weightLayout;
@@ -93,8 +96,7 @@ struct ConvKernel {
   /// True if the kernel is right for these sizes; the selection passes over a kernel
   /// that doesn't serve.
   bool (*serves)(const ConvProblem& problem);
-  /// Computes the output. False, with the output as it was, if there is no memory for scratch.
-  bool (*run)(const ConvProblem& problem);
+  ConvRun* run;
 };
 
 }  // namespace TavroRTC::FDModule

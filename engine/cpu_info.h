@@ -1,9 +1,10 @@
 #pragma once
 
 // What the processor offers, read once from CPUID, and which registers the system saves. The layers
-// ask `runsAvxAndFma` on each forward pass to choose between the 256-bit and the 128-bit kernels,
-// the number conversion asks `runsF16c`, the image code `hasSsse3`. This is a library of its own,
-// which needs nothing else of the engine, so that image code can ask it, too.
+// ask `runsAvxAndFma` on each forward pass to choose between the 256-bit and the 128-bit kernels
+// and `runsAvx512` for a kernel's twin, the number conversion asks `runsF16c`, the image code
+// `hasSsse3`. This is a library of its own, which needs nothing else of the engine, so that image
+// code can ask it, too.
 
 #include <array>
 #include <cstdint>
@@ -37,9 +38,19 @@ struct CpuInfo {
   // What a path may be chosen by. A wide register that isn't saved can't be used: the first
   // instruction would stop the host. That is so where a hypervisor hides them from the system.
   bool runsAvxAndFma() const { return hasAvxAndFma() && savesVectors(); }
+  /// The five sets of AVX-512 that the twins of 512 bits use. Processors that lower their clock for
+  /// such code lack the last one.
+  bool runsAvx512() const {
+    return runsAvxAndFma() && (leaf7Ebx & avx512Ebx) == avx512Ebx &&
+           (leaf7Ecx & avx512Vbmi2) != 0 && (savedStates & avx512States) == avx512States;
+  }
   bool runsF16c() const { return hasF16c() && savesVectors(); }
 
   static constexpr uint32_t avxAndFma = (1U << 28) | (1U << 12);
+  static constexpr uint32_t avx512Ebx =
+      (1U << 16) | (1U << 17) | (1U << 30) | (1U << 31);  ///< F, DQ, BW, VL
+  static constexpr uint32_t avx512Vbmi2 = 1U << 6;
+  static constexpr uint64_t avx512States = 0xE0;     ///< masks, upper halves, registers 16 to 31
   static constexpr uint32_t systemSaves = 1U << 27;  ///< OSXSAVE: XCR0 can be read
   static constexpr uint64_t vectorStates = 6;        ///< bits 1 and 2: the 128 and the 256 bits
 

@@ -12,6 +12,7 @@ namespace {
 
 struct Float8 {
   static constexpr int lanes = 8;
+  static constexpr int pixels = 1;
   static constexpr ActivationKinds fuses = fusesRelu;
 
   __m256 value;
@@ -29,6 +30,7 @@ struct Float8 {
 
 struct FusedFloat4 {
   static constexpr int lanes = 4;
+  static constexpr int pixels = 1;
   static constexpr ActivationKinds fuses = fusesRelu;
 
   __m128 value;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/simd/windowed_layers.h"
+#include "impl_x86/twins.h"
 
 namespace TavroRTC::FDModule::x86 {
 
@@ -15,7 +16,7 @@ class Conv : public simd::Conv {
       : Layer(row), simd::Conv(row, tensors, weights) {}
 
   bool forward(core::RunEnv* env) override {
-    return simd::forwardConv(*this, selectConvKernel, *env);
+    return simd::forwardConv(*this, selectConvKernel, *env, widestRun);
   }
 };
 
@@ -25,7 +26,7 @@ class DepthwiseConv : public simd::DepthwiseConv {
       : Layer(row), simd::DepthwiseConv(row, tensors, weights) {}
 
   bool forward(core::RunEnv* env) override {
-    return simd::forwardConv(*this, selectDepthwiseKernel, *env);
+    return simd::forwardConv(*this, selectDepthwiseKernel, *env, widestRun);
   }
 };
 

@@ -21,7 +21,8 @@ namespace TavroRTC::FDModule {
 namespace {
 
 struct Float4 {
-  static constexpr int lanes = 4;
+  static constexpr int lanes = 4;   ///< channels of a pixel
+  static constexpr int pixels = 1;  ///< pixels of a vector
   /// The activations that kernels of this vector apply to their sums.
   static constexpr ActivationKinds fuses = fusesReluFamily;
 
@@ -31,6 +32,8 @@ struct Float4 {
   static Float4 all(float number) { return {_mm_set1_ps(number)}; }
   static Float4 load(const float* address) { return {_mm_loadu_ps(address)}; }
   static Float4 broadcast(const float* address) { return {_mm_set1_ps(*address)}; }
+  /// For vectors of several pixels the second argument is the distance of their values.
+  static Float4 broadcast(const float* address, ptrdiff_t) { return broadcast(address); }
   void store(float* address) const { _mm_storeu_ps(address, value); }
 
   friend Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.value, b.value)}; }
@@ -43,11 +46,13 @@ struct Float4 {
   friend Float4 relu(Float4 x) { return larger(x, zero()); }
 };
 
-inline Float4 clippedRelu(Float4 x, float clipMax) {
-  return relu(smaller(x, Float4::all(clipMax)));
+template <typename Vector>
+inline Vector clippedRelu(Vector x, float clipMax) {
+  return relu(smaller(x, Vector::all(clipMax)));
 }
-inline Float4 leakyRelu(Float4 x, float slope) {
-  return smaller(x, Float4::zero()) * Float4::all(slope) + larger(x, Float4::zero());
+template <typename Vector>
+inline Vector leakyRelu(Vector x, float slope) {
+  return smaller(x, Vector::zero()) * Vector::all(slope) + larger(x, Vector::zero());
 }
 
 /// Calls `use` with the function that `activation` names, so that a loop over many values asks for
@@ -72,20 +77,31 @@ inline void withActivation(const FusedActivation& activation, Use use) {
   use([](Vector x) { return x; });
 }
 
-/// The sums of one step: `tile` output pixels of `block` channels each.
+/// Calls `body` with 0 to count - 1. Where the compiler leaves a loop standing, what it indexes
+/// isn't kept in registers.
+template <int count, typename Body>
+[[gnu::always_inline]] inline void unrolled(Body body) {
+  if constexpr (count > 0) {
+    unrolled<count - 1>(body);
+    body(count - 1);
+  }
+}
+
+/// The sums of one step: `tile` output pixels of `block` channels each. Pixels that share a vector
+/// are a group.
 template <typename Vector, int block, int tile>
 struct Sums {
   static constexpr int vectors = block / Vector::lanes;
+  static constexpr int groups = tile / Vector::pixels;
 
-  Vector at[tile][vectors];
+  Vector at[groups][vectors];
 
   /// All pixels start from the bias of the block's channels; null is zero.
   void start(const float* bias) {
     for (int v = 0; v < vectors; ++v) {
       const Vector first =
           bias != nullptr ? Vector::load(bias + v * Vector::lanes) : Vector::zero();
-      for (int pixel = 0; pixel < tile; ++pixel)
-        at[pixel][v] = first;
+      unrolled<groups>([&](int group) __attribute__((always_inline)) { at[group][v] = first; });
     }
   }
 
@@ -93,9 +109,16 @@ struct Sums {
   /// behind and are written over by it.
   void store(float* output, ptrdiff_t pixelStride, const FusedActivation& activation) const {
     withActivation<Vector>(activation, [&](auto function) {
-      for (int pixel = 0; pixel < tile; ++pixel)
-        for (int v = 0; v < vectors; ++v)
-          function(at[pixel][v]).store(output + pixel * pixelStride + v * Vector::lanes);
+      unrolled<groups>([&](int group) __attribute__((always_inline)) {
+        for (int pixel = 0; pixel < Vector::pixels; ++pixel, output += pixelStride)
+          for (int v = 0; v < vectors; ++v) {
+            const Vector value = function(at[group][v]);
+            if constexpr (Vector::pixels == 1)
+              value.store(output + v * Vector::lanes);
+            else
+              value.store(output + v * Vector::lanes, pixel);
+          }
+      });
     });
   }
 };

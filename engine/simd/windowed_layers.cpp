@@ -30,7 +30,7 @@ bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
   return problem.input != nullptr || problem.bytes != nullptr;
 }
 
-bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem) {
+bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvRun* run, ConvProblem problem) {
   problem.activation = takeFusedActivation(layer, kernel.fuses);
   if (!takeInput(*layer.inputs[0], kernel.reads, problem))
     return false;
@@ -61,7 +61,7 @@ bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem)
   if (output.floatBorrowed)
     copy = allocateAligned<float>(output.count());
   problem.output = output.floatBorrowed ? copy.get() : values;
-  if (problem.output == nullptr || !kernel.run(problem))
+  if (problem.output == nullptr || !run(problem))
     return false;
   if (output.floatBorrowed)
     std::memcpy(values, copy.get(), output.count() * sizeof(float));
@@ -70,14 +70,15 @@ bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvProblem problem)
 
 }  // namespace
 
-bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env) {
+bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env,
+                 RunChoice choose) {
   if (!layer.fitsTensors())
     return false;
   ConvProblem problem = layer.problem();
   const Tensor& input = *layer.inputs[0];
   problem.bytes = input.byteStorageFits() ? input.byteData : nullptr;
   const ConvKernel* kernel = select(problem, env);
-  return kernel != nullptr && runKernel(layer, *kernel, problem);
+  return kernel != nullptr && runKernel(layer, *kernel, choose(*kernel), problem);
 }
 
 bool Conv::forward(core::RunEnv* env) {

@@ -8,12 +8,19 @@ namespace TavroRTC::FDModule::simd {
 /// A choice of kernel (conv_selection.h).
 using KernelSelection = const ConvKernel* (*)(const ConvProblem& problem, const core::RunEnv& env);
 
+/// What runs in a kernel's place: its own function, or one that computes the same bits.
+using RunChoice = ConvRun* (*)(const ConvKernel& kernel);
+inline ConvRun* runItself(const ConvKernel& kernel) {
+  return kernel.run;
+}
+
 /// Computes a convolution with the kernel that `select` names: takes the activation that it merges,
 /// asks the tensors for their data in the layouts that it wants, which packs the weights on the
 /// first frame, and runs it. False if the tensors don't fit, if data or memory is missing, or if
 /// there is no kernel. A selected kernel's result is the result: no other one is tried after it, as
 /// the weights would be packed for that one from then on.
-bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env);
+bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env,
+                 RunChoice choose = runItself);
 
 class Conv : public core::Conv {
  public:

@@ -37,7 +37,7 @@ def run(*command):
 Instruction = namedtuple("Instruction", "address mnemonic operands")
 
 KINDS = (
-    (re.compile(r"avx_\w+_kernels|_64_asm"), "avx"),
+    (re.compile(r"avx_\w+_(kernels|twins)|_64_asm"), "avx"),
     (re.compile(r"f16c"), "f16c"),
     (re.compile(r"ssse3"), "ssse3"),
 )

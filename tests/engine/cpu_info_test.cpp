@@ -111,6 +111,24 @@ TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
   }
 }
 
+// Twins of 512 bits need every one of their sets and saved states.
+TEST(CpuInfo, runsAvx512OnlyWithAllOfIt) {
+  const auto info = [](uint32_t missingEbx, uint32_t missingEcx, uint64_t missingStates) {
+    CpuInfo all;
+    all.leaf1Ecx = avx | fma | CpuInfo::systemSaves;
+    all.leaf7Ebx = 0xC0030000 & ~missingEbx;
+    all.leaf7Ecx = 0x40 & ~missingEcx;
+    all.savedStates = 0xE7 & ~missingStates;
+    return all;
+  };
+  EXPECT_TRUE(info(0, 0, 0).runsAvx512());
+  for (const int bit : {16, 17, 30, 31})
+    EXPECT_FALSE(info(1U << bit, 0, 0).runsAvx512()) << bit;
+  EXPECT_FALSE(info(0, 0x40, 0).runsAvx512());
+  for (const int bit : {1, 2, 5, 6, 7})
+    EXPECT_FALSE(info(0, 0, 1U << bit).runsAvx512()) << bit;
+}
+
 TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   __builtin_cpu_init();
   const CpuInfo* forced = overrideCpuInfo(nullptr);
@@ -119,6 +137,11 @@ TEST(CpuInfo, agreesWithTheCompilersRuntime) {
   // The runtime asks the operating system too.
   EXPECT_EQ(info.runsAvxAndFma(),
             __builtin_cpu_supports("avx") != 0 && __builtin_cpu_supports("fma") != 0);
+  EXPECT_EQ(info.runsAvx512(), __builtin_cpu_supports("avx512f") != 0 &&
+                                   __builtin_cpu_supports("avx512bw") != 0 &&
+                                   __builtin_cpu_supports("avx512dq") != 0 &&
+                                   __builtin_cpu_supports("avx512vl") != 0 &&
+                                   __builtin_cpu_supports("avx512vbmi2") != 0);
   EXPECT_EQ(info.hasSsse3(), __builtin_cpu_supports("ssse3") != 0);
   EXPECT_TRUE(info.hasAvx2() || !__builtin_cpu_supports("avx2"));
   EXPECT_TRUE(info.hasAvx512F() || !__builtin_cpu_supports("avx512f"));

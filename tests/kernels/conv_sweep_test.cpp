@@ -1,6 +1,6 @@
 // Runs every convolution kernel over random geometry that it says it serves, and over contents at
 // the edges of the number range, on memory with guard pages. Each must compute the sums of its
-// stated order, bit for bit, and touch nothing else.
+// stated order, bit for bit, and touch nothing else. A twin must compute what its kernel does.
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@
 #include "engine/aligned_memory.h"
 #include "engine/cpu_info.h"
 #include "engine/weight_packing.h"
+#include "impl_x86/twins.h"
 #include "tests/kernels/swept_kernels.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
@@ -118,9 +119,25 @@ testing::AssertionResult checkOutput(const ConvProblem& p, const std::vector<flo
   return testing::AssertionSuccess();
 }
 
-testing::AssertionResult runCase(const SweptKernel& swept, const Case& c,
+std::vector<float> kernelOutput(const Case& c, const ConvKernel& kernel) {
+  const std::vector<float> weights = withSpare(packedWeights(c, kernel.weightLayout));
+  const std::vector<float> bias = withSpare(c.bias);
+  ConvProblem p = c.problem;
+  const size_t count = static_cast<size_t>(p.outputH) * p.outputW * p.outputC;
+  std::vector<float> output(count + spareFloats);
+  p.input = c.givesFloats ? c.input.data() : nullptr;
+  p.bytes = c.bytes.empty() ? nullptr : c.bytes.data();
+  p.weights = weights.data();
+  p.bias = c.bias.empty() ? nullptr : bias.data();
+  p.output = output.data();
+  kernel.run(p);
+  output.resize(count);
+  return output;
+}
+
+testing::AssertionResult runCase(const ConvKernel& kernel, ConvRun* run, const Case& c,
                                  const std::vector<float>& expected, Guard guard) {
-  const std::vector<float> allWeights = withSpare(packedWeights(c, swept.kernel->weightLayout));
+  const std::vector<float> allWeights = withSpare(packedWeights(c, kernel.weightLayout));
   const GuardedBuffer<float> input(c.input, guard), weights(allWeights, guard);
   const GuardedBuffer<float> bias(withSpare(c.bias), guard);
   const GuardedBuffer<uint8_t> bytes(c.bytes, guard);
@@ -131,7 +148,7 @@ testing::AssertionResult runCase(const SweptKernel& swept, const Case& c,
   p.weights = weights.data();
   p.bias = c.bias.empty() ? nullptr : bias.data();
   p.output = output.data();
-  if (!swept.kernel->run(p))
+  if (!run(p))
     return testing::AssertionFailure() << "refused";
   if (!output.intact())
     return testing::AssertionFailure() << "wrote outside the output and its spare room";
@@ -142,7 +159,7 @@ testing::AssertionResult runCase(const SweptKernel& swept, const Case& c,
   const auto* spare = reinterpret_cast<const uint8_t*>(output.end() - spareFloats);
   const bool isSpareUntouched = std::all_of(
       spare, spare + spareBytes, [](uint8_t byte) { return byte == GuardedBuffer<float>::poison; });
-  if (p.outputC % layoutBlockSize(swept.kernel->weightLayout, p.outputC) == 0 && !isSpareUntouched)
+  if (p.outputC % layoutBlockSize(kernel.weightLayout, p.outputC) == 0 && !isSpareUntouched)
     return testing::AssertionFailure() << "wrote behind the output, though all blocks are whole";
   return checkOutput(p, expected, output);
 }
@@ -166,15 +183,17 @@ std::optional<ConvProblem> drawServed(const SweptKernel& swept, Random& random) 
   return std::nullopt;
 }
 
-testing::AssertionResult sweepKernel(const SweptKernel& swept, int32_t count) {
-  return sweep(count, [&swept](Random& random, int32_t /*i*/) -> testing::AssertionResult {
+testing::AssertionResult sweepKernel(const SweptKernel& swept, ConvRun* run, int32_t count) {
+  return sweep(count, [&swept, run](Random& random, int32_t /*i*/) -> testing::AssertionResult {
     const std::optional<ConvProblem> geometry = drawServed(swept, random);
     if (!geometry)
       return testing::AssertionFailure() << "serves next to nothing";
     const Case c = drawCase(*swept.kernel, *geometry, random);
-    const std::vector<float> expected = computeExpected(c, swept.rule);
+    const std::vector<float> expected =
+        run == swept.kernel->run ? computeExpected(c, swept.rule) : kernelOutput(c, *swept.kernel);
     for (const Guard guard : {Guard::behind, Guard::inFront})
-      if (testing::AssertionResult result = runCase(swept, c, expected, guard); !result)
+      if (testing::AssertionResult result = runCase(*swept.kernel, run, c, expected, guard);
+          !result)
         return result << "; " << swept.kernel->name << ": " << c.problem << " content "
                       << static_cast<int>(c.content) << " bias " << !c.bias.empty() << " floats "
                       << c.givesFloats;
@@ -189,12 +208,37 @@ class ConvSweep : public testing::TestWithParam<SweptKernel> {};
 TEST_P(ConvSweep, matchesTheStatedOrder) {
   if (GetParam().needs == Needs::avxAndFma && !cpuInfo().runsAvxAndFma())
     GTEST_SKIP() << "needs AVX and FMA";
-  EXPECT_TRUE(sweepKernel(GetParam(), caseCount(200)));
+  EXPECT_TRUE(sweepKernel(GetParam(), GetParam().kernel->run, caseCount(200)));
 }
 
 INSTANTIATE_TEST_SUITE_P(AllKernels, ConvSweep, testing::ValuesIn(sweptKernels()),
                          [](const testing::TestParamInfo<SweptKernel>& swept) {
                            return std::string(swept.param.kernel->name);
+                         });
+
+// --- The twins ---
+
+class TwinSweep : public testing::TestWithParam<x86::Twin> {};
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(TwinSweep);
+
+TEST_P(TwinSweep, computesWhatItsKernelDoes) {
+  const x86::Twin& twin = GetParam();
+  if (!twin.isAvailable())
+    GTEST_SKIP() << "needs a processor with registers of " << twin.bits << " bits";
+  const auto swept = std::ranges::find(sweptKernels(), twin.kernel, &SweptKernel::kernel);
+  ASSERT_NE(swept, sweptKernels().end());
+  EXPECT_TRUE(sweepKernel(*swept, twin.run, caseCount(300)));
+  EXPECT_EQ(x86::widestRun(*twin.kernel), twin.run);
+  x86::limitTwins(twin.bits - 1);
+  EXPECT_NE(x86::widestRun(*twin.kernel), twin.run);
+  x86::limitTwins(512);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllTwins, TwinSweep, testing::ValuesIn(x86::twins()),
+                         [](const testing::TestParamInfo<x86::Twin>& twin) {
+                           return std::string(twin.param.kernel->name)
+                               .append("_")
+                               .append(std::to_string(twin.param.bits));
                          });
 
 }  // namespace
