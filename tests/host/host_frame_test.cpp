@@ -38,21 +38,16 @@ TEST(I420Frame, BorrowedPlanesAreReadToTheLastSampleAndNoFurther) {
       SCOPED_TRACE(testing::Message() << width << "x" << height << " gap " << gap);
       const int32_t chromaWidth = (width + 1) / 2;
       const int32_t chromaHeight = (height + 1) / 2;
-      const int32_t strideY = width + gap;
-      const int32_t strideUV = chromaWidth + gap;
       // The last row ends where its samples end: nothing may rely on a whole stride there.
-      const auto size = [](int32_t stride, int32_t rows, int32_t row) {
-        return static_cast<size_t>(stride) * static_cast<size_t>(rows - 1) +
-               static_cast<size_t>(row);
+      const auto plane = [gap](int32_t columns, int32_t rows, uint8_t sample) {
+        const int32_t size = (columns + gap) * (rows - 1) + columns;
+        return std::vector<uint8_t>(static_cast<size_t>(size), sample);
       };
-      GuardedBuffer<uint8_t> y(size(strideY, height, width));
-      GuardedBuffer<uint8_t> u(size(strideUV, chromaHeight, chromaWidth));
-      GuardedBuffer<uint8_t> v(size(strideUV, chromaHeight, chromaWidth));
-      std::fill(y.begin(), y.end(), uint8_t{1});
-      std::fill(u.begin(), u.end(), uint8_t{2});
-      std::fill(v.begin(), v.end(), uint8_t{3});
-      const auto frame =
-          I420Frame::borrow(width, height, y.data(), strideY, u.data(), v.data(), strideUV);
+      const GuardedBuffer<uint8_t> y(plane(width, height, 1));
+      const GuardedBuffer<uint8_t> u(plane(chromaWidth, chromaHeight, 2));
+      const GuardedBuffer<uint8_t> v(plane(chromaWidth, chromaHeight, 3));
+      const auto frame = I420Frame::borrow(width, height, y.data(), width + gap, u.data(), v.data(),
+                                           chromaWidth + gap);
       ASSERT_TRUE(frame.has_value());
       EXPECT_EQ(frame->planeStride(2), frame->planeStride(1));
       EXPECT_EQ(sumOfSamples(*frame),

@@ -25,10 +25,12 @@ class PlainMedia(ApplicationTest):
                              ("YUV4MPEG2 W4 H4 C444", "444"),
                              ("YUV4MPEG2 W4 H4 C420p10", "420p10"),
                              ("YUV4MPEG2 W4 H4 XCOLORRANGE=FULL", "full-range"),
-                             ("Y" * 5000, "Y4M")):
+                             ("Y" * 5000, "Y4M"), ("\xff\xd8\xff\xe0 a JPEG", ""),
+                             ("\x89PNG\r\n\x1a\n and no more", "")):
             with self.subTest(head[:40]):
-                clip = self.file("clip", head.encode() + b"\nFRAME\n" + bytes(100))
+                clip = self.file("clip", head.encode("latin-1") + b"\nFRAME\n" + bytes(100))
                 self.refuse(self.detect(clip), reason)
+        self.refuse(self.detect(self.file("empty", b"")))
 
     def test_raw_samples_need_a_size_and_known_options(self):
         clip = self.file("raw", noise(self.random, 7, 5).samples() * 2)
@@ -53,21 +55,15 @@ class PlainMedia(ApplicationTest):
                 outcome = self.detect(self.file("clip", b"YUV4MPEG2 W2 H2 F25:1\n" + rest))
                 self.assertEqual((len(outcome.results()), outcome.code), (count, code))
 
-    def test_what_is_no_picture_or_video_is_refused(self):
-        for content in (b"", b"\xff\xd8\xff\xe0 a JPEG", b"\x89PNG\r\n\x1a\n and no more"):
-            with self.subTest(content):
-                self.refuse(self.detect(self.file("input", content)))
-
     def test_pictures_survive_the_file(self):
         # Smooth, since chroma is shared by four pixels and goes through RGB.
         for width, height in ((1, 1), (34, 26), (63, 31)):
             with self.subTest(width=width, height=height):
-                frame = Frame(width, height, [b"", b"", b""])
+                frame = Frame(width, height, [])
                 for plane in PLANES:
                     columns, rows = frame.plane_size(plane)
-                    frame.planes[plane] = bytes(
-                        110 + plane * 5 + x // 4 if plane else 60 + x + y
-                        for y in range(rows) for x in range(columns))
+                    frame.planes.append(bytes(110 + plane * 5 + x // 4 if plane else 60 + x + y
+                                              for y in range(rows) for x in range(columns)))
                 clip = self.file("clip.y4m", y4m([frame]))
                 picture, back = self.path("picture.png"), self.path("back.y4m")
                 self.succeed(1, clip, "--annotate", picture, module="painted")

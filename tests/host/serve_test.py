@@ -3,6 +3,7 @@ a viewer who takes nothing holds up nobody; how it ends."""
 
 import contextlib
 import http.client
+import itertools
 import json
 import os
 import re
@@ -81,11 +82,8 @@ class Serve(unittest.TestCase):
 
         events = self.server.get("/events")
         self.assertEqual(events.headers["Content-Type"], "text/event-stream")
-        results = []
-        while len(results) < 5:
-            line = events.readline()
-            if line.startswith(b"data: "):
-                results.append(json.loads(line[6:]))
+        results = [json.loads(line[6:]) for line in itertools.islice(
+            (line for line in events if line.startswith(b"data: ")), 5)]
         numbers = [result["frame"] for result in results]
         self.assertEqual(numbers, sorted(set(numbers)))
         self.assertEqual(results[0]["width"], WIDTH)

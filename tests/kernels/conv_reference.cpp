@@ -90,9 +90,12 @@ int32_t ceilOfQuotient(int32_t a, int32_t b) {
   return (a + b - 1) / b;
 }
 
+struct OutputPosition {
+  int32_t y, x, channel;
+};
+
 struct Tap {
-  int32_t ky;
-  int32_t kx;
+  int32_t ky, kx;
   int32_t channel;  // within the group
 };
 
@@ -157,24 +160,8 @@ float addTerm(Arithmetic arithmetic, float a, float b, float sum) {
   return arithmetic == Arithmetic::fused ? fusedMultiplyAdd(a, b, sum) : sum + a * b;
 }
 
-}  // namespace
-
-float activateInFloat(float x, const FusedActivation& activation) {
-  const auto relu = [](float v) { return v > 0 ? v : 0.0F; };
-  switch (activation.kind) {
-    case 1:
-      return relu(x);
-    case 2:
-      return relu(x < activation.clipMax ? x : activation.clipMax);
-    case 6:
-      return (x < 0 ? x : 0.0F) * activation.leakSlope + relu(x);
-    default:
-      return x;
-  }
-}
-
-float convolveInOrder(const ConvProblem& p, const ConvOperands& operands, const SumRule& rule,
-                      const OutputPosition& at) {
+float valueInOrder(const ConvProblem& p, const ConvOperands& operands, const SumRule& rule,
+                   const OutputPosition& at) {
   const Terms terms{p, operands, at};
   const int32_t inLanes = rule.inLanes ? p.kernelW * terms.channels / 4 * 4 : 0;
   float sum = terms.bias();
@@ -199,6 +186,31 @@ float convolveInOrder(const ConvProblem& p, const ConvOperands& operands, const 
     for (const float lane : lanes)
       sum += lane;
   return activateInFloat(sum, p.activation);
+}
+
+}  // namespace
+
+float activateInFloat(float x, const FusedActivation& activation) {
+  const auto relu = [](float v) { return v > 0 ? v : 0.0F; };
+  switch (activation.kind) {
+    case 1:
+      return relu(x);
+    case 2:
+      return relu(x < activation.clipMax ? x : activation.clipMax);
+    case 6:
+      return (x < 0 ? x : 0.0F) * activation.leakSlope + relu(x);
+    default:
+      return x;
+  }
+}
+
+std::vector<float> convolveInOrder(const ConvProblem& p, const ConvOperands& operands, Rule rule) {
+  std::vector<float> output;
+  for (int32_t y = 0; y < p.outputH; ++y)
+    for (int32_t x = 0; x < p.outputW; ++x)
+      for (int32_t channel = 0; channel < p.outputC; ++channel)
+        output.push_back(valueInOrder(p, operands, rule(p, x), {y, x, channel}));
+  return output;
 }
 
 bool isInTileZone(const ConvProblem& p, int32_t x, int32_t tile) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <vector>
 
 #include "engine/conv_problem.h"
 #include "tests/support/random.h"
@@ -66,12 +67,6 @@ struct ConvOperands {
   const float* bias = nullptr;
 };
 
-struct OutputPosition {
-  int32_t y = 0;
-  int32_t x = 0;
-  int32_t channel = 0;
-};
-
 /// The activations that a kernel merges. Any other kind is the identity.
 float activateInFloat(float x, const FusedActivation& activation);
 
@@ -97,8 +92,11 @@ struct SumRule {
   bool inLanes = false;
 };
 
-float convolveInOrder(const ConvProblem& p, const ConvOperands& operands, const SumRule& rule,
-                      const OutputPosition& at);
+/// How it sums up the values of column x.
+using Rule = SumRule (*)(const ConvProblem& p, int32_t x);
+
+/// The whole output, h, w, c.
+std::vector<float> convolveInOrder(const ConvProblem& p, const ConvOperands& operands, Rule rule);
 
 /// True if `x` is in the part of a row that a kernel with border zones computes in whole tiles.
 bool isInTileZone(const ConvProblem& p, int32_t x, int32_t tile);

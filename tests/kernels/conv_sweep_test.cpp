@@ -96,16 +96,6 @@ std::vector<float> packedWeights(const Case& c, int32_t layoutCode) {
   return packed;
 }
 
-std::vector<float> computeExpected(const Case& c, Rule rule) {
-  std::vector<float> expected;
-  const ConvProblem& p = c.problem;
-  for (int32_t y = 0; y < p.outputH; ++y)
-    for (int32_t x = 0; x < p.outputW; ++x)
-      for (int32_t channel = 0; channel < p.outputC; ++channel)
-        expected.push_back(convolveInOrder(p, c.operands(), rule(p, x), {y, x, channel}));
-  return expected;
-}
-
 testing::AssertionResult checkOutput(const ConvProblem& p, const std::vector<float>& expected,
                                      const GuardedBuffer<float>& output) {
   for (size_t i = 0; i < expected.size(); ++i)
@@ -189,8 +179,9 @@ testing::AssertionResult sweepKernel(const SweptKernel& swept, ConvRun* run, int
     if (!geometry)
       return testing::AssertionFailure() << "serves next to nothing";
     const Case c = drawCase(*swept.kernel, *geometry, random);
-    const std::vector<float> expected =
-        run == swept.kernel->run ? computeExpected(c, swept.rule) : kernelOutput(c, *swept.kernel);
+    const std::vector<float> expected = run == swept.kernel->run
+                                            ? convolveInOrder(c.problem, c.operands(), swept.rule)
+                                            : kernelOutput(c, *swept.kernel);
     for (const Guard guard : {Guard::behind, Guard::inFront})
       if (testing::AssertionResult result = runCase(*swept.kernel, run, c, expected, guard);
           !result)

@@ -35,9 +35,8 @@ TEST(Registry, reportsDuplicatesAndTypesThatNobodyMakes) {
   TensorMap weights;
   const LayerRow sigmoid = RowOf{.type = "Sigmoid", .io = {"x", "y"}}.row();
   CapturedStdout captured;
-  EXPECT_EQ(createLayer(2, sigmoid, tensors, weights), nullptr);
-  EXPECT_EQ(createLayer(-1, sigmoid, tensors, weights), nullptr);
-  EXPECT_EQ(createLayer(8, sigmoid, tensors, weights), nullptr);
+  for (const int32_t key : {2, -1, 8})
+    EXPECT_EQ(createLayer(key, sigmoid, tensors, weights), nullptr);
   registerLayer(5, "Sigmoid", makeNothing);
   registerLayer(5, "Sigmoid", makeLayer<simd::Activation>);
   registerLayer(8, "Sigmoid", makeNothing);
@@ -102,21 +101,19 @@ TEST(Graph, weightsEndAtTheFirstNameThatIsNotThere) {
 
 // --- The rewrite ---
 
-// x plus itself, so that there is a layer to merge activations into.
-void addSum(SmallNet& small, const Values& values) {
-  small.addInput("x", {1, 1, 1, static_cast<int32_t>(values.size())}, values);
-  small.addLayer({.type = "Add", .io = {"x", "x", "sum"}});
-}
-
-bool rewrite(SmallNet& small) {
-  return small.net.env->rewriteGraph(&small.net);
-}
+/// x plus itself, so that there is a layer to merge activations into.
+struct SumNet : SmallNet {
+  explicit SumNet(const Values& values) {
+    addInput("x", {1, 1, 1, static_cast<int32_t>(values.size())}, values);
+    addLayer({.type = "Add", .io = {"x", "x", "sum"}});
+  }
+  bool rewrite() { return net.env->rewriteGraph(&net); }
+};
 
 TEST(Rewrite, activationBecomesPartOfTheLayerBefore) {
-  SmallNet small;
-  addSum(small, {-1, 2});
+  SumNet small({-1, 2});
   Layer* relu = small.addLayer({.type = "Relu", .io = {"sum", "y"}, .ints = {1}});
-  EXPECT_TRUE(rewrite(small));
+  EXPECT_TRUE(small.rewrite());
   const Layer* sum = small.net.layers[0];
   Tensor* y = &small.tensor("y");
   EXPECT_TRUE(relu->inputs == relu->outputs && sum->outputs == relu->outputs);
@@ -136,8 +133,7 @@ TEST(Rewrite, activationBecomesPartOfTheLayerBefore) {
 
 // And a reshape's output, which is its input's memory.
 TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
-  SmallNet small;
-  addSum(small, {-1, 2});
+  SumNet small({-1, 2});
   const RowOf rows[] = {{.type = "Relu", .io = {"sum", "y"}, .ints = {1}},
                         {.type = "Softmax", .io = {"sum", "p"}},
                         {.type = "Softmax", .io = {"y", "q"}},
@@ -147,7 +143,7 @@ TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
   for (const RowOf& row : rows)
     small.addLayer(row);
   small.addInput("z", {1, 1, 1, 1}, {-1});
-  EXPECT_TRUE(rewrite(small));
+  EXPECT_TRUE(small.rewrite());
   for (const Layer* layer : small.net.layers)
     EXPECT_TRUE(layer->inputs != layer->outputs && layer->successors.empty()) << layer->name;
   ASSERT_TRUE(small.compute());
@@ -164,12 +160,11 @@ TEST(Rewrite, chainedActivationsAllTakeEffect) {
       {2, {0, half}}, {4, {std::tanh(-4.0F), std::tanh(2.0F)}}, {6, {-4 * half, 2}}};
   for (const auto& [kind, first] : kinds)
     for (const char* between : {"a", "sum"}) {
-      SmallNet small;
-      addSum(small, {-2, 1});
+      SumNet small({-2, 1});
       small.addLayer(
           {.type = "Activation", .io = {"sum", between}, .ints = {kind}, .floats = {half}});
       small.addLayer({.type = "Activation", .io = {between, "y"}, .ints = {6}, .floats = {half}});
-      EXPECT_TRUE(rewrite(small));
+      EXPECT_TRUE(small.rewrite());
       ASSERT_TRUE(small.compute());
       EXPECT_EQ(small.values("y"), (Values{first[0] * half, first[1]}))
           << "first of kind " << kind << " into " << between;

@@ -48,9 +48,6 @@ class Lead {
   Random& random_;
 };
 
-/// How a kernel sums up the values of column x.
-using Rule = SumRule (*)(const ConvProblem& p, int32_t x);
-
 enum class Needs : uint8_t { nothing, avxAndFma };
 
 struct SweptKernel {
