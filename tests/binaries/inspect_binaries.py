@@ -222,7 +222,7 @@ CORE = "libtavro-core.dll"
 CORE_FUNCTIONS = {"qosl_so_register", "qosl_module_register", "qosl_module_unregister", "qosl_printf"}
 SYSTEM_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
 # Of the moves that demand an aligned address, those that the compiler makes on its own. A buffer in
-# memory isn't moved with them either: who could tell its address from one on the stack?
+# memory isn't moved with them either: nothing tells its address from one on the stack.
 ALIGNED_MOVE = re.compile(r"\tvmov(aps|apd|dqa)\s.*%ymm.*\(|\tvmov(aps|apd|dqa)\s.*\(.*%ymm")
 VECTOR_ON_STACK = re.compile(r"\tvmov\w+\s.*%ymm\d+,.*\(%r(sp|bp)|\tvmov\w+\s.*\(%r(sp|bp).*%ymm")
 

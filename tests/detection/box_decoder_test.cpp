@@ -35,8 +35,8 @@ struct Outputs {
   }
 };
 
-// What the decoder must make of the outputs, a second time: with priors of its own, and by choosing
-// the best open box each time instead of sorting.
+// The decoder a second time, with its own priors. It chooses the best open box each time instead of
+// sorting.
 struct ReferenceBox {
   double left, top, right, bottom, score;
   int32_t prior;

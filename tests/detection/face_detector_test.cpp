@@ -152,7 +152,7 @@ TEST(FaceDetector, TracksSurviveFramesThatFail) {
   EXPECT_EQ(detect(*detector, first), before);
 }
 
-// Planes that end, or begin, at a page that can't be touched; a chroma stride that is too short for
+// The planes end, or begin, at a page that can't be touched. A chroma stride that is too short for
 // the last column of an odd width is accepted.
 TEST(FaceDetector, ReadsNothingBeyondThePlanes) {
   TracedRandom random;

@@ -1,6 +1,6 @@
-// The module and the heap: what a warm frame takes from it, which is scratch that is given back
-// within the frame; and that the failure of any allocation, from the module's loading to an
-// instance's third frame, is a plain refusal that costs nothing once there is memory again.
+// The module and the heap. A warm frame takes nothing but scratch, which it returns before it ends.
+// And any allocation may fail, from the module's loading to an instance's third frame: that is a
+// refusal, and all is well as soon as there is memory again.
 
 #include <gtest/gtest.h>
 
@@ -157,7 +157,7 @@ TEST(Heap, AnyAllocationMayFail) {
   }
 }
 
-#if !defined(_WIN32)  // where every library has an operator new of its own, out of reach
+#if !defined(_WIN32)  // where every library has its own operator new, out of reach
 // The same for the real module in the host's library, from loading to unloading.
 TEST(Heap, AnyAllocationOfLoadingMayFail) {
   namespace host = tavro::host;

@@ -14,7 +14,7 @@
 #include "host/core/module_host.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
-#include "tests/support/dynamic_library.h"
+#include "tests/support/operating_system.h"
 
 namespace tavro::host {
 namespace {

@@ -1,7 +1,6 @@
 // Eight instances on eight threads, which all begin at once, so that whatever is made on first use
-// is made in a race: each must get the rectangles that an instance by itself gets. The program
-// touches nothing of the module before the threads do; under the thread sanitizer it finds any
-// sharing.
+// is made in a race. Each must find the rectangles that it finds alone. The program touches nothing
+// of the module before the threads do, so the thread sanitizer notices any sharing.
 
 #include <gtest/gtest.h>
 

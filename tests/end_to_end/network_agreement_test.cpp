@@ -1,6 +1,6 @@
 // The engine against the reference network, from the picture's bytes to both outputs, on the
-// 256-bit and on the 128-bit kernels. Every picture but the first comes to a used network beside
-// another one, so that nothing may stay behind in buffers or be shared.
+// 256-bit and on the 128-bit kernels. Both see one picture after the other, side by side,
+// so that anything left in a buffer, or shared, would show.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The application's parts that can be told right from wrong without a video.
+// The application's parts that can be checked without a video.
 
 #include <gtest/gtest.h>
 
@@ -48,7 +48,7 @@ TEST(TextFormats, JsonLinesKeysAndNumbers) {
       R"({"frame":7,"time":0.333333,"width":1,"height":1,"faces":[{"left":-1,"top":2,"right":3,)"
       R"("bottom":4},{"left":5,"top":6,"right":7,"bottom":8}],"ms":12.0})"
       "\n");
-  // Still JSON, whatever a broken file's time stamps come to.
+  // Still JSON, whatever the time stamps of a broken file are.
   EXPECT_NE(jsonLine({.time = -1e-9}).find(R"("time":0.0,)"), std::string::npos);
   EXPECT_NE(jsonLine({.time = std::numeric_limits<double>::quiet_NaN()}).find(R"("time":0.0,)"),
             std::string::npos);

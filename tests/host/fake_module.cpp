@@ -1,7 +1,6 @@
 // Modules for the tests of the host: each is this file, built with one of the FAKE_* faults or with
-// none. It has the real boundary, class FDWrapper included, and behind it a detector that answers
-// with what it was given, so that a test can tell from the rectangles which samples have reached
-// the module. It prints diagnostics as the real one does.
+// none. It has the real boundary, class FDWrapper included, and behind it a detector whose
+// rectangles say which samples have reached the module. It prints diagnostics as the real one does.
 
 #include <algorithm>
 #include <cstdio>

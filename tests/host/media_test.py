@@ -1,5 +1,5 @@
-"""tavro-fd with FFmpeg's libraries: pictures and videos that aren't stored the way the detector wants
-them, damaged ones, the annotated ones that it writes, and devices."""
+"""tavro-fd with FFmpeg's libraries: pictures and videos that have to be converted for the detector,
+damaged ones, the annotated ones that it writes, and devices."""
 
 import itertools
 import os
@@ -80,7 +80,7 @@ class Formats(MediaTest):
                 self.expect_quarters(result, LUMA)
 
     def test_raw_pictures_of_any_width_are_converted(self):
-        # Cameras give NV12; widths that fit no vector once made the converter write beside its rows.
+        # As cameras have it. Widths that fit no vector made the converter write beside its rows.
         for name, (width, height) in itertools.product(
                 ("nv12", "nv21", "yuv422p", "rgb24"),
                 ((854, 480), (200, 150), (33, 17), (2, 2), (1, 1))):

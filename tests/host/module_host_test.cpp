@@ -15,7 +15,7 @@
 #include "host/core/host_api.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
-#include "tests/support/dynamic_library.h"
+#include "tests/support/operating_system.h"
 
 namespace tavro::host {
 namespace {
@@ -109,7 +109,7 @@ TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {
   EXPECT_TRUE(instance->init());
   EXPECT_EQ(destroyInstance(instance).error, "");
 
-  // One file is one module: the second name that it claims isn't given.
+  // One file is one module: it doesn't get the second name that it claims.
   ASSERT_EQ(loadModule(FAKE_TWICE_FILE).error, "");
   EXPECT_TRUE(findModule("twice").has_value());
   EXPECT_FALSE(findModule("twice_again").has_value());

@@ -204,7 +204,7 @@ ImageCase caseOf(const Operation& operation, Size size) {
 
 class ColorConversion : public testing::TestWithParam<Operation> {};
 
-TEST_P(ColorConversion, givesTheFormulasBytes) {
+TEST_P(ColorConversion, matchesTheFormulas) {
   EXPECT_TRUE(sweep(70 * 9, [](Random& random, int32_t i) {
     return checkImage(caseOf(GetParam(), {i / 9 + 1, i % 9 + 1}), random);
   }));

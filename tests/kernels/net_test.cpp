@@ -244,7 +244,7 @@ TEST(Diagnostics, timesLayersUnderTheirLabels) {
                   .io = {"picture", "235"},
                   .ints = {3, 3, 1, 1, 1, 1, 2, 2, 1, 1},
                   .weights = {"w"}});
-  small.addLayer({.type = "Softmax", .io = {"235", "p"}});  // has no parameters to tell
+  small.addLayer({.type = "Softmax", .io = {"235", "p"}});  // has no parameters to print
   ASSERT_TRUE(small.reshape());
   EXPECT_EQ(small.net.layers[0]->cost, 7'962'624U);
   small.net.timeLayers = true;

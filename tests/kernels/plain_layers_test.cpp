@@ -172,7 +172,7 @@ TEST(BinaryOp, typeMulMultipliesAndConstantsAreOperands) {
 
 // For more than three channels nothing is subtracted from inputs below 0, so that these keep away
 // from where exp underflows.
-TEST(Softmax, givesProbabilities) {
+TEST(Softmax, computesProbabilities) {
   TracedRandom random;
   for (const int32_t channels : {1, 2, 3, 4, 5, 17})
     for (const auto& [low, high] : {std::pair{-8.0F, 8.0F},

@@ -33,7 +33,7 @@ inline testing::AssertionResult sweep(
   return testing::AssertionSuccess();
 }
 
-/// Random values, or those that a random draw hardly ever gives.
+/// Random values, or those that a random draw hardly ever contains.
 enum class Content : uint8_t {
   random,
   zeros,

@@ -1,4 +1,4 @@
-// The figures of jitter, for sequences whose figures can be told by hand.
+// The figures of jitter, for sequences whose figures can be worked out by hand.
 
 #include "tools/jitter/steadiness.h"
 

@@ -153,18 +153,15 @@ class Refusals(unittest.TestCase):
                        {"stride_y": 7}, {"stride_uv": 3}, {"y": None}, {"u": None}, {"v": None}):
             self.assertEqual(prepare(**change), -1, change)
         good = ctypes.byref(frame.described())
-        for result in (call.tavroPrepareInput(null, picture), call.tavroPrepareInput(good, null),
-                       call.tavroConvertPicture(null, 24, good),
-                       call.tavroConvertPicture(picture, 23, good),
-                       call.tavroRunNetwork(null, picture, boxes, boxes),
-                       call.tavroRunNetwork(handle, null, boxes, boxes),
-                       call.tavroRunNetwork(handle, picture, null, boxes),
-                       call.tavroDetect(null, good, threshold, 5, boxes, 9),
-                       call.tavroDetect(handle, null, threshold, 5, boxes, 9),
-                       call.tavroDetect(handle, good, threshold, -1, boxes, 9),
-                       call.tavroDetect(handle, good, threshold, 5, null, 9),
-                       call.tavroDetect(handle, good, threshold, 5, boxes, -1)):
-            self.assertEqual(result, -1)
+        for function, *arguments in ((call.tavroPrepareInput, good, picture),
+                                     (call.tavroConvertPicture, picture, 24, good),
+                                     (call.tavroRunNetwork, handle, picture, boxes, boxes),
+                                     (call.tavroDetect, handle, good, threshold, 5, boxes, 9)):
+            for place, argument in enumerate(arguments):
+                if argument is not threshold:
+                    bad = -1 if isinstance(argument, int) else null
+                    self.assertEqual(function(*arguments[:place], bad, *arguments[place + 1:]), -1)
+        self.assertEqual(call.tavroConvertPicture(picture, 23, good), -1)
         self.assertLessEqual(call.tavroDetect(handle, good, threshold, 8, boxes, 2), 2)
         call.tavroReleaseDetector(null)
 

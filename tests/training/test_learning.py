@@ -67,7 +67,7 @@ class Losses(unittest.TestCase):
         self.assertGreater(value[3], 1 - 100 / 300)  # the other shape costs more than the overlap
 
     def test_scores(self):
-        """What is wrong counts, what is right hardly, what isn't asked not at all."""
+        """Wrong answers count, right ones hardly count, and those that aren't asked for don't."""
         logit = torch.tensor([[3.0, -3.0, 4.0, -4.0, 0.0]])
         positive = torch.tensor([[True, True, False, False, False]])
         negative = torch.tensor([[False, False, True, True, False]])

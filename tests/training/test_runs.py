@@ -29,7 +29,7 @@ class Runs(unittest.TestCase):
             self.addCleanup(signal.signal, number, signal.getsignal(number))
 
     def start(self, name, *options):
-        """Exit status and what is told about it."""
+        """The exit status and the error output."""
         errors = io.StringIO()
         with contextlib.redirect_stdout(io.StringIO()), contextlib.redirect_stderr(errors):
             try:

@@ -1,7 +1,7 @@
 // A host as it is on Windows: made by a compiler with Microsoft's C++ ABI, linked with another C
 // runtime than the module, with a core library and a heap of its own. It includes the boundary's
-// headers as they are, so the places in the virtual tables are those that such a compiler gives
-// them.
+// headers as they are, so the places in the virtual tables are those that such a compiler
+// chooses.
 //
 //   foreign_host MODULE PICTURE    the picture is I420, 160x120
 //
