@@ -1,8 +1,8 @@
 #pragma once
 
 // Planes in guarded memory, and what the scalers and converters must make of them: every sample
-// computed on its own from the formulas, with no rows, rings or blocks. Then the sweep: an operation
-// as planes in, planes out, and what must come of them.
+// computed on its own from the formulas, with no rows, rings or blocks. Then the sweep: an
+// operation as planes in, planes out, and what must come of them.
 
 #include <gtest/gtest.h>
 
