@@ -113,7 +113,7 @@ std::vector<float> kernelOutput(const Case& c, const ConvKernel& kernel) {
   const std::vector<float> weights = withSpare(packedWeights(c, kernel.weightLayout));
   const std::vector<float> bias = withSpare(c.bias);
   ConvProblem p = c.problem;
-  const size_t count = static_cast<size_t>(p.outputH) * p.outputW * p.outputC;
+  const size_t count = Extents{1, p.outputH, p.outputW, p.outputC}.count();
   std::vector<float> output(count + spareFloats);
   p.input = c.givesFloats ? c.input.data() : nullptr;
   p.bytes = c.bytes.empty() ? nullptr : c.bytes.data();
