@@ -2,13 +2,15 @@
 
 // The fused multiply-add kernels: twelve for dense convolutions, two for depthwise ones. A name
 // ends in the block of output channels and the tile of output pixels that one step computes. They
-// come in five families, a file each:
+// come in five families, templates over the vector that a header each has:
 //
-//   avx_pixel_list_kernels.cpp     1x1: the image is a list of pixels
-//   avx_edge_lane_kernels.cpp      3x3, one tap of padding: a tap outside is a zero vector
-//   avx_border_zone_kernels.cpp    3x3, any padding: border columns go by themselves
-//   avx_rolling_row_kernels.cpp    3x3 on three planar, zero-bordered rows; reads pictures
-//   x86_depthwise_conv_64_asm.cpp  3x3, one filter a channel
+//   pixel_list.h         1x1: the image is a list of pixels
+//   edge_lanes.h         3x3, one tap of padding: a tap outside is a zero vector
+//   border_zones.h       3x3, any padding: border columns go by themselves
+//   rolling_rows.h       3x3 on three planar, zero-bordered rows; reads pictures
+//   depthwise_columns.h  3x3, one filter a channel
+//
+// Wider instances of the same templates are their twins (twins.h).
 
 #include "engine/conv_problem.h"
 #include "engine/weight_packing.h"

@@ -58,7 +58,7 @@ inline Vector leakyRelu(Vector x, float slope) {
 /// Calls `use` with the function that `activation` names, so that a loop over many values asks for
 /// the kind only once. Kinds that the vector's kernels don't fuse are the identity.
 template <typename Vector, typename Use>
-inline void withActivation(const FusedActivation& activation, Use use) {
+[[gnu::always_inline]] inline void withActivation(const FusedActivation& activation, Use use) {
   const auto kind = static_cast<core::ActivationKind>(activation.kind);
   if (kind == core::ActivationKind::relu) {
     use([](Vector x) { return relu(x); });
@@ -97,7 +97,7 @@ struct Sums {
   Vector at[groups][vectors];
 
   /// All pixels start from the bias of the block's channels; null is zero.
-  void start(const float* bias) {
+  [[gnu::always_inline]] void start(const float* bias) {
     for (int v = 0; v < vectors; ++v) {
       const Vector first =
           bias != nullptr ? Vector::load(bias + v * Vector::lanes) : Vector::zero();
@@ -107,7 +107,8 @@ struct Sums {
 
   /// Stores pixel by pixel in rising order: lanes that a short block has too many fall on the pixel
   /// behind and are written over by it.
-  void store(float* output, ptrdiff_t pixelStride, const FusedActivation& activation) const {
+  [[gnu::always_inline]] void store(float* output, ptrdiff_t pixelStride,
+                                    const FusedActivation& activation) const {
     withActivation<Vector>(activation, [&](auto function) {
       unrolled<groups>([&](int group) __attribute__((always_inline)) {
         for (int pixel = 0; pixel < Vector::pixels; ++pixel, output += pixelStride)

@@ -10,4 +10,12 @@ namespace TavroRTC::FDModule::x86 {
 // avx_tap_twins.cpp
 ConvRun convSse1x1_4x4_256;
 
+// avx512_twins.cpp
+ConvRun conv1x1_32x3_512;
+ConvRun conv1x1_16x4_512;
+ConvRun conv3x3s1_16x4_512;
+ConvRun conv3x3dil_16x4_512;
+ConvRun conv3x3bytes_16x4_512;
+ConvRun dwConv3x3_16x4_512;  // of both depthwise kernels
+
 }  // namespace TavroRTC::FDModule::x86

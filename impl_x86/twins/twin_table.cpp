@@ -13,8 +13,19 @@ bool withAvxAndFma() {
   return cpuInfo().runsAvxAndFma();
 }
 
+bool withAvx512() {
+  return cpuInfo().runsAvx512();
+}
+
 constexpr Twin table[] = {
     {&simd::convSse1x1_4x4, 256, withAvxAndFma, convSse1x1_4x4_256},
+    {&conv1x1_32x3, 512, withAvx512, conv1x1_32x3_512},
+    {&conv1x1_16x4, 512, withAvx512, conv1x1_16x4_512},
+    {&conv3x3s1_16x4, 512, withAvx512, conv3x3s1_16x4_512},
+    {&conv3x3dil_16x4, 512, withAvx512, conv3x3dil_16x4_512},
+    {&conv3x3bytes_16x4, 512, withAvx512, conv3x3bytes_16x4_512},
+    {&dwConv3x3_16x4, 512, withAvx512, dwConv3x3_16x4_512},
+    {&dwConv3x3s1_16x5, 512, withAvx512, dwConv3x3_16x4_512},
 };
 
 }  // namespace

@@ -6,9 +6,10 @@ objects: the disassembly of compiled files. Each belongs to an instruction set, 
   baseline   no VEX-coded instruction: it must run on any x86-64 processor
   ssse3      likewise; it may use SSSE3
   f16c, avx  may use 256-bit registers, but nothing newer than AVX, FMA and F16C
+  avx512     may use more, up to the sets of AVX-512 that a twin asks for
 
 In all but the baseline no symbol may be weak, or the linker could put a copy compiled for a newer
-processor where baseline code calls it. In the hot loops of avx objects (innermost loops that multiply)
+processor where baseline code calls it. In the hot loops of the last two (innermost loops that multiply)
 no vector may travel over the stack.
 
 libraries: what they export, what the module needs, and how those that every host loads are hardened.
@@ -38,6 +39,7 @@ Instruction = namedtuple("Instruction", "address mnemonic operands")
 
 KINDS = (
     (re.compile(r"avx_\w+_(kernels|twins)|_64_asm"), "avx"),
+    (re.compile(r"avx512_twins"), "avx512"),
     (re.compile(r"f16c"), "f16c"),
     (re.compile(r"ssse3"), "ssse3"),
 )
@@ -122,9 +124,9 @@ def object_faults(path):
             if kind in ("baseline", "ssse3"):
                 if re.match(r"v(?!er[rw]$)", instruction.mnemonic):
                     note("needs AVX", instruction)
-            elif is_newer(instruction):
+            elif kind != "avx512" and is_newer(instruction):
                 note("needs more than AVX and FMA", instruction)
-        for instruction in spills(body) if kind == "avx" else ():
+        for instruction in spills(body) if kind in ("avx", "avx512") else ():
             note("a vector on the stack in a hot loop", instruction)
     return faults
 

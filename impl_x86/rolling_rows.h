@@ -1,3 +1,5 @@
+#pragma once
+
 // Rolling rows: both kernels keep three input rows in planar form, one row of inputW + 2 floats for
 // each channel, with a zero at either end that stands for the padding. As the window moves down,
 // the buffer of a row that drops out takes the next new row.
@@ -12,8 +14,8 @@
 #include "engine/aligned_memory.h"
 #include "engine/number_conversion.h"
 #include "engine/simd/conv_zones.h"
+#include "engine/simd/vectors.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -60,7 +62,7 @@ class PlanarRows {
 
 // --- conv3x3bytes_16x4 ---
 
-void convertRow(const ConvProblem& p, int32_t inputY, float* row) {
+inline void convertRow(const ConvProblem& p, int32_t inputY, float* row) {
   const uint8_t* bytes = p.bytes + static_cast<ptrdiff_t>(inputY) * p.inputW * p.inputC;
   if (p.inputC == 3)
     bytesToFloatPlanes(bytes, row, p.inputW, p.byteMean, p.byteScale);
@@ -69,10 +71,10 @@ void convertRow(const ConvProblem& p, int32_t inputY, float* row) {
 }
 
 constexpr int bytesBlock = 16;
-constexpr int bytesTile = 4;
 
+template <typename Vector, int bytesTile>
 void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, float* output) {
-  using Step = Sums<Float8, bytesBlock, bytesTile>;
+  using Step = Sums<Vector, bytesBlock, bytesTile>;
   const float* weights = p.weights;
   for (int32_t channel = 0; channel < p.outputC; channel += bytesBlock) {
     Step sums;
@@ -82,14 +84,14 @@ void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, f
         const float* input = rows.plane(ky, i) + 2 * x;
         constexpr int order[] = {0, 2, 1};
         for (const int kx : order) {
-          Float8 weight[Step::vectors];
+          Vector weight[Step::vectors];
           for (int v = 0; v < Step::vectors; ++v)
-            weight[v] = Float8::load(weights + kx * bytesBlock + v * Float8::lanes);
-          for (int pixel = 0; pixel < bytesTile; ++pixel) {
-            const Float8 value = Float8::broadcast(input + 2 * pixel + kx);
+            weight[v] = Vector::load(weights + kx * bytesBlock + v * Vector::lanes);
+          unrolled<bytesTile>([&](int pixel) __attribute__((always_inline)) {
+            const Vector value = Vector::broadcast(input + 2 * pixel + kx);
             for (int v = 0; v < Step::vectors; ++v)
               sums.at[pixel][v] = multiplyAdd(value, weight[v], sums.at[pixel][v]);
-          }
+          });
         }
       }
     }
@@ -97,7 +99,12 @@ void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, f
   }
 }
 
+// Rows that are shorter than the tile go in tiles of `shortTile`.
+template <typename Vector, int tile, int shortTile = tile>
 bool runBytes(const ConvProblem& p) {
+  if constexpr (shortTile < tile)
+    if (p.outputW < tile)
+      return runBytes<Vector, shortTile>(p);
   PlanarRows rows(p.inputW, p.inputC);
   if (!rows.isReady())
     return false;
@@ -106,18 +113,18 @@ bool runBytes(const ConvProblem& p) {
     convertRow(p, 2 * y, rows.row(1));
     convertRow(p, 2 * y + 1, rows.row(2));
     float* output = p.output + static_cast<ptrdiff_t>(y) * p.outputW * p.outputC;
-    for (int32_t next = 0; next < p.outputW; next += bytesTile) {
-      const int32_t x = least(next, p.outputW - bytesTile);
-      computeBytesTile(p, rows, x, output + static_cast<ptrdiff_t>(x) * p.outputC);
+    for (int32_t next = 0; next < p.outputW; next += tile) {
+      const int32_t x = least(next, p.outputW - tile);
+      computeBytesTile<Vector, tile>(p, rows, x, output + static_cast<ptrdiff_t>(x) * p.outputC);
     }
   }
   return true;
 }
 
 // Every window but those of the first row and column lies inside the picture.
-bool servesBytes(const ConvProblem& p) {
+inline bool servesBytes(const ConvProblem& p) {
   return is3x3(p) && p.bytes != nullptr && p.isStride(2, 2) && !p.isDilated() && p.padLeft == 1 &&
-         p.padTop == 1 && (p.inputC == 1 || p.inputC == 3) && p.outputW >= bytesTile &&
+         p.padTop == 1 && (p.inputC == 1 || p.inputC == 3) && p.outputW >= 4 &&
          2 * p.outputW <= p.inputW && 2 * p.outputH <= p.inputH &&
          fillsBlocks(p.outputC, bytesBlock);
 }
@@ -126,10 +133,9 @@ bool servesBytes(const ConvProblem& p) {
 
 constexpr int singleChannels = 3;
 constexpr int singleTile = 48;
-constexpr int singleVectors = singleTile / Float8::lanes;
 
 // The interleaved input row, or zeros for a row below the image.
-void separateRow(const ConvProblem& p, int32_t inputY, float* row, int32_t planeWidth) {
+inline void separateRow(const ConvProblem& p, int32_t inputY, float* row, int32_t planeWidth) {
   const float* input = p.input + static_cast<ptrdiff_t>(inputY) * p.inputW * singleChannels;
   const bool isInside = inputY < p.inputH;
   for (int32_t x = 0; x < p.inputW; ++x)
@@ -137,27 +143,30 @@ void separateRow(const ConvProblem& p, int32_t inputY, float* row, int32_t plane
       row[channel * planeWidth + x + 1] = isInside ? input[x * singleChannels + channel] : 0.0F;
 }
 
+template <typename Vector>
 void computeSingleTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, float* output) {
-  Float8 sum[singleVectors];
-  for (Float8& lane : sum)
-    lane = p.bias != nullptr ? Float8::broadcast(p.bias) : Float8::zero();
+  constexpr int singleVectors = singleTile / Vector::lanes;
+  Vector sum[singleVectors];
+  for (Vector& lane : sum)
+    lane = p.bias != nullptr ? Vector::broadcast(p.bias) : Vector::zero();
   const float* weights = p.weights;
   for (int ky = 0; ky < 3; ++ky) {
     for (int i = 0; i < singleChannels; ++i) {
       const float* input = rows.plane(ky, i) + x;
       for (int kx = 0; kx < 3; ++kx, ++weights) {
-        const Float8 weight = Float8::broadcast(weights);
+        const Vector weight = Vector::broadcast(weights);
         for (int v = 0; v < singleVectors; ++v)
-          sum[v] = multiplyAdd(Float8::load(input + kx + v * Float8::lanes), weight, sum[v]);
+          sum[v] = multiplyAdd(Vector::load(input + kx + v * Vector::lanes), weight, sum[v]);
       }
     }
   }
-  withActivation<Float8>(p.activation, [&](auto function) {
+  withActivation<Vector>(p.activation, [&](auto function) {
     for (int v = 0; v < singleVectors; ++v)
-      function(sum[v]).store(output + v * Float8::lanes);
+      function(sum[v]).store(output + v * Vector::lanes);
   });
 }
 
+template <typename Vector>
 bool runSingle(const ConvProblem& p) {
   PlanarRows rows(p.inputW, singleChannels);
   if (!rows.isReady())
@@ -169,25 +178,17 @@ bool runSingle(const ConvProblem& p) {
     float* output = p.output + static_cast<ptrdiff_t>(y) * p.outputW;
     for (int32_t next = 0; next < p.outputW; next += singleTile) {
       const int32_t x = least(next, p.outputW - singleTile);
-      computeSingleTile(p, rows, x, output + x);
+      computeSingleTile<Vector>(p, rows, x, output + x);
     }
   }
   return true;
 }
 
-bool servesSingle(const ConvProblem& p) {
+inline bool servesSingle(const ConvProblem& p) {
   return is3x3(p) && p.isStride(1, 1) && !p.isDilated() && p.padLeft == 1 && p.padTop == 1 &&
          p.inputC == singleChannels && p.outputC == 1 && p.outputW >= singleTile &&
          p.outputW <= p.inputW && p.outputH <= p.inputH;
 }
 
 }  // namespace
-
-constinit const ConvKernel conv3x3bytes_16x4 = {"conv3x3bytes_16x4", layout::block16TapsInner,
-                                                fusesRelu,           ConvInput::bytes,
-                                                servesBytes,         runBytes};
-constinit const ConvKernel conv3x3single_48 = {"conv3x3single_48", layout::channelTapsInner,
-                                               fusesRelu,          ConvInput::floats,
-                                               servesSingle,       runSingle};
-
 }  // namespace TavroRTC::FDModule::x86

@@ -1,3 +1,5 @@
+#pragma once
+
 // Border zones: 3x3 with any padding and dilation, so that several columns at either end of a row
 // have taps outside the image. Those columns go by the pixel path, which clips its taps; the
 // columns between them go in tiles, where all taps are inside.
@@ -10,8 +12,8 @@
 // pixel path of conv3x3any_4x6, whose multiply and add are each rounded.
 
 #include "engine/simd/conv_zones.h"
+#include "engine/simd/vectors.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -26,11 +28,11 @@ void addTap(Sums<Vector, block, pixels>& sums, const float* input, ptrdiff_t pix
   Vector weight[vectors];
   for (int v = 0; v < vectors; ++v)
     weight[v] = Vector::load(weights + v * Vector::lanes);
-  for (int pixel = 0; pixel < pixels; ++pixel) {
+  unrolled<pixels>([&](int pixel) __attribute__((always_inline)) {
     const Vector value = Vector::broadcast(input + pixel * pixelStride);
     for (int v = 0; v < vectors; ++v)
       sums.at[pixel][v] = multiplyAdd(value, weight[v], sums.at[pixel][v]);
-  }
+  });
 }
 
 template <typename Vector, int block, int pixels, Path path>
@@ -68,7 +70,7 @@ void computePixels(const ConvProblem& p, int32_t y, int32_t x, TapRange rows, Ta
 }
 
 // How many columns from x on have the same taps, up to `most`.
-int32_t columnsAlike(const ConvProblem& p, int32_t x, int32_t most) {
+inline int32_t columnsAlike(const ConvProblem& p, int32_t x, int32_t most) {
   const TapRange taps = columnTaps(p, x);
   int32_t alike = 1;
   for (; alike < most; ++alike) {
@@ -89,39 +91,42 @@ void computeAlike(const ConvProblem& p, int32_t y, int32_t x, int32_t count, Tap
 }
 
 // The columns from begin to end - 1.
-template <typename Vector, int block, int tile>
+template <typename Vector, int block, int most>
 void computeBorder(const ConvProblem& p, int32_t y, int32_t begin, int32_t end, TapRange rows) {
   for (int32_t x = begin; x < end;) {
-    const int32_t count = columnsAlike(p, x, least(tile, end - x));
-    computeAlike<Vector, block, tile>(p, y, x, count, rows);
+    const int32_t count = columnsAlike(p, x, least(most, end - x));
+    computeAlike<Vector, block, most>(p, y, x, count, rows);
     x += count;
   }
 }
 
-template <typename Vector, typename BorderVector, int block, int tile>
-bool runKernel(const ConvProblem& p) {
+// The columns from x to end - 1, a multiple of `tile`, in steps of `most` while they last.
+template <typename Vector, int block, int tile, int most>
+void computeMiddle(const ConvProblem& p, int32_t y, int32_t x, int32_t end, TapRange rows) {
+  for (; x + most <= end; x += most)
+    computePixels<Vector, block, most, Path::tile>(p, y, x, rows, {0, 3});
+  if constexpr (most > tile)
+    computeMiddle<Vector, block, tile, most - tile>(p, y, x, end, rows);
+}
+
+// The tile decides where the middle of a row ends, and so which order a sum is taken in; a step may
+// have more pixels.
+template <typename Vector, typename BorderVector, int block, int tile, int middleStep = tile,
+          int borderStep = tile>
+bool runBorderZones(const ConvProblem& p) {
   const ColumnZones zones = columnZones(p, tile);
   for (int32_t y = 0; y < p.outputH; ++y) {
     const TapRange rows = rowTaps(p, y);
-    computeBorder<BorderVector, block, tile>(p, y, 0, zones.tileBegin, rows);
-    for (int32_t x = zones.tileBegin; x < zones.tileEnd; x += tile)
-      computePixels<Vector, block, tile, Path::tile>(p, y, x, rows, {0, 3});
-    computeBorder<BorderVector, block, tile>(p, y, zones.tileEnd, p.outputW, rows);
+    computeBorder<BorderVector, block, borderStep>(p, y, 0, zones.tileBegin, rows);
+    computeMiddle<Vector, block, tile, middleStep>(p, y, zones.tileBegin, zones.tileEnd, rows);
+    computeBorder<BorderVector, block, borderStep>(p, y, zones.tileEnd, p.outputW, rows);
   }
   return true;
 }
 
-bool servesDilated(const ConvProblem& p) {
+inline bool servesDilated(const ConvProblem& p) {
   return is3x3(p) && p.strideW == 1 && fillsBlocks(p.outputC, 16);
 }
 
 }  // namespace
-
-constinit const ConvKernel conv3x3dil_16x4 = {"conv3x3dil_16x4", layout::block16,
-                                              fusesRelu,         ConvInput::floats,
-                                              servesDilated,     runKernel<Float8, Float8, 16, 4>};
-constinit const ConvKernel conv3x3any_4x6 = {
-    "conv3x3any_4x6",  layout::block4, fusesRelu,
-    ConvInput::floats, is3x3,          runKernel<FusedFloat4, Float4, 4, 6>};
-
 }  // namespace TavroRTC::FDModule::x86

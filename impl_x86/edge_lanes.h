@@ -1,3 +1,5 @@
+#pragma once
+
 // Edge lanes: 3x3 with so little padding that only one tap of a row's first pixel and one of its
 // last can lie outside the image. The whole row goes in tiles; where a tap is outside, a zero
 // vector takes the place of the input value and the sequence of operations stays the same.
@@ -8,8 +10,8 @@
 // Order of the sums: bias, then for each ky, for each input channel: kx 0, 1, 2.
 
 #include "engine/simd/conv_zones.h"
+#include "engine/simd/vectors.h"
 #include "impl_x86/avx_kernels.h"
-#include "impl_x86/avx_vectors.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
@@ -54,7 +56,7 @@ void computeTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
           Vector weight[Step::vectors];
           for (int v = 0; v < Step::vectors; ++v)
             weight[v] = Vector::load(weights + kx * weightTap + v * Vector::lanes);
-          for (int pixel = 0; pixel < tile; ++pixel) {
+          unrolled<tile>([&](int pixel) __attribute__((always_inline)) {
             const bool outside =
                 (atLeft && pixel == 0 && kx == 0) || (atRight && pixel == tile - 1 && kx == 2);
             const Vector value =
@@ -64,7 +66,7 @@ void computeTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
                           input + (pixel * Geometry::stride + kx * Geometry::dilation) * channels);
             for (int v = 0; v < Step::vectors; ++v)
               sums.at[pixel][v] = multiplyAdd(value, weight[v], sums.at[pixel][v]);
-          }
+          });
         }
       }
     }
@@ -72,8 +74,12 @@ void computeTile(const ConvProblem& p, int32_t y, int32_t x, TapRange rows) {
   }
 }
 
-template <typename Vector, int block, int tile, typename Geometry>
-bool runKernel(const ConvProblem& p) {
+// Rows that are shorter than the tile go in tiles of `shortTile`.
+template <typename Vector, int block, int tile, typename Geometry, int shortTile = tile>
+bool runEdgeLanes(const ConvProblem& p) {
+  if constexpr (shortTile < tile)
+    if (p.outputW < tile)
+      return runEdgeLanes<Vector, block, shortTile, Geometry>(p);
   for (int32_t y = 0; y < p.outputH; ++y) {
     const TapRange rows = rowTaps(p, y);
     for (int32_t next = 0; next < p.outputW; next += tile) {
@@ -101,41 +107,9 @@ bool fitsGeometry(const ConvProblem& p) {
          Geometry::lastTap(p.outputW - 2) < p.inputW;
 }
 template <int block, int tile, typename Geometry>
-bool serves(const ConvProblem& p) {
+bool servesEdgeLanes(const ConvProblem& p) {
   return fitsGeometry<tile, Geometry>(p) && fillsBlocks(p.outputC, block);
 }
 
 }  // namespace
-
-constinit const ConvKernel conv3x3s1_16x4 = {"conv3x3s1_16x4",
-                                             layout::block16,
-                                             fusesRelu,
-                                             ConvInput::floats,
-                                             serves<16, 4, Columns<1, 1>>,
-                                             runKernel<Float8, 16, 4, Columns<1, 1>>};
-constinit const ConvKernel conv3x3s2_16x4 = {"conv3x3s2_16x4",
-                                             layout::block16,
-                                             fusesRelu,
-                                             ConvInput::floats,
-                                             serves<16, 4, Columns<2, 1>>,
-                                             runKernel<Float8, 16, 4, Columns<2, 1>>};
-constinit const ConvKernel conv3x3s1_24x3 = {"conv3x3s1_24x3",
-                                             layout::block24,
-                                             fusesRelu,
-                                             ConvInput::floats,
-                                             serves<24, 3, Columns<1, 1>>,
-                                             runKernel<Float8, 24, 3, Columns<1, 1>>};
-constinit const ConvKernel conv3x3s1_4x6 = {"conv3x3s1_4x6",
-                                            layout::block4,
-                                            fusesRelu,
-                                            ConvInput::floats,
-                                            fitsGeometry<6, Columns<1, 1>>,
-                                            runKernel<FusedFloat4, 4, 6, Columns<1, 1>>};
-constinit const ConvKernel conv3x3s2d2_4x6 = {"conv3x3s2d2_4x6",
-                                              layout::block4,
-                                              fusesRelu,
-                                              ConvInput::floats,
-                                              fitsGeometry<6, Columns<2, 2>>,
-                                              runKernel<FusedFloat4, 4, 6, Columns<2, 2>>};
-
 }  // namespace TavroRTC::FDModule::x86
