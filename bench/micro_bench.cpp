@@ -1,5 +1,5 @@
-// Small parts by themselves, for everyday work on one of them: each layer on the kernels of both
-// paths, the image code's steps and row kernels, and the detector's steps. A layer's data stays in
+// Small parts by themselves, for everyday work on one of them: each layer on the kernels of each
+// path, the image code's steps and row kernels, and the detector's steps. A layer's data stays in
 // the caches here, which flatters the large ones; bench/report times the layers within whole
 // passes.
 
@@ -10,6 +10,7 @@
 #include "bench/scenes.h"
 #include "host/core/face_rects.h"
 #include "image/row_kernels.h"
+#include "impl_x86/twins.h"
 #include "modules/face_detection/box_decoder.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "modules/face_detection/network_input.h"
@@ -48,7 +49,8 @@ void runNetwork(benchmark::State& state, Network& network) {
 }
 
 void addNetwork(Network& network, Path path) {
-  const std::string prefix = path == Path::wide ? "wide/" : "narrow/";
+  static constexpr const char* prefixes[] = {"wide/", "twins256/", "without_twins/", "narrow/"};
+  const std::string prefix = prefixes[static_cast<size_t>(path)];
   const auto add = [](const std::string& name, auto run) {
     benchmark::RegisterBenchmark(name.c_str(), run);
   };
@@ -182,10 +184,16 @@ int main(int argc, char** argv) {
     return 2;
   std::vector<uint8_t> picture = samplePicture(0);
   Network wide(picture, Path::wide);
+  Network twins256(picture, Path::twins256);
+  Network withoutTwins(picture, Path::withoutTwins);
   Network narrow(picture, Path::narrow);
   if (TavroRTC::FDModule::cpuInfo().runsAvxAndFma())
     benchmark::RegisterBenchmark("peak of fused multiply-adds", runPeak);
+  benchmark::AddCustomContext("kernels",
+                              std::to_string(TavroRTC::FDModule::x86::registerBits()) + " bits");
   addNetwork(wide, Path::wide);
+  addNetwork(twins256, Path::twins256);
+  addNetwork(withoutTwins, Path::withoutTwins);
   addNetwork(narrow, Path::narrow);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

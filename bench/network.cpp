@@ -7,6 +7,7 @@
 #include "engine/core/windowed_layers.h"
 #include "engine/model/model_tables.h"
 #include "engine/weight_packing.h"
+#include "impl_x86/twins.h"
 #include "impl_x86/x86_run_env.h"
 
 namespace tavro::bench {
@@ -38,7 +39,9 @@ double bytesOf(const Tensor& tensor) {
 }  // namespace
 
 PathGuard::PathGuard(Path path) {
-  if (path == Path::wide)
+  if (path != Path::wide)
+    x86::limitTwins(path == Path::twins256 ? 256 : 0);
+  if (path != Path::narrow)
     return;
   narrow_ = cpuInfo();
   narrow_.leaf1Ecx &= ~CpuInfo::avxAndFma;
@@ -46,6 +49,7 @@ PathGuard::PathGuard(Path path) {
 }
 
 PathGuard::~PathGuard() {
+  x86::limitTwins(512);
   overrideCpuInfo(nullptr);
 }
 

@@ -18,8 +18,10 @@ namespace tavro::bench {
 
 /// Which kernels a network takes. On a processor without AVX and FMA both are narrow.
 enum class Path : uint8_t {
-  wide,   ///< as the processor allows
-  narrow  ///< 128-bit kernels only
+  wide,          ///< as the processor allows
+  twins256,      ///< no twins of more than 256 bits
+  withoutTwins,  ///< the named kernels only
+  narrow         ///< 128-bit kernels only
 };
 
 /// While it lives, the processor seems to have only what the path allows. One at a time.

@@ -7,11 +7,13 @@
 #include <limits>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "bench/fma_peak.h"
 #include "bench/network.h"
 #include "bench/report.h"
 #include "bench/scenes.h"
+#include "impl_x86/twins.h"
 
 namespace tavro::bench {
 namespace {
@@ -86,6 +88,8 @@ class NetworkSection {
         options_(options),
         picture_(samplePicture(0)),
         wide_(picture_, Path::wide),
+        twins256_(picture_, Path::twins256),
+        withoutTwins_(picture_, Path::withoutTwins),
         narrow_(picture_, Path::narrow) {
     if (auto onnxRuntime = makeOnnxRuntime(options.peers))
       peers_.push_back(std::move(onnxRuntime));
@@ -132,6 +136,8 @@ class NetworkSection {
     };
     const size_t wide = add(inProcess("wide", runsPerTurn, [this] { wide_.run(); }));
     const size_t narrow = add(inProcess("narrow", runsPerTurn, [this] { narrow_.run(); }));
+    const size_t twins256 = add(inProcess("256", runsPerTurn, [this] { twins256_.run(); }));
+    const size_t bare = add(inProcess("bare", runsPerTurn, [this] { withoutTwins_.run(); }));
     add(wideClock_.contender("wide, by layer"));
     add(narrowClock_.contender("narrow, by layer"));
     std::vector<size_t> peers;
@@ -154,6 +160,13 @@ class NetworkSection {
     const std::vector<Timing> timings = takeTurns(contenders, options_.rounds(usualRounds));
     wideTiming_ = timings[wide];
     narrowTiming_ = timings[narrow];
+    for (const auto& [name, at] :
+         {std::pair("with 256-bit twins only", twins256), std::pair("without twins", bare)})
+      report_.quantities.push_back({std::string("Net::run against itself ") + name,
+                                    timings[wide].median / timings[at].median, "x"});
+    report_.quantities.push_back({"registers of the network's kernels",
+                                  static_cast<double>(TavroRTC::FDModule::x86::registerBits()),
+                                  "bits"});
     for (size_t i = 0; i < peers.size(); ++i)
       peerTimes_.push_back({peers_[i]->name(), timings[peers[i]]});
     if (idle)
@@ -246,6 +259,8 @@ class NetworkSection {
   const ReportOptions& options_;
   std::vector<uint8_t> picture_;
   Network wide_;
+  Network twins256_;
+  Network withoutTwins_;
   Network narrow_;
   LayerClock wideClock_{wide_, Path::wide};
   LayerClock narrowClock_{narrow_, Path::narrow};
