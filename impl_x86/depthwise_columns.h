@@ -17,7 +17,7 @@
 namespace TavroRTC::FDModule::x86 {
 namespace {
 
-constexpr int depthwiseBlock = 16;
+inline constexpr int depthwiseBlock = 16;
 
 // What the columns of one output row have in common, for one block of channels.
 struct RowBlock {

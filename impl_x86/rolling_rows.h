@@ -70,7 +70,7 @@ inline void convertRow(const ConvProblem& p, int32_t inputY, float* row) {
     bytesToFloat(bytes, row + 1, p.inputW, p.byteMean, p.byteScale);
 }
 
-constexpr int bytesBlock = 16;
+inline constexpr int bytesBlock = 16;
 
 template <typename Vector, int bytesTile>
 void computeBytesTile(const ConvProblem& p, const PlanarRows& rows, int32_t x, float* output) {
@@ -131,8 +131,8 @@ inline bool servesBytes(const ConvProblem& p) {
 
 // --- conv3x3single_48 ---
 
-constexpr int singleChannels = 3;
-constexpr int singleTile = 48;
+inline constexpr int singleChannels = 3;
+inline constexpr int singleTile = 48;
 
 // The interleaved input row, or zeros for a row below the image.
 inline void separateRow(const ConvProblem& p, int32_t inputY, float* row, int32_t planeWidth) {
