@@ -22,6 +22,19 @@ struct Twin {
   ConvRun* run;
 };
 
+// The twins' functions, in impl_x86/twins/: a kernel's name with the width of the registers.
+
+// avx_tap_twins.cpp
+ConvRun convSse1x1_4x4_256;
+
+// avx512_twins.cpp
+ConvRun conv1x1_32x3_512;
+ConvRun conv1x1_16x4_512;
+ConvRun conv3x3s1_16x4_512;
+ConvRun conv3x3dil_16x4_512;
+ConvRun conv3x3bytes_16x4_512;
+ConvRun dwConv3x3_16x4_512;  // of both depthwise kernels
+
 /// All twins; those of one kernel stand together, the widest first.
 std::span<const Twin> twins();
 

@@ -4,7 +4,6 @@
 #include "engine/simd/conv_kernels.h"
 #include "impl_x86/avx_kernels.h"
 #include "impl_x86/twins.h"
-#include "impl_x86/twins/twin_runs.h"
 
 namespace TavroRTC::FDModule::x86 {
 namespace {
