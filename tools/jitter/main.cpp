@@ -118,6 +118,7 @@ void printSteadiness(std::FILE* target, const std::vector<Record>& records) {
 void printFollowing(std::FILE* target, const std::vector<Record>& records,
                     std::span<const FaceRect> truth) {
   std::vector<Following> ways;
+  ways.reserve(records.size());
   for (const auto& [way, sightings] : records)
     ways.push_back(compare(sightings, truth));
   printRow(target, "frames behind the known way", ways, &Following::lagFrames, 2);

@@ -152,6 +152,7 @@ int32_t tavroGroupBoxes(int32_t width, int32_t height, const TavroWindow* window
     return -1;
   return guarded([&] {
     std::vector<tavro::host::Window> seenThrough;
+    seenThrough.reserve(static_cast<size_t>(windowCount));
     for (int32_t i = 0; i < windowCount; ++i)
       seenThrough.push_back({windows[i].x, windows[i].y, windows[i].width, windows[i].height});
     std::vector<tavro::host::Sighting> sightings;
