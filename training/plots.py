@@ -1,5 +1,9 @@
 """Pictures of what was measured: a run's losses, a detector's curves and scores."""
 
+import json
+import pathlib
+import sys
+
 import matplotlib
 import numpy
 
@@ -73,3 +77,37 @@ def score_histogram(matches, threshold, path):
     axes.set_ylabel("boxes")
     axes.legend()
     save(figure, path)
+
+
+def accuracy_over_time(measured, path):
+    """`measured`: name of a set -> name of a detector -> its points, from the fastest on.
+
+    A point has `label`, `milliseconds` and `ap`. A panel for each set.
+    """
+    figure, panels = pyplot.subplots(1, len(measured), figsize=(5.5 * len(measured), 4.2),
+                                     sharey=True, squeeze=False)
+    for panel, (name, detectors) in zip(panels[0], measured.items()):
+        for detector, points in detectors.items():
+            times = [point["milliseconds"] for point in points]
+            line, = panel.plot(times, [point["ap"] for point in points], "o-", label=detector)
+            for time, point in zip(times, points):
+                panel.annotate(point["label"], (time, point["ap"]), (4, -11), fontsize=8,
+                               textcoords="offset points", color=line.get_color())
+        panel.set_xscale("log")
+        panel.set_xticks([1, 2, 5, 10, 20], ["1", "2", "5", "10", "20"])
+        panel.set_xlabel("milliseconds a picture, one thread")
+        panel.set_title(name, fontsize=10)
+        panel.grid(True, alpha=0.3)
+    panels[0][0].set_ylabel("average precision, faces of 8 pixels and more")
+    panels[0][0].legend(loc="lower right")
+    save(figure, path)
+
+
+def main(arguments):
+    """Draws docs/accuracy.png from what training/README.md tells to measure."""
+    source, target = arguments
+    accuracy_over_time(json.loads(pathlib.Path(source).read_text())["sets"], target)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
