@@ -158,6 +158,7 @@ int run(const ReportOptions& options) {
   section("formats", measureFormats);
   section("decoding and tracking", measureDetection);
   section("whole frames", measureFrames);
+  section("windows", measureWindows);
   section("two instances", measureTwoCores);
   section("the start", measureStart);
   std::ofstream file(options.output);

@@ -93,6 +93,7 @@ void measureImage(Report& report, const ReportOptions& options);
 void measureFormats(Report& report, const ReportOptions& options);
 void measureDetection(Report& report, const ReportOptions& options);
 void measureFrames(Report& report, const ReportOptions& options);
+void measureWindows(Report& report, const ReportOptions& options);
 void measureTwoCores(Report& report, const ReportOptions& options);
 void measureStart(Report& report, const ReportOptions& options);
 
