@@ -48,11 +48,11 @@ struct Finding {
 /// step that fails for good returns false, with a line for the user in `error_`.
 class Run {
  public:
-  explicit Run(const Options& options) : options_(options) {}
+  explicit Run(const Options& options) : options_(options), looksAhead_(canLookAhead(options)) {}
 
   int execute() {
     const auto start = Clock::now();
-    bool completed = openInput() && openResults() && (!looksAhead() || findAllFaces());
+    bool completed = openInput() && openResults() && (!looksAhead_ || findAllFaces());
     for (int32_t pass = 0; completed && pass < options_.repeat && !isStopRequested(); ++pass)
       completed = runPass(pass);
     statistics_.seconds = secondsSince(start);
@@ -116,13 +116,15 @@ class Run {
     return detector_ != nullptr || fail(error);
   }
 
-  bool hidesFaces() const { return options_.output.blur && showsFrames(options_.output); }
+  static bool hidesFaces(const Options& options) {
+    return options.output.blur && showsFrames(options.output);
+  }
 
   /// With --serve somebody is watching.
-  bool looksAhead() const {
+  static bool canLookAhead(const Options& options) {
     std::error_code ignored;
-    return hidesFaces() && options_.output.serve.empty() &&
-           std::filesystem::is_regular_file(pathFromUtf8(options_.input.path), ignored);
+    return hidesFaces(options) && options.output.serve.empty() &&
+           std::filesystem::is_regular_file(pathFromUtf8(options.input.path), ignored);
   }
 
   bool readNext(int64_t frames) {
@@ -133,7 +135,7 @@ class Run {
     int64_t total = input_->expectedFrames();
     if (options_.maxFrames > 0)
       total = total > 0 ? std::min(total, options_.maxFrames) : options_.maxFrames;
-    progress_.update(pass * total + frames, total * (options_.repeat + (looksAhead() ? 1 : 0)));
+    progress_.update(pass * total + frames, total * (options_.repeat + (looksAhead_ ? 1 : 0)));
   }
 
   /// The first pass over a file whose faces are hidden.
@@ -152,7 +154,7 @@ class Run {
     if (input_ == nullptr && !openInput())
       return false;
     const bool writes = pass == 0;
-    const bool isKnown = writes && looksAhead();
+    const bool isKnown = writes && looksAhead_;
     int64_t frames = 0;
     while ((!isKnown || frames < std::ssize(found_)) && readNext(frames)) {
       ++frames;
@@ -166,7 +168,7 @@ class Run {
       } else if (isKnown ? !writeOut(input_->picture(), found_[static_cast<size_t>(frames - 1)])
                          : !takePicture())
         return false;
-      showProgress(pass + (looksAhead() ? 1 : 0), frames);
+      showProgress(pass + (looksAhead_ ? 1 : 0), frames);
     }
     if (writes && !writeHeld(0.0))
       return false;
@@ -183,7 +185,7 @@ class Run {
   /// Writes the current picture, at once or when what follows is known.
   bool takePicture() {
     Finding finding = analyse();
-    if (!hidesFaces())
+    if (!hidesFaces(options_))
       return writeOut(input_->picture(), finding);
     auto picture = copyOf(input_->picture());
     if (!picture.has_value())
@@ -194,7 +196,7 @@ class Run {
 
   /// Writes the pictures that have waited for that many seconds.
   bool writeHeld(double delay) {
-    while (!held_.empty() && held_.back().finding.time - held_.front().finding.time >= delay) {
+    while (!held_.empty() && cover_.secondsSince(shownFrames_) >= delay) {
       if (!writeOut(held_.front().picture, held_.front().finding))
         return false;
       held_.pop_front();
@@ -213,7 +215,7 @@ class Run {
     finding.faces.assign(faces_.view().begin(), faces_.view().end());
     finding.numbers.assign(shownNumbers_.begin(), shownNumbers_.end());
     finding.lost.assign(numbers_.lost().begin(), numbers_.lost().end());
-    if (hidesFaces())
+    if (hidesFaces(options_))
       cover_.add(finding.time, finding.faces, finding.numbers);
     return finding;
   }
@@ -265,8 +267,8 @@ class Run {
                                 .lost = finding.lost};
     std::optional<I420Frame> shown;
     if (showsFrames(options_.output)) {
-      shown = hidesFaces() ? anonymised(picture, finding.refused)
-                           : withRectangles(picture, finding.faces);
+      shown = hidesFaces(options_) ? anonymised(picture, finding.refused)
+                                   : withRectangles(picture, finding.faces);
       if (!shown.has_value())
         return fail("out of memory");
     }
@@ -290,8 +292,9 @@ class Run {
     auto copy = copyOf(picture);
     if (!copy.has_value())
       return copy;
-    for (const auto& face : cover_.at(shownFrames_++))
+    for (const auto& face : cover_.at(shownFrames_))
       pixelate(*copy, face);
+    cover_.forgetBefore(shownFrames_++);
     if (isRefused)
       pixelate(*copy, {0, 0, picture.width(), picture.height()});
     return copy;
@@ -319,6 +322,7 @@ class Run {
   }
 
   const Options& options_;
+  const bool looksAhead_;  ///< a file whose faces are hidden is read twice
   std::unique_ptr<DetectorSession> detector_;
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <span>
 #include <vector>
@@ -32,15 +33,22 @@ class FaceCover {
   /// Faces that are found so much later change nothing. (An end of `lead` may become a gap.)
   static constexpr double lookAhead = longestGap + 2 * smoothing;
 
-  /// The next frame, whose faces have the numbers of FaceNumbers. `time` is in seconds and doesn't
-  /// decrease. May throw std::bad_alloc.
+  /// The next frame, whose faces have the numbers of FaceNumbers. `time` is in seconds; if it goes
+  /// back, as in a video that was put together from several, no time has passed. May throw
+  /// std::bad_alloc.
   void add(double time, std::span<const FaceRect> faces, std::span<const int64_t> numbers);
 
   /// What to hide in a frame, by its index in the order of add(), as far as the faces are known by
   /// now. Each rectangle covers the found one of its face.
   std::vector<FaceRect> at(size_t frame) const;
 
-  size_t frames() const { return times_.size(); }
+  /// How many seconds the latest frame came after that one.
+  double secondsSince(size_t frame) const { return times_.back() - times_[frame - firstKept_]; }
+
+  /// Drops what is of no use for that frame and those after it. at() takes no earlier ones then.
+  void forgetBefore(size_t frame);
+
+  size_t frames() const { return firstKept_ + times_.size(); }
 
  private:
   struct Sighting {
@@ -51,8 +59,12 @@ class FaceCover {
 
   bool isCovered(const Track& track, size_t frame, FaceRect& face) const;
 
-  std::vector<double> times_;
-  std::map<int64_t, Track> tracks_;  ///< by the face's number
+  double timeOf(size_t frame) const { return times_[frame - firstKept_]; }
+
+  std::deque<double> times_;
+  size_t firstKept_ = 0;  ///< frame of the first of these times
+  double lastStamp_ = 0.0;
+  std::map<int64_t, Track> tracks_;  ///< by the face's number, in the order of their beginnings
 };
 
 }  // namespace tavro::host

@@ -93,18 +93,30 @@ TEST(FaceCover, IsSmoothAndNeverUncoversWhatWasFound) {
   }
 }
 
-TEST(FaceCover, KnowsEnoughAfterItsLookAhead) {
+TEST(FaceCover, KnowsEnoughAfterItsLookAheadAndForgetsTheRest) {
   std::mt19937 random(6);
   FaceCover whole;
+  FaceCover brief;
   std::vector<std::vector<FaceRect>> soon;
   constexpr double rate = 30;
   const auto delay = static_cast<size_t>(std::ceil(FaceCover::lookAhead * rate));
+  int64_t appearance = 0;
+  int32_t lastFound = -1000;
   for (int32_t i = 0; i < 300; ++i) {
     const FaceRect face = faceAt(i);
-    const bool isFound = random() % 12 == 0;
-    whole.add(i / rate, {&face, isFound ? 1U : 0U}, {number, isFound ? 1U : 0U});
-    if (whole.frames() > delay)
-      soon.push_back(whole.at(whole.frames() - 1 - delay));
+    const bool isFound = random() % 20 == 0;
+    // A track of its own for each appearance, as FaceNumbers has it; time stamps that begin anew.
+    if (isFound && i - lastFound > rate)
+      ++appearance;
+    lastFound = isFound ? i : lastFound;
+    for (FaceCover* cover : {&whole, &brief})
+      cover->add(i % 100 / rate, {&face, isFound ? 1U : 0U}, {&appearance, isFound ? 1U : 0U});
+    if (brief.frames() > delay + 3) {  // no time passes at the three stamps that go back
+      const size_t shown = brief.frames() - 1 - delay - 3;
+      soon.push_back(brief.at(shown));
+      brief.forgetBefore(shown);
+      EXPECT_GE(brief.secondsSince(shown), FaceCover::lookAhead - 1e-6);
+    }
   }
   for (size_t i = 0; i < soon.size(); ++i)
     EXPECT_EQ(whole.at(i), soon[i]) << i;
