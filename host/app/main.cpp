@@ -1,10 +1,10 @@
 // tavro-fd: finds the faces in a video and prints one JSON object per frame. options.h lists what
 // the user can ask for, and run.cpp takes each frame through the rooms:
 //
-//   input/      a file, stream or camera becomes upright I420 pictures, as the detector expects
-//   them search/     a picture goes to the detector module; the rectangles and timings come back
-//   output/     text, pictures and pages are made of the frames and their faces, one FrameOutput
-//   each platform/   what differs between systems (process.h) and between builds with and without
+//   input/      a file, stream or camera becomes upright I420 pictures
+//   search/     a picture goes to the detector module; rectangles and timings come back
+//   output/     text, pictures and pages are made of the frames and their faces
+//   platform/   what differs between systems (process.h) and between builds with and without
 //               FFmpeg's libraries (media.h); it knows none of the others
 //
 // A room knows those before it in the order platform, input, search, output.

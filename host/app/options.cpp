@@ -53,6 +53,37 @@ bool sameFile(const std::string& first, const std::string& second) {
   return std::filesystem::equivalent(one, other, failure) || place(one) == place(other);
 }
 
+/// Whether the name stands for one of the files of a pattern such as frame_%03d.png.
+bool isOfPattern(const std::string& target, const std::string& pattern) {
+  const std::filesystem::path file = pathFromUtf8(target);
+  const std::filesystem::path files = pathFromUtf8(pattern);
+  const std::string name = utf8FromPath(file.filename());
+  const std::string names = utf8FromPath(files.filename());
+  const size_t begin = names.find('%');
+  const size_t end = begin == std::string::npos ? begin : names.find('d', begin);
+  if (end == std::string::npos || name.size() + (end + 1 - begin) < names.size() + 1)
+    return false;
+  const std::string rest = names.substr(end + 1);
+  const auto isDigit = [](char letter) { return '0' <= letter && letter <= '9'; };
+  return name.starts_with(names.substr(0, begin)) && name.ends_with(rest) &&
+         std::all_of(name.begin() + static_cast<ptrdiff_t>(begin),
+                     name.end() - static_cast<ptrdiff_t>(rest.size()), isDigit) &&
+         sameFile(utf8FromPath(file.parent_path() / "."), utf8FromPath(files.parent_path() / "."));
+}
+
+/// Whether writing a file of that name would destroy the input: by any of its names, as the
+/// standard input or as one of several pictures.
+bool isInput(const std::string& target, const std::string& input) {
+  if (input == "-") {
+    std::error_code failure;
+    return std::filesystem::is_regular_file("/dev/stdin", failure) &&
+           sameFile(target, "/dev/stdin");
+  }
+  const std::string url = "file:";
+  const std::string name = input.starts_with(url) ? input.substr(url.size()) : input;
+  return sameFile(target, name) || isOfPattern(target, name);
+}
+
 /// The numbers of frames and passes. The limit keeps their products within 64 bits.
 CLI::Validator wholeNumber(int64_t limit = 1000000000) {
   return {[limit](const std::string& text) -> std::string {
@@ -137,12 +168,15 @@ std::string contradiction(const Options& options) {
     return "hiding faces needs every frame, and --every leaves some out";
   if (output.blur && !(output.cropFaces.empty() && output.report.empty()))
     return "--blur hides the faces that --crop-faces and --report show";
+  if (!output.cropFaces.empty() &&
+      isInput(utf8FromPath(pathFromUtf8(output.cropFaces) / pathFromUtf8(input).filename()), input))
+    return "--crop-faces needs another folder than the input's: " + output.cropFaces;
   const std::pair<const char*, std::string> targets[] = {
       {"--output", output.results}, {"--annotate", output.annotate}, {"--report", output.report}};
   for (const auto& [name, target] : targets) {
     if (target.empty())
       continue;
-    if (sameFile(target, input))
+    if (isInput(target, input))
       return "the input would be overwritten: " + target;
     for (const auto* other = targets; other->first != name; ++other)
       if (!other->second.empty() && sameFile(target, other->second))

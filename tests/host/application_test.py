@@ -2,8 +2,9 @@
 this holds with either of the media folders."""
 
 import os
+import subprocess
 
-from application import ApplicationTest, fake_faces, main, noise, plain, raw_video, y4m
+from application import PROGRAM, ApplicationTest, fake_faces, main, noise, plain, raw_video, y4m
 
 
 class Application(ApplicationTest):
@@ -96,6 +97,10 @@ class Application(ApplicationTest):
             "clip.y4m --roi 0,0,9": "must be X,Y,W,H",
             "clip.y4m --roi 0,0,9,9 --roi 32,0,9,9":
                 "--roi lies outside of the frame: 32,0 in 32x18",
+            "file:clip.y4m --output clip.y4m": "would be overwritten: clip.y4m",
+            "clip.y4m --crop-faces .": "--crop-faces needs another folder",
+            "shot_%03d.png --annotate shot_001.png": "would be overwritten: shot_001.png",
+            "./shot_%d_a.png --report shot_12_a.png": "would be overwritten",
             "-x.jpg": "unknown option -x.jpg "}
         options = """--no-such-option; --every -3; --every two; --every 99999999999999999999;
             --max-frames 0; --repeat 0; --output o.mp4 --annotate ./o.mp4;
@@ -120,6 +125,11 @@ class Application(ApplicationTest):
             with self.subTest(arguments):
                 # The module prints lines of its own: they must not hide the application's.
                 self.refuse(self.detect(*arguments), reason)
+        if not PROGRAM[-1].endswith(".exe"):  # Windows has no name for the standard input
+            with open(clip, "rb") as stdin:
+                piped = subprocess.run([*PROGRAM, "-", "--output", "clip.y4m"], cwd=self.folder,
+                                       stdin=stdin, stderr=subprocess.DEVNULL, check=False)
+            self.assertEqual(piped.returncode, 2)
         self.succeed(2, clip)  # an input that was named as an output is still there
 
     def test_bad_modules_are_one_line_and_exit_code_2(self):
