@@ -224,7 +224,12 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
       ->type_name("NAME")
       ->check(CLI::Validator(
           [](const std::string& name) -> std::string {
-            return findTextFormat(name) != nullptr ? "" : "there is no format " + name;
+            if (findTextFormat(name) != nullptr)
+              return {};
+            std::vector<std::string> names;
+            for (const TextFormatKind& kind : textFormats())
+              names.emplace_back(kind.name);
+            return "must be " + anyOf(names) + ", not " + name;
           },
           ""));
   app.add_option("--annotate", options.output.annotate, help.annotate)

@@ -94,6 +94,7 @@ class Application(ApplicationTest):
             "clip.y4m --smallest-face 0": "--smallest-face: must be a whole number",
             "clip.y4m --budget 8s": "8ms, not 8s",
             "clip.y4m --budget 8ms": "--budget needs --smallest-face",
+            "clip.y4m --format xml": "--format: must be jsonl, csv, ",
             "clip.y4m --roi 0,0,9": "must be X,Y,W,H",
             "clip.y4m --roi 0,0,9,9 --roi 32,0,9,9":
                 "--roi lies outside of the frame: 32,0 in 32x18",
@@ -104,7 +105,7 @@ class Application(ApplicationTest):
             "-x.jpg": "unknown option -x.jpg "}
         options = """--no-such-option; --every -3; --every two; --every 99999999999999999999;
             --max-frames 0; --repeat 0; --output o.mp4 --annotate ./o.mp4;
-            --output link.mp4 --annotate linked.mp4; --format xml; --blur;
+            --output link.mp4 --annotate linked.mp4; --blur;
             --blur --every 2 --annotate b.png; --blur --crop-faces faces --annotate b.png;
             --blur --report r.html --annotate b.png; --format blur-filter --every 2;
             --crop-faces /dev/null/faces; --report r.html --output r.html;

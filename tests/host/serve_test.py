@@ -124,6 +124,8 @@ class Serve(unittest.TestCase):
                 ("/../etc/passwd", "GET", {}, 404),
                 ("/", "POST", {}, 405),
                 ("/stream", "GET", {"Host": "elsewhere.example"}, 403),
+                ("/", "GET", {"Host": "127.elsewhere.example"}, 403),
+                ("/", "GET", {"Host": "127.0.0.2:" + port}, 200),
                 ("/", "GET", {"Host": "localhost:" + port}, 200)]:
             with self.subTest(path=path, method=method):
                 self.assertEqual(self.server.get(path, method, headers).status, status)

@@ -202,7 +202,9 @@ bool WebServer::admits(const char* hostHeader) const {
   std::string host = hostHeader != nullptr ? hostHeader : "";
   if (const size_t colon = host.rfind(':'); colon != std::string::npos && host.back() != ']')
     host.erase(colon);
-  return host == "localhost" || host == "[::1]" || host.starts_with("127.");
+  in_addr address;  // a name such as 127.example.com begins like one
+  return host == "localhost" || host == "[::1]" ||
+         (host.starts_with("127.") && inet_pton(AF_INET, host.c_str(), &address) == 1);
 }
 
 int WebServer::viewers() const {
