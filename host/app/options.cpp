@@ -31,6 +31,7 @@ Exit codes:
   0  all frames were analysed
   1  the input is damaged or cut off, or the detector refused a frame: the results are incomplete
   2  bad usage, an input that can't be read or an output that can't be written
+  130, 143  stopped by Ctrl-C or SIGTERM: the files are complete up to there
 
 )";
 

@@ -16,6 +16,7 @@ namespace tavro::host {
 inline constexpr int exitSuccess = 0;
 inline constexpr int exitIncomplete = 1;  ///< results were written, but not for all of the input
 inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or unwritable output
+inline constexpr int exitStopped = 128;  ///< and the signal's number: the files are complete so far
 
 struct Options {
   InputRequest input;

@@ -318,6 +318,8 @@ class Run {
     if (refusedFrames_ != 0)
       std::fprintf(stderr, "tavro-fd: warning: the detector refused %s%s\n",
                    counted(refusedFrames_, "frame").c_str(), windowFailure_.c_str());
+    if (isStopRequested())
+      return exitStopped + stopSignal();
     return damage_.any() || refusedFrames_ != 0 ? exitIncomplete : exitSuccess;
   }
 

@@ -158,7 +158,7 @@ class Serve(unittest.TestCase):
         # are full.
         self.assertLess(seconds_for(3 * RATE), 4 * unhindered + 5)
         self.server.process.send_signal(signal.SIGINT)
-        self.assertEqual(self.server.end(), 0)
+        self.assertEqual(self.server.end(), 128 + signal.SIGINT)
         frames = self.server.frames()
         self.assertEqual(frames, list(range(len(frames))))
         for connection in idle:

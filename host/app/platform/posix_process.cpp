@@ -10,10 +10,11 @@ namespace tavro::host {
 
 namespace {
 
-volatile std::sig_atomic_t stopRequested = 0;
+volatile std::sig_atomic_t caughtSignal = 0;
 
-void requestStop(int /*signal*/) {
-  stopRequested = 1;
+void requestStop(int signal) {
+  if (caughtSignal == 0)
+    caughtSignal = signal;
 }
 
 }  // namespace
@@ -69,8 +70,8 @@ void catchStopSignals() {
   sigaction(SIGTERM, &action, nullptr);
 }
 
-bool isStopRequested() {
-  return stopRequested != 0;
+int stopSignal() {
+  return caughtSignal;
 }
 
 }  // namespace tavro::host

@@ -38,7 +38,11 @@ double peakMebibytes();
 /// recording from a camera ends with complete files. A second signal ends the process the usual
 /// way.
 void catchStopSignals();
-bool isStopRequested();
+/// The number of the first of these signals; 0 if none has come.
+int stopSignal();
+inline bool isStopRequested() {
+  return stopSignal() != 0;
+}
 
 /// Modules print diagnostics to the process's standard output, and they must stay out of the
 /// results: from here on everything written to descriptor 1 goes to the standard error. Returns the

@@ -8,6 +8,7 @@
 #include <shellapi.h>
 
 #include <atomic>
+#include <csignal>
 
 #include "host/core/utf8_path.h"
 
@@ -87,8 +88,8 @@ void catchStopSignals() {
   SetConsoleCtrlHandler(&takeEvent, TRUE);
 }
 
-bool isStopRequested() {
-  return stopRequested;
+int stopSignal() {
+  return stopRequested ? SIGINT : 0;
 }
 
 }  // namespace tavro::host
