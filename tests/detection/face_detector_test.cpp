@@ -21,7 +21,6 @@
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
 #include "tests/support/guarded_buffer.h"
-#include "tests/support/print_face_rect.h"
 
 namespace TavroRTC::FDModule {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "modules/face_detection/truncation.h"
-#include "tests/support/print_face_rect.h"
+#include "tests/support/frames.h"
 
 namespace TavroRTC::FDModule {
 namespace {

@@ -19,7 +19,6 @@
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
 #include "tests/support/portrait.h"
-#include "tests/support/print_face_rect.h"
 #include "tests/support/processor.h"
 #include "tests/support/scarce_memory.h"
 

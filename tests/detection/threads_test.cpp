@@ -14,8 +14,8 @@
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
+#include "tests/support/frames.h"
 #include "tests/support/portrait.h"
-#include "tests/support/print_face_rect.h"
 
 namespace {
 

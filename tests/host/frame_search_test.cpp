@@ -15,7 +15,6 @@
 #include "host/core/i420_frame.h"
 #include "tests/support/frames.h"
 #include "tests/support/portrait.h"
-#include "tests/support/print_face_rect.h"
 
 namespace tavro::host {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "host/core/face_merging.h"
 #include "host/core/window_plan.h"
-#include "tests/support/print_face_rect.h"
+#include "tests/support/frames.h"
 #include "tests/support/random.h"
 
 namespace tavro::host {

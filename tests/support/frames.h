@@ -1,13 +1,23 @@
 #pragma once
 
-// Frames whose samples a test knows.
+// Frames whose samples a test knows, and rectangles that a failed expectation prints as such.
 
 #include <algorithm>
 #include <cstdint>
+#include <ostream>
 #include <utility>
 
 #include "host/core/i420_frame.h"
+#include "modules/face_detection/host_interface.h"
 #include "tests/support/random.h"
+
+namespace TavroRTC::FDModule {
+
+inline void PrintTo(const FaceRect& rect, std::ostream* out) {
+  *out << '(' << rect.left << ", " << rect.top << ", " << rect.right << ", " << rect.bottom << ')';
+}
+
+}  // namespace TavroRTC::FDModule
 
 namespace tavro::test {
 

@@ -1,14 +1,23 @@
 """Small sets of pictures whose contents are known, and boxes measured the plain way."""
 
+import atexit
 import pathlib
+import shutil
+import tempfile
 
 import cv2
 import numpy
 
 
+def new_folder():
+    """An empty folder, which goes when the tests end."""
+    path = tempfile.mkdtemp()
+    atexit.register(shutil.rmtree, path, ignore_errors=True)
+    return pathlib.Path(path)
+
+
 def write(folder, pictures):
     """Writes a set: pictures is a list of (image, boxes, doubtful); boxes are x, y, w, h."""
-    folder = pathlib.Path(folder)
     (folder / "images").mkdir(parents=True)
     lines = []
     for number, (image, boxes, doubtful) in enumerate(pictures):

@@ -2,8 +2,6 @@
 
 import ctypes
 import os
-import pathlib
-import tempfile
 import unittest
 from unittest import mock
 
@@ -12,8 +10,8 @@ import numpy
 import torch
 
 import synthetic
-from training import detector_library, larger
-from training.contract import SIDE
+from training import detector_library, larger, windows
+from training.contract import SIDE, THRESHOLD
 from training.detector_input import detector_input
 from training.detector_library import Detector, Frame, Library
 from training.network import FaceNetwork, to_images
@@ -32,7 +30,7 @@ class Agreement(unittest.TestCase):
     def setUpClass(cls):
         cls.library = Library()
         cls.detector = Detector(cls.library)
-        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        path = synthetic.new_folder() / "weights.bin"
         path.write_bytes(cls.library.weights())
         cls.network = FaceNetwork().eval()
         cls.network.load(path)
@@ -117,6 +115,36 @@ class Agreement(unittest.TestCase):
             self.assertTrue((picture == self.library.prepare_input(plain)).all(), (width, height))
 
 
+class Windows(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.library = Library()
+        cls.detector = Detector(cls.library)
+
+    def test_a_small_face_is_found_once(self):
+        portrait = synthetic.portrait()
+        face = self.detector.detect(self.library.convert(portrait))[0][0]
+        small = cv2.resize(portrait, None, fx=0.3, fy=0.3, interpolation=cv2.INTER_AREA)
+        # In one window, and where two of them overlap.
+        for x, y in ((40, 24), (300, 60), (302, 200)):
+            picture = numpy.full((360, 640, 3), small.mean((0, 1)), numpy.uint8)
+            picture[y:y + small.shape[0], x:x + small.shape[1]] = small
+            frame = self.library.convert(picture)
+            for most, expected in ((1, 0), (16, 1)):
+                found = windows.WindowSearch(self.detector, self.detector, most).detect(frame)
+                reported = found.boxes[found.scores > THRESHOLD]
+                self.assertEqual((len(reported), found.windows),
+                                 (expected, 1 if most == 1 else 11), (x, y))
+                self.assertTrue((numpy.diff(found.scores) <= 0).all())
+            self.assertGreater(synthetic.overlap(reported[0], face * 0.3 + (x, y, x, y)), 0.5)
+
+    def test_square_windows_have_a_detector_of_their_own(self):
+        search = windows.WindowSearch("whole", "square", 16)
+        plan = self.library.plan_windows((640, 360), 6, 16)
+        self.assertEqual([search.detector_for(index, window) for index, window in enumerate(plan)],
+                         ["whole"] + ["square"] * 10)
+
+
 class Refusals(unittest.TestCase):
     def setUp(self):
         self.library = Library()
@@ -128,6 +156,10 @@ class Refusals(unittest.TestCase):
         for refused in (lambda: Frame(plane, fits[:2], fits), lambda: Frame(plane, plane, plane),
                         lambda: Frame(plane, fits, fits[:, :3]),
                         lambda: self.library.prepare_input(Frame(nothing, nothing, nothing)),
+                        lambda: self.library.plan_windows((0, 360), 6, 16),
+                        lambda: self.library.plan_windows((640, 40000), 6, 16),
+                        lambda: self.library.group_boxes((640, 360), [(0, 0, 640, 360)],
+                                                         [(0, 0, 9, 9)], [1]),
                         lambda: self.library.convert(numpy.zeros((0, 5, 3), numpy.uint8)),
                         lambda: self.library.convert(numpy.zeros((1, 32769, 3), numpy.uint8)),
                         lambda: Detector(self.library).run_network(nothing)):
@@ -172,6 +204,6 @@ class Refusals(unittest.TestCase):
                     Library()
         with mock.patch.dict(os.environ):
             os.environ.pop("TAVRO_TRAINING_LIBRARY", None)
-            with mock.patch.object(detector_library, "ROOT", pathlib.Path(tempfile.mkdtemp())):
+            with mock.patch.object(detector_library, "ROOT", synthetic.new_folder()):
                 with self.assertRaisesRegex(detector_library.NotBuilt, "--target tavro_training"):
                     Library()

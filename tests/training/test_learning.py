@@ -1,13 +1,11 @@
 """Assignment, losses, folding and what a weight block holds."""
 
-import pathlib
-import tempfile
 import unittest
 
 import numpy
 import torch
 
-from synthetic import overlap
+from synthetic import new_folder, overlap
 from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
@@ -118,7 +116,7 @@ class Network(unittest.TestCase):
                 torch.nn.init.uniform_(unit.normalisation.weight, 0.5, 1.5)
                 torch.nn.init.uniform_(unit.normalisation.bias, -0.3, 0.3)
         images = torch.rand(2, 3, SIDE, SIDE)
-        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        path = new_folder() / "weights.bin"
         network.save(path)
         self.assertEqual(path.stat().st_size, WEIGHT_BYTES)
         loaded = FaceNetwork().eval()
@@ -136,7 +134,7 @@ class Network(unittest.TestCase):
                     self.assertLess((a - b).abs().max().item(), 1e-4 * a.abs().max().item())
 
     def test_damaged_blocks_are_refused(self):
-        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        path = new_folder() / "weights.bin"
         path.write_bytes(b"0" * 1000)
         with self.assertRaisesRegex(ValueError, "1000 bytes"):
             FaceNetwork().load(path)
@@ -149,7 +147,7 @@ class Network(unittest.TestCase):
             network.save(path)
 
     def test_the_mean_of_blocks_counts_each_as_often_as_it_is_named(self):
-        folder = pathlib.Path(tempfile.mkdtemp())
+        folder = new_folder()
         first, second = FaceNetwork().folded(), FaceNetwork().folded()
         weight_block.write(folder / "first", first)
         weight_block.write(folder / "second", second)
@@ -161,7 +159,7 @@ class Network(unittest.TestCase):
 
     def test_the_shift_moves_every_score_by_the_same(self):
         network, moved = FaceNetwork().eval(), FaceNetwork().eval()
-        path = pathlib.Path(tempfile.mkdtemp()) / "weights.bin"
+        path = new_folder() / "weights.bin"
         weight_block.write(path, calibrate.shifted(network.folded(), 0.7))
         moved.load(path)
         images = torch.rand(1, 3, SIDE, SIDE, generator=torch.Generator().manual_seed(3))

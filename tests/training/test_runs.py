@@ -2,11 +2,9 @@
 
 import contextlib
 import io
-import pathlib
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 from unittest import mock
 
@@ -20,7 +18,7 @@ from training.network import FaceNetwork
 
 class Runs(unittest.TestCase):
     def setUp(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp())
+        self.folder = synthetic.new_folder()
         self.set = synthetic.write(self.folder / "set", synthetic.squares(5, 12))
         measured = mock.patch.object(trainer, "MEASURED_BATCHES", 2)
         measured.start()

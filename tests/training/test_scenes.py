@@ -1,8 +1,6 @@
 """Boxes must stay with what they enclose, from the file to the network's input."""
 
 import itertools
-import pathlib
-import tempfile
 import unittest
 
 import numpy
@@ -18,7 +16,7 @@ from training.random_tensors import Random
 
 class BoxLists(unittest.TestCase):
     def setUp(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp())
+        self.folder = synthetic.new_folder()
         (self.folder / "images").mkdir()
 
     def test_both_forms_are_read(self):
@@ -82,7 +80,7 @@ class Scenes(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.store = PictureStore([synthetic.write(
-            pathlib.Path(tempfile.mkdtemp()) / "set", synthetic.squares(3, 24))])
+            synthetic.new_folder() / "set", synthetic.squares(3, 24))])
 
     def test_squeezed_pictures_are_told_by_their_faces(self):
         square, wide = numpy.zeros((90, 90, 3)), numpy.zeros((60, 90, 3))
