@@ -9,13 +9,14 @@
 // what the first has left. A layer computes or refuses; it never touches anything else.
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
-#include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/net.h"
@@ -42,14 +43,6 @@ void* __wrap_malloc(size_t size) {
 namespace {
 
 using namespace TavroRTC::FDModule;
-
-/// Stops the program, as a finding, unless the condition holds.
-inline void require(bool condition, const char* what) {
-  if (condition)
-    return;
-  std::fprintf(stderr, "broken: %s\n", what);
-  std::abort();
-}
 
 /// Takes values from the fuzzer's bytes, from first to last; zeros once they are used up.
 class ByteReader {
@@ -113,41 +106,26 @@ constexpr const char* constantNames[] = {"u", "v", "w", "nowhere"};
 class LentValues {
  public:
   template <typename Value>
-  void lendFloats(Tensor& tensor, Value value) {
-    tensor.borrow(filled(floats_, tensor, value));
-  }
-  template <typename Value>
-  void lendBytes(Tensor& tensor, Value value) {
-    tensor.borrow(filled(bytes_, tensor, value));
-  }
-
- private:
-  template <typename T>
-  using Buffers = std::list<std::unique_ptr<T[]>>;
-
-  template <typename T, typename Value>
-  static T* filled(Buffers<T>& buffers, const Tensor& tensor, Value value) {
+  void lend(Tensor& tensor, Value value) {
+    using T = decltype(value());
     size_t count = 1;
     for (const int32_t extent : {tensor.n, tensor.h, tensor.w, tensor.c})
       count *= static_cast<size_t>(extent);
-    T* memory = buffers.emplace_back(new T[count]).get();
-    std::generate_n(memory, count, value);
-    return memory;
+    std::shared_ptr<T[]> memory(new T[count]);
+    std::generate_n(memory.get(), count, value);
+    tensor.borrow(memory.get());
+    buffers_.push_back(std::move(memory));
   }
 
-  Buffers<float> floats_;
-  Buffers<uint8_t> bytes_;
+ private:
+  std::vector<std::shared_ptr<void>> buffers_;
 };
 
 float drawFloat(ByteReader& in) {
   const uint8_t kind = in.byte();
   if (kind < 200)
     return static_cast<float>(static_cast<int8_t>(in.byte())) / 16;
-  const uint32_t bits = in.word();
-  float value = 0;
-  static_assert(sizeof(value) == sizeof(bits));
-  std::copy_n(reinterpret_cast<const char*>(&bits), sizeof(bits), reinterpret_cast<char*>(&value));
-  return value;
+  return std::bit_cast<float>(in.word());
 }
 
 void drawShape(Tensor& tensor, ByteReader& in) {
@@ -176,9 +154,9 @@ void drawTensor(Tensor& tensor, LentValues& values, ByteReader& in) {
   if (!isSmall(tensor) || storage < 32)
     return;
   if (storage < 192)
-    values.lendFloats(tensor, [&] { return static_cast<float>(next() >> 24) / 32 - 4; });
+    values.lend(tensor, [&] { return static_cast<float>(next() >> 24) / 32 - 4; });
   if (storage >= 160) {
-    values.lendBytes(tensor, [&] { return static_cast<uint8_t>(next() >> 24); });
+    values.lend(tensor, [&] { return static_cast<uint8_t>(next() >> 24); });
     tensor.mean[0] = drawFloat(in);
     tensor.scale[0] = drawFloat(in);
   }
@@ -221,7 +199,7 @@ void fitWeight(const LayerRow& row, Net& net, LentValues& values, ByteReader& in
   weight.c = net.tensors[row.io[0]].c / group;
   weight.layout = 1;
   if (isSmall(weight))
-    values.lendFloats(weight, [] { return 0.5F; });
+    values.lend(weight, [] { return 0.5F; });
 }
 
 // Rows of a later generation read what a row before them has written, more often than not, and
@@ -274,8 +252,9 @@ void runGeneration(const std::vector<LayerRow>& rows, Net& net, ByteReader& in) 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool isQuiet = std::freopen("/dev/null", "w", stdout) != nullptr;
-  require(isQuiet, "the standard output can be closed");
+  static const std::FILE* const quiet = std::freopen("/dev/null", "w", stdout);
+  if (quiet == nullptr)
+    std::abort();
   ByteReader in(data, size);
   LentValues values;
   Net net(new x86::RunEnv);
