@@ -12,6 +12,7 @@
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "host/core/module_host.h"
+#include "host/core/shared_library.h"
 #include "modules/face_detection/fd_wrapper.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/operating_system.h"
@@ -31,11 +32,6 @@ const std::string modulePath = TAVRO_MODULE_PATH;
 const std::string name = TavroRTC::FDModule::moduleName;
 constexpr int modelLayerCount = 94;
 
-/// Whether the module's file is in memory.
-bool isMapped() {
-  return test::isLibraryOpen(modulePath);
-}
-
 /// Prepares an instance and counts the layers that nobody was registered for.
 int missingLayers(FDWrapper* instance) {
   CapturedStdout captured;
@@ -53,7 +49,7 @@ int missingLayers(FDWrapper* instance) {
 class ModuleLoading : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(isMapped());
+    ASSERT_FALSE(test::isLibraryOpen(modulePath));
     ASSERT_TRUE(setBoundaryObserver([this](const BoundaryCall& call) {
                   calls.push_back(call.kind);
                   if (call.kind == Kind::print)
@@ -70,7 +66,7 @@ class ModuleLoading : public ::testing::Test {
       EXPECT_TRUE(unloadModule(name).ok());
     }
     EXPECT_TRUE(setBoundaryObserver({}).ok());
-    EXPECT_FALSE(isMapped());
+    EXPECT_FALSE(test::isLibraryOpen(modulePath));
   }
 
   std::function<int32_t(const BoundaryCall&)> verdict = [](const BoundaryCall&) { return 0; };
@@ -134,16 +130,16 @@ TEST_F(ModuleLoading, RefusedRegistrationEndsNormalWork) {
   EXPECT_FALSE(findModule(name).has_value());
 
   // A host that keeps the file loaded all the same gets nothing from it.
-  void* handle = test::openLibrary(modulePath);
-  ASSERT_NE(handle, nullptr);
+  SharedLibrary kept;
+  ASSERT_EQ(kept.open(modulePath), "");
   FDWrapper* instance = nullptr;
   for (const int32_t code : {createInstanceCommand, destroyInstanceCommand}) {
     ModuleCommand command{.code = code, .object = static_cast<void*>(&instance)};
     EXPECT_EQ(callback(nullptr, &command), -1);
   }
   EXPECT_EQ(instance, nullptr);
-  test::closeLibrary(handle);
-  EXPECT_FALSE(isMapped());
+  kept.close();
+  EXPECT_FALSE(test::isLibraryOpen(modulePath));
   EXPECT_EQ(std::ranges::count(calls, Kind::remove), 0);
   EXPECT_EQ(printed, "");
 }

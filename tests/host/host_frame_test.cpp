@@ -23,8 +23,10 @@ namespace tavro::host {
 namespace {
 
 using TavroRTC::FDModule::FaceRect;
-using test::Guard;
 using test::GuardedBuffer;
+
+constexpr int32_t largest = std::numeric_limits<int32_t>::max();
+constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
 
 /// Touches every sample that the frame says it has.
 uint32_t sumOfSamples(const I420Frame& frame) {
@@ -78,8 +80,6 @@ TEST(I420Frame, RefusesImpossibleGeometry) {
     return I420Frame::borrow(width, height, &sample, strideY, &sample, &sample, strideUV)
         .has_value();
   };
-  constexpr int32_t largest = std::numeric_limits<int32_t>::max();
-  constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
   EXPECT_TRUE(borrow(1, 1, 1, 1));
   const int32_t refused[][4] = {{0, 1, 1, 1},
                                 {1, 0, 1, 1},
@@ -132,8 +132,6 @@ int64_t depthOf(int64_t x, int64_t y, const FaceRect& face, int32_t width, int32
 TEST(Outlines, ChangeTheLinesInsideOfTheRectangleAndNothingElse) {
   test::TracedRandom random;
   const uint8_t color[] = {173, 42, 26};
-  constexpr int32_t largest = std::numeric_limits<int32_t>::max();
-  constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
   for (int round = 0; round < 120; ++round) {
     const int32_t width = random.between(1, 90);
     const int32_t height = round < 110 ? random.between(1, 90) : 960;

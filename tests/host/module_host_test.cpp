@@ -14,8 +14,8 @@
 #include "host/core/face_rects.h"
 #include "host/core/host_api.h"
 #include "host/core/i420_frame.h"
+#include "host/core/shared_library.h"
 #include "modules/face_detection/fd_wrapper.h"
-#include "tests/support/operating_system.h"
 
 namespace tavro::host {
 namespace {
@@ -115,10 +115,10 @@ TEST_F(ModuleHostTest, RefusesTheSameModuleTwice) {
   EXPECT_FALSE(findModule("twice_again").has_value());
 
   // One that somebody else has opened is registered without this host's doing.
-  void* handle = test::openLibrary(FAKE_OTHER_FILE);
-  ASSERT_NE(handle, nullptr);
+  SharedLibrary other;
+  ASSERT_EQ(other.open(FAKE_OTHER_FILE), "");
   EXPECT_TRUE(failsWith(loadModule(FAKE_OTHER_FILE), "loaded already, as 'other'"));
-  test::closeLibrary(handle);
+  other.close();
   EXPECT_FALSE(findModule("other").has_value());
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the tests ask of the operating system: pages of memory that can't be touched, and libraries
-// looked at from beside the host (these need tavro_test_platform).
+// What the tests ask of the operating system: pages of memory that can't be touched, and whether a
+// library is open (this needs tavro_test_platform).
 
 #include <cstddef>
 #include <string>
@@ -51,23 +51,6 @@ inline void releasePages(void* first, [[maybe_unused]] size_t bytes) {
   VirtualFree(first, 0, MEM_RELEASE);
 #else
   munmap(first, bytes);
-#endif
-}
-
-/// Opens the file as a host would, without the host's knowledge; null if that fails.
-inline void* openLibrary(const std::string& path) {
-#if defined(_WIN32)
-  return LoadLibraryA(path.c_str());
-#else
-  return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-#endif
-}
-
-inline void closeLibrary(void* handle) {
-#if defined(_WIN32)
-  FreeLibrary(static_cast<HMODULE>(handle));
-#else
-  dlclose(handle);
 #endif
 }
 

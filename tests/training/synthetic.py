@@ -1,6 +1,8 @@
 """Small sets of pictures whose contents are known, and boxes measured the plain way."""
 
 import atexit
+import contextlib
+import io
 import pathlib
 import shutil
 import tempfile
@@ -14,6 +16,17 @@ def new_folder():
     path = tempfile.mkdtemp()
     atexit.register(shutil.rmtree, path, ignore_errors=True)
     return pathlib.Path(path)
+
+
+def call(main, *arguments):
+    """What a program's `main` comes to: its exit status, its output and its error output."""
+    output, errors = io.StringIO(), io.StringIO()
+    with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
+        try:
+            status = main([str(argument) for argument in arguments])
+        except SystemExit as stop:  # argparse
+            status = stop.code
+    return status, output.getvalue(), errors.getvalue()
 
 
 def write(folder, pictures):

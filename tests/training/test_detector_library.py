@@ -116,10 +116,9 @@ class Agreement(unittest.TestCase):
 
 
 class Windows(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.library = Library()
-        cls.detector = Detector(cls.library)
+    def setUp(self):
+        self.library = Library()
+        self.detector = Detector(self.library)
 
     def test_a_small_face_is_found_once(self):
         portrait = synthetic.portrait()

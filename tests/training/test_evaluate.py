@@ -2,8 +2,6 @@
 of pictures: moving scenes must know where their faces are, and what other cameras deliver must keep
 its boxes on them."""
 
-import contextlib
-import io
 import json
 import unittest
 from unittest import mock
@@ -31,27 +29,17 @@ class Evaluate(unittest.TestCase):
         (cls.folder / "set" / "landmarks.txt").write_text(
             f"picture0.png 0 {eyes} {nose} {mouth} 1\n")
 
-    def run_(self, *arguments):
-        output, errors = io.StringIO(), io.StringIO()
-        with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
-            try:
-                status = evaluate.main([str(argument) for argument in arguments])
-            except SystemExit as stop:  # argparse
-                status = stop.code
-        return status, output.getvalue(), errors.getvalue()
-
     def test_three_pictures(self):
-        status, text, errors = self.run_(
-            "--data", self.folder / "set", "--peers", "--sides", 192, "--clips", "--output",
-            self.folder / "out")
+        status, text, errors = synthetic.call(
+            evaluate.main, "--data", self.folder / "set", "--peers", "--sides", 192, "--clips",
+            "--output", self.folder / "out")
         self.assertEqual((status, errors), (0, ""))
         figures = json.loads((self.folder / "out" / "figures.json").read_text())
         every = figures["sizes"]["16 and more"]
         self.assertEqual((every["faces"], every["precision"], every["recall"]), (2, 0.5, 0.5))
         self.assertEqual(figures["sizes"]["8-16"]["ap"], None)
         self.assertEqual((figures["faceless_pictures"],
-                          figures["false_alarms_per_faceless_picture"]),
-                         (1, 0))
+                          figures["false_alarms_per_faceless_picture"]), (1, 0))
         self.assertEqual(set(figures["aspects"]), {"1:1", "4:3", "16:9", "9:16"})
         self.assertEqual(figures["picture_as_is"]["f1"], 0.5)
         self.assertEqual(set(figures["natural"]), {"aspect kept", "aspect kept, 192"})
@@ -81,11 +69,11 @@ class Evaluate(unittest.TestCase):
                 ((*data, "--weights", self.folder / "none.bin"), "none.bin"),
                 ((*data, "--weights", damaged / "boxes.txt"), "391296"),
                 ((*data, "--output", damaged / "boxes.txt"), "boxes.txt")):
-            status, _, errors = self.run_(*arguments)
+            status, _, errors = synthetic.call(evaluate.main, *arguments)
             self.assertEqual((status, errors.count("\n")), (2, 1), errors)
             self.assertIn(cause, errors)
         for arguments in ((), (*data, "--limit", "0")):
-            self.assertEqual(self.run_(*arguments)[0], 2)
+            self.assertEqual(synthetic.call(evaluate.main, *arguments)[0], 2)
 
     def test_the_shift_of_a_picture_is_no_movement(self):
         class Ideal:  # finds the bright square, in frames that are pictures
@@ -112,8 +100,8 @@ class Evaluate(unittest.TestCase):
         self.assertEqual(evaluate.chosen(list("abc"), 9), list("abc"))
 
     def test_brief_figures_are_the_same(self):
-        status, _, errors = self.run_("--data", self.folder / "set", "--brief", "--output",
-                                      self.folder / "brief")
+        status, _, errors = synthetic.call(evaluate.main, "--data", self.folder / "set", "--brief",
+                                           "--output", self.folder / "brief")
         self.assertEqual((status, errors), (0, ""))
         figures = json.loads((self.folder / "brief" / "figures.json").read_text())
         self.assertEqual(figures["natural"]["aspect kept"]["recall"], 0.5)

@@ -5,7 +5,7 @@ import unittest
 import numpy
 import torch
 
-from synthetic import new_folder, overlap
+from synthetic import call, new_folder, overlap
 from training import average, calibrate, weight_block
 from training.assignment import DOUBTFUL, FACE, assign
 from training.contract import SIDE, WEIGHT_BYTES
@@ -106,6 +106,12 @@ class Losses(unittest.TestCase):
         self.assertTrue(torch.equal(shares(positive, index, 2, 0), torch.ones(2, 16)))
 
 
+def loaded(path):
+    network = FaceNetwork().eval()
+    network.load(path)
+    return network
+
+
 class Network(unittest.TestCase):
     def test_folding_changes_nothing(self):
         torch.manual_seed(4)
@@ -119,17 +125,12 @@ class Network(unittest.TestCase):
         path = new_folder() / "weights.bin"
         network.save(path)
         self.assertEqual(path.stat().st_size, WEIGHT_BYTES)
-        loaded = FaceNetwork().eval()
-        loaded.load(path)
-        folded = FaceNetwork().eval()
-        folded.load(path)
+        folded, restored = loaded(path), loaded(path)
         folded.fold()
-        restored = FaceNetwork().eval()
-        restored.load(path)
         restored.restore_normalisation(images)
         with torch.no_grad():
             truth = network(images)
-            for other in (loaded, folded, restored):
+            for other in (loaded(path), folded, restored):
                 for a, b in zip(truth, other(images)):
                     self.assertLess((a - b).abs().max().item(), 1e-4 * a.abs().max().item())
 
@@ -149,19 +150,18 @@ class Network(unittest.TestCase):
     def test_the_mean_of_blocks_counts_each_as_often_as_it_is_named(self):
         folder = new_folder()
         first, second = FaceNetwork().folded(), FaceNetwork().folded()
-        weight_block.write(folder / "first", first)
-        weight_block.write(folder / "second", second)
-        output = folder / "mean"
-        self.assertEqual(average.main([str(folder / name) for name in ("first", "second", "first")]
-                                      + ["--output", str(output)]), 0)
+        one, two, output = (folder / name for name in ("first", "second", "mean"))
+        weight_block.write(one, first)
+        weight_block.write(two, second)
+        self.assertEqual(call(average.main, one, two, one, "--output", output)[0], 0)
         for name, values in weight_block.read(output, FaceNetwork().block_shapes()).items():
             numpy.testing.assert_allclose(values, (2 * first[name] + second[name]) / 3, 1e-6, 1e-7)
 
     def test_the_shift_moves_every_score_by_the_same(self):
-        network, moved = FaceNetwork().eval(), FaceNetwork().eval()
+        network = FaceNetwork().eval()
         path = new_folder() / "weights.bin"
         weight_block.write(path, calibrate.shifted(network.folded(), 0.7))
-        moved.load(path)
+        moved = loaded(path)
         images = torch.rand(1, 3, SIDE, SIDE, generator=torch.Generator().manual_seed(3))
         with torch.no_grad():
             (before, boxes), (after, same) = network(images), moved(images)

@@ -1,7 +1,5 @@
 """Training as a user runs it: stopped and resumed, and with what it can't work with."""
 
-import contextlib
-import io
 import signal
 import subprocess
 import sys
@@ -28,14 +26,8 @@ class Runs(unittest.TestCase):
 
     def start(self, name, *options):
         """The exit status and the error output."""
-        errors = io.StringIO()
-        with contextlib.redirect_stdout(io.StringIO()), contextlib.redirect_stderr(errors):
-            try:
-                status = train.main([*(() if "--resume" in options else ("--data", str(self.set))),
-                                     "--run", str(self.folder / name), *map(str, options)])
-            except SystemExit as stop:  # argparse
-                status = stop.code
-        return status, errors.getvalue()
+        data = () if "--resume" in options else ("--data", self.set)
+        return synthetic.call(train.main, *data, "--run", self.folder / name, *options)[::2]
 
     def finish(self, name, *options):
         self.assertEqual(self.start(name, *options), (0, ""))
