@@ -38,8 +38,7 @@ class NotBuilt(Exception):
 
 class _Frame(ctypes.Structure):
     _fields_ = [("y", _bytes), ("u", _bytes), ("v", _bytes), ("width", ctypes.c_int32),
-                ("height", ctypes.c_int32), ("stride_y", ctypes.c_int32),
-                ("stride_uv", ctypes.c_int32)]
+                ("height", ctypes.c_int32)]
 
 
 class Frame:
@@ -58,9 +57,8 @@ class Frame:
         return self.y.shape[1], self.y.shape[0]
 
     def described(self):
-        width, height = self.size
         return _Frame(*(plane.ctypes.data_as(_bytes) for plane in (self.y, self.u, self.v)),
-                      width, height, width, (width + 1) // 2)
+                      *self.size)
 
 
 def find():

@@ -93,27 +93,6 @@ class Agreement(unittest.TestCase):
         self.assertEqual((boxes.shape, found[0]), ((len(found), 4), scores[:, 1].max()))
         self.assertTrue((found > numpy.float32(0.3)).all() and (numpy.diff(found) <= 0).all())
 
-    def test_rows_may_have_gaps_which_stay_as_they_are(self):
-        random = numpy.random.default_rng(2)
-        for width, height in ((1, 1), (2, 3), (33, 18), (400, 267)):
-            image = random.integers(0, 256, (height, width, 3)).astype(numpy.uint8)
-            plain = self.library.convert(image)
-            apart = [numpy.full((len(plane) + 1, plane.shape[1] + 7), 99, numpy.uint8)
-                     for plane in (plain.y, plain.u, plain.v)]
-            described = Frame(*(plane[:-1, :-7] for plane in apart)).described()
-            described.y, described.u, described.v = (
-                plane.ctypes.data_as(ctypes.POINTER(ctypes.c_uint8)) for plane in apart)
-            described.stride_y, described.stride_uv = (plane.shape[1] for plane in apart[:2])
-            self.assertEqual(self.library.functions.tavroConvertPicture(
-                image.ctypes.data_as(ctypes.c_void_p), width * 3, ctypes.byref(described)), 0)
-            for plane, expected in zip(apart, (plain.y, plain.u, plain.v)):
-                self.assertTrue((plane[:-1, :-7] == expected).all(), (width, height))
-                self.assertTrue((plane[-1] == 99).all() and (plane[:, -7:] == 99).all())
-            picture = numpy.empty((SIDE, SIDE, 3), numpy.uint8)
-            self.assertEqual(self.library.functions.tavroPrepareInput(
-                ctypes.byref(described), picture.ctypes.data_as(ctypes.c_void_p)), 0)
-            self.assertTrue((picture == self.library.prepare_input(plain)).all(), (width, height))
-
 
 class Windows(unittest.TestCase):
     def setUp(self):
@@ -180,8 +159,8 @@ class Refusals(unittest.TestCase):
                 setattr(described, name, value)
             return call.tavroPrepareInput(ctypes.byref(described), picture)
         self.assertEqual(prepare(), 0)
-        for change in ({"width": 0}, {"height": -1}, {"width": 32769, "stride_y": 32769},
-                       {"stride_y": 7}, {"stride_uv": 3}, {"y": None}, {"u": None}, {"v": None}):
+        for change in ({"width": 0}, {"height": -1}, {"width": 32769}, {"height": 32769},
+                       {"y": None}, {"u": None}, {"v": None}):
             self.assertEqual(prepare(**change), -1, change)
         good = ctypes.byref(frame.described())
         for function, *arguments in ((call.tavroPrepareInput, good, picture),

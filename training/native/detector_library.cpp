@@ -25,8 +25,7 @@ constexpr int32_t largestSide = 32768;
 bool isUsable(const TavroFrame* frame) {
   return frame != nullptr && frame->y != nullptr && frame->u != nullptr && frame->v != nullptr &&
          frame->width >= 1 && frame->width <= largestSide && frame->height >= 1 &&
-         frame->height <= largestSide && frame->strideY >= frame->width &&
-         frame->strideUV >= fd::chromaSize(frame->width);
+         frame->height <= largestSide;
 }
 
 fd::FrameView viewOf(const TavroFrame& frame) {
@@ -35,8 +34,8 @@ fd::FrameView viewOf(const TavroFrame& frame) {
           .v = frame.v,
           .width = frame.width,
           .height = frame.height,
-          .strideY = frame.strideY,
-          .strideUV = frame.strideUV};
+          .strideY = frame.width,
+          .strideUV = fd::chromaSize(frame.width)};
 }
 
 /// Memory running out must not throw into a caller of another language.
@@ -66,7 +65,7 @@ int32_t tavroConvertPicture(const uint8_t* picture, int32_t stride, const TavroF
   const fd::ImageDesc target{.planes = {frame->y, frame->u, frame->v},
                              .widths = {frame->width, chromaWidth, chromaWidth},
                              .heights = {frame->height, chromaHeight, chromaHeight},
-                             .strides = {frame->strideY, frame->strideUV, frame->strideUV},
+                             .strides = {frame->width, chromaWidth, chromaWidth},
                              .format = fd::ImageFormat::I420};
   return guarded([&] { return fd::convertImage(source, target, fd::ColorOp::Bgr24ToI420); });
 }

@@ -20,15 +20,13 @@
 extern "C" {
 
 /// A frame's planes in 4:2:0 sampling, 1 to 32768 pixels wide and high; a chroma plane holds
-/// (width + 1) / 2 by (height + 1) / 2 samples. Strides are at least the width of a plane's row.
+/// (width + 1) / 2 by (height + 1) / 2 samples. No row has a gap behind it.
 struct TavroFrame {
   uint8_t* y;
   uint8_t* u;
   uint8_t* v;
   int32_t width;
   int32_t height;
-  int32_t strideY;   ///< bytes from one luma row to the next
-  int32_t strideUV;  ///< the same for both chroma planes
 };
 
 /// A box in pixels of the frame. It may reach over the frame's edges.
