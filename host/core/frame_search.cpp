@@ -1,6 +1,7 @@
 #include "host/core/frame_search.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <limits>
 #include <new>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/core/diverted_output.h"
 #include "host/core/face_merging.h"
 #include "host/core/i420_frame.h"
 #include "host/core/task_pool.h"
@@ -25,13 +27,20 @@ namespace {
 
 constexpr double newestPart = 0.2;  // of the latest time in the mean that a budget reckons with
 
-/// An instance that is ready for frames.
+/// An instance that is ready for frames. A module tells about the processor while it is prepared
+/// and while it sees its first frame. The process's first instance may say so, the others repeat
+/// it.
 class Instance {
  public:
   Instance() = default;
-  Instance(Instance&& other) noexcept : wrapper_(std::exchange(other.wrapper_, nullptr)) {}
+  Instance(Instance&& other) noexcept
+      : wrapper_(std::exchange(other.wrapper_, nullptr)),
+        isShown_(other.isShown_),
+        isNew_(other.isNew_) {}
   Instance& operator=(Instance&& other) noexcept {
     std::swap(wrapper_, other.wrapper_);
+    std::swap(isShown_, other.isShown_);
+    std::swap(isNew_, other.isNew_);
     return *this;
   }
   Instance(const Instance&) = delete;
@@ -42,17 +51,35 @@ class Instance {
   }
 
   static Instance make(const std::string& module, Status& status) {
+    static std::atomic_flag haveOthers;
     Instance instance;
+    instance.isShown_ = !haveOthers.test_and_set();
     status = createInstance(module, &instance.wrapper_);
-    if (status.ok() && !instance.wrapper_->init())
+    if (status.ok() && !instance.init())
       status = {"the detector can't be prepared"};
     return status.ok() ? std::move(instance) : Instance();
   }
 
-  FDWrapper* get() const { return wrapper_; }
+  bool exists() const { return wrapper_ != nullptr; }
+
+  /// Prepares it, or has it forget the faces.
+  bool init() {
+    const DivertedOutput diverted(isShown_);
+    isNew_ = true;
+    return wrapper_->init();
+  }
+
+  bool execute(const HostFrame& frame, FaceRects& faces) {
+    std::optional<DivertedOutput> diverted;
+    if (std::exchange(isNew_, false))
+      diverted.emplace(std::exchange(isShown_, false));
+    return wrapper_->execute(&frame, faces.sequence());
+  }
 
  private:
   FDWrapper* wrapper_ = nullptr;
+  bool isShown_ = false;
+  bool isNew_ = false;  ///< hasn't seen a frame since it was prepared
 };
 
 /// A window with what it takes to search it.
@@ -143,7 +170,7 @@ void FrameSearch::State::lookAt(const HostFrame& frame) {
     Pane& pane = panes[i];
     pane.module = moduleFor(window);
     pane.isArea = std::ranges::find(plan.areas, i) != plan.areas.end();
-    if (i == 0 && !former.empty() && former[0].instance.get() != nullptr &&
+    if (i == 0 && !former.empty() && former[0].instance.exists() &&
         former[0].module == pane.module && (isUnused || (wasWhole && isWhole(window)))) {
       pane.instance = std::move(former[0].instance);
       continue;
@@ -196,15 +223,15 @@ void FrameSearch::State::searchWindow(const HostFrame& frame, size_t index) {
   Pane& pane = panes[index];
   WindowReport& report = reports[index];
   pane.faces.clear();
-  report.hasRun = pane.isDue && pane.instance.get() != nullptr;
+  report.hasRun = pane.isDue && pane.instance.exists();
   if (!report.hasRun)
     return;
   const auto start = std::chrono::steady_clock::now();
   if (isWhole(report.window)) {
-    pane.accepted = pane.instance.get()->execute(&frame, pane.faces.sequence());
+    pane.accepted = pane.instance.execute(frame, pane.faces);
   } else {
     const auto part = partOf(frame, report.window);
-    pane.accepted = part.has_value() && pane.instance.get()->execute(&*part, pane.faces.sequence());
+    pane.accepted = part.has_value() && pane.instance.execute(*part, pane.faces);
   }
   if (!pane.accepted)
     pane.faces.clear();
@@ -325,7 +352,7 @@ Status FrameSearch::restart() {
     state.width = -1;
     Instance& instance = state.panes[0].instance;
     Status status;
-    if (instance.get() == nullptr || !instance.get()->init())
+    if (!instance.exists() || !instance.init())
       instance = Instance::make(state.modules.whole, status);
     return status;
   } catch (const std::bad_alloc&) {

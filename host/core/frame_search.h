@@ -13,6 +13,9 @@
 //
 // With one window, which is the default, the result is the module's own. The number of threads
 // changes nothing but the time.
+//
+// What the module's first instance prints to the standard output goes to the standard error, and
+// what the others repeat goes nowhere (diverted_output.h).
 
 #include <cstdint>
 #include <memory>

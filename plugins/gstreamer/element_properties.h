@@ -22,8 +22,7 @@ inline constexpr const char* elementDescription =
     "over a gap of up to a second. After a flush, in a new stream and at a new size, all faces are "
     "new ones. Pictures pass "
     "unchanged unless draw is set. "
-    "The detector's own diagnostics go to the standard output whenever it is prepared, once for "
-    "each part of a picture that it looks at";
+    "The detector's own diagnostics go to the standard error, once in a process";
 inline constexpr const char* elementAuthor = "The tavro-fd authors";
 
 /// When a message about the faces is posted.

@@ -275,6 +275,12 @@ class Pipelines(ElementTest):
             "clip.mp4", "filesrc location=clip.mp4 ! decodebin ! videoconvert ! "
             f"video/x-raw,format=NV12 ! {SEARCH}")
 
+    def test_the_standard_output_is_left_to_the_pipeline(self):
+        pipeline = (f"filesrc location={self.clip(160, 120)} ! y4mdec ! "
+                    "tavrofacedetect smallest-face=9 ! fdsink")
+        pictures = subprocess.check_output(["gst-launch-1.0", "-q", *pipeline.split()])
+        self.assertEqual(len(pictures), 12 * 160 * 120 * 3 // 2)
+
     def test_two_elements_side_by_side_one_of_which_draws(self):
         self.expect_the_faces_of_the_application(
             self.clip(160, 120), "filesrc location=clip.y4m ! y4mdec ! tee name=t "

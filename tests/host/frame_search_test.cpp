@@ -4,15 +4,22 @@
 #include "host/core/frame_search.h"
 
 #include <gtest/gtest.h>
+#ifdef __GLIBC__
+#include <unistd.h>
+#endif
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/core/face_overlap.h"
 #include "host/core/i420_frame.h"
+#include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"
 #include "tests/support/portrait.h"
 
@@ -90,6 +97,32 @@ TEST_F(FrameSearchTest, HandsOverEachPlaneFromTheWindowsFirstSample) {
   open({.whole = module}, {.windows = {.regions = {{131, 0, 9, 9}}}});
   EXPECT_EQ(find(frame, "no region lies in the frame"), Faces());
 }
+
+#ifdef __GLIBC__
+TEST_F(FrameSearchTest, LeavesTheStandardOutputToTheRestOfTheProgram) {
+  const std::string module = load(FAKE_PAINTED_FILE);
+  std::string expected;
+  std::atomic<bool> isDone = false;
+  test::CapturedStdout output;
+  std::thread program([&] {
+    for (int32_t i = 0; !isDone; ++i) {
+      const std::string line = std::to_string(i) + "\n";
+      expected += line;
+      if (i % 2 == 0)
+        std::fputs(line.c_str(), stdout);
+      else if (std::fflush(stdout) != 0 || write(1, line.data(), line.size()) < 0)
+        break;
+    }
+  });
+  for (int32_t i = 0; i < 20; ++i) {
+    open({.whole = module}, {.windows = {.smallestFace = 12}, .threads = 3});
+    find(test::plainFrame(640, 362, 16));
+  }
+  isDone = true;
+  program.join();
+  EXPECT_TRUE(output.stop() == expected);
+}
+#endif
 
 TEST_F(FrameSearchTest, ReportsEachFaceOnceWhateverTheThreads) {
   const std::string module = load(FAKE_PAINTED_FILE);
