@@ -58,8 +58,8 @@ TEST(WindowPlan, HasTheFewestLayersThatShowTheSmallestFace) {
       {4000, 500, 32, 64, "4000x500 500x500*15", 32},  // faces up to 250 are whole in a square
       {96, 64, 1, 64, "96x64", 6},                     // tiny: enlarged, but no more than twice
       {150, 120, 1, 64, "150x120 70x70*6", 5},
-      {481, 271, 17, 64, "481x271 270x271 271x271",
-       17},  // the odd column and row belong to windows
+      // The odd column and row belong to windows.
+      {481, 271, 17, 64, "481x271 270x271 271x271", 17},
       {32768, 32768, 24, 64, "32768x32768 13108x13108*9 5958x5958*49", 373},
       {1, 1, 1, 64, "1x1", 1},
   };
@@ -146,10 +146,7 @@ TEST(SameFaces, TellsOneFaceFromTwo) {
       {"side by side", {{100, 100, 160, 160}, 0}, {{150, 100, 210, 160}, 1}, false},
       {"side by side, one half hidden", {{60, 100, 120, 160}, 0}, {{100, 100, 140, 160}, 1}, false},
       {"one inside the other", {{100, 100, 200, 200}, 0}, {{100, 100, 152, 152}, 1}, true},
-      {"a small one before a large one",
-       {{100, 100, 200, 200}, 0},
-       {{100, 160, 140, 200}, 1},
-       false},
+      {"one in front", {{100, 100, 200, 200}, 0}, {{100, 160, 140, 200}, 1}, false},
       {"a small one in the middle", {{100, 100, 200, 200}, 0}, {{132, 130, 172, 170}, 1}, true},
       {"a part that an edge cuts off", {{330, 100, 400, 190}, 2}, {{330, 110, 360, 180}, 1}, true},
       {"the same part, but whole", {{330, 100, 400, 190}, 2}, {{300, 110, 335, 180}, 1}, false},
@@ -173,7 +170,7 @@ TEST(SameFaces, TakesTheWindowThatShowsAFaceBest) {
       {"close to an edge", {{{294, 100, 354, 160}, 1}, {{294, 100, 354, 160}, 0}}, 1},
       {"the frame's edge cuts it off", {{{0, 100, 60, 160}, 0}, {{-2, 100, 60, 160}, 1}}, 1},
       {"the whole frame shows a large one", {{{0, 0, 300, 300}, 1}, {{0, 0, 320, 300}, 0}}, 1},
-      {"the window of the last frame, though another is somewhat better",
+      {"its last one, if hardly worse",
        {{{200, 100, 280, 180}, 0, 0}, {{200, 100, 280, 180}, 1}},
        0},
       {"not if that cuts it off", {{{300, 100, 359, 160}, 1, 0}, {{300, 100, 370, 160}, 2}}, 1},
