@@ -1,6 +1,6 @@
 // tavrofd._native: the detector for Python. A Detector is a search through one or several windows;
-// a frame goes to it as it lies in Python's memory, BGR by way of an I420 frame that the detector
-// keeps.
+// a frame goes to it as it lies in Python's memory if it is I420, otherwise by way of an I420 frame
+// that the detector keeps.
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -16,12 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
-#include "host/core/frame_image.h"
 #include "host/core/frame_search.h"
-#include "host/core/i420_frame.h"
 #include "host/core/module_host.h"
-#include "image/image_dispatch.h"
 #include "plugins/python/frame_buffers.h"
 
 namespace py = pybind11;
@@ -30,7 +28,6 @@ namespace tavro::python {
 
 namespace {
 
-using host::I420Frame;
 using TavroRTC::FDModule::FaceRect;
 
 /// The registered name of the module in `path`, which stays loaded until the process ends: any part
@@ -60,9 +57,12 @@ using Region = std::array<int32_t, 4>;  ///< x, y, width, height
 class Detector {
  public:
   Detector(const std::string& path, int32_t smallestFace, int32_t maxWindows, int32_t threads,
-           const std::vector<Region>& regions)
+           const std::vector<Region>& regions, const std::optional<std::string>& format,
+           bool hasNumbers)
       : options_{.windows = {.smallestFace = smallestFace, .mostWindows = maxWindows},
-                 .threads = threads} {
+                 .threads = threads},
+        format_(format ? &findFormat(*format) : nullptr),
+        hasNumbers_(hasNumbers) {
     for (const auto& [x, y, width, height] : regions)
       options_.windows.regions.push_back({x, y, width, height});
     if (const host::Status wrong = host::FrameSearch::check(options_); !wrong.ok())
@@ -80,31 +80,33 @@ class Detector {
   }
 
   py::array_t<int32_t> detect(const py::object& frame,
-                              const std::optional<FrameBuffers::Size>& size) {
-    const FrameBuffers buffers(frame, size);
+                              const std::optional<FrameBuffers::Size>& size,
+                              const std::optional<std::string>& format,
+                              std::optional<double> time) {
+    const FrameBuffers buffers(frame, size, format ? &findFormat(*format) : format_);
     const auto touches = [&](const host::Window& region) {
       return host::touchesFrame(region, buffers.width(), buffers.height());
     };
     if (const auto& regions = options_.windows.regions;
         !regions.empty() && std::ranges::none_of(regions, touches))
       throw py::value_error("no region lies in the frame");
-    std::vector<FaceRect> faces;
-    std::string failure;
+    Findings found;
     {
       py::gil_scoped_release released;
       // Without the interpreter's lock several threads may come here with the same detector.
       const std::lock_guard lock(mutex_);
-      faces = run(buffers, failure);
+      found = run(buffers, time);
     }
-    if (!failure.empty() && PyErr_WarnEx(PyExc_RuntimeWarning, failure.c_str(), 1) != 0)
+    if (!found.failure.empty() && PyErr_WarnEx(PyExc_RuntimeWarning, found.failure.c_str(), 1) != 0)
       throw py::error_already_set();
-    py::array_t<int32_t> result({static_cast<py::ssize_t>(faces.size()), py::ssize_t{4}});
+    const py::ssize_t columns = hasNumbers_ ? 5 : 4;
+    py::array_t<int32_t> result({static_cast<py::ssize_t>(found.faces.size()), columns});
     auto cells = result.mutable_unchecked<2>();
-    for (size_t i = 0; i < faces.size(); ++i) {
-      const auto row = static_cast<py::ssize_t>(i);
-      const int32_t corners[] = {faces[i].left, faces[i].top, faces[i].right, faces[i].bottom};
-      for (py::ssize_t column = 0; column < 4; ++column)
-        cells(row, column) = corners[column];
+    for (size_t i = 0; i < found.faces.size(); ++i) {
+      const FaceRect& face = found.faces[i];
+      const int32_t values[] = {face.left, face.top, face.right, face.bottom, found.numbers[i]};
+      for (py::ssize_t column = 0; column < columns; ++column)
+        cells(static_cast<py::ssize_t>(i), column) = values[column];
     }
     return result;
   }
@@ -112,50 +114,43 @@ class Detector {
   void reset() {
     py::gil_scoped_release released;
     const std::lock_guard lock(mutex_);
+    numbers_.forget();
     if (const host::Status status = search_->restart(); !status.ok())
       throw std::runtime_error(status.error);
   }
 
  private:
-  /// What one of several windows can't do is a `failure` beside the faces that the others see.
-  std::vector<FaceRect> run(const FrameBuffers& buffers, std::string& failure) {
-    const auto& planar = buffers.planar();
-    const auto frame = buffers.packed()
-                           ? convert(buffers)
-                           : I420Frame::borrow(planar.width, planar.height, planar.y,
-                                               planar.strideY, planar.u, planar.v, planar.strideUV);
+  struct Findings {
+    std::vector<FaceRect> faces;
+    std::vector<int32_t> numbers;
+    std::string failure;  ///< what one of several windows can't do; the faces are the others'
+  };
+
+  Findings run(const FrameBuffers& buffers, std::optional<double> time) {
+    const auto frame = converter_.read(buffers);
     if (!frame)
       throw std::runtime_error("the detector refused the frame");
     const host::Status status = search_->search(*frame, faces_);
     if (!status.ok() && search_->windows().size() < 2)
       throw std::runtime_error(status.error);
-    failure = status.error;
-    return {faces_.view().begin(), faces_.view().end()};
+    time_ = time.value_or(time_ + usualInterval);
+    const auto numbers = numbers_.update(faces_.view(), time_);
+    return {.faces = {faces_.view().begin(), faces_.view().end()},
+            .numbers = {numbers.begin(), numbers.end()},
+            .failure = status.error};
   }
 
-  /// Borrows the detector's own frame, with the packed samples in it.
-  std::optional<I420Frame> convert(const FrameBuffers& buffers) {
-    using namespace TavroRTC::FDModule;
-    const int32_t width = buffers.width();
-    const int32_t height = buffers.height();
-    if (!converted_ || converted_->width() != width || converted_->height() != height)
-      converted_ = I420Frame::allocate(width, height);
-    if (!converted_)
-      throw std::bad_alloc();
-    const ImageDesc source = host::packedImage(buffers.packed()->samples, buffers.packed()->stride,
-                                               width, height, ImageFormat::Bgr24);
-    if (convertImage(source, host::imageOf(*converted_), ColorOp::Bgr24ToI420) != 0)
-      return std::nullopt;
-    return I420Frame::borrow(width, height, converted_->planeData(0), converted_->planeStride(0),
-                             converted_->planeData(1), converted_->planeData(2),
-                             converted_->planeStride(1));
-  }
+  static constexpr double usualInterval = 0.04;  // seconds from frame to frame
 
   std::mutex mutex_;
   host::SearchOptions options_;
+  const PixelFormat* format_;  ///< of all frames; null: what each one says
+  bool hasNumbers_;
   std::unique_ptr<host::FrameSearch> search_;
   host::FaceRects faces_;
-  std::optional<I420Frame> converted_;
+  FrameConverter converter_;
+  host::FaceNumbers numbers_;
+  double time_ = 0.0;  ///< of the latest frame
 };
 
 }  // namespace
@@ -166,31 +161,42 @@ PYBIND11_MODULE(_native, module) {
   module.def("find_detector", &findDetector,
              "The file of the detector that belongs to this package.");
   py::class_<Detector>(module, "Detector")
-      .def(py::init<const std::string&, int32_t, int32_t, int32_t, const std::vector<Region>&>(),
+      .def(py::init<const std::string&, int32_t, int32_t, int32_t, const std::vector<Region>&,
+                    const std::optional<std::string>&, bool>(),
            py::arg("module"), py::arg("smallest_face"), py::arg("max_windows"), py::arg("threads"),
-           py::arg("roi"))
+           py::arg("roi"), py::arg("format"), py::arg("numbers"))
       .def("detect", &Detector::detect, py::arg("frame"), py::arg("size") = py::none(),
+           py::kw_only(), py::arg("format") = py::none(), py::arg("time") = py::none(),
            R"(Finds and follows the faces in the next frame of a video.
 
-frame is one of these, with samples of uint8 in C order:
+frame has samples of uint8 in C order. format, or that of the detector, says what they
+are: "i420", "nv12", "bgr", "rgb", "bgra", "rgba" (alpha is ignored) or "gray" (0 is
+black, 255 white). It may be left out where only one format has the shape.
 
-  I420  an array of the shape (height * 3 // 2, width), even sizes only
-  I420  a tuple of the planes (y, u, v), rows of any stride, any size: the chroma
-        planes have ((height + 1) // 2, (width + 1) // 2) samples
-  I420  any flat buffer, such as bytes, with size=(width, height), any size
-  BGR   an array of the shape (height, width, 3), rows of any stride
+  (height * 3 // 2, width)   an array of i420 or nv12, even sizes only
+  (y, u, v) or (y, uv)       i420 or nv12 as a tuple of planes, rows of any stride, any
+                             size: chroma has ((height + 1) // 2, (width + 1) // 2)
+                             samples, or as many pairs
+  (height, width, 3 or 4)    an array of packed pixels, rows of any stride
+  (height, width)            an array of gray, rows of any stride
+  flat, such as bytes        any format with size=(width, height), any size
+  a picture of PIL           its mode is the format: RGB, RGBA or L
 
-I420 is read where it lies; BGR is converted to I420 (BT.601, limited range) first.
+I420 is read where it lies. The others are converted to I420 (BT.601, limited range)
+first.
 
 Returns an int32 array of the shape (n, 4), the oldest face first: left, top, right,
 bottom in pixels of the frame. Width is right - left. A face at the border may reach
-beyond the frame.
+beyond the frame. With Detector(numbers=True) a fifth column has the face's number, from
+1, which it keeps while it is followed, also over a gap of up to a second. time is the
+frame's, in seconds, for that; without it frames count as 0.04 s apart.
 
 The interpreter's lock is released meanwhile. Calls on one detector from several
 threads come one after the other.
 
-Raises TypeError for anything but buffers of uint8, ValueError for other shapes,
-strides and sizes than these (sides are 1 to 32768) and if no region lies in the frame.
+Raises TypeError for anything but buffers and array interfaces of uint8, ValueError
+for other shapes, strides and sizes than these (sides are 1 to 32768), for a shape that
+several formats have, and if no region lies in the frame.
 If there is no memory for one of several windows, a RuntimeWarning says so, and the
 faces are those that the other windows show.)")
       .def("reset", &Detector::reset, "Forgets the faces: the next frame is of another video.");

@@ -98,7 +98,7 @@ class Clip:
     def expect_of_python(self, python, packages):
         self.expect(run(python, "-c", f"""if True:
             import tavrofd
-            detector = tavrofd.Detector()
+            detector = tavrofd.Detector(format="i420")
             clip = open({str(self.raw)!r}, "rb")
             for i in range({FRAMES}):
                 faces = detector.detect(clip.read({WIDTH * HEIGHT * 3 // 2}), ({WIDTH}, {HEIGHT}))

@@ -17,6 +17,7 @@ import threading
 import unittest
 
 import numpy as np
+from PIL import Image
 
 import tavrofd
 
@@ -52,8 +53,8 @@ def bgr_of(planes):
                     axis=2).round().clip(0, 255).astype(np.uint8)
 
 
-def first_faces(frame, size=None):
-    return tavrofd.Detector().detect(frame, size).tolist()
+def first_faces(frame, size=None, form=None):
+    return tavrofd.Detector().detect(frame, size, format=form).tolist()
 
 
 class Frames(unittest.TestCase):
@@ -65,18 +66,33 @@ class Frames(unittest.TestCase):
         expected = [[int(corner) for corner in face.split(",")]
                     for face in re.findall(r"\(([^)]*)\)", line)]
         self.assertEqual(len(expected), 1)
-        forms = {
-            "stacked": (STACKED,), "planes": (PLANES,), "list": (list(PLANES),),
-            "planes with gaps": (tuple(padded(plane) for plane in PLANES),),
-            "bytes": (SAMPLES, (WIDTH, HEIGHT)), "bytearray": (bytearray(SAMPLES), (WIDTH, HEIGHT)),
-            "view": (memoryview(SAMPLES), (WIDTH, HEIGHT)),
-        }
-        for name, arguments in forms.items():
-            with self.subTest(name):
-                self.assertEqual(first_faces(*arguments), expected)
+        y, u, v = PLANES
+        pairs = np.stack((u, v), axis=2)
+        nv12 = np.concatenate((y, pairs.reshape(-1, WIDTH)))
         bgr = bgr_of(PLANES)
-        self.assertLess(np.abs(np.subtract(first_faces(bgr), expected)).max(), 3)
-        self.assertEqual(first_faces(padded(bgr)), first_faces(bgr))
+        bgra = np.concatenate((bgr, np.full_like(y, 7)[:, :, None]), axis=2)
+        gray = bgr[:, :, 1].copy()
+        size = WIDTH, HEIGHT
+        from_bgr, from_gray = first_faces(bgr, form="bgr"), first_faces(gray, form="gray")
+        self.assertLess(np.abs(np.subtract(from_bgr, expected)).max(), 3)
+        self.assertLess(np.abs(np.subtract(from_gray, expected)).max(), 9)
+        for faces, forms in (
+                (expected, ((STACKED, None, "i420"), (PLANES,), (list(PLANES), None, "i420"),
+                            ([padded(plane) for plane in PLANES],), (SAMPLES, size, "i420"),
+                            (bytearray(SAMPLES), size, "i420"), (memoryview(SAMPLES), size, "i420"),
+                            (nv12, None, "nv12"), (nv12.tobytes(), size, "nv12"), ((y, pairs),),
+                            ((padded(y), padded(pairs.reshape(-1, WIDTH), 4)),))),
+                (from_bgr, ((padded(bgr), None, "bgr"), (bgr.tobytes(), size, "bgr"),
+                            (bgr[:, :, ::-1].copy(), None, "rgb"), (bgra, None, "bgra"),
+                            (padded(bgra[:, :, [2, 1, 0, 3]]), None, "rgba"),
+                            (Image.fromarray(bgr[:, :, ::-1]),),
+                            (Image.fromarray(bgra[:, :, [2, 1, 0, 3]]), None, "rgba"))),
+                (from_gray, ((padded(gray), None, "gray"), (gray.tobytes(), size),
+                             (np.stack([gray] * 3, axis=2), None, "bgr"),
+                             (Image.fromarray(gray),)))):
+            for i, arguments in enumerate(forms):
+                with self.subTest(i, form=arguments[1:]):
+                    self.assertEqual(first_faces(*arguments), faces)
 
     def test_odd_sizes(self):
         for width, height in ((159, 119), (159, 120), (1, 1), (3, 1), (1, 2)):
@@ -88,22 +104,36 @@ class Frames(unittest.TestCase):
                 flat = b"".join(plane.tobytes() for plane in planes)
                 faces = first_faces(planes)
                 self.assertEqual(len(faces), int(width > 100))
-                self.assertEqual(first_faces(flat, (width, height)), faces)
+                self.assertEqual(first_faces(flat, (width, height), "i420"), faces)
                 bgr = bgr_of(planes)
-                self.assertEqual(first_faces(padded(bgr)), first_faces(bgr))
+                self.assertEqual(first_faces(padded(bgr), form="bgr"), first_faces(
+                    bgr.tobytes(), (width, height), "bgr"))
 
     def test_the_result_is_an_array_even_without_faces(self):
-        found = tavrofd.Detector().detect(np.full((90, 60), 128, np.uint8))
-        self.assertEqual((found.shape, found.dtype), ((0, 4), np.int32))
+        for numbers in (False, True):
+            found = tavrofd.Detector(format="gray", numbers=numbers).detect(
+                np.full((90, 60), 128, np.uint8))
+            self.assertEqual((found.shape, found.dtype), ((0, 4 + numbers), np.int32))
 
     def test_reset_forgets_the_faces(self):
         moved = np.roll(STACKED[:HEIGHT], 3, axis=1), *PLANES[1:]
-        detector = tavrofd.Detector()
-        detector.detect(STACKED)
+        detector = tavrofd.Detector(numbers=True)
+        detector.detect(PLANES)
         followed = detector.detect(moved).tolist()
         detector.reset()
-        self.assertEqual(detector.detect(moved).tolist(), first_faces(moved))
-        self.assertNotEqual(followed, first_faces(moved))
+        expected = [[*face, 2] for face in first_faces(moved)]
+        self.assertEqual(detector.detect(moved).tolist(), expected)
+        self.assertNotEqual(followed[0][:4], expected[0][:4])
+        self.assertEqual(followed[0][4], 1)
+
+    def test_a_face_keeps_its_number_for_a_second(self):
+        nothing = tuple(np.full_like(plane, 128) for plane in PLANES)
+        for times in ((0, 0.5, 0.9, 1.5), (0, 0.5, 1.1, 1.5), [None] * 20, [None] * 40):
+            detector = tavrofd.Detector(numbers=True)
+            found = [detector.detect(frame, time=time) for frame, time in zip(
+                (PLANES, *[nothing] * (len(times) - 2), PLANES), times)]
+            gap = times[-1] or (len(times) - 1) / 25
+            self.assertEqual(found[-1][:, 4].tolist(), [1 + (gap > 1)], times)
 
 
 class Windows(unittest.TestCase):
@@ -139,7 +169,7 @@ class Windows(unittest.TestCase):
             with self.subTest(options), self.assertRaisesRegex(ValueError, message):
                 tavrofd.Detector(**options)
         with self.assertRaisesRegex(ValueError, "no region lies in the frame"):
-            tavrofd.Detector(roi=[(WIDTH, 0, 90, 90)]).detect(STACKED)
+            tavrofd.Detector(roi=[(WIDTH, 0, 90, 90)]).detect(PLANES)
 
 
 class Refusals(unittest.TestCase):
@@ -147,39 +177,55 @@ class Refusals(unittest.TestCase):
         y, u, v = PLANES
         size = (WIDTH, HEIGHT)
         bgr = np.zeros((HEIGHT, WIDTH, 3), np.uint8)
+        bgra = np.zeros((HEIGHT, WIDTH, 4), np.uint8)
         cases = [
-            (TypeError, "not of int", 1, None),
-            (TypeError, "not of NoneType", (y, None, v), None),
-            (TypeError, "uint8", STACKED.astype(np.float32), None),
-            (TypeError, "uint8", STACKED > 0, None),
-            (TypeError, "incompatible", SAMPLES, "160x120"),
-            (ValueError, "shape .* not \\(28800\\)", SAMPLES, None),
-            (ValueError, "28800 bytes .* not \\(28799\\)", SAMPLES[1:], size),
-            (ValueError, "28800 bytes", STACKED, size),
-            (ValueError, "0 by 120", b"", (0, HEIGHT)),
-            (ValueError, "1 to 32768", SAMPLES, (-WIDTH, -HEIGHT)),
-            (ValueError, "1 to 32768", np.zeros((3, 32770), np.uint8), None),
-            (ValueError, "160 by 0", STACKED[:0], None),
-            (ValueError, "even size", STACKED[:HEIGHT + 1], None),
-            (ValueError, "even size", STACKED[:, :WIDTH - 1], None),
-            (ValueError, "gaps", padded(STACKED), None),
-            (ValueError, "side by side", STACKED[:, ::2], None),
-            (ValueError, "rows must follow", STACKED[::-1], None),
-            (ValueError, "side by side", bgr[:, :, ::-1], None),
-            (ValueError, "side by side", bgr[:, ::-1], None),
-            (ValueError, "rows must follow", bgr[::-1], None),
-            (ValueError, "\\(height, width, 3\\)", np.zeros((4, 4, 4), np.uint8), None),
-            (ValueError, "not \\(\\)", np.uint8(1).reshape(()), None),
-            (ValueError, "three planes, not 2", (y, u), None),
-            (ValueError, "plane 1 .* \\(60, 80\\), not \\(60, 79\\)", (y, u[:, 1:], v), None),
-            (ValueError, "two dimensions", (y, u.reshape(-1), v), None),
-            (ValueError, "same number of bytes", (y, padded(u), v), None),
+            (TypeError, "not of int", 1, None, None),
+            (TypeError, "not of NoneType", (y, None, v), None, None),
+            (TypeError, "uint8", STACKED.astype(np.float32), None, None),
+            (TypeError, "uint8", STACKED > 0, None, None),
+            (TypeError, "incompatible", SAMPLES, "160x120", None),
+            (ValueError, "\\(180, 160\\) may be i420, nv12, gray: .* format=", STACKED, None, None),
+            (ValueError, "may be bgr, rgb:", bgr, None, None),
+            (ValueError, "may be bgra, rgba:", bgra, None, None),
+            (ValueError, "may be i420, nv12:", SAMPLES, size, None),
+            (ValueError, "one of i420, .*, gray, not yuyv", SAMPLES, size, "yuyv"),
+            (ValueError, "P: convert", Image.new("P", size), None, None),
+            (ValueError, "is rgb, not bgr", Image.new("RGB", size), None, "bgr"),
+            (ValueError, "3 planes are i420, not nv12", PLANES, None, "nv12"),
+            (ValueError, "rgb has .* 3\\), not \\(120, 160, 4\\)", bgra, None, "rgb"),
+            (ValueError, "gray has .*, not \\(120, 160, 3\\)", bgr, None, "gray"),
+            (ValueError, "shape \\(28800\\); flat", SAMPLES, None, None),
+            (ValueError, "28800 bytes .* not \\(28799\\)", SAMPLES[1:], size, "nv12"),
+            (ValueError, "no format .*28799", SAMPLES[1:], size, None),
+            (ValueError, "28800 bytes", STACKED, size, "i420"),
+            (ValueError, "flat samples", np.repeat(STACKED.reshape(-1), 2)[::2], size, "i420"),
+            (ValueError, "0 by 120", b"", (0, HEIGHT), None),
+            (ValueError, "1 to 32768", SAMPLES, (-WIDTH, -HEIGHT), None),
+            (ValueError, "1 to 32768", np.zeros((3, 32770), np.uint8), None, "i420"),
+            (ValueError, "160 by 0", STACKED[:0], None, "gray"),
+            (ValueError, "even size", STACKED[:HEIGHT + 1], None, "i420"),
+            (ValueError, "even size", STACKED[:, :WIDTH - 1], None, "nv12"),
+            (ValueError, "gaps", padded(STACKED), None, "i420"),
+            (ValueError, "side by side", STACKED[:, ::2], None, "i420"),
+            (ValueError, "rows must follow", STACKED[::-1], None, "gray"),
+            (ValueError, "side by side", bgr[:, :, ::-1], None, "bgr"),
+            (ValueError, "side by side", bgr[:, ::-1], None, "bgr"),
+            (ValueError, "rows must follow", bgr[::-1], None, "bgr"),
+            (ValueError, "not \\(\\)", np.uint8(1).reshape(()), None, "gray"),
+            (ValueError, "nv12 two, not 1", (y,), None, None),
+            (ValueError, "plane 1 .* \\(60, 80\\), not \\(60, 79\\)", (y, u[:, 1:], v), None, None),
+            (ValueError, "plane 1 .* \\(60, 160\\), not \\(60, 80\\)", (y, u), None, None),
+            (ValueError, "plane 1", (y, np.zeros((60, 40, 4), np.uint8)), None, None),
+            (ValueError, "two dimensions", (y, u.reshape(-1), v), None, None),
+            (ValueError, "same number of bytes", (y, padded(u), v), None, None),
         ]
         detector = tavrofd.Detector()
-        for error, message, frame, shape in cases:
+        for error, message, frame, shape, form in cases:
             with self.subTest(message, frame=type(frame)), self.assertRaisesRegex(error, message):
-                detector.detect(frame, shape)
-        self.assertEqual(detector.detect(STACKED).tolist(), first_faces(STACKED))
+                detector.detect(frame, shape, format=form)
+        with self.assertRaisesRegex(ValueError, "one of i420"):
+            tavrofd.Detector(format="yuyv")
+        self.assertEqual(detector.detect(PLANES).tolist(), first_faces(PLANES))
 
     def test_modules_that_are_none(self):
         with self.assertRaisesRegex(RuntimeError, "absent"):
@@ -192,11 +238,11 @@ class Refusals(unittest.TestCase):
 class Threads(unittest.TestCase):
     def test_detectors_run_side_by_side_and_one_serves_many_threads(self):
         shared = tavrofd.Detector()
-        expected = first_faces(STACKED)
+        expected = first_faces(PLANES)
         found = []
 
         def work(detector):
-            found.extend(detector.detect(STACKED).tolist() for _ in range(20))
+            found.extend(detector.detect(PLANES).tolist() for _ in range(20))
 
         threads = [threading.Thread(target=work, args=(detector,))
                    for detector in (shared, shared, tavrofd.Detector(), tavrofd.Detector())]
@@ -217,7 +263,7 @@ class Threads(unittest.TestCase):
         try:
             go.set()
             for _ in range(500):
-                detector.detect(STACKED)
+                detector.detect(PLANES)
                 if ran:
                     break
             self.assertTrue(ran)
@@ -231,7 +277,7 @@ class Package(unittest.TestCase):
         measure = """if True:
             import numpy as np, resource, tavrofd
             frame = np.full((12288, 8192), 128, np.uint8)
-            detector = tavrofd.Detector()
+            detector = tavrofd.Detector(format="i420")
             detector.detect(frame[:3])
             peak = lambda: resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
             before = peak()
@@ -239,7 +285,7 @@ class Package(unittest.TestCase):
             print("grown", peak() - before)
             detector.reset()
             detector.detect(frame)
-            tavrofd.Detector(smallest_face=20).detect(frame[:30])"""
+            tavrofd.Detector(format="gray", smallest_face=20).detect(frame[:30])"""
         done = subprocess.run([sys.executable, "-c", measure], check=True, capture_output=True,
                               text=True)
         grown, kibibytes = done.stdout.split()  # and nothing that the module says
@@ -250,8 +296,8 @@ class Package(unittest.TestCase):
         package = pathlib.Path(tavrofd.__file__).parent
         self.assertTrue((package / "py.typed").is_file())
         stub, = (node for node in ast.parse((package / "_native.pyi").read_text()).body
-                 if isinstance(node, ast.ClassDef))
-        functions = {node.name: [argument.arg for argument in node.args.args]
+                 if isinstance(node, ast.ClassDef) and node.name == "Detector")
+        functions = {node.name: [argument.arg for argument in node.args.args + node.args.kwonlyargs]
                      for node in stub.body}
         native = tavrofd.Detector.__mro__[1]
         public = {name for name in vars(native) if not name.startswith("_")}

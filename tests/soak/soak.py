@@ -49,13 +49,11 @@ def resident_bytes():
 
 
 def main(module, picture, frame_count=1_000_000):
-    report = os.fdopen(os.dup(1), "w", buffering=1)
-    os.dup2(os.open(os.devnull, os.O_WRONLY), 1)  # an instance reports its warm-up
     frames = frames_of(picture)
     draw = random.Random(1)
     memory, fastest, faces = [], [], 0
     per_sample = frame_count // SAMPLES
-    print(f"{'frames':>10} {'resident kB':>12} {'fastest 192x192 ms':>22}", file=report)
+    print(f"{'frames':>10} {'resident kB':>12} {'fastest 192x192 ms':>22}", flush=True)
     for sample in range(SAMPLES):
         times = []
         for start in range(0, per_sample, FRAMES_OF_LIFE):
@@ -71,13 +69,13 @@ def main(module, picture, frame_count=1_000_000):
         memory.append(resident_bytes())
         fastest.append(min(times, default=float("inf")))
         print(f"{(sample + 1) * per_sample:10} {memory[-1] // 1024:12} {fastest[-1] * 1e3:22.3f}",
-              file=report)
+              flush=True)
     settled = min(max(SETTLING_FRAMES // per_sample, 1), SAMPLES // 10)
     more = max(memory[settled:]) - memory[settled - 1]
     first, last = min(fastest[:SAMPLES // 5]), min(fastest[-SAMPLES // 5:])
     print(f"{faces} faces; resident memory rose by {more // 1024} kB at most after "
           f"{settled * per_sample} frames; fastest frame {first * 1e3:.3f} ms in the first fifth, "
-          f"{last * 1e3:.3f} in the last", file=report)
+          f"{last * 1e3:.3f} in the last", flush=True)
     faults = [fault for fault, holds in (
         ("there was nothing to follow", faces == 0), ("memory grows", more > MOST_BYTES_MORE),
         ("frames take longer and longer", last > first * MOST_TIME_MORE)) if holds]

@@ -1,11 +1,12 @@
 """A face detector for live video.
 
 >>> import tavrofd
->>> detector = tavrofd.Detector()       # one for each video: it follows the faces
->>> for frame in frames:                # I420 or BGR, numpy arrays or any buffers of uint8
+>>> detector = tavrofd.Detector(format="bgr")   # one for each video: it follows the faces
+>>> for frame in frames:                # numpy arrays as OpenCV has them, or any buffers of uint8
 ...     for left, top, right, bottom in detector.detect(frame):
 ...         ...                         # pixels of the frame
 >>> detector = tavrofd.Detector(smallest_face=24)   # smaller faces, through windows of the frame
+>>> detector.detect(PIL.Image.open("group.jpg"))
 """
 
 from __future__ import annotations
@@ -13,8 +14,12 @@ from __future__ import annotations
 import os
 import pathlib
 from collections.abc import Sequence
+from typing import TYPE_CHECKING
 
 from . import _native
+
+if TYPE_CHECKING:
+    from ._native import Format
 
 __all__ = ["Detector", "module_file"]
 __version__ = _native.__version__
@@ -35,7 +40,8 @@ class Detector(_native.Detector):
 
     def __init__(self, module: str | os.PathLike[str] | None = None, *, smallest_face: int = 0,
                  max_windows: int = 64, threads: int = 0,
-                 roi: Sequence[tuple[int, int, int, int]] = ()) -> None:
+                 roi: Sequence[tuple[int, int, int, int]] = (), format: Format | None = None,
+                 numbers: bool = False) -> None:
         """Takes the detector from the file `module`, or from module_file() if there is no name.
 
         By itself it sees a frame as 192x192 and finds faces that cover about 12 of those pixels.
@@ -46,7 +52,10 @@ class Detector(_native.Detector):
         `roi` names regions of the frame, (x, y, width, height), to look there alone. `threads`
         windows are looked at at once, 0 for one on each core; the result doesn't depend on it.
 
-        Raises RuntimeError if the file isn't a detector, ValueError for numbers that are out of
-        range."""
+        `format` says what the samples of all frames are: "i420", "nv12", "bgr", "rgb", "bgra",
+        "rgba" or "gray". detect() may be told another one. `numbers` gives each face a number.
+
+        Raises RuntimeError if the file isn't a detector, ValueError for an unknown format and
+        numbers that are out of range."""
         super().__init__(os.fspath(module if module is not None else module_file()),
-                         smallest_face, max_windows, threads, roi)
+                         smallest_face, max_windows, threads, roi, format, numbers)
