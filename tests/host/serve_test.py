@@ -123,6 +123,7 @@ class Serve(unittest.TestCase):
                 ("/other", "GET", {}, 404),
                 ("/../etc/passwd", "GET", {}, 404),
                 ("/", "POST", {}, 405),
+                ("/", "HEAD", {}, 200), ("/stream", "HEAD", {}, 200),
                 ("/stream", "GET", {"Host": "elsewhere.example"}, 403),
                 ("/", "GET", {"Host": "127.elsewhere.example"}, 403),
                 ("/", "GET", {"Host": "127.0.0.2:" + port}, 200),
@@ -148,9 +149,15 @@ class Serve(unittest.TestCase):
             return time.monotonic() - started
 
         unhindered = seconds_for(RATE)
-        idle = [socket.create_connection(("127.0.0.1", self.server.port)) for _ in range(5)]
+        idle = [socket.create_connection(("127.0.0.1", self.server.port)) for _ in range(32)]
         for connection in idle:
             connection.sendall(b"GET /stream HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            self.assertEqual(connection.recv(12), b"HTTP/1.1 200")
+        for _ in range(3):
+            refused = self.server.get("/stream")
+            self.assertEqual((refused.status, refused.read()[:9]), (503, b"There are"))
+        while idle[5:]:
+            idle.pop().close()
         gone = self.server.get("/stream")
         gone.read(100)
         gone.close()

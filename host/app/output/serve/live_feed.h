@@ -58,6 +58,10 @@ class LiveFeed {
     --viewers_;
     changed_.notify_all();
   }
+  int viewers() const {
+    const std::lock_guard lock(mutex_);
+    return viewers_;
+  }
   /// Waits until all have left, but not beyond `end`.
   void waitUntilLeft(std::chrono::steady_clock::time_point end) {
     std::unique_lock lock(mutex_);

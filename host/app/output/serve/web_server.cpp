@@ -15,7 +15,8 @@ namespace tavro::host {
 
 namespace {
 
-constexpr unsigned mostViewers = 32;
+constexpr int mostViewers = 32;            // of each feed
+constexpr unsigned mostConnections = 256;  // more than viewers: the next one is told to wait
 constexpr unsigned patience = 10;  // seconds after which a viewer that takes nothing is cut off
 constexpr std::chrono::seconds farewell{1};  // for what the viewers have still to take at the end
 constexpr size_t blockSize = 64 * 1024;
@@ -95,15 +96,16 @@ MHD_Response* feed(LiveFeed& source, Viewer::Frame frame, const char* keepAlive)
 struct Route {
   const char* path;
   const char* contentType;
-  MHD_Response* (*respond)(WebServer& server);
+  LiveFeed WebServer::*feed = nullptr;  ///< null: the page
+  Viewer::Frame frame = nullptr;
+  const char* keepAlive = nullptr;
 };
 
 constexpr Route routes[] = {
-    {"/", "text/html; charset=utf-8", [](WebServer& /*server*/) { return page(webPage); }},
-    {"/stream", "multipart/x-mixed-replace; boundary=frame",
-     [](WebServer& server) { return feed(server.pictures, &pictureFrame, "\r\n"); }},
-    {"/events", "text/event-stream",
-     [](WebServer& server) { return feed(server.results, &eventFrame, ":\n\n"); }},
+    {"/", "text/html; charset=utf-8"},
+    {"/stream", "multipart/x-mixed-replace; boundary=frame", &WebServer::pictures, &pictureFrame,
+     "\r\n"},
+    {"/events", "text/event-stream", &WebServer::results, &eventFrame, ":\n\n"},
 };
 
 MHD_Result send(MHD_Connection* connection, unsigned status, MHD_Response* response,
@@ -113,6 +115,10 @@ MHD_Result send(MHD_Connection* connection, unsigned status, MHD_Response* respo
   MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, contentType);
   MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
   MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+  if (status == MHD_HTTP_METHOD_NOT_ALLOWED)
+    MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+  if (status == MHD_HTTP_SERVICE_UNAVAILABLE)  // leaves its place to another
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
   const MHD_Result result = MHD_queue_response(connection, status, response);
   MHD_destroy_response(response);
   return result;
@@ -126,12 +132,23 @@ MHD_Result answer(void* context, MHD_Connection* connection, const char* url, co
   *dataSize = 0;
   if (!server.admits(MHD_lookup_connection_value(connection, MHD_HEADER_KIND, "Host")))
     return send(connection, MHD_HTTP_FORBIDDEN, page("This server has another name.\n"), plain);
-  if (std::strcmp(method, MHD_HTTP_METHOD_GET) != 0)
-    return send(connection, MHD_HTTP_METHOD_NOT_ALLOWED, page("Only GET is known.\n"), plain);
+  if (std::strcmp(method, MHD_HTTP_METHOD_GET) != 0 &&
+      std::strcmp(method, MHD_HTTP_METHOD_HEAD) != 0)
+    return send(connection, MHD_HTTP_METHOD_NOT_ALLOWED, page("Only GET and HEAD are known.\n"),
+                plain);
   try {
-    for (const Route& route : routes)
-      if (std::strcmp(url, route.path) == 0)
-        return send(connection, MHD_HTTP_OK, route.respond(server), route.contentType);
+    for (const Route& route : routes) {
+      if (std::strcmp(url, route.path) != 0)
+        continue;
+      if (route.feed == nullptr)
+        return send(connection, MHD_HTTP_OK, page(webPage), route.contentType);
+      LiveFeed& source = server.*route.feed;
+      if (source.viewers() >= mostViewers)
+        return send(connection, MHD_HTTP_SERVICE_UNAVAILABLE,
+                    page("There are as many viewers as there can be. Try again later.\n"), plain);
+      return send(connection, MHD_HTTP_OK, feed(source, route.frame, route.keepAlive),
+                  route.contentType);
+    }
   } catch (...) {
     return MHD_NO;
   }
@@ -167,7 +184,7 @@ std::unique_ptr<WebServer> WebServer::start(const WebAddress& address, std::stri
   errno = 0;
   server->daemon_ = MHD_start_daemon(flags, address.port, nullptr, nullptr, &answer, server.get(),
                                      MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr*>(&storage),
-                                     MHD_OPTION_CONNECTION_LIMIT, mostViewers,
+                                     MHD_OPTION_CONNECTION_LIMIT, mostConnections,
                                      MHD_OPTION_CONNECTION_TIMEOUT, patience, MHD_OPTION_END);
   if (server->daemon_ == nullptr) {
     error = errno != 0 ? std::strerror(errno) : "the web server can't be started";
