@@ -18,6 +18,7 @@
 
 int main(int argumentCount, char** arguments) {
   using namespace tavro::host;
+  holdStandardStreams();
   try {
     const ParsedOptions parsed = parseOptions(commandLine(argumentCount, arguments));
     if (parsed.exitCode.has_value())

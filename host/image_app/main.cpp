@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "host/app/platform/process.h"
 #include "host/image_app/options.h"
 #include "host/image_app/picture.h"
 #include "image/image_dispatch.h"
@@ -61,6 +62,7 @@ int run(const Options& options) {
 
 int main(int argumentCount, char** arguments) {
   using namespace tavro::host::image;
+  tavro::host::holdStandardStreams();
   try {
     const ParsedOptions parsed = parseOptions(argumentCount, arguments);
     return parsed.exitCode.has_value() ? *parsed.exitCode : run(parsed.options);

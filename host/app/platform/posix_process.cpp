@@ -23,6 +23,13 @@ std::vector<std::string> commandLine(int argumentCount, char** arguments) {
   return {arguments + (argumentCount > 0 ? 1 : 0), arguments + argumentCount};
 }
 
+void holdStandardStreams() {
+  // open() takes the lowest number that is free. A mode of the wrong direction makes any use fail.
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(stream, F_GETFD) < 0)
+      static_cast<void>(open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
 bool isTerminal(std::FILE* stream) {
   return isatty(fileno(stream)) == 1;
 }
@@ -58,7 +65,10 @@ StreamHandle divertStandardOutput() {
     discardStandardOutput();
   // In step with what this program writes to the standard error itself.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  return StreamHandle(results >= 0 ? fdopen(results, "w") : nullptr);
+  StreamHandle stream(results >= 0 ? fdopen(results, "w") : nullptr);
+  if (stream == nullptr && results >= 0)  // held, but closed to writing
+    close(results);
+  return stream;
 }
 
 void catchStopSignals() {

@@ -22,6 +22,10 @@ using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
 /// The arguments behind the program's name, in UTF-8.
 std::vector<std::string> commandLine(int argumentCount, char** arguments);
 
+/// Called first of all: a standard stream that is closed would lend its number to the next file,
+/// and what is meant for the stream would end up in there. Reading or writing it still fails.
+void holdStandardStreams();
+
 /// True for a terminal that understands escape sequences.
 bool isTerminal(std::FILE* stream);
 

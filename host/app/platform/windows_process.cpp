@@ -40,6 +40,9 @@ std::vector<std::string> commandLine(int /*argumentCount*/, char** /*arguments*/
   return arguments;
 }
 
+/// The C library keeps their numbers for them.
+void holdStandardStreams() {}
+
 bool isTerminal(std::FILE* stream) {
   auto* handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
   DWORD mode = 0;
