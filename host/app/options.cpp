@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/app/output/best_faces.h"
 #include "host/app/output/serve/web_address.h"
 #include "host/app/output/text_format.h"
 #include "host/app/platform/media.h"
@@ -21,8 +22,9 @@ constexpr const char* description =
     "frame:\n"
     R"({"frame":0,"time":0.0,"width":1280,"height":720,)"
     "\n"
-    R"( "faces":[{"left":426,"top":167,"right":670,"bottom":435}],"ms":1.318})"
+    R"( "faces":[{"number":1,"left":426,"top":167,"right":670,"bottom":435}],"ms":1.318})"
     "\n"
+    "A face keeps its number from frame to frame.\n"
     "left, top, right, bottom are corners in pixels of the upright picture, time is in seconds,\n"
     "ms is what the detector took.";
 
@@ -83,6 +85,17 @@ bool isInput(const std::string& target, const std::string& input) {
   const std::string url = "file:";
   const std::string name = input.starts_with(url) ? input.substr(url.size()) : input;
   return sameFile(target, name) || isOfPattern(target, name);
+}
+
+/// A file in the folder that could be taken for one of this run's; empty if there is none.
+std::string earlierFacePicture(const std::string& folder) {
+  std::error_code failure;
+  if (!folder.empty())
+    for (const auto& file : std::filesystem::directory_iterator(pathFromUtf8(folder), failure))
+      if (const std::string name = utf8FromPath(file.path());
+          isOfPattern(name, utf8FromPath(file.path().parent_path() / facePicturePattern)))
+        return name;
+  return {};
 }
 
 /// The numbers of frames and passes. The limit keeps their products within 64 bits.
@@ -172,6 +185,8 @@ std::string contradiction(const Options& options) {
   if (!output.cropFaces.empty() &&
       isInput(utf8FromPath(pathFromUtf8(output.cropFaces) / pathFromUtf8(input).filename()), input))
     return "--crop-faces needs another folder than the input's: " + output.cropFaces;
+  if (const std::string earlier = earlierFacePicture(output.cropFaces); !earlier.empty())
+    return "--crop-faces needs a folder without faces of an earlier run: " + earlier;
   const std::pair<const char*, std::string> targets[] = {
       {"--output", output.results}, {"--annotate", output.annotate}, {"--report", output.report}};
   for (const auto& [name, target] : targets) {
@@ -248,8 +263,10 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
          "within that time stays hidden in between (default: 1)")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 10.0));
-  app.add_option("--crop-faces", options.output.cropFaces,
-                 "Folder for a JPEG of each face, from the frame that shows it best")
+  app.add_option(
+         "--crop-faces", options.output.cropFaces,
+         "Folder for a JPEG of each face, from the frame that shows it best; it must not hold "
+         "those of an earlier run")
       ->type_name("DIR")
       ->check(fileName);
   app.add_option("--report", options.output.report,
@@ -281,6 +298,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--roi", regions, "Look in that part of the frame only; may be repeated")
       ->type_name("X,Y,W,H")
       ->expected(1)
+      ->allow_extra_args(false)  // what follows may be INPUT
       ->take_all()
       ->check(region);
   app.add_option("--max-windows", options.search.windows.mostWindows,
@@ -305,6 +323,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--input-option", inputOptions, help.inputOption)
       ->type_name("KEY=VALUE")
       ->expected(1)
+      ->allow_extra_args(false)  // what follows may be INPUT
       ->take_all();
 
   try {

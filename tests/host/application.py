@@ -73,11 +73,15 @@ class ApplicationTest(unittest.TestCase):
         return self.execute(*arguments, "--module", file, **options)
 
     def succeed(self, count, *arguments, **options):
-        """The results of a run that must succeed, and that must be so many."""
+        """The results of a run that must succeed, and that must be so many, without the numbers of the
+        faces, which no two faces of a frame share."""
         outcome = self.detect(*arguments, **options)
         self.assertEqual(outcome.code, 0, outcome.errors)
         results = outcome.results()
         self.assertEqual(len(results), count)
+        for result in results:
+            numbers = {face.pop("number") for face in result["faces"]}
+            self.assertEqual(len(numbers), len(result["faces"]))
         return results
 
     def refuse(self, outcome, reason=""):

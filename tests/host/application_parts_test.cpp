@@ -38,15 +38,17 @@ TEST(Statistics, SummaryByRank) {
 TEST(TextFormats, JsonLinesKeysAndNumbers) {
   const auto jsonLine = [](const FrameResult& result) { return makeJsonLines()->frame(result); };
   const FaceRect faces[] = {{-1, 2, 3, 4}, {5, 6, 7, 8}};
+  const int64_t numbers[] = {1, 4};
   EXPECT_EQ(
       jsonLine({.frame = 7,
                 .time = 1.0 / 3,
                 .width = 1,
                 .height = 1,
                 .faces = faces,
-                .milliseconds = 12.0004}),
-      R"({"frame":7,"time":0.333333,"width":1,"height":1,"faces":[{"left":-1,"top":2,"right":3,)"
-      R"("bottom":4},{"left":5,"top":6,"right":7,"bottom":8}],"ms":12.0})"
+                .milliseconds = 12.0004,
+                .faceNumbers = numbers}),
+      R"({"frame":7,"time":0.333333,"width":1,"height":1,"faces":[{"number":1,"left":-1,)"
+      R"("top":2,"right":3,"bottom":4},{"number":4,"left":5,"top":6,"right":7,"bottom":8}],"ms":12.0})"
       "\n");
   // Still JSON, whatever the time stamps of a broken file are.
   EXPECT_NE(jsonLine({.time = -1e-9}).find(R"("time":0.0,)"), std::string::npos);

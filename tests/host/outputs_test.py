@@ -144,6 +144,7 @@ class Outputs(ApplicationTest):
             picture, = pictures_of(faces / name)
             self.assertEqual((picture.width, picture.height), (side, side))
             self.assertAlmostEqual(max(picture.planes[0]), luma, delta=15)
+        self.refuse(self.detect(self.clip(), "--crop-faces", faces), "an earlier run")
 
     def test_the_report_stands_alone_and_shows_every_face(self):
         video, report = self.path("<b>&\"'.y4m"), self.path("report.html")

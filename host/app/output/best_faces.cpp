@@ -77,7 +77,7 @@ class FacePictures final : public FrameOutput {
       if (story.jpeg.empty())
         continue;
       char name[64];
-      std::snprintf(name, sizeof name, "face-%04lld.jpg", static_cast<long long>(number));
+      std::snprintf(name, sizeof name, facePicturePattern, static_cast<long long>(number));
       const std::string path = utf8FromPath(pathFromUtf8(folder_) / name);
       auto file = TargetFile::open(path, error);
       if (!file.has_value() || !file->put(story.jpeg.data(), story.jpeg.size(), error) ||

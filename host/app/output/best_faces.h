@@ -13,6 +13,9 @@
 
 namespace tavro::host {
 
+/// The names of the files in the folder of --crop-faces.
+inline constexpr const char* facePicturePattern = "face-%04lld.jpg";
+
 struct FaceStory {
   double firstSeen = 0.0;  ///< seconds
   double lastSeen = 0.0;

@@ -33,8 +33,10 @@ class JsonLines final : public TextFormat {
  public:
   std::string frame(const FrameResult& result) override {
     std::string faces;
-    for (const auto& face : result.faces) {
+    for (size_t i = 0; i < result.faces.size(); ++i) {
+      const auto& face = result.faces[i];
       faces += faces.empty() ? "{" : ",{";
+      faces += field("number", std::to_string(result.faceNumbers[i])) + ',';
       faces += field("left", std::to_string(face.left)) + ',';
       faces += field("top", std::to_string(face.top)) + ',';
       faces += field("right", std::to_string(face.right)) + ',';

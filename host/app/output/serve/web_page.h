@@ -22,7 +22,7 @@ th, td { padding: 0 1rem 0 0; text-align: right; }
 <h1>tavro-fd, live</h1>
 <img src="/stream" alt="The video with its faces marked">
 <p id="state" role="status">Waiting for the first frame</p>
-<table><thead><tr><th>left<th>top<th>right<th>bottom</thead><tbody id="faces"></tbody></table>
+<table><thead><tr><th>face<th>left<th>top<th>right<th>bottom</thead><tbody id="faces"></tbody></table>
 <script>
 const state = document.getElementById("state");
 const faces = document.getElementById("faces");
@@ -33,7 +33,7 @@ events.onmessage = event => {
     `${result.time.toFixed(1)} s, found in ${result.ms.toFixed(2)} ms`;
   faces.replaceChildren(...result.faces.map(face => {
     const row = document.createElement("tr");
-    for (const value of [face.left, face.top, face.right, face.bottom])
+    for (const value of [face.number, face.left, face.top, face.right, face.bottom])
       row.insertCell().textContent = value;
     return row;
   }));
