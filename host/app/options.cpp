@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/app/help_formatter.h"
 #include "host/app/output/best_faces.h"
 #include "host/app/output/serve/web_address.h"
 #include "host/app/output/text_format.h"
@@ -24,9 +25,9 @@ constexpr const char* description =
     "\n"
     R"( "faces":[{"number":1,"left":426,"top":167,"right":670,"bottom":435}],"ms":1.318})"
     "\n"
-    "A face keeps its number from frame to frame.\n"
-    "left, top, right, bottom are corners in pixels of the upright picture, time is in seconds,\n"
-    "ms is what the detector took.";
+    "A face keeps its number from frame to frame. left, top, right, bottom are corners in pixels "
+    "of "
+    "the upright picture, time is in seconds, ms is what the detector took.";
 
 constexpr const char* exitCodes = R"(
 Exit codes:
@@ -228,12 +229,16 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
 
   const MediaHelp help = mediaHelp();
   CLI::App app(description, "tavro-fd");
+  app.formatter(std::make_shared<HelpFormatter>());
   app.allow_windows_style_options(false);  // a slash begins a path
   app.footer(std::string("Examples:\n") + help.examples + exitCodes + help.conversion +
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
   app.add_option("INPUT", options.input.path, help.input)->required();
-  app.add_option("--output", options.output.results, "File for the results")
+  app.add_option(
+         "-o,--output", options.output.results,
+         "File for the results. Without it they go to the standard output, but to a terminal "
+         "only if nothing else is written or shown")
       ->type_name("FILE")
       ->check(fileName);
   app.add_option("--format", options.output.format, "Form of the results:" + formatHelp())

@@ -92,7 +92,11 @@ class Run {
       results_ = std::move(standardOutput);
     if (results_ == nullptr)
       return fail("the standard output is closed");
-    if (isTerminal(results_.get()))
+    if (!isTerminal(results_.get()))
+      return true;
+    if (options_.output.format.empty() && writesOrShows(options_.output))
+      results_.reset();  // the lines would run past for hours
+    else
       progress_.disable();
     return true;
   }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/app/help_formatter.h"
 #include "host/image_app/picture.h"
 
 namespace tavro::host::image {
@@ -15,7 +16,7 @@ using TavroRTC::FDModule::CropRect;
 
 constexpr const char* description =
     "Converts, scales and crops pictures with the detector's image code.\n"
-    "Files are raw samples without gaps, or PNG where the name ends in .png; - is the standard\n"
+    "Files are raw samples without gaps, or PNG where the name ends in .png; - is the standard "
     "input or output, for raw data.";
 
 constexpr const char* examples = R"(Examples:
@@ -26,8 +27,7 @@ constexpr const char* examples = R"(Examples:
   ffmpeg -i clip.mp4 -frames 1 -f rawvideo -pix_fmt yuv420p - |
     tavro-image scale --format i420 --size 1280x720 --to-size 192x192 - small.yuv
 
-tavro-image --list prints the formats, the filters and what converts to what. The exit code is 2,
-with one line on the standard error, for bad usage, unreadable input or unwritable output.)";
+tavro-image --list prints the formats, the filters and what converts to what. The exit code is 2, with one line on the standard error, for bad usage, unreadable input or unwritable output.)";
 
 /// The command line as it was typed. Texts are empty where the option wasn't given.
 struct Texts {
@@ -188,6 +188,7 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
   bool list = false;
 
   CLI::App app(description, "tavro-image");
+  app.formatter(std::make_shared<HelpFormatter>());
   app.allow_windows_style_options(false);  // a slash begins a path
   app.footer(examples);
   app.set_version_flag("--version", std::string("tavro-image ") + TAVRO_VERSION);

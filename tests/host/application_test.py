@@ -35,7 +35,7 @@ class Application(ApplicationTest):
         direct = self.detect(clip)
         self.assertEqual(len(direct.results()), 2)
         self.assertEqual(direct.errors, "fake: prepared\n" + 2 * "fake: frame of 32 x 18\n")
-        stored = self.detect(clip, "--output", file)
+        stored = self.detect(clip, "-o", file)
         self.assertEqual((stored.code, stored.output), (0, b""))
         for closed in ("", "<&- >&- 2>&-")[:1 if ON_WINDOWS else 2]:
             if closed:  # the files that are opened mustn't take the places of the streams
@@ -160,6 +160,7 @@ class Application(ApplicationTest):
         self.assertEqual((asked.code, asked.errors), (0, ""))
         for part in (b"--annotate", b"--every", b"Examples:", b"Exit codes:"):
             self.assertIn(part, asked.output)
+        self.assertLessEqual(max(map(len, asked.output.splitlines())), 82)
         version = self.execute("--version")
         self.assertEqual((version.code, version.output[:9]), (0, b"tavro-fd "))
 

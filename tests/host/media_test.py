@@ -216,8 +216,8 @@ class Damage(MediaTest):
 
 
 class Devices(ApplicationTest):
-    def shows_progress(self, arguments, output_too):
-        """Whether a terminal that gets the standard error, and the output if asked for, shows it."""
+    def screen(self, arguments, output_too):
+        """What a terminal shows that gets the standard error, and the output if asked for."""
         screen, terminal = os.openpty()
         with subprocess.Popen([*PROGRAM, *arguments], stderr=terminal, stdin=subprocess.DEVNULL,
                               stdout=terminal if output_too else subprocess.DEVNULL) as process:
@@ -230,7 +230,10 @@ class Devices(ApplicationTest):
                 pass
             os.close(screen)
         self.assertEqual(process.returncode, 0)
-        return b"\r\033[Ktavro-fd: " in text
+        return bytes(text)
+
+    def shows_progress(self, *arguments):
+        return b"\r\033[Ktavro-fd: " in self.screen(*arguments)
 
     def test_progress_is_shown_unless_it_disturbs_the_results(self):
         clip = self.file("clip.y4m", y4m([plain(32, 18)] * 2))
@@ -240,6 +243,10 @@ class Devices(ApplicationTest):
             self.assertLess(len(arguments[-1]), 7)
             arguments[-1] += "0"
         self.assertFalse(self.shows_progress(arguments, True))
+        report = [clip, "--module", MODULES, "--report", self.path("report.html")]
+        for words, shown in (([], False), (["--format", "csv"], True)):
+            self.assertEqual(b"0.04,32,18," in self.screen(report + words, True), shown)
+            self.assertNotIn(b'"frame"', self.screen(report + words, True))
 
     def test_a_full_one_is_told_in_one_line(self):
         clip = self.file("clip.y4m", y4m([plain(32, 18)] * 2))

@@ -50,7 +50,7 @@ struct OutputRequest {
   const OutputOptions& options;
   const std::string& input;      ///< its name, for a title
   SinkFormat format;             ///< of the first picture
-  std::FILE* results = nullptr;  ///< open stream for the results as text
+  std::FILE* results = nullptr;  ///< open stream for the results as text; null: none
 };
 
 /// Opens the outputs that the options ask for. False, with a line for the user in `error`, if one
@@ -58,11 +58,14 @@ struct OutputRequest {
 bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<FrameOutput>>& outputs,
                  std::string& error);
 
+/// True if anything but the results as text is asked for.
+bool writesOrShows(const OutputOptions& options);
+
 /// True if one of the outputs needs `shown`.
 bool showsFrames(const OutputOptions& options);
 
 // Each kind of output.
-std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request, std::string& error);
+std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request);
 std::unique_ptr<FrameOutput> openAnnotatedFile(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openFacePictures(const OutputRequest& request, std::string& error);
 std::unique_ptr<FrameOutput> openReport(const OutputRequest& request, std::string& error);

@@ -13,7 +13,6 @@ struct OutputKind {
 };
 
 constexpr OutputKind kinds[] = {
-    {[](const OutputOptions& /*options*/) { return true; }, &openTextOutput, false},
     {[](const OutputOptions& options) { return !options.annotate.empty(); }, &openAnnotatedFile,
      true},
     {[](const OutputOptions& options) { return !options.cropFaces.empty(); }, &openFacePictures,
@@ -33,6 +32,8 @@ std::unique_ptr<FrameOutput> openLiveOutput(const OutputRequest& /*request*/, st
 
 bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<FrameOutput>>& outputs,
                  std::string& error) {
+  if (request.results != nullptr)
+    outputs.push_back(openTextOutput(request));
   for (const OutputKind& kind : kinds) {
     if (!kind.isWanted(request.options))
       continue;
@@ -43,6 +44,10 @@ bool openOutputs(const OutputRequest& request, std::vector<std::unique_ptr<Frame
     }
   }
   return true;
+}
+
+bool writesOrShows(const OutputOptions& options) {
+  return std::ranges::any_of(kinds, [&](const OutputKind& kind) { return kind.isWanted(options); });
 }
 
 bool showsFrames(const OutputOptions& options) {

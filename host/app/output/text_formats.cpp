@@ -139,7 +139,7 @@ std::unique_ptr<TextFormat> makeCsv() {
   return std::make_unique<Csv>();
 }
 
-std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request, std::string& /*error*/) {
+std::unique_ptr<FrameOutput> openTextOutput(const OutputRequest& request) {
   const std::string& name = request.options.format;
   const TextFormatKind* kind = name.empty() ? &textFormats().front() : findTextFormat(name);
   return std::make_unique<TextOutput>(kind->make(), request.results);

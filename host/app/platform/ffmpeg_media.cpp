@@ -132,8 +132,7 @@ MediaHelp mediaHelp() {
   ffmpeg -i clip.mp4 -f yuv4mpegpipe - | tavro-fd -
 )",
       .conversion =
-          R"(8-bit 4:2:0 video in limited range reaches the detector byte for byte; anything else is converted
-to that first. Rotation stored in the file is applied.)"};
+          R"(8-bit 4:2:0 video in limited range reaches the detector byte for byte; anything else is converted to that first. Rotation stored in the file is applied.)"};
 }
 
 std::vector<std::string> annotationExtensions() {

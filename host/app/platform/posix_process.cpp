@@ -1,6 +1,7 @@
 #include "host/app/platform/process.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -32,6 +33,11 @@ void holdStandardStreams() {
 
 bool isTerminal(std::FILE* stream) {
   return isatty(fileno(stream)) == 1;
+}
+
+int terminalColumns() {
+  winsize size = {};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 std::FILE* openFile(const std::string& name, const char* mode) {

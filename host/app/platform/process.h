@@ -29,6 +29,9 @@ void holdStandardStreams();
 /// True for a terminal that understands escape sequences.
 bool isTerminal(std::FILE* stream);
 
+/// How wide the terminal at the standard output is, 80 if it isn't a terminal.
+int terminalColumns();
+
 /// What fopen() does, with a name in UTF-8.
 std::FILE* openFile(const std::string& name, const char* mode);
 

@@ -50,6 +50,13 @@ bool isTerminal(std::FILE* stream) {
          SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+int terminalColumns() {
+  CONSOLE_SCREEN_BUFFER_INFO screen = {};
+  return GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &screen) != 0
+             ? screen.srWindow.Right - screen.srWindow.Left + 1
+             : 80;
+}
+
 std::FILE* openFile(const std::string& name, const char* mode) {
   return _wfopen(pathFromUtf8(name).c_str(), pathFromUtf8(mode).c_str());
 }
