@@ -44,6 +44,7 @@ std::vector<std::string> commandLine(int /*argumentCount*/, char** /*arguments*/
 void holdStandardStreams() {}
 
 bool isTerminal(std::FILE* stream) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime returns the handle as a number
   auto* handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
   DWORD mode = 0;
   return GetConsoleMode(handle, &mode) != 0 &&
