@@ -298,7 +298,7 @@ TEST(FaceCover, KnowsEnoughAfterItsLookAheadAndForgetsTheRest) {
   const auto delay = static_cast<size_t>(std::ceil(FaceCover::lookAhead * rate));
   int64_t appearance = 0;
   int32_t lastFound = -1000;
-  for (int32_t i = 0; i < 300; ++i) {
+  for (int32_t i = 0; i < 3000; ++i) {
     const FaceRect face = faceAt(i);
     const bool isFound = random.chance(0.05);
     // A track of its own for each appearance, as FaceNumbers has it; time stamps that begin anew.
