@@ -297,10 +297,10 @@ class Run {
     if (!copy.has_value())
       return copy;
     for (const auto& face : cover_.at(shownFrames_))
-      pixelate(*copy, face);
+      hideFace(*copy, face, Hiding::pixelate);
     cover_.forgetBefore(shownFrames_++);
     if (isRefused)
-      pixelate(*copy, {0, 0, picture.width(), picture.height()});
+      hideFace(*copy, {0, 0, picture.width(), picture.height()}, Hiding::pixelate);
     return copy;
   }
 

@@ -16,6 +16,7 @@ enum PropertyId : guint {
   everyNFramesId,
   skipLateId,
   drawId,
+  hideId,
   messagesId,
   framesId,
   lateFramesId,
@@ -51,8 +52,12 @@ constexpr const char* skipLateText =
     "Don't search a picture that, by the sink's quality-of-service events, comes too late to be "
     "shown; it passes with the faces of the latest search. At most 10 pictures in a row are left "
     "out. A sink that doesn't synchronise makes no picture late";
-constexpr const char* drawText =
-    "Draw the outlines of the faces into the pictures. Without it no sample of a picture changes";
+constexpr const char* drawText = "Draw the outlines of the faces into the pictures";
+constexpr const char* hideText =
+    "Hide the faces in the pictures, with a margin of a quarter of their size, where they are and "
+    "for a third of a second after they were last found. Nothing is hidden before a face is found, "
+    "and every-n-frames and skip-late find it later. A picture that can't be searched is hidden as "
+    "a whole. Look through the result before you publish it";
 constexpr const char* messagesText =
     "When to post an element message on the bus. Its structure tavro-faces has the fields frame "
     "(number of the picture in the stream), timestamp, stream-time, running-time and duration (all "
@@ -78,6 +83,24 @@ GType messagePolicyType() {
       {0, nullptr, nullptr},
   };
   static const GType type = g_enum_register_static("TavroFaceDetectMessages", values);
+  return type;
+}
+
+constexpr gint hideNothing = 0;
+
+gint numberOf(host::Hiding how) {
+  return static_cast<gint>(how) + 1;
+}
+
+GType hidingType() {
+  static const GEnumValue values[] = {
+      {hideNothing, "Hide nothing", "none"},
+      {numberOf(host::Hiding::pixelate), "Flat blocks of their mean colour", "pixelate"},
+      {numberOf(host::Hiding::blur), "The same colours, running into one another", "blur"},
+      {numberOf(host::Hiding::solid), "Black", "solid"},
+      {0, nullptr, nullptr},
+  };
+  static const GType type = g_enum_register_static("TavroFaceDetectHide", values);
   return type;
 }
 
@@ -111,6 +134,7 @@ void installProperties(GObjectClass* objectClass) {
   add(skipLateId,
       g_param_spec_boolean("skip-late", "Skip late", skipLateText, defaults.skipLate, setting));
   add(drawId, g_param_spec_boolean("draw", "Draw", drawText, defaults.draw, setting));
+  add(hideId, g_param_spec_enum("hide", "Hide", hideText, hidingType(), hideNothing, setting));
   add(messagesId, g_param_spec_enum("messages", "Messages", messagesText, messagePolicyType(),
                                     static_cast<gint>(defaults.messages), setting));
   add(framesId, g_param_spec_uint64("frames", "Frames", framesText, 0, G_MAXUINT64, 0, counter));
@@ -161,6 +185,9 @@ bool readProperty(guint id, const Settings& settings, const Counters& counters, 
     case drawId:
       g_value_set_boolean(value, settings.draw);
       return true;
+    case hideId:
+      g_value_set_enum(value, settings.hide ? numberOf(*settings.hide) : hideNothing);
+      return true;
     case messagesId:
       g_value_set_enum(value, static_cast<gint>(settings.messages));
       return true;
@@ -207,6 +234,13 @@ bool writeProperty(guint id, Settings& settings, const GValue* value) {
     case drawId:
       settings.draw = g_value_get_boolean(value) != FALSE;
       return true;
+    case hideId: {
+      const gint number = g_value_get_enum(value);
+      settings.hide.reset();
+      if (number != hideNothing)
+        settings.hide = static_cast<host::Hiding>(number - 1);
+      return true;
+    }
     case messagesId:
       settings.messages = static_cast<MessagePolicy>(g_value_get_enum(value));
       return true;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/core/frame_search.h"
+#include "host/core/hiding.h"
 
 namespace tavro::gstreamer {
 
@@ -20,8 +21,7 @@ inline constexpr const char* elementDescription =
     "GstVideoRegionOfInterestMeta of type \"face\" for every face, the oldest face first, clipped "
     "to the picture, in pixels; its id stays the same for as long as the face is followed, also "
     "over a gap of up to a second. After a flush, in a new stream and at a new size, all faces are "
-    "new ones. Pictures pass "
-    "unchanged unless draw is set. "
+    "new ones. Pictures pass unchanged unless draw or hide is set. "
     "The detector's own diagnostics go to the standard error, once in a process";
 inline constexpr const char* elementAuthor = "The tavro-fd authors";
 
@@ -35,6 +35,7 @@ struct Settings {
   guint everyNFrames = 1;
   bool skipLate = true;
   bool draw = false;
+  std::optional<host::Hiding> hide;  ///< empty: nothing is hidden
   MessagePolicy messages = MessagePolicy::onChange;
 };
 

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <vector>
 
 #include "plugins/gstreamer/element_properties.h"
 #include "plugins/gstreamer/face_search.h"
@@ -211,7 +212,8 @@ GstFlowReturn searchPicture(GstBaseTransform* base, GstBuffer* buffer, GstClockT
       state.hasWarned = true;
       GST_ELEMENT_WARNING(base, STREAM, FAILED,
                           ("A picture can't be searched for faces: %s.", status.error.c_str()),
-                          ("it passes with the faces that are found all the same, if any"));
+                          ("it passes with the faces that are found all the same, if any, and is "
+                           "hidden as a whole if faces are"));
     }
   }
   const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
@@ -261,12 +263,17 @@ GstFlowReturn transformInPlace(GstBaseTransform* base, GstBuffer* buffer) {
 
   const std::span<const Face> faces = state.search->faces();
   addFaceRegions(buffer, faces);
+  const std::vector<FaceRect> hidden =
+      settings.hide.has_value() ? state.search->covers() : std::vector<FaceRect>();
   // Mapped for writing, memory that is shared is copied; so not without need.
-  if (settings.draw && !faces.empty()) {
+  if ((settings.draw && !faces.empty()) || !hidden.empty()) {
     MappedPicture picture(state.info, buffer, GST_MAP_READWRITE);
-    if (picture.get() == nullptr)
+    if (picture.get() == nullptr || !FrameReader::isReadable(*picture.get()))
       return refusePicture(base);
-    drawFaces(*picture.get(), faces);
+    if (settings.hide.has_value())
+      hideFaces(*picture.get(), hidden, *settings.hide);
+    if (settings.draw)
+      drawFaces(*picture.get(), faces);
   }
   const bool isNews = settings.messages == MessagePolicy::everyFrame ||
                       (settings.messages == MessagePolicy::onChange && state.search->hasChanged());

@@ -22,17 +22,6 @@ int32_t strideOf(const GstVideoFrame& picture, int plane) {
   return GST_VIDEO_FRAME_PLANE_STRIDE(&picture, plane);
 }
 
-/// Rows may not overlap, and the rows of the interleaved plane hold two samples for every two
-/// columns.
-bool hasWholeRows(const GstVideoFrame& picture, bool isInterleaved) {
-  const int32_t chroma = host::planeExtent(1, GST_VIDEO_FRAME_WIDTH(&picture));
-  if (isInterleaved)
-    return strideOf(picture, 0) >= GST_VIDEO_FRAME_WIDTH(&picture) &&
-           strideOf(picture, 1) >= 2 * chroma;
-  return strideOf(picture, 0) >= GST_VIDEO_FRAME_WIDTH(&picture) &&
-         strideOf(picture, 1) >= chroma && strideOf(picture, 2) >= chroma;
-}
-
 bool splitChroma(const GstVideoFrame& picture, const I420Frame& target) {
   TavroRTC::FDModule::ImageDesc source;
   source.widths[0] = GST_VIDEO_FRAME_WIDTH(&picture);
@@ -54,11 +43,23 @@ void copyPlanes(const GstVideoFrame& picture, I420Frame& target) {
 
 }  // namespace
 
-const I420Frame* FrameReader::read(const GstVideoFrame& picture) {
+bool FrameReader::isReadable(const GstVideoFrame& picture) {
   const GstVideoFormat format = GST_VIDEO_FRAME_FORMAT(&picture);
-  const bool isInterleaved = format == GST_VIDEO_FORMAT_NV12;
-  if ((!isInterleaved && format != GST_VIDEO_FORMAT_I420) || !hasWholeRows(picture, isInterleaved))
+  const int32_t width = GST_VIDEO_FRAME_WIDTH(&picture);
+  const int32_t chroma = host::planeExtent(1, width);
+  if (strideOf(picture, 0) < width)
+    return false;
+  // The rows of the interleaved plane hold two samples for every two columns.
+  if (format == GST_VIDEO_FORMAT_NV12)
+    return strideOf(picture, 1) >= 2 * chroma;
+  return format == GST_VIDEO_FORMAT_I420 && strideOf(picture, 1) >= chroma &&
+         strideOf(picture, 2) >= chroma;
+}
+
+const I420Frame* FrameReader::read(const GstVideoFrame& picture) {
+  if (!isReadable(picture))
     return nullptr;
+  const bool isInterleaved = GST_VIDEO_FRAME_FORMAT(&picture) == GST_VIDEO_FORMAT_NV12;
   // The module knows one stride for both chroma planes.
   if (!isInterleaved && strideOf(picture, 1) == strideOf(picture, 2)) {
     lent_ = I420Frame::borrow(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture),
@@ -116,6 +117,7 @@ std::unique_ptr<FaceSearch> FaceSearch::open(const std::string& module,
 
 host::Status FaceSearch::restart() {
   numbers_.forget();
+  cover_ = {};
   return search_->restart();
 }
 
@@ -124,13 +126,17 @@ host::Status FaceSearch::search(const GstVideoFrame& picture, double time) {
   const I420Frame* frame = reader_.read(picture);
   host::Status status = frame != nullptr ? search_->search(*frame, rects_)
                                          : host::Status{"the picture can't be read"};
-  numberFaces(GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture), time);
+  const FaceRect all = {0, 0, GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture)};
+  numberFaces(all.right, all.bottom, time);
+  unknown_ = status.ok() ? std::nullopt : std::optional(all);
   return status;
 }
 
 void FaceSearch::numberFaces(int32_t width, int32_t height, double time) {
   const std::span<const FaceRect> rects = rects_.view();
   const std::span<const int64_t> numbers = numbers_.update(rects, time);
+  cover_.add(time, rects, numbers);
+  cover_.forgetBefore(cover_.frames() - 1);
   std::vector<Face> visible;
   for (size_t i = 0; i < rects.size(); ++i) {
     Face face = {static_cast<gint>(numbers[i]), rects[i]};
@@ -144,6 +150,12 @@ void FaceSearch::numberFaces(int32_t width, int32_t height, double time) {
   hasChanged_ = !std::equal(visible.begin(), visible.end(), faces_.begin(), faces_.end(),
                             [](const Face& a, const Face& b) { return a.id == b.id; });
   faces_ = std::move(visible);
+}
+
+std::vector<FaceRect> FaceSearch::covers() const {
+  if (unknown_.has_value())
+    return {*unknown_};
+  return cover_.frames() > 0 ? cover_.at(cover_.frames() - 1) : std::vector<FaceRect>();
 }
 
 }  // namespace tavro::gstreamer

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "host/core/face_cover.h"
 #include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
 #include "host/core/frame_search.h"
@@ -28,8 +29,11 @@ namespace tavro::gstreamer {
 
 class FrameReader {
  public:
-  /// A frame over a mapped picture, I420 or NV12; good until the picture is unmapped or the next
-  /// call. Null for another format, for strides shorter than a row, and if there is no memory.
+  /// True for a mapped picture in I420 or NV12 whose rows don't overlap.
+  static bool isReadable(const GstVideoFrame& picture);
+
+  /// A frame over such a picture; good until the picture is unmapped or the next call. Null for any
+  /// other, and if there is no memory.
   const host::I420Frame* read(const GstVideoFrame& picture);
 
  private:
@@ -56,6 +60,10 @@ class FaceSearch {
   std::span<const Face> faces() const { return faces_; }
   /// True if they aren't those of the search before, wherever they are.
   bool hasChanged() const { return hasChanged_; }
+  /// What to hide, as far as the pictures up to the latest search tell: where faces are, and where
+  /// they were a third of a second before. A picture that couldn't be searched is hidden as a
+  /// whole.
+  std::vector<FaceRect> covers() const;
 
  private:
   FaceSearch() = default;
@@ -66,8 +74,10 @@ class FaceSearch {
   FrameReader reader_;
   host::FaceRects rects_;
   host::FaceNumbers numbers_;
+  host::FaceCover cover_;
   std::vector<Face> faces_;
   bool hasChanged_ = false;
+  std::optional<FaceRect> unknown_;  ///< the whole picture, if it couldn't be searched
 };
 
 }  // namespace tavro::gstreamer

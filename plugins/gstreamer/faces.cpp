@@ -1,5 +1,6 @@
 #include "plugins/gstreamer/faces.h"
 
+#include <array>
 #include <vector>
 
 #include "host/core/outlines.h"
@@ -17,6 +18,15 @@ struct Box {
         height(static_cast<guint>(rect.bottom - rect.top)) {}
   guint x, y, width, height;
 };
+
+std::array<host::Component, host::planeCount> componentsOf(GstVideoFrame& picture) {
+  std::array<host::Component, host::planeCount> components;
+  for (int i = 0; i < host::planeCount; ++i)
+    components[static_cast<size_t>(i)] = {
+        static_cast<uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&picture, i)),
+        GST_VIDEO_FRAME_COMP_STRIDE(&picture, i), GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, i)};
+  return components;
+}
 
 }  // namespace
 
@@ -52,17 +62,18 @@ void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces) {
 }
 
 void drawFaces(GstVideoFrame& picture, std::span<const Face> faces) {
-  host::Component components[host::planeCount];
-  for (int i = 0; i < host::planeCount; ++i)
-    components[i] = {static_cast<uint8_t*>(GST_VIDEO_FRAME_COMP_DATA(&picture, i)),
-                     GST_VIDEO_FRAME_COMP_STRIDE(&picture, i),
-                     GST_VIDEO_FRAME_COMP_PSTRIDE(&picture, i)};
   std::vector<FaceRect> rects;
   rects.reserve(faces.size());
   for (const Face& face : faces)
     rects.push_back(face.rect);
-  host::drawOutlines(components, GST_VIDEO_FRAME_WIDTH(&picture), GST_VIDEO_FRAME_HEIGHT(&picture),
-                     rects);
+  host::drawOutlines(componentsOf(picture), GST_VIDEO_FRAME_WIDTH(&picture),
+                     GST_VIDEO_FRAME_HEIGHT(&picture), rects);
+}
+
+void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects, host::Hiding how) {
+  for (const FaceRect& rect : rects)
+    host::hideFace(componentsOf(picture), GST_VIDEO_FRAME_WIDTH(&picture),
+                   GST_VIDEO_FRAME_HEIGHT(&picture), rect, how);
 }
 
 }  // namespace tavro::gstreamer

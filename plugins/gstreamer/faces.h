@@ -2,12 +2,13 @@
 
 // What the element tells others about the faces: a region of interest on the buffer for the
 // elements downstream, a message on the bus for the application, and outlines in the picture for
-// who looks at it.
+// who looks at it, or nothing of the faces.
 
 #include <gst/video/video.h>
 
 #include <span>
 
+#include "host/core/hiding.h"
 #include "modules/face_detection/host_interface.h"
 
 namespace tavro::gstreamer {
@@ -42,5 +43,8 @@ void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces);
 
 /// Draws the outline of every face into a picture in I420 or NV12 that is mapped for writing.
 void drawFaces(GstVideoFrame& picture, std::span<const Face> faces);
+
+/// Hides what is behind the rectangles in such a picture.
+void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects, host::Hiding how);
 
 }  // namespace tavro::gstreamer

@@ -100,6 +100,16 @@ def outlined(frame, face):
     return Frame(frame.width, frame.height, planes)
 
 
+def hidden_part(face, plane, form):
+    """The rows and columns of a plane in which a face with its margin is hidden."""
+    left, top, right, bottom = face
+    across, down = int((right - left) / 4), int((bottom - top) / 4)
+    part = 2 if plane else 1
+    columns = 2 if plane and form == "NV12" else 1  # bytes of a column
+    return (slice(max(top - down, 0) // part, -(-(bottom + down) // part)),
+            slice(max(left - across, 0) // part * columns, -(-(right + across) // part) * columns))
+
+
 class Element:
     """An element that is fed and emptied by the test."""
 

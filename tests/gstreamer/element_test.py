@@ -19,7 +19,7 @@ import numpy as np
 
 from application import MODULES, ApplicationTest, main, plain, y4m
 from element import (FRAME_TIME, PICTURE, Element, Gst, GstVideo, buffer_of, bytes_of, distant,
-                     faces_on, outlined, portrait, rows_of)
+                     faces_on, hidden_part, outlined, portrait, rows_of)
 
 SEARCH = "tavrofacedetect messages=every-frame ! fakesink"
 
@@ -64,25 +64,44 @@ class Pads(ElementTest):
                 self.assertEqual(element.element.get_property("frames"), 4)
         self.assertGreaterEqual(found, 4 * 6)  # the portrait in the larger pictures
 
-    def test_memory_that_others_hold_is_shared_until_it_draws(self):
+    def test_memory_that_others_hold_is_shared_until_it_draws_or_hides(self):
         for form, width, height, *padding in (("NV12", 320, 240, 7), ("I420", 321, 241, 3, 2)):
             frame = portrait(width, height)
-            for draw in (False, True):
-                with self.subTest(form, draw=draw), \
-                        Element(width, height, form, draw=str(draw)) as element:
+            for options in ({}, {"draw": "true"}, {"hide": "none"}, {"hide": "pixelate"},
+                            {"hide": "blur"}, {"hide": "solid"}):
+                with self.subTest(form, **options), \
+                        Element(width, height, form, **options) as element:
                     held = buffer_of(frame, form, *padding)
                     before = bytes_of(held)
                     passed = element.put(held)
                     face, = faces_on(passed).values()
                     self.assertEqual((faces_on(held), bytes_of(held)), ({}, before))
-                    self.assertEqual(passed.peek_memory(0) == held.peek_memory(0), not draw)
-                    expected = outlined(frame, face) if draw else frame
+                    hide = options.get("hide", "none")
+                    changes = hide != "none" or "draw" in options
+                    self.assertEqual(passed.peek_memory(0) == held.peek_memory(0), not changes)
+                    expected = outlined(frame, face) if "draw" in options else frame
                     meta = GstVideo.buffer_get_video_meta(passed)
                     content = np.frombuffer(bytes_of(passed), np.uint8)
                     for plane, rows in enumerate(rows_of(expected, form)):
                         start, stride = meta.offset[plane], meta.stride[plane]
                         drawn = content[start:start + len(rows) * stride].reshape(-1, stride)
-                        self.assertTrue((drawn[:, :rows.shape[1]] == rows).all(), plane)
+                        drawn = drawn[:, :rows.shape[1]]
+                        if hide != "none":
+                            part = hidden_part(face, plane, form)
+                            colours = len(np.unique(drawn[part]))
+                            limits = {"pixelate": (13, 72), "blur": (16, 200), "solid": (1, 1)}[hide]
+                            self.assertTrue(limits[0] <= colours <= limits[1], (plane, colours))
+                            rows = rows.copy()
+                            rows[part] = drawn[part]
+                        self.assertTrue((drawn == rows).all(), plane)
+
+    def test_faces_stay_hidden_for_a_third_of_a_second(self):
+        nothing = plain(160, 120)
+        with Element(hide="solid") as element:
+            frames = [nothing, portrait(), *[nothing] * 12]
+            changed = [bytes_of(element.put(buffer_of(frame))) != b"".join(rows.tobytes()
+                       for rows in rows_of(frame, "I420")) for frame in frames]
+            self.assertEqual(changed, [False] + [True] * 9 + [False] * 4)
 
     def test_it_starts_over_with_a_new_size_a_flush_and_a_new_stream(self):
         first = portrait(640, 480)
@@ -153,9 +172,11 @@ class Pads(ElementTest):
                 self.assertEqual(element.element.get_property("frames"), searched + 2)
 
     def test_what_is_no_picture_is_an_error_and_refused_ones_are_one_warning(self):
-        with Element(module=MODULES.replace("fake_good", "fake_refusing")) as element:
+        with Element(module=MODULES.replace("fake_good", "fake_refusing"), hide="solid") as element:
             for _ in range(3):
-                self.assertEqual(element.faces_in(portrait()), {})
+                passed = element.put(buffer_of(portrait()))
+                self.assertEqual((faces_on(passed), bytes_of(passed)),
+                                 ({}, b"\x10" * 19200 + b"\x80" * 9600))
             self.assertIsNone(element.put(Gst.Buffer.new_allocate(None, 160 * 120, None)))
             self.assertEqual(element.result, Gst.FlowReturn.ERROR)
             kinds = [message.type for message in iter(element.bus.pop, None)]

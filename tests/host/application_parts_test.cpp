@@ -8,6 +8,7 @@
 #include <numeric>
 #include <random>
 #include <set>
+#include <span>
 #include <vector>
 
 #include "host/app/output/best_faces.h"
@@ -78,6 +79,11 @@ I420Frame noise(int32_t width, int32_t height) {
   return test::randomFrame(random, width, height);
 }
 
+std::span<const uint8_t> samplesOf(const I420Frame& frame, int32_t plane) {
+  return {frame.planeData(plane), static_cast<size_t>(frame.planeStride(plane)) *
+                                      static_cast<size_t>(frame.planeHeight(plane))};
+}
+
 constexpr int32_t largest = std::numeric_limits<int32_t>::max();
 constexpr int32_t smallest = std::numeric_limits<int32_t>::min();
 constexpr FaceRect anywhere[] = {
@@ -87,14 +93,24 @@ constexpr FaceRect anywhere[] = {
     {largest, 0, smallest, 20},
 };
 
-TEST(Anonymisation, LeavesThirtySixColoursOfAFaceAndTheRestAlone) {
+TEST(Anonymisation, LeavesThirtySixMeansOfAFaceAndTheRestAlone) {
   for (const auto& [width, height] : {std::pair{160, 96}, {161, 97}, {1, 1}, {3, 2}})
     for (const FaceRect& face : anywhere) {
       SCOPED_TRACE(testing::Message() << width << "x" << height << ", " << face.left << " "
                                       << face.top << " " << face.right << " " << face.bottom);
       const I420Frame frame = noise(width, height);
       auto hidden = copyOf(frame);
-      pixelate(*hidden, face);
+      hideFace(*hidden, face, Hiding::pixelate);
+      // Whatever hides a face makes the same of it and of its means.
+      for (const Hiding how : {Hiding::pixelate, Hiding::blur, Hiding::solid}) {
+        auto ofFace = copyOf(frame);
+        auto ofMeans = copyOf(*hidden);
+        hideFace(*ofFace, face, how);
+        hideFace(*ofMeans, face, how);
+        for (int32_t plane = 0; plane < planeCount; ++plane)
+          EXPECT_TRUE(std::ranges::equal(samplesOf(*ofFace, plane), samplesOf(*ofMeans, plane)))
+              << static_cast<int>(how);
+      }
       const int64_t marginX = (int64_t{face.right} - face.left) / 4 + 2;
       const int64_t marginY = (int64_t{face.bottom} - face.top) / 4 + 2;
       for (int32_t plane = 0; plane < planeCount; ++plane) {
@@ -139,7 +155,7 @@ TEST(BestFaces, CutsWhereverTheFaceIs) {
   // Sharp beats blurred, whole beats half.
   const I420Frame sharp = noise(160, 96);
   auto blurred = copyOf(sharp);
-  pixelate(*blurred, {40, 20, 100, 80});
+  hideFace(*blurred, {40, 20, 100, 80}, Hiding::blur);
   EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(*blurred, {40, 20, 100, 80}));
   EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(sharp, {-30, 20, 30, 80}));
 }

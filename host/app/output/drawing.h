@@ -1,11 +1,12 @@
 #pragma once
 
 // The pictures that are shown: a copy of the frame with the rectangles drawn, or with the faces
-// hidden behind a few flat blocks.
+// hidden.
 
 #include <optional>
 #include <span>
 
+#include "host/core/hiding.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"
 
@@ -19,11 +20,7 @@ std::optional<I420Frame> copyOf(const I420Frame& frame);
 std::optional<I420Frame> withRectangles(const I420Frame& frame,
                                         std::span<const TavroRTC::FDModule::FaceRect> faces);
 
-/// The rectangle with a margin for what else belongs to a face: hair, ears, chin.
-TavroRTC::FDModule::FaceRect withMargin(const TavroRTC::FDModule::FaceRect& face);
-
-/// Replaces the rectangle, with its margin and clipped to the frame, with the means of blocks that
-/// grow with it: 36 colours are left of a face of any size, and nothing brings it back.
-void pixelate(I420Frame& frame, const TavroRTC::FDModule::FaceRect& face);
+/// Hides the face in the frame, which has samples of its own.
+void hideFace(I420Frame& frame, const TavroRTC::FDModule::FaceRect& face, Hiding how);
 
 }  // namespace tavro::host

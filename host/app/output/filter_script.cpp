@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "host/app/output/drawing.h"
 #include "host/app/output/text_format.h"
+#include "host/core/hiding.h"
 #include "host/core/outlines.h"
 
 namespace tavro::host {

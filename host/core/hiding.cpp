@@ -1,0 +1,133 @@
+#include "host/core/hiding.h"
+
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+namespace tavro::host {
+
+namespace {
+
+using TavroRTC::FDModule::FaceRect;
+
+constexpr int64_t blocksPerSide = 6;
+constexpr uint8_t black[planeCount] = {16, 128, 128};  // in limited range
+
+int32_t saturated(int64_t value) {
+  return static_cast<int32_t>(std::clamp<int64_t>(value, std::numeric_limits<int32_t>::min(),
+                                                  std::numeric_limits<int32_t>::max()));
+}
+
+/// A part of one component.
+struct Patch {
+  uint8_t* first;
+  int64_t stride, step;
+  int64_t width, height;
+
+  uint8_t& at(int64_t x, int64_t y) const { return first[y * stride + x * step]; }
+};
+
+Patch patchOf(const Component& component, int32_t plane, int32_t width, int32_t height,
+              const FaceRect& area) {
+  const int shift = plane == 0 ? 0 : 1;
+  const int64_t columns = planeExtent(plane, width);
+  const int64_t rows = planeExtent(plane, height);
+  // Rounded outwards: no chroma is left where its luma is hidden.
+  const int64_t left = std::clamp<int64_t>(area.left >> shift, 0, columns);
+  const int64_t top = std::clamp<int64_t>(area.top >> shift, 0, rows);
+  const int64_t right = std::clamp<int64_t>((int64_t{area.right} + shift) >> shift, left, columns);
+  const int64_t bottom = std::clamp<int64_t>((int64_t{area.bottom} + shift) >> shift, top, rows);
+  return {component.samples + top * component.stride + left * component.step, component.stride,
+          component.step, right - left, bottom - top};
+}
+
+/// The means of a patch's blocks, row by row. Of a patch with fewer samples than blocks, some are
+/// in several.
+struct Means {
+  explicit Means(const Patch& patch) {
+    for (int64_t row = 0; row < blocksPerSide; ++row)
+      for (int64_t column = 0; column < blocksPerSide; ++column) {
+        const int64_t x = column * patch.width / blocksPerSide;
+        const int64_t y = row * patch.height / blocksPerSide;
+        const int64_t endX = std::max((column + 1) * patch.width / blocksPerSide, x + 1);
+        const int64_t endY = std::max((row + 1) * patch.height / blocksPerSide, y + 1);
+        int64_t sum = 0;
+        for (int64_t j = y; j < endY; ++j)
+          for (int64_t i = x; i < endX; ++i)
+            sum += patch.at(i, j);
+        const int64_t count = (endX - x) * (endY - y);
+        of[row][column] = (sum + count / 2) / count;
+      }
+  }
+
+  int64_t of[blocksPerSide][blocksPerSide];
+};
+
+/// The blocks around a sample's place along a side: `part` 256ths of the second one.
+struct Between {
+  int64_t first, second, part;
+};
+
+/// For every place along a side. Without smoothness, a place has its own block alone.
+std::vector<Between> placesAlong(int64_t size, bool isSmooth) {
+  std::vector<Between> places;
+  places.reserve(static_cast<size_t>(size));
+  for (int64_t i = 0; i < size; ++i) {
+    if (!isSmooth) {
+      // The inverse of where a block begins.
+      const int64_t block = ((i + 1) * blocksPerSide - 1) / size;
+      places.push_back({block, block, 0});
+      continue;
+    }
+    // From centre to centre of the blocks.
+    const int64_t place = std::clamp<int64_t>((2 * i + 1) * blocksPerSide * 128 / size - 128, 0,
+                                              (blocksPerSide - 1) * 256);
+    places.push_back({place / 256, std::min(place / 256 + 1, blocksPerSide - 1), place % 256});
+  }
+  return places;
+}
+
+void spread(const Means& means, const Patch& patch, bool isSmooth) {
+  const std::vector<Between> columns = placesAlong(patch.width, isSmooth);
+  const std::vector<Between> rows = placesAlong(patch.height, isSmooth);
+  for (int64_t y = 0; y < patch.height; ++y) {
+    const auto [above, below, part] = rows[static_cast<size_t>(y)];
+    int64_t line[blocksPerSide];
+    for (int64_t column = 0; column < blocksPerSide; ++column)
+      line[column] = means.of[above][column] * (256 - part) + means.of[below][column] * part;
+    for (int64_t x = 0; x < patch.width; ++x) {
+      const Between& column = columns[static_cast<size_t>(x)];
+      patch.at(x, y) = static_cast<uint8_t>(
+          (line[column.first] * (256 - column.part) + line[column.second] * column.part + 32768) >>
+          16);
+    }
+  }
+}
+
+}  // namespace
+
+FaceRect withMargin(const FaceRect& face) {
+  const int64_t x = (int64_t{face.right} - face.left) / 4;
+  const int64_t y = (int64_t{face.bottom} - face.top) / 4;
+  return {saturated(face.left - x), saturated(face.top - y), saturated(face.right + x),
+          saturated(face.bottom + y)};
+}
+
+void hideFace(std::span<const Component, planeCount> picture, int32_t width, int32_t height,
+              const FaceRect& face, Hiding how) {
+  const FaceRect area = withMargin(face);
+  for (int32_t plane = 0; plane < planeCount; ++plane) {
+    const Patch patch = patchOf(picture[static_cast<size_t>(plane)], plane, width, height, area);
+    if (patch.width == 0 || patch.height == 0)
+      continue;
+    if (how != Hiding::solid) {
+      spread(Means(patch), patch, how == Hiding::blur);
+      continue;
+    }
+    for (int64_t y = 0; y < patch.height; ++y)
+      for (int64_t x = 0; x < patch.width; ++x)
+        patch.at(x, y) = black[plane];
+  }
+}
+
+}  // namespace tavro::host
