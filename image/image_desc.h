@@ -32,7 +32,7 @@ enum class ImageFormat : int32_t {
 
 enum class ScaleFilter : int32_t {
   Nearest = 0,   ///< point sampling in both directions
-  Linear = 1,    ///< interpolates columns; rows only where the width stays the same
+  Linear = 1,    ///< interpolates columns; rows only in planes whose width stays
   Bilinear = 2,  ///< interpolates columns and rows
 };
 

@@ -116,6 +116,10 @@ CLI::Validator wholeNumber(int64_t limit = 1000000000) {
 const CLI::Validator fileName(
     [](const std::string& text) { return text.empty() ? "needs a name" : ""; }, "");
 
+/// The standard output is for the results.
+const CLI::Validator ownName(
+    [](const std::string& text) { return text.empty() || text == "-" ? "needs a name" : ""; }, "");
+
 const CLI::Validator webAddress(
     [](const std::string& text) {
       return parseWebAddress(text).has_value() ? "" : "must be [ADDRESS:]PORT, not " + text;
@@ -255,7 +259,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
           ""));
   app.add_option("--annotate", options.output.annotate, help.annotate)
       ->type_name("FILE")
-      ->check(fileName);
+      ->check(ownName);
   app.add_flag(
       "--blur", options.output.blur,
       "Pixelate the faces instead of framing them, also for moments in which the detector "
@@ -273,11 +277,11 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
          "Folder for a JPEG of each face, from the frame that shows it best; it must not hold "
          "those of an earlier run")
       ->type_name("DIR")
-      ->check(fileName);
+      ->check(ownName);
   app.add_option("--report", options.output.report,
                  "HTML page with a timeline of the faces, a picture of each and the time per frame")
       ->type_name("FILE")
-      ->check(fileName);
+      ->check(ownName);
   app.add_option(
          "--serve", options.output.serve,
          "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "

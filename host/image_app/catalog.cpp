@@ -35,7 +35,7 @@ constexpr PictureFormat formats[] = {
 
 constexpr Filter filters[] = {
     {"nearest", "the nearest sample in both directions", ScaleFilter::Nearest},
-    {"linear", "interpolates columns; rows only where the width stays", ScaleFilter::Linear},
+    {"linear", "interpolates columns; rows only in planes whose width stays", ScaleFilter::Linear},
     {"bilinear", "interpolates columns and rows", ScaleFilter::Bilinear},
 };
 

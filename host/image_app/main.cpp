@@ -3,6 +3,7 @@
 // names up in them, picture.h lays planes out by them and reads and writes files. Here two pictures
 // are handed to the image subsystem.
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 
@@ -40,6 +41,8 @@ std::optional<Picture> scale(const Options& options, Picture& source, std::strin
     return result;
   error = "scaling " + std::string(options.from->name) + " from " +
           asText({rect.width, rect.height}) + " to " + asText(result.size()) + " was refused";
+  if (options.from->planes[0].bytesPerPixel > 1 && std::max(rect.width, rect.height) >= maximumSide)
+    error += ": packed pixels need sides of less than " + std::to_string(maximumSide);
   return std::nullopt;
 }
 

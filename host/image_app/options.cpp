@@ -53,6 +53,17 @@ std::optional<std::vector<int32_t>> parseNumbers(const std::string& text, char s
   return position == end ? std::optional(std::move(numbers)) : std::nullopt;
 }
 
+/// A picture of another kind would be taken for raw samples.
+const CLI::Validator pictureName(
+    [](const std::string& path) -> std::string {
+      constexpr const char* others[] = {".jpg", ".jpeg", ".webp", ".gif", ".bmp", ".tif", ".tiff"};
+      const auto hasExtension = [&path](const char* extension) { return isNamed(path, extension); };
+      return std::ranges::any_of(others, hasExtension)
+                 ? "only PNG and raw samples can be read and written, not " + path
+                 : "";
+    },
+    "");
+
 /// Turns texts into options; the first fault ends it, as a line for the user.
 class Interpreter {
  public:
@@ -123,7 +134,7 @@ class Interpreter {
       return true;
     const auto numbers = parseNumbers(texts_.rect, ',', 4);
     if (!numbers.has_value() || *std::min_element(numbers->begin(), numbers->end()) < 0 ||
-        !isAllowed({numbers->at(2), numbers->at(3)}))
+        numbers->at(2) < 1 || numbers->at(3) < 1)
       return refuse("--rect needs X,Y,WIDTH,HEIGHT with positive sides: " + texts_.rect);
     options_.rect = CropRect{numbers->at(0), numbers->at(1), numbers->at(2), numbers->at(3)};
     return true;
@@ -162,9 +173,12 @@ ParsedOptions badUsage(std::string message) {
 }
 
 void addFiles(CLI::App& command, Texts& texts) {
-  command.add_option("IN", texts.input, "Picture to read; - for the standard input")->required();
+  command.add_option("IN", texts.input, "Picture to read; - for the standard input")
+      ->required()
+      ->check(pictureName);
   command.add_option("OUT", texts.output, "Picture to write; - for the standard output")
-      ->required();
+      ->required()
+      ->check(pictureName);
   command.add_option("--size", texts.size, "Size of a raw input")->type_name("WIDTHxHEIGHT");
 }
 

@@ -204,11 +204,15 @@ TavroRTC::FDModule::ImageDesc Picture::desc() {
   return desc;
 }
 
-bool isPngName(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
+bool isNamed(const std::string& path, const char* extension) {
+  std::string found = std::filesystem::path(path).extension().string();
+  std::transform(found.begin(), found.end(), found.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return extension == ".png";
+  return found == extension;
+}
+
+bool isPngName(const std::string& path) {
+  return isNamed(path, ".png");
 }
 
 std::optional<Picture> readPicture(const std::string& path, const PictureFormat& format,

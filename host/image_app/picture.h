@@ -18,7 +18,7 @@ struct Size {
 };
 
 /// Pictures beyond these are refused, long before a size overflows or memory runs out.
-inline constexpr int32_t maximumSide = 32767;
+inline constexpr int32_t maximumSide = 32768;
 inline constexpr int64_t maximumPixels = int64_t{1} << 28;
 
 bool isAllowed(Size size);
@@ -46,7 +46,8 @@ class Picture {
   std::vector<uint8_t> bytes_;
 };
 
-/// True if the name ends in .png, in upper or lower case.
+/// True if the name has that extension, in upper or lower case.
+bool isNamed(const std::string& path, const char* extension);
 bool isPngName(const std::string& path);
 
 /// Reads a picture of the format. A raw file must hold exactly one picture of `rawSize`; a PNG

@@ -165,6 +165,9 @@ class ImageApplication(ApplicationTest):
         words = ("crop", "--format", "i420", "--size", SIZE, "--rect", "4,2,9,5")
         self.assertEqual(self.make(*words, "in", "out"), cut(0, WIDTH, 4, 2, 9, 5) +
                          cut(u, 7, 2, 1, 5, 3) + cut(v, 7, 2, 1, 5, 3))
+        self.file("wide", source[:64] * 512)  # the widest that planes can be
+        self.assertEqual(self.make("crop", "--format", "luma", "--size", "32768x1", "--rect",
+                                   "0,0,32768,1", "wide", "out"), source[:64] * 512)
         # The standard streams instead of files, and the other name of the format.
         piped = self.execute("crop", "--format", "gray", "--size", SIZE, "--rect", "5,3,8,4", "-",
                              "-", stdin=source[:u])
@@ -198,6 +201,7 @@ class ImageApplication(ApplicationTest):
         source = self.noise("in", 147)  # i420
         self.file("short", source[1:])
         self.file("long", source + b"x")
+        self.file("wide", bytes(3 * 32768))
         png = self.make("convert", "--from", "i420", "--to", "bgr24", "--size", SIZE, "in", "ok.png")
         self.file("cut.png", png[:-30])
         self.file("no.png", source)
@@ -215,7 +219,10 @@ class ImageApplication(ApplicationTest):
                 (bgr + "0x7 in refused", "sides from 1"), (bgr + "-13x7 in refused", "13x7"),
                 (bgr + "99999999999x7 in refused", "WIDTHxHEIGHT"),
                 (bgr + "32767x32767 in refused", "pixels at most"),
-                (bgr + "32767x8192 in refused", "in has 147 bytes"),
+                (bgr + "32768x8192 in refused", "in has 147 bytes"),
+                (bgr + "32769x2 in refused", "sides from 1 to 32768"),
+                ("scale --format rgb24 --size 32768x1 --to-size 2x2 wide refused", "less than 32768"),
+                ("scale x.jpg", "not x.jpg"),
                 (bgr + "13x7 short refused", "146 bytes"), (bgr + "13x7 long refused", "more bytes"),
                 (bgr + "13x7 /dev/zero refused", "more bytes"),
                 (bgr + "13x7 - refused", "0 bytes"), (bgr + "13x7 none refused", "No such file"),
@@ -235,6 +242,7 @@ class ImageApplication(ApplicationTest):
                 (crop + "1,1,0,3 in refused", "positive sides"),
                 (crop + "-1,1,3,3 in refused", "-1,1,3,3"),
                 (crop + "1,1,13,3 in refused", "isn't inside"),
+                (crop + "1,1,40000,3 in refused", "isn't inside"),
                 (crop + "1,5,3,3 in refused", "isn't inside"),
                 (crop + "1,2147483647,3,3 in refused", "isn't inside")):
             with self.subTest(line):

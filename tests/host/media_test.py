@@ -66,6 +66,8 @@ class Formats(MediaTest):
                 result = self.succeed(1, self.file(name, content))[0]
                 self.assertEqual(result["width"], 48 if "turn" in name else 64)
                 self.expect_quarters(result, expected)
+        moving = b"RIFF\x16\0\0\0WEBPVP8X\x0a\0\0\0\x02" + bytes(9)
+        self.refuse(self.detect(self.file("moving.webp", moving)), "animated WebP")
 
     def test_other_samplings_and_depths_are_converted(self):
         luma = quarters(34, 26, LUMA).planes[0]

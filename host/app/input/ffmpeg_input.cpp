@@ -5,6 +5,7 @@ extern "C" {
 }
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 
@@ -41,6 +42,14 @@ std::string ffmpegUrl(const std::string& path) {
 
 int stopCheck(void* /*context*/) {
   return isStopRequested() ? 1 : 0;
+}
+
+/// By the flag in its first chunk: the decoder says no more than that it finds no picture.
+bool isAnimatedWebp(const AVPacket& packet) {
+  constexpr int flags = 20;
+  constexpr uint8_t animated = 0x02;
+  return packet.size > flags && std::memcmp(packet.data + 12, "VP8X", 4) == 0 &&
+         (packet.data[flags] & animated) != 0;
 }
 
 /// Packets come out of the demuxer, frames out of the decoder (one thread, so that decoding doesn't
@@ -225,6 +234,8 @@ bool FfmpegInput::feedDecoder() {
     lastPacketEnd_ = packet_->pos + packet_->size;
   if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0)
     damage_.noteUnreadablePacket();
+  if (stream_->codecpar->codec_id == AV_CODEC_ID_WEBP && isAnimatedWebp(*packet_))
+    damage_.noteMessage("FFmpeg reads no animated WebP");
   result = avcodec_send_packet(decoder_.get(), packet_.get());
   if (result < 0 && result != AVERROR(EAGAIN))
     damage_.noteUnreadablePacket();
