@@ -42,7 +42,8 @@ set(headers
   modules/face_detection/host_interface.h
   modules/face_detection/loader.h)
 if(NOT WIN32)
-  list(APPEND headers host/core/frame_search.h host/core/module_host.h host/core/window_plan.h)
+  list(APPEND headers host/core/face_numbers.h host/core/frame_search.h host/core/module_host.h
+    host/core/window_plan.h)
 endif()
 foreach(header ${headers})
   get_filename_component(folder ${header} DIRECTORY)

@@ -1,5 +1,5 @@
 // Finds small faces, too: looks through windows of each frame of a raw I420 file, and prints the
-// rectangles of the whole frame.
+// rectangles of the whole frame and which face each of them belongs to.
 //
 //   example_windows SMALLEST_FACE FILE WIDTH HEIGHT
 //
@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/core/face_numbers.h"
 #include "host/core/frame_search.h"
 #include "host/core/i420_frame.h"
 
@@ -53,14 +54,20 @@ int main(int argumentCount, char** arguments) {
   const auto frame = I420Frame::borrow(width, height, y, width, y + luma, y + luma + chroma,
                                        planeExtent(1, width));
   FaceRects faces;
+  FaceNumbers numbers;
   for (int number = 0; std::fread(samples.data(), samples.size(), 1, file) == 1; ++number) {
     // Plans the windows for the first frame, and again if the size changes. If a window fails, the
     // others have been searched all the same.
     if (const Status partly = search->search(*frame, faces); !partly.ok())
       std::fprintf(stderr, "example_windows: %s\n", partly.error.c_str());
     std::printf("frame %d:", number);
-    for (const auto& face : faces.view())
-      std::printf(" (%d, %d, %d, %d)", face.left, face.top, face.right, face.bottom);
+    // Such a file has no times: 25 frames a second.
+    const auto names = numbers.update(faces.view(), number / 25.0);
+    for (size_t i = 0; i < names.size(); ++i) {
+      const auto& face = faces.view()[i];
+      std::printf(" face %d (%d, %d, %d, %d)", static_cast<int>(names[i]), face.left, face.top,
+                  face.right, face.bottom);
+    }
     std::printf("\n");
   }
 }

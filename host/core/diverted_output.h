@@ -21,8 +21,8 @@ class DivertedOutput {
   DivertedOutput& operator=(const DivertedOutput&) = delete;
 
  private:
-  int former_ = -1;   ///< the stream's own descriptor; -1: it wasn't touched
-  int nowhere_ = -1;  ///< to be closed, if it isn't -1
+  [[maybe_unused]] int former_ = -1;   ///< the stream's own descriptor; -1: it wasn't touched
+  [[maybe_unused]] int nowhere_ = -1;  ///< to be closed, if it isn't -1
 };
 
 }  // namespace tavro::host

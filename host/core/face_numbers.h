@@ -23,14 +23,15 @@ class FaceNumbers {
   };
 
   /// The numbers of the frame's faces, in their order. They count from 1 and are never used again.
-  /// `time` is the frame's, in seconds.
-  std::span<const int64_t> update(std::span<const FaceRect> faces, double time);
+  /// `time` is the frame's, in seconds. They are good until the next call. May throw
+  /// std::bad_alloc.
+  TAVRO_HOST_API std::span<const int64_t> update(std::span<const FaceRect> faces, double time);
 
   /// The faces that were there within the last second and aren't now, each where it was last.
   std::span<const Lost> lost() const { return lost_; }
 
   /// Forgets the faces, not how far it has counted: all that come are new ones.
-  void forget();
+  TAVRO_HOST_API void forget();
 
  private:
   std::vector<Lost> present_;

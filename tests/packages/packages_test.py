@@ -87,7 +87,7 @@ class Clip:
 
     def expect(self, text):
         """The same faces in the lines that begin with "frame N:"."""
-        found = [[int(number) for number in re.findall(r"-?\d+", line)]
+        found = [[int(number) for number in re.findall(r"-?\d+", re.sub(r"face \d+", "", line))]
                  for line in re.findall(r"^frame \d+:(.*)$", text, re.MULTILINE)]
         if found != self.faces:
             sys.exit(f"rectangles that should be the same:\n  {found}\n  {self.faces}")

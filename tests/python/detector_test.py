@@ -105,6 +105,11 @@ class Frames(unittest.TestCase):
                 faces = first_faces(planes)
                 self.assertEqual(len(faces), int(width > 100))
                 self.assertEqual(first_faces(flat, (width, height), "i420"), faces)
+                y, u, v = planes
+                pairs = np.stack((u, v), axis=2)
+                self.assertEqual(first_faces((y, padded(pairs))), faces)
+                self.assertEqual(first_faces(y.tobytes() + pairs.tobytes(), (width, height), "nv12"),
+                                 faces)
                 bgr = bgr_of(planes)
                 self.assertEqual(first_faces(padded(bgr), form="bgr"), first_faces(
                     bgr.tobytes(), (width, height), "bgr"))
