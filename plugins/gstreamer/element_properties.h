@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "host/core/face_drawing.h"
 #include "host/core/frame_search.h"
-#include "host/core/hiding.h"
 
 namespace tavro::gstreamer {
 

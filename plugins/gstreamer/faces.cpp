@@ -3,7 +3,7 @@
 #include <array>
 #include <vector>
 
-#include "host/core/outlines.h"
+#include "host/core/face_drawing.h"
 
 namespace tavro::gstreamer {
 

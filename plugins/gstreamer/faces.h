@@ -8,7 +8,7 @@
 
 #include <span>
 
-#include "host/core/hiding.h"
+#include "host/core/face_drawing.h"
 #include "modules/face_detection/host_interface.h"
 
 namespace tavro::gstreamer {

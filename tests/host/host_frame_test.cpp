@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "host/core/face_cover.h"
+#include "host/core/face_drawing.h"
 #include "host/core/face_numbers.h"
 #include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
-#include "host/core/outlines.h"
 #include "tests/support/frames.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/random.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/app/output/text_format.h"
-#include "host/core/outlines.h"
+#include "host/core/face_drawing.h"
 
 namespace tavro::host {
 

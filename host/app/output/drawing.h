@@ -6,7 +6,7 @@
 #include <optional>
 #include <span>
 
-#include "host/core/hiding.h"
+#include "host/core/face_drawing.h"
 #include "host/core/i420_frame.h"
 #include "modules/face_detection/host_interface.h"
 

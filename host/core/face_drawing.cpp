@@ -1,6 +1,7 @@
-#include "host/core/hiding.h"
+#include "host/core/face_drawing.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <vector>
 
@@ -10,13 +11,20 @@ namespace {
 
 using TavroRTC::FDModule::FaceRect;
 
+// In limited-range BT.601.
+constexpr uint8_t lineColor[planeCount] = {173, 42, 26};  // a green that stands out from skin
+constexpr uint8_t black[planeCount] = {16, 128, 128};
 constexpr int64_t blocksPerSide = 6;
-constexpr uint8_t black[planeCount] = {16, 128, 128};  // in limited range
 
 int32_t saturated(int64_t value) {
   return static_cast<int32_t>(std::clamp<int64_t>(value, std::numeric_limits<int32_t>::min(),
                                                   std::numeric_limits<int32_t>::max()));
 }
+
+/// Half-open area of luma samples, 64 bits wide: rectangles may lie anywhere in 32 bits.
+struct Area {
+  int64_t left, top, right, bottom;
+};
 
 /// A part of one component.
 struct Patch {
@@ -25,20 +33,47 @@ struct Patch {
   int64_t width, height;
 
   uint8_t& at(int64_t x, int64_t y) const { return first[y * stride + x * step]; }
+
+  void fill(uint8_t sample) const {
+    for (int64_t y = 0; y < height; ++y)
+      for (int64_t x = 0; x < width; ++x)
+        at(x, y) = sample;
+  }
 };
 
+/// What of the area is in the picture. Chroma is rounded outwards: none is left where its luma is
+/// painted over.
 Patch patchOf(const Component& component, int32_t plane, int32_t width, int32_t height,
-              const FaceRect& area) {
-  const int shift = plane == 0 ? 0 : 1;
+              const Area& area) {
+  const int half = plane == 0 ? 0 : 1;
   const int64_t columns = planeExtent(plane, width);
   const int64_t rows = planeExtent(plane, height);
-  // Rounded outwards: no chroma is left where its luma is hidden.
-  const int64_t left = std::clamp<int64_t>(area.left >> shift, 0, columns);
-  const int64_t top = std::clamp<int64_t>(area.top >> shift, 0, rows);
-  const int64_t right = std::clamp<int64_t>((int64_t{area.right} + shift) >> shift, left, columns);
-  const int64_t bottom = std::clamp<int64_t>((int64_t{area.bottom} + shift) >> shift, top, rows);
+  const int64_t left = std::clamp<int64_t>(area.left >> half, 0, columns);
+  const int64_t right = std::clamp<int64_t>((area.right + half) >> half, left, columns);
+  const int64_t top = std::clamp<int64_t>(area.top >> half, 0, rows);
+  const int64_t bottom = std::clamp<int64_t>((area.bottom + half) >> half, top, rows);
   return {component.samples + top * component.stride + left * component.step, component.stride,
           component.step, right - left, bottom - top};
+}
+
+/// The lines of a box. With even corners and an even thickness, the chroma of a line covers just
+/// its luma; only the border of a picture of odd size stands within a pair of samples.
+std::array<Area, 4> linesOf(const FaceRect& face, int32_t width, int32_t height) {
+  const auto even = [](int64_t value) { return value & ~int64_t{1}; };
+  const auto end = [even](int64_t corner, int64_t border) {
+    return corner == border ? border : even(corner + 1);
+  };
+  const int64_t thickness = lineThickness(width, height);
+  const Area box = {even(face.left), even(face.top), end(face.right, width),
+                    end(face.bottom, height)};
+  const int64_t innerLeft = std::min(box.left + thickness, box.right);
+  const int64_t innerTop = std::min(box.top + thickness, box.bottom);
+  const int64_t innerRight = std::max(even(box.right - thickness), box.left);
+  const int64_t innerBottom = std::max(even(box.bottom - thickness), box.top);
+  return {{{box.left, box.top, box.right, innerTop},
+           {box.left, innerBottom, box.right, box.bottom},
+           {box.left, box.top, innerLeft, box.bottom},
+           {innerRight, box.top, box.right, box.bottom}}};
 }
 
 /// The means of a patch's blocks, row by row. Of a patch with fewer samples than blocks, some are
@@ -106,6 +141,20 @@ void spread(const Means& means, const Patch& patch, bool isSmooth) {
 
 }  // namespace
 
+int64_t lineThickness(int32_t width, int32_t height) {
+  // About 4 pixels in a 720-line picture.
+  return 2 * std::max<int64_t>(1, std::min(width, height) / 320);
+}
+
+void drawOutlines(std::span<const Component, planeCount> picture, int32_t width, int32_t height,
+                  std::span<const FaceRect> faces) {
+  for (const FaceRect& face : faces)
+    for (const Area& line : linesOf(face, width, height))
+      for (int32_t plane = 0; plane < planeCount; ++plane)
+        patchOf(picture[static_cast<size_t>(plane)], plane, width, height, line)
+            .fill(lineColor[plane]);
+}
+
 FaceRect withMargin(const FaceRect& face) {
   const int64_t x = (int64_t{face.right} - face.left) / 4;
   const int64_t y = (int64_t{face.bottom} - face.top) / 4;
@@ -115,18 +164,16 @@ FaceRect withMargin(const FaceRect& face) {
 
 void hideFace(std::span<const Component, planeCount> picture, int32_t width, int32_t height,
               const FaceRect& face, Hiding how) {
-  const FaceRect area = withMargin(face);
+  const auto [left, top, right, bottom] = withMargin(face);
   for (int32_t plane = 0; plane < planeCount; ++plane) {
-    const Patch patch = patchOf(picture[static_cast<size_t>(plane)], plane, width, height, area);
+    const Patch patch = patchOf(picture[static_cast<size_t>(plane)], plane, width, height,
+                                {left, top, right, bottom});
     if (patch.width == 0 || patch.height == 0)
       continue;
-    if (how != Hiding::solid) {
+    if (how == Hiding::solid)
+      patch.fill(black[plane]);
+    else
       spread(Means(patch), patch, how == Hiding::blur);
-      continue;
-    }
-    for (int64_t y = 0; y < patch.height; ++y)
-      for (int64_t x = 0; x < patch.width; ++x)
-        patch.at(x, y) = black[plane];
   }
 }
 
