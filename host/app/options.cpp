@@ -173,6 +173,11 @@ std::string contradiction(const Options& options) {
     return "INPUT is empty";
   if (options.repeat > 1 && input == "-")
     return "--repeat needs an input that can be opened again, not the standard input";
+  std::error_code ignored;
+  if (options.input.live && std::filesystem::is_regular_file(pathFromUtf8(input), ignored))
+    return "--live is for what comes as it happens, not for a file: " + input;
+  if (options.input.live && (options.every > 1 || output.format == "blur-filter"))
+    return "--live leaves frames out as it must, without --every and not for blur-filter";
   if (options.search.budget > 0.0 && options.search.windows.smallestFace == 0)
     return "--budget needs --smallest-face";
   const std::vector<std::string> known = annotationExtensions();
@@ -324,6 +329,10 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
                  "so that the results depend on the machine")
       ->type_name("TIME")
       ->check(budget);
+  app.add_flag(
+      "--live", options.input.live,
+      "For pipes, cameras and network streams: begin at once, and leave out frames that come "
+      "more than a fifth of a second late because the detector was busy");
   app.add_flag(
       "--stats", options.stats,
       "Print timings, the parts that were looked at and peak memory to the standard error");

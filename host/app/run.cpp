@@ -10,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+#include "host/app/input/live_pace.h"
 #include "host/app/input/video_input.h"
 #include "host/app/output/drawing.h"
 #include "host/app/output/frame_output.h"
@@ -132,7 +133,16 @@ class Run {
   }
 
   bool readNext(int64_t frames) {
-    return (options_.maxFrames == 0 || frames < options_.maxFrames) && input_->read();
+    if (options_.maxFrames != 0 && frames >= options_.maxFrames)
+      return false;
+    while (input_->read()) {
+      if (!options_.input.live ||
+          !pace_.isLate(input_->time(),
+                        std::chrono::duration<double>(Clock::now().time_since_epoch()).count()))
+        return true;
+      ++statistics_.decodedFrames;
+    }
+    return false;
   }
 
   void showProgress(int64_t pass, int64_t frames) {
@@ -332,6 +342,7 @@ class Run {
   std::unique_ptr<DetectorSession> detector_;
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;
+  LivePace pace_;
   ProgressLine progress_;
   std::vector<std::unique_ptr<FrameOutput>> outputs_;
   FaceRects faces_;

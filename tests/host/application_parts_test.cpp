@@ -11,6 +11,7 @@
 #include <span>
 #include <vector>
 
+#include "host/app/input/live_pace.h"
 #include "host/app/output/best_faces.h"
 #include "host/app/output/drawing.h"
 #include "host/app/output/text_format.h"
@@ -34,6 +35,24 @@ TEST(Statistics, SummaryByRank) {
   EXPECT_EQ(summary.median, 100.5);
   EXPECT_EQ(summary.p99, 198.0);
   EXPECT_EQ(summary.maximum, 200.0);
+}
+
+TEST(LivePace, LeavesOutWhatTheDetectorIsTooSlowForAndNothingElse) {
+  for (const auto& [cost, expected] : {std::pair{0.005, 999}, {0.1, 400}}) {
+    LivePace pace;
+    double now = 0.0;
+    int shown = 0;
+    for (int i = 0; i < 1000; ++i) {
+      const double arrival = i * 0.04 + (i < 300 ? 0.0 : 3.0);  // the sender stalls once
+      now = std::max(now + 0.001, arrival);
+      if (pace.isLate(i * 0.04, now))
+        continue;
+      EXPECT_LT(now - arrival, 0.4);
+      now += cost;
+      ++shown;
+    }
+    EXPECT_NEAR(shown, expected, 20);
+  }
 }
 
 TEST(TextFormats, JsonLinesKeysAndNumbers) {

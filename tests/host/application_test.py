@@ -106,6 +106,7 @@ class Application(ApplicationTest):
             "clip.y4m --roi 0,0,9,9 --roi 32,0,9,9":
                 "--roi lies outside of the frame: 32,0 in 32x18",
             "file:clip.y4m --output clip.y4m": "would be overwritten: clip.y4m",
+            "clip.y4m --live": "--live is for what comes as it happens",
             "clip.y4m --report -": "--report: needs a name",
             "clip.y4m --crop-faces .": "--crop-faces needs another folder",
             "shot_%03d.png --annotate shot_001.png": "would be overwritten: shot_001.png",

@@ -4,6 +4,7 @@ damaged ones, the annotated ones that it writes, and devices."""
 import itertools
 import os
 import pathlib
+import select
 import shutil
 import struct
 import subprocess
@@ -249,6 +250,15 @@ class Devices(ApplicationTest):
         for words, shown in (([], False), (["--format", "csv"], True)):
             self.assertEqual(b"0.04,32,18," in self.screen(report + words, True), shown)
             self.assertNotIn(b'"frame"', self.screen(report + words, True))
+
+    @unittest.skipUnless(HAS_FFMPEG, "there is no ffmpeg program")
+    def test_a_live_one_is_not_studied_for_seconds(self):
+        pictures = 25 * full_range_jpeg(noise(self.random, 160, 96))
+        with subprocess.Popen([*PROGRAM, "-", "--live", "--module", MODULES], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as process:
+            process.stdin.write(pictures)
+            process.stdin.flush()
+            self.assertTrue(select.select([process.stdout], [], [], 30)[0])  # it isn't at its end
 
     def test_a_full_one_is_told_in_one_line(self):
         clip = self.file("clip.y4m", y4m([plain(32, 18)] * 2))

@@ -105,6 +105,10 @@ bool FfmpegInput::openFormat(const InputRequest& request, std::string& error) {
   if (std::filesystem::exists(request.path, failure))
     options.set("pattern_type",
                 "none");  // a picture's name is a name, whatever characters are in it
+  if (request.live) {  // FFmpeg looks at up to 5 s or 1 MiB of some streams to tell what they are
+    options.set("analyzeduration", "100000");
+    options.set("formatprobesize", "65536");
+  }
   for (const auto& [key, value] : request.options)
     options.set(key, value);
 

@@ -20,6 +20,7 @@ struct InputRequest {
   std::string path;    ///< "-" is the standard input
   std::string format;  ///< name of the input format; empty: found out from the input
   std::vector<std::pair<std::string, std::string>> options;  ///< of that format
+  bool live = false;  ///< begin with the first frame, and leave out those that come too late
 };
 
 struct FrameRate {
