@@ -93,7 +93,7 @@ std::string earlierFacePicture(const std::string& folder) {
   std::error_code failure;
   if (!folder.empty())
     for (const auto& file : std::filesystem::directory_iterator(pathFromUtf8(folder), failure))
-      if (const std::string name = utf8FromPath(file.path());
+      if (std::string name = utf8FromPath(file.path());
           isOfPattern(name, utf8FromPath(file.path().parent_path() / facePicturePattern)))
         return name;
   return {};
