@@ -153,7 +153,8 @@ EXPORTS = {
         "tavro_host_unload", "tavro::host::createInstance", "tavro::host::destroyInstance",
         "tavro::host::findDetector", "tavro::host::findModule", "tavro::host::loadModule",
         "tavro::host::modules", "tavro::host::setBoundaryObserver", "tavro::host::unloadModule",
-        "tavro::host::squareDetectorBeside",
+        "tavro::host::squareDetectorBeside", "tavro::host::FaceNumbers::forget",
+        "tavro::host::FaceNumbers::update",
         *(f"tavro::host::FrameSearch::{function}"
           for function in ("check", "open", "restart", "search", "smallestFace", "windows",
                            "~FrameSearch"))},
