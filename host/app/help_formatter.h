@@ -48,6 +48,11 @@ class HelpFormatter final : public CLI::Formatter {
   std::string make_footer(const CLI::App* app) const override {
     return wrapped(Formatter::make_footer(app), width_);
   }
+  /// What has to be given with it is said in words, if at all.
+  std::string make_option_opts(const CLI::Option* option) const override {
+    return (option->get_type_size() != 0 ? ' ' + option->get_type_name() : "") +
+           (option->get_required() ? " REQUIRED" : "");
+  }
   std::string make_option_desc(const CLI::Option* option) const override {
     return wrapped(Formatter::make_option_desc(option), width_ - get_column_width());
   }

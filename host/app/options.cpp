@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "host/app/help_formatter.h"
+#include "host/app/hiding_options.h"
 #include "host/app/output/best_faces.h"
 #include "host/app/output/serve/web_address.h"
 #include "host/app/output/text_format.h"
@@ -186,11 +187,11 @@ std::string contradiction(const Options& options) {
         return hasExtension(output.annotate, extension);
       }))
     return "--annotate needs a name that ends in " + anyOf(known) + ": " + output.annotate;
-  if (output.blur && !showsFrames(output))
+  if (output.hiding.isWanted && !showsFrames(output))
     return "--blur needs an output that shows frames, such as --annotate";
-  if ((output.blur || output.format == "blur-filter") && options.every > 1)
+  if ((output.hiding.isWanted || output.format == "blur-filter") && options.every > 1)
     return "hiding faces needs every frame, and --every leaves some out";
-  if (output.blur && !(output.cropFaces.empty() && output.report.empty()))
+  if (output.hiding.isWanted && !(output.cropFaces.empty() && output.report.empty()))
     return "--blur hides the faces that --crop-faces and --report show";
   if (!output.cropFaces.empty() &&
       isInput(utf8FromPath(pathFromUtf8(output.cropFaces) / pathFromUtf8(input).filename()), input))
@@ -265,18 +266,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.add_option("--annotate", options.output.annotate, help.annotate)
       ->type_name("FILE")
       ->check(ownName);
-  app.add_flag(
-      "--blur", options.output.blur,
-      "Pixelate the faces instead of framing them, also for moments in which the detector "
-      "misses them, and a third of a second before they appear and after they leave. Files "
-      "are read twice for that, what other inputs show comes later by --delay. A face that "
-      "is never found isn't hidden: look through the result before you publish it");
-  app.add_option(
-         "--delay", options.output.delay,
-         "How much later --blur shows what doesn't come from a file. A face that comes back "
-         "within that time stays hidden in between (default: 1)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 10.0));
+  addHidingOptions(app, options.output.hiding);
   app.add_option(
          "--crop-faces", options.output.cropFaces,
          "Folder for a JPEG of each face, from the frame that shows it best; it must not hold "
@@ -362,6 +352,8 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   for (const std::string& text : regions)
     options.search.windows.regions.push_back(*parseRegion(text));
   options.search.budget = parseBudget(budgetText).value_or(0.0);
+  if (const TimeSpan& when = options.output.hiding.when; when.from >= when.to)
+    return badUsage("--to must be later than --from");
   if (options.output.results == "-")  // as for INPUT
     options.output.results.clear();
   if (std::string fault = contradiction(options); !fault.empty())

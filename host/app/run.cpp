@@ -18,7 +18,6 @@
 #include "host/app/platform/process.h"
 #include "host/app/search/detector_session.h"
 #include "host/app/search/statistics.h"
-#include "host/core/face_cover.h"
 #include "host/core/face_numbers.h"
 #include "host/core/utf8_path.h"
 
@@ -49,7 +48,8 @@ struct Finding {
 /// step that fails for good returns false, with a line for the user in `error_`.
 class Run {
  public:
-  explicit Run(const Options& options) : options_(options), looksAhead_(canLookAhead(options)) {}
+  explicit Run(const Options& options)
+      : options_(options), looksAhead_(canLookAhead(options)), hiding_(options.output.hiding) {}
 
   int execute() {
     const auto start = Clock::now();
@@ -102,18 +102,29 @@ class Run {
     return true;
   }
 
+  bool isInFrame(const char* option, const Window& area) {
+    const I420Frame& picture = input_->picture();
+    return touchesFrame(area, picture.width(), picture.height()) ||
+           fail(std::string(option) + " lies outside of the frame: " + std::to_string(area.x) +
+                "," + std::to_string(area.y) + " in " + std::to_string(picture.width()) + "x" +
+                std::to_string(picture.height()));
+  }
+
   /// Opened with the first picture. The module prints lines of its own, and a fault of the input or
   /// the outputs is to be told in a single line.
   bool openDetector() {
     std::string error;
     if (detector_ != nullptr)
       return true;
-    const I420Frame& picture = input_->picture();
     for (const Window& region : options_.search.windows.regions)
-      if (!touchesFrame(region, picture.width(), picture.height()))
-        return fail("--roi lies outside of the frame: " + std::to_string(region.x) + "," +
-                    std::to_string(region.y) + " in " + std::to_string(picture.width()) + "x" +
-                    std::to_string(picture.height()));
+      if (!isInFrame("--roi", region))
+        return false;
+    for (const TimedArea& area : options_.output.hiding.hide)
+      if (!isInFrame("--hide", area.area))
+        return false;
+    for (const TimedArea& area : options_.output.hiding.keep)
+      if (!isInFrame("--keep", area.area))
+        return false;
     detector_ = DetectorSession::open(options_.module, options_.search, error);
     // Each window has an instance, which would print what the first one has printed.
     if (options_.search.windows.smallestFace > 0)
@@ -122,7 +133,7 @@ class Run {
   }
 
   static bool hidesFaces(const Options& options) {
-    return options.output.blur && showsFrames(options.output);
+    return options.output.hiding.isWanted && showsFrames(options.output);
   }
 
   /// With --serve somebody is watching.
@@ -205,12 +216,12 @@ class Run {
     if (!picture.has_value())
       return fail("out of memory");
     held_.push_back({std::move(*picture), std::move(finding)});
-    return writeHeld(options_.output.delay);
+    return writeHeld(options_.output.hiding.delay);
   }
 
   /// Writes the pictures that have waited for that many seconds.
   bool writeHeld(double delay) {
-    while (!held_.empty() && cover_.secondsSince(shownFrames_) >= delay) {
+    while (!held_.empty() && hiding_.secondsAhead() >= delay) {
       if (!writeOut(held_.front().picture, held_.front().finding))
         return false;
       held_.pop_front();
@@ -230,7 +241,7 @@ class Run {
     finding.numbers.assign(shownNumbers_.begin(), shownNumbers_.end());
     finding.lost.assign(numbers_.lost().begin(), numbers_.lost().end());
     if (hidesFaces(options_))
-      cover_.add(finding.time, finding.faces, finding.numbers);
+      hiding_.add(finding.time, finding.faces, finding.numbers);
     return finding;
   }
 
@@ -281,7 +292,7 @@ class Run {
                                 .lost = finding.lost};
     std::optional<I420Frame> shown;
     if (showsFrames(options_.output)) {
-      shown = hidesFaces(options_) ? anonymised(picture, finding.refused)
+      shown = hidesFaces(options_) ? hiding_.shown(picture, finding.time, finding.refused)
                                    : withRectangles(picture, finding.faces);
       if (!shown.has_value())
         return fail("out of memory");
@@ -298,20 +309,6 @@ class Run {
                                      error);
                                }) ||
            fail(error);
-  }
-
-  /// The next picture to be written, without its faces. If the detector has refused the frame,
-  /// nothing of it is shown.
-  std::optional<I420Frame> anonymised(const I420Frame& picture, bool isRefused) {
-    auto copy = copyOf(picture);
-    if (!copy.has_value())
-      return copy;
-    for (const auto& face : cover_.at(shownFrames_))
-      hideFace(*copy, face, Hiding::pixelate);
-    cover_.forgetBefore(shownFrames_++);
-    if (isRefused)
-      hideFace(*copy, {0, 0, picture.width(), picture.height()}, Hiding::pixelate);
-    return copy;
   }
 
   /// Completes the files as far as they got, after a failure too.
@@ -332,6 +329,9 @@ class Run {
     if (refusedFrames_ != 0)
       std::fprintf(stderr, "tavro-fd: warning: the detector refused %s%s\n",
                    counted(refusedFrames_, "frame").c_str(), windowFailure_.c_str());
+    for (const int64_t number : hiding_.missing())
+      std::fprintf(stderr, "tavro-fd: warning: --keep-face %lld: no such face was found\n",
+                   static_cast<long long>(number));
     if (isStopRequested())
       return exitStopped + stopSignal();
     return damage_.any() || refusedFrames_ != 0 ? exitIncomplete : exitSuccess;
@@ -354,8 +354,7 @@ class Run {
   };
   std::deque<Held> held_;       ///< pictures that wait for what follows
   std::vector<Finding> found_;  ///< in all of a file, before anything of it is shown
-  FaceCover cover_;
-  size_t shownFrames_ = 0;
+  FaceHiding hiding_;
   double endTime_ = 0.0;  ///< of the last frame
   RunStatistics statistics_;
   StreamDamage damage_;

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
+#include <numbers>
+#include <utility>
 #include <vector>
 
 namespace tavro::host {
@@ -26,18 +29,18 @@ struct Area {
   int64_t left, top, right, bottom;
 };
 
-/// A part of one component.
+/// A part of one component, which begins at that column and row of it.
 struct Patch {
   uint8_t* first;
   int64_t stride, step;
+  int64_t left, top;
   int64_t width, height;
 
   uint8_t& at(int64_t x, int64_t y) const { return first[y * stride + x * step]; }
 
-  void fill(uint8_t sample) const {
-    for (int64_t y = 0; y < height; ++y)
-      for (int64_t x = 0; x < width; ++x)
-        at(x, y) = sample;
+  void fill(int64_t row, int64_t from, int64_t to, uint8_t sample) const {
+    for (int64_t x = from; x < to; ++x)
+      at(x, row) = sample;
   }
 };
 
@@ -52,8 +55,13 @@ Patch patchOf(const Component& component, int32_t plane, int32_t width, int32_t 
   const int64_t right = std::clamp<int64_t>((area.right + half) >> half, left, columns);
   const int64_t top = std::clamp<int64_t>(area.top >> half, 0, rows);
   const int64_t bottom = std::clamp<int64_t>((area.bottom + half) >> half, top, rows);
-  return {component.samples + top * component.stride + left * component.step, component.stride,
-          component.step, right - left, bottom - top};
+  return {component.samples + top * component.stride + left * component.step,
+          component.stride,
+          component.step,
+          left,
+          top,
+          right - left,
+          bottom - top};
 }
 
 /// The lines of a box. With even corners and an even thickness, the chroma of a line covers just
@@ -122,7 +130,39 @@ std::vector<Between> placesAlong(int64_t size, bool isSmooth) {
   return places;
 }
 
-void spread(const Means& means, const Patch& patch, bool isSmooth) {
+/// The half-open area around an ellipse whose inner rectangle has these corners.
+Area aroundEllipse(const FaceRect& inner) {
+  const auto grow = [](int64_t size) {
+    return static_cast<int64_t>(
+        std::ceil(static_cast<double>(size) * (std::numbers::sqrt2 - 1) / 2));
+  };
+  const int64_t x = grow(int64_t{inner.right} - inner.left);
+  const int64_t y = grow(int64_t{inner.bottom} - inner.top);
+  return {inner.left - x, inner.top - y, inner.right + x, inner.bottom + y};
+}
+
+/// The columns of a component's row, half-open, in which it touches the smallest ellipse around
+/// the rectangle.
+std::pair<int64_t, int64_t> columnsInEllipse(const FaceRect& inner, int32_t plane, int64_t row) {
+  const int half = plane == 0 ? 0 : 1;
+  const double middleX = (double(inner.left) + inner.right) / 2;
+  const double middleY = (double(inner.top) + inner.bottom) / 2;
+  // The row is a band; where the ellipse is widest in it, it is nearest to the middle.
+  const auto top = static_cast<double>(row << half);
+  const auto bottom = static_cast<double>((row + 1) << half);
+  const double distance = std::clamp(middleY, top, bottom) - middleY;
+  const double partY = distance / ((double(inner.bottom) - inner.top) / std::numbers::sqrt2);
+  const double reach = (double(inner.right) - inner.left) / std::numbers::sqrt2 *
+                       std::sqrt(std::max(0.0, 1.0 - partY * partY));
+  const auto left = static_cast<int64_t>(std::floor(middleX - reach));
+  const auto right = static_cast<int64_t>(std::ceil(middleX + reach));
+  return {left >> half, (right + half) >> half};
+}
+
+/// The columns of each row of a patch that are to be hidden, half-open.
+using Rows = std::vector<std::pair<int64_t, int64_t>>;
+
+void spread(const Means& means, const Patch& patch, const Rows& hidden, bool isSmooth) {
   const std::vector<Between> columns = placesAlong(patch.width, isSmooth);
   const std::vector<Between> rows = placesAlong(patch.height, isSmooth);
   for (int64_t y = 0; y < patch.height; ++y) {
@@ -130,7 +170,7 @@ void spread(const Means& means, const Patch& patch, bool isSmooth) {
     int64_t line[blocksPerSide];
     for (int64_t column = 0; column < blocksPerSide; ++column)
       line[column] = means.of[above][column] * (256 - part) + means.of[below][column] * part;
-    for (int64_t x = 0; x < patch.width; ++x) {
+    for (auto [x, end] = hidden[static_cast<size_t>(y)]; x < end; ++x) {
       const Between& column = columns[static_cast<size_t>(x)];
       patch.at(x, y) = static_cast<uint8_t>(
           (line[column.first] * (256 - column.part) + line[column.second] * column.part + 32768) >>
@@ -150,30 +190,46 @@ void drawOutlines(std::span<const Component, planeCount> picture, int32_t width,
                   std::span<const FaceRect> faces) {
   for (const FaceRect& face : faces)
     for (const Area& line : linesOf(face, width, height))
-      for (int32_t plane = 0; plane < planeCount; ++plane)
-        patchOf(picture[static_cast<size_t>(plane)], plane, width, height, line)
-            .fill(lineColor[plane]);
+      for (int32_t plane = 0; plane < planeCount; ++plane) {
+        const Patch patch =
+            patchOf(picture[static_cast<size_t>(plane)], plane, width, height, line);
+        for (int64_t y = 0; y < patch.height; ++y)
+          patch.fill(y, 0, patch.width, lineColor[plane]);
+      }
 }
 
-FaceRect withMargin(const FaceRect& face) {
-  const int64_t x = (int64_t{face.right} - face.left) / 4;
-  const int64_t y = (int64_t{face.bottom} - face.top) / 4;
+FaceRect withMargin(const FaceRect& face, int32_t percent) {
+  const int64_t x = (int64_t{face.right} - face.left) * percent / 100;
+  const int64_t y = (int64_t{face.bottom} - face.top) * percent / 100;
   return {saturated(face.left - x), saturated(face.top - y), saturated(face.right + x),
           saturated(face.bottom + y)};
 }
 
 void hideFace(std::span<const Component, planeCount> picture, int32_t width, int32_t height,
-              const FaceRect& face, Hiding how) {
-  const auto [left, top, right, bottom] = withMargin(face);
+              const FaceRect& face, const HidingStyle& style) {
+  const FaceRect covered = withMargin(face, style.margin);
+  const bool isEllipse = style.shape == HidingShape::ellipse;
+  const Area area = isEllipse ? aroundEllipse(covered)
+                              : Area{covered.left, covered.top, covered.right, covered.bottom};
   for (int32_t plane = 0; plane < planeCount; ++plane) {
-    const Patch patch = patchOf(picture[static_cast<size_t>(plane)], plane, width, height,
-                                {left, top, right, bottom});
+    const Component& component = picture[static_cast<size_t>(plane)];
+    const Patch patch = patchOf(component, plane, width, height, area);
     if (patch.width == 0 || patch.height == 0)
       continue;
-    if (how == Hiding::solid)
-      patch.fill(black[plane]);
+    Rows hidden(static_cast<size_t>(patch.height), {0, patch.width});
+    if (isEllipse) {
+      for (int64_t y = 0; y < patch.height; ++y) {
+        const auto [left, right] = columnsInEllipse(covered, plane, patch.top + y);
+        hidden[static_cast<size_t>(y)] = {std::clamp<int64_t>(left - patch.left, 0, patch.width),
+                                          std::clamp<int64_t>(right - patch.left, 0, patch.width)};
+      }
+    }
+    if (style.how != Hiding::solid)
+      spread(Means(patch), patch, hidden, style.how == Hiding::blur);
     else
-      spread(Means(patch), patch, how == Hiding::blur);
+      for (int64_t y = 0; y < patch.height; ++y)
+        patch.fill(y, hidden[static_cast<size_t>(y)].first, hidden[static_cast<size_t>(y)].second,
+                   black[plane]);
   }
 }
 

@@ -33,12 +33,26 @@ enum class Hiding : int32_t {
   solid,     ///< black
 };
 
+enum class HidingShape : int32_t {
+  rectangle,
+  ellipse,  ///< the smallest one around the rectangle
+};
+
+inline constexpr int32_t largestMargin = 1000;  ///< more would cover any picture
+
+struct HidingStyle {
+  Hiding how = Hiding::pixelate;
+  HidingShape shape = HidingShape::rectangle;
+  int32_t margin = 25;  ///< on each side, in percent of the face's size: 0 to largestMargin
+};
+
 /// The rectangle with a margin for what else belongs to a face: hair, ears, chin.
-TavroRTC::FDModule::FaceRect withMargin(const TavroRTC::FDModule::FaceRect& face);
+TavroRTC::FDModule::FaceRect withMargin(const TavroRTC::FDModule::FaceRect& face,
+                                        int32_t percent = HidingStyle().margin);
 
 /// Hides what is behind the rectangle with its margin, clipped to the picture. The size is in
 /// pixels; the rectangle may lie anywhere.
 void hideFace(std::span<const Component, planeCount> picture, int32_t width, int32_t height,
-              const TavroRTC::FDModule::FaceRect& face, Hiding how);
+              const TavroRTC::FDModule::FaceRect& face, const HidingStyle& style);
 
 }  // namespace tavro::host

@@ -17,6 +17,8 @@ enum PropertyId : guint {
   skipLateId,
   drawId,
   hideId,
+  hideShapeId,
+  hideMarginId,
   messagesId,
   framesId,
   lateFramesId,
@@ -54,10 +56,14 @@ constexpr const char* skipLateText =
     "out. A sink that doesn't synchronise makes no picture late";
 constexpr const char* drawText = "Draw the outlines of the faces into the pictures";
 constexpr const char* hideText =
-    "Hide the faces in the pictures, with a margin of a quarter of their size, where they are and "
-    "for a third of a second after they were last found. Nothing is hidden before a face is found, "
+    "Hide the faces in the pictures, where they are and for a third of a second after they were "
+    "last "
+    "found. Nothing is hidden before a face is found, "
     "and every-n-frames and skip-late find it later. A picture that can't be searched is hidden as "
     "a whole. Look through the result before you publish it";
+constexpr const char* hideShapeText = "What is hidden of a picture with a face";
+constexpr const char* hideMarginText =
+    "How far what is hidden reaches beyond a face on each side, in percent of its size";
 constexpr const char* messagesText =
     "When to post an element message on the bus. Its structure tavro-faces has the fields frame "
     "(number of the picture in the stream), timestamp, stream-time, running-time and duration (all "
@@ -104,6 +110,17 @@ GType hidingType() {
   return type;
 }
 
+GType hidingShapeType() {
+  static const GEnumValue values[] = {
+      {static_cast<gint>(host::HidingShape::rectangle), "The face's rectangle with its margin",
+       "rectangle"},
+      {static_cast<gint>(host::HidingShape::ellipse), "The smallest ellipse around it", "ellipse"},
+      {0, nullptr, nullptr},
+  };
+  static const GType type = g_enum_register_static("TavroFaceDetectHideShape", values);
+  return type;
+}
+
 std::string textOf(const GValue* value) {
   const gchar* text = g_value_get_string(value);
   return text != nullptr ? text : "";
@@ -135,6 +152,11 @@ void installProperties(GObjectClass* objectClass) {
       g_param_spec_boolean("skip-late", "Skip late", skipLateText, defaults.skipLate, setting));
   add(drawId, g_param_spec_boolean("draw", "Draw", drawText, defaults.draw, setting));
   add(hideId, g_param_spec_enum("hide", "Hide", hideText, hidingType(), hideNothing, setting));
+  add(hideShapeId,
+      g_param_spec_enum("hide-shape", "Shape of what is hidden", hideShapeText, hidingShapeType(),
+                        static_cast<gint>(defaults.hiding.shape), setting));
+  add(hideMarginId, g_param_spec_int("hide-margin", "Margin of what is hidden", hideMarginText, 0,
+                                     host::largestMargin, defaults.hiding.margin, setting));
   add(messagesId, g_param_spec_enum("messages", "Messages", messagesText, messagePolicyType(),
                                     static_cast<gint>(defaults.messages), setting));
   add(framesId, g_param_spec_uint64("frames", "Frames", framesText, 0, G_MAXUINT64, 0, counter));
@@ -186,7 +208,13 @@ bool readProperty(guint id, const Settings& settings, const Counters& counters, 
       g_value_set_boolean(value, settings.draw);
       return true;
     case hideId:
-      g_value_set_enum(value, settings.hide ? numberOf(*settings.hide) : hideNothing);
+      g_value_set_enum(value, settings.hides ? numberOf(settings.hiding.how) : hideNothing);
+      return true;
+    case hideShapeId:
+      g_value_set_enum(value, static_cast<gint>(settings.hiding.shape));
+      return true;
+    case hideMarginId:
+      g_value_set_int(value, settings.hiding.margin);
       return true;
     case messagesId:
       g_value_set_enum(value, static_cast<gint>(settings.messages));
@@ -236,11 +264,17 @@ bool writeProperty(guint id, Settings& settings, const GValue* value) {
       return true;
     case hideId: {
       const gint number = g_value_get_enum(value);
-      settings.hide.reset();
-      if (number != hideNothing)
-        settings.hide = static_cast<host::Hiding>(number - 1);
+      settings.hides = number != hideNothing;
+      if (settings.hides)
+        settings.hiding.how = static_cast<host::Hiding>(number - 1);
       return true;
     }
+    case hideShapeId:
+      settings.hiding.shape = static_cast<host::HidingShape>(g_value_get_enum(value));
+      return true;
+    case hideMarginId:
+      settings.hiding.margin = g_value_get_int(value);
+      return true;
     case messagesId:
       settings.messages = static_cast<MessagePolicy>(g_value_get_enum(value));
       return true;

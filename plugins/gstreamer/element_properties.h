@@ -35,7 +35,8 @@ struct Settings {
   guint everyNFrames = 1;
   bool skipLate = true;
   bool draw = false;
-  std::optional<host::Hiding> hide;  ///< empty: nothing is hidden
+  bool hides = false;
+  host::HidingStyle hiding;
   MessagePolicy messages = MessagePolicy::onChange;
 };
 

@@ -264,14 +264,14 @@ GstFlowReturn transformInPlace(GstBaseTransform* base, GstBuffer* buffer) {
   const std::span<const Face> faces = state.search->faces();
   addFaceRegions(buffer, faces);
   const std::vector<FaceRect> hidden =
-      settings.hide.has_value() ? state.search->covers() : std::vector<FaceRect>();
+      settings.hides ? state.search->covers() : std::vector<FaceRect>();
   // Mapped for writing, memory that is shared is copied; so not without need.
   if ((settings.draw && !faces.empty()) || !hidden.empty()) {
     MappedPicture picture(state.info, buffer, GST_MAP_READWRITE);
     if (picture.get() == nullptr || !FrameReader::isReadable(*picture.get()))
       return refusePicture(base);
-    if (settings.hide.has_value())
-      hideFaces(*picture.get(), hidden, *settings.hide);
+    if (settings.hides)
+      hideFaces(*picture.get(), hidden, settings.hiding);
     if (settings.draw)
       drawFaces(*picture.get(), faces);
   }

@@ -70,10 +70,11 @@ void drawFaces(GstVideoFrame& picture, std::span<const Face> faces) {
                      GST_VIDEO_FRAME_HEIGHT(&picture), rects);
 }
 
-void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects, host::Hiding how) {
+void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects,
+               const host::HidingStyle& style) {
   for (const FaceRect& rect : rects)
     host::hideFace(componentsOf(picture), GST_VIDEO_FRAME_WIDTH(&picture),
-                   GST_VIDEO_FRAME_HEIGHT(&picture), rect, how);
+                   GST_VIDEO_FRAME_HEIGHT(&picture), rect, style);
 }
 
 }  // namespace tavro::gstreamer

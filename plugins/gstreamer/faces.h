@@ -45,6 +45,7 @@ void addFaceRegions(GstBuffer* buffer, std::span<const Face> faces);
 void drawFaces(GstVideoFrame& picture, std::span<const Face> faces);
 
 /// Hides what is behind the rectangles in such a picture.
-void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects, host::Hiding how);
+void hideFaces(GstVideoFrame& picture, std::span<const FaceRect> rects,
+               const host::HidingStyle& style);
 
 }  // namespace tavro::gstreamer

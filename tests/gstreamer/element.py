@@ -100,10 +100,11 @@ def outlined(frame, face):
     return Frame(frame.width, frame.height, planes)
 
 
-def hidden_part(face, plane, form):
+def hidden_part(face, plane, form, margin=25):
     """The rows and columns of a plane in which a face with its margin is hidden."""
     left, top, right, bottom = face
-    across, down = int((right - left) / 4), int((bottom - top) / 4)
+    across, down = ((end - start) * margin // 100 for start, end in
+                    ((left, right), (top, bottom)))
     part = 2 if plane else 1
     columns = 2 if plane and form == "NV12" else 1  # bytes of a column
     return (slice(max(top - down, 0) // part, -(-(bottom + down) // part)),

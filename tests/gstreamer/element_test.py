@@ -68,7 +68,9 @@ class Pads(ElementTest):
         for form, width, height, *padding in (("NV12", 320, 240, 7), ("I420", 321, 241, 3, 2)):
             frame = portrait(width, height)
             for options in ({}, {"draw": "true"}, {"hide": "none"}, {"hide": "pixelate"},
-                            {"hide": "blur"}, {"hide": "solid"}):
+                            {"hide": "blur"}, {"hide": "solid"},
+                            {"hide": "solid", "hide_margin": "40"},
+                            {"hide": "solid", "hide_margin": "0", "hide_shape": "ellipse"}):
                 with self.subTest(form, **options), \
                         Element(width, height, form, **options) as element:
                     held = buffer_of(frame, form, *padding)
@@ -87,14 +89,16 @@ class Pads(ElementTest):
                         drawn = content[start:start + len(rows) * stride].reshape(-1, stride)
                         drawn = drawn[:, :rows.shape[1]]
                         if hide != "none":
-                            part = hidden_part(face, plane, form)
+                            part = hidden_part(face, plane, form,
+                                               int(options.get("hide_margin", 25)))
                             colours = len(np.unique(drawn[part]))
                             limits = {"pixelate": (6, 36), "blur": (37, 200), "solid": (1, 1)}[hide]
                             if plane == 0 or hide == "solid":
                                 self.assertTrue(limits[0] <= colours <= limits[1], colours)
                             rows = rows.copy()
                             rows[part] = drawn[part]
-                        self.assertTrue((drawn == rows).all(), plane)
+                        # An ellipse reaches beyond its rectangle.
+                        self.assertEqual((drawn == rows).all(), "hide_shape" not in options, plane)
 
     def test_faces_stay_hidden_for_a_third_of_a_second(self):
         nothing = plain(160, 120)

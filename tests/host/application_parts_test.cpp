@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
+#include <numbers>
 #include <numeric>
 #include <random>
 #include <set>
@@ -119,13 +121,13 @@ TEST(Anonymisation, LeavesThirtySixMeansOfAFaceAndTheRestAlone) {
                                       << face.top << " " << face.right << " " << face.bottom);
       const I420Frame frame = noise(width, height);
       auto hidden = copyOf(frame);
-      hideFace(*hidden, face, Hiding::pixelate);
+      hideFace(*hidden, face, {Hiding::pixelate});
       // Whatever hides a face makes the same of it and of its means.
       for (const Hiding how : {Hiding::pixelate, Hiding::blur, Hiding::solid}) {
         auto ofFace = copyOf(frame);
         auto ofMeans = copyOf(*hidden);
-        hideFace(*ofFace, face, how);
-        hideFace(*ofMeans, face, how);
+        hideFace(*ofFace, face, {how});
+        hideFace(*ofMeans, face, {how});
         for (int32_t plane = 0; plane < planeCount; ++plane)
           EXPECT_TRUE(std::ranges::equal(samplesOf(*ofFace, plane), samplesOf(*ofMeans, plane)))
               << static_cast<int>(how);
@@ -151,6 +153,44 @@ TEST(Anonymisation, LeavesThirtySixMeansOfAFaceAndTheRestAlone) {
     }
 }
 
+TEST(Anonymisation, CoversTheMarginAndNothingBeyondTheShape) {
+  for (const HidingShape shape : {HidingShape::rectangle, HidingShape::ellipse})
+    for (const int32_t percent : {0, 25, 40})
+      for (const FaceRect& face : anywhere) {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(shape) << " " << percent << " "
+                                        << face.left << " " << face.top << " " << face.right);
+        auto frame = copyOf(test::plainFrame(161, 97));
+        for (int32_t plane = 0; plane < planeCount; ++plane)
+          std::fill_n(frame->writablePlane(plane), samplesOf(*frame, plane).size(), uint8_t{200});
+        hideFace(*frame, face, {Hiding::solid, shape, percent});
+        const auto [left, top, right, bottom] = withMargin(face, percent);
+        const double middleX = (double(left) + right) / 2;
+        const double middleY = (double(top) + bottom) / 2;
+        const double halfWidth = (double(right) - left) / 2;
+        const double halfHeight = (double(bottom) - top) / 2;
+        for (int32_t plane = 0; plane < planeCount; ++plane)
+          for (int32_t y = 0; y < frame->planeHeight(plane); ++y)
+            for (int32_t x = 0; x < frame->planeWidth(plane); ++x) {
+              const bool isHidden =
+                  frame->planeData(plane)[y * frame->planeStride(plane) + x] != 200;
+              const double part = plane == 0 ? 1 : 2;
+              const double nearX = std::clamp(middleX, x * part, (x + 1) * part) - middleX;
+              const double nearY = std::clamp(middleY, y * part, (y + 1) * part) - middleY;
+              if (halfWidth > 0 && halfHeight > 0 && std::abs(nearX) < halfWidth &&
+                  std::abs(nearY) < halfHeight) {
+                ASSERT_TRUE(isHidden) << plane << ": " << x << " " << y;
+              } else if (isHidden) {
+                ASSERT_TRUE(shape == HidingShape::ellipse) << plane << ": " << x << " " << y;
+                // A pixel's width of rounding.
+                ASSERT_LE(std::hypot(std::max(0.0, std::abs(nearX) - part) / halfWidth,
+                                     std::max(0.0, std::abs(nearY) - part) / halfHeight),
+                          std::numbers::sqrt2)
+                    << plane << ": " << x << " " << y;
+              }
+            }
+      }
+}
+
 TEST(BestFaces, CutsWhereverTheFaceIs) {
   for (const auto& [width, height] : {std::pair{160, 96}, {161, 97}, {1, 1}, {3, 2}, {2, 900}})
     for (const int32_t limit : {0, 16})
@@ -174,7 +214,7 @@ TEST(BestFaces, CutsWhereverTheFaceIs) {
   // Sharp beats blurred, whole beats half.
   const I420Frame sharp = noise(160, 96);
   auto blurred = copyOf(sharp);
-  hideFace(*blurred, {40, 20, 100, 80}, Hiding::blur);
+  hideFace(*blurred, {40, 20, 100, 80}, {Hiding::blur});
   EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(*blurred, {40, 20, 100, 80}));
   EXPECT_GT(faceQuality(sharp, {40, 20, 100, 80}), 2 * faceQuality(sharp, {-30, 20, 30, 80}));
 }

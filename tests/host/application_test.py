@@ -106,6 +106,16 @@ class Application(ApplicationTest):
             "clip.y4m --roi 0,0,9,9 --roi 32,0,9,9":
                 "--roi lies outside of the frame: 32,0 in 32x18",
             "file:clip.y4m --output clip.y4m": "would be overwritten: clip.y4m",
+            "clip.y4m --blur --hide-style grey": "--hide-style: must be pixelate, blur or solid, not",
+            "clip.y4m --blur --hide-shape round": "must be rectangle or ellipse, not round",
+            "clip.y4m --blur --hide-margin -1": "must be a percentage from 0 to 1000, not -1",
+            "clip.y4m --blur --keep-face 0": "--keep-face: must be a face's number, not 0",
+            "clip.y4m --blur --hide 0,0,9,9@2-1": "--hide: must be X,Y,W,H in pixels or X,Y,W,H@FROM",
+            "clip.y4m --blur --from 1:x": "--from: must be a time such as 75.5 or 1:15.5, not 1:x",
+            "clip.y4m --blur --to 1 --from 0:01 --annotate b.png": "--to must be later than --from",
+            "clip.y4m --blur --keep 0,18,9,9 --annotate b.png":
+                "--keep lies outside of the frame: 0,18 in 32x18",
+            "clip.y4m --keep 0,0,9,9": "--keep requires --blur",
             "clip.y4m --live": "--live is for what comes as it happens",
             "clip.y4m --report -": "--report: needs a name",
             "clip.y4m --crop-faces .": "--crop-faces needs another folder",
@@ -124,7 +134,8 @@ class Application(ApplicationTest):
             --annotate /nowhere/boxes.png; --input-format no-such-format;
             --input-option novalue; --input-option no_such_option=1; --smallest-face 12px;
             --max-windows 1001; --threads -1; --smallest-face 9 --budget 0; --roi 0,0,9,0;
-            --roi 0,0,9,9,"""  # 192.0.2.1 is no address of this machine
+            --roi 0,0,9,9,; --blur --hide 0,0,9,9@; --blur --hide 0,0,9,9@-; --blur --keep 0,0,9,0;
+            --blur --keep 0,0,9,9@1; --blur --from -1; --blur --to nan; --blur --to"""  # 192.0.2.1 is no address of this machine
         for arguments, reason in (
                 *((line.split(), reason) for line, reason in told.items()),
                 *(([clip, *line.split()], "") for line in options.split(";")),

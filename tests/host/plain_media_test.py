@@ -1,4 +1,5 @@
-"""tavro-fd with the media that need no library: what is read, byte for byte, and what is refused."""
+"""tavro-fd with the media that need no library: what is read and what is written, byte for byte, and
+what is refused."""
 
 import pathlib
 
@@ -96,6 +97,73 @@ class PlainMedia(ApplicationTest):
         copy = self.path("copy.y4m")
         self.succeed(2, self.file("clip.y4m", stream), "--annotate", copy, module="painted")
         self.assertEqual(pathlib.Path(copy).read_bytes(), stream)
+
+    def test_hiding_covers_what_it_must_and_touches_nothing_else(self):
+        # Two faces that stand still, at six frames a second: hidden two frames before and after.
+        faces = {1: ((20, 20, 50, 60), 3, 6, 200), 2: ((100, 33, 141, 72), 4, 12, 230)}
+        frames = []
+        for index in range(18):
+            frame = noise(self.random, 161, 97)
+            frame.planes = [bytearray(sample & 127 for sample in plane) for plane in frame.planes]
+            for (left, top, right, bottom), first, last, luma in faces.values():
+                for y in range(top, bottom) if first <= index <= last else ():
+                    frame.planes[0][y * 161 + left:y * 161 + right] = bytes([luma]) * (right - left)
+            frames.append(frame)
+        clip = self.file("clip.y4m", y4m(frames, "F6:1 C420jpeg"))
+
+        def paint(rows, plane, corners, source=None):
+            """Blackens a rectangle or takes its samples from another picture, whole chroma only."""
+            left, top, right, bottom = corners
+            if plane:
+                down, up = (1, 0) if source is None else (0, 1)
+                left, top = (left + up) // 2, (top + up) // 2
+                right, bottom = (right + down) // 2, (bottom + down) // 2
+            for y in range(max(top, 0), min(bottom, len(rows))):
+                width = len(rows[y])
+                columns = slice(max(0, min(left, width)), max(0, min(right, width)))
+                rows[y][columns] = source[y][columns] if source else \
+                    bytes([128 if plane else 16]) * len(rows[y][columns])
+
+        def rows_of(frame, plane):
+            width, height = frame.plane_size(plane)
+            return [bytearray(frame.planes[plane][y * width:(y + 1) * width]) for y in range(height)]
+
+        always = (0, 18)
+        for options, margin, when, hide, keep, kept_faces in (
+                ("", 25, always, [], [], []),
+                ("--hide-margin 0 --from 0.5 --to 2", 0, (3, 12), [], [], []),
+                ("--hide-margin 40% --keep-face 2", 40, always, [], [], [2]),
+                ("--hide 3,5,20,31@0:00.5-1 --hide 90,0,900,9@2-", 25, always,
+                 [((3, 5, 23, 36), 3, 6), ((90, 0, 990, 9), 12, 18)], [], []),
+                ("--keep 31,40,80,33@0:0:1.0- --hide 0,50,60,5@-1.5 --to 2.5", 25, (0, 15),
+                 [((0, 50, 60, 55), 0, 9)], [((31, 40, 111, 73), 6, 18)], []),
+                ("--keep 99,30,62,67", 25, always, [], [((99, 30, 161, 97), 0, 18)], [2])):
+            with self.subTest(options):
+                outcome = self.detect(clip, *f"--blur --hide-style solid {options} --annotate h.y4m"
+                                      .split(), "-o", "faces", module="painted")
+                self.assertEqual((outcome.code, "warning" in outcome.errors), (0, False),
+                                 outcome.errors)
+                shown = frames_of(pathlib.Path(self.path("h.y4m")).read_bytes())
+                self.assertEqual(len(shown), len(frames))
+                for index, (frame, picture) in enumerate(zip(frames, shown)):
+                    for plane in PLANES:
+                        source = rows_of(frame, plane)
+                        rows = rows_of(frame, plane)
+                        if when[0] <= index < when[1]:
+                            for number, (face, first, last, _) in faces.items():
+                                x, y = ((face[2 + i] - face[i]) * margin // 100 for i in (0, 1))
+                                if first - 2 <= index <= last + 2 and number not in kept_faces:
+                                    paint(rows, plane, (face[0] - x, face[1] - y, face[2] + x,
+                                                        face[3] + y))
+                            for area, first, end in keep:
+                                if first <= index < end:
+                                    paint(rows, plane, area, source)
+                            for area, first, end in hide:
+                                if first <= index < end:
+                                    paint(rows, plane, area)
+                        self.assertTrue(rows == rows_of(picture, plane), (index, plane))
+        told = self.detect(clip, "--blur", "--annotate", "h.y4m", "--keep-face", 3, module="painted")
+        self.assertIn("--keep-face 3: no such face was found", told.errors)
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "host/app/output/drawing.h"
 #include "host/app/output/frame_sink.h"
 #include "host/app/search/frame_result.h"
 #include "host/core/i420_frame.h"
@@ -20,11 +21,10 @@ namespace tavro::host {
 
 /// The outputs that the user asks for.
 struct OutputOptions {
-  std::string results;    ///< file for the results; empty: the standard output
-  std::string format;     ///< of the results: a name of text_format.h; empty: the first
-  std::string annotate;   ///< picture or video to write; empty: none
-  bool blur = false;      ///< show pictures without the faces rather than with rectangles
-  double delay = 1.0;     ///< seconds that blurred pictures wait for what follows, unless in a file
+  std::string results;   ///< file for the results; empty: the standard output
+  std::string format;    ///< of the results: a name of text_format.h; empty: the first
+  std::string annotate;  ///< picture or video to write; empty: none
+  HidingOptions hiding;
   std::string cropFaces;  ///< folder for a picture of each face; empty: none
   std::string report;     ///< HTML page to write; empty: none
   std::string serve;      ///< where a browser can watch, a WebAddress; empty: nowhere
