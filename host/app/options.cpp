@@ -166,6 +166,29 @@ std::string formatHelp() {
   return lines;
 }
 
+/// The arguments as a shell takes them.
+std::string commandOf(const std::vector<std::string>& arguments) {
+  std::string command = "tavro-fd";
+  for (const std::string& argument : arguments) {
+    const bool isPlain =
+        !argument.empty() && std::ranges::all_of(argument, [](unsigned char letter) {
+          return std::isalnum(letter) != 0 || letter > 127 ||
+                 std::string_view("-_=+,./:@%").find(static_cast<char>(letter)) !=
+                     std::string_view::npos;
+        });
+    command += ' ';
+    if (isPlain) {
+      command += argument;
+      continue;
+    }
+    command += '\'';
+    for (const char letter : argument)
+      command += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+    command += '\'';
+  }
+  return command;
+}
+
 /// What is wrong between two options. Empty if nothing is.
 std::string contradiction(const Options& options) {
   const std::string& input = options.input.path;
@@ -191,8 +214,10 @@ std::string contradiction(const Options& options) {
     return "--blur needs an output that shows frames, such as --annotate";
   if ((output.hiding.isWanted || output.format == "blur-filter") && options.every > 1)
     return "hiding faces needs every frame, and --every leaves some out";
-  if (output.hiding.isWanted && !(output.cropFaces.empty() && output.report.empty()))
-    return "--blur hides the faces that --crop-faces and --report show";
+  if (output.hiding.isWanted && !output.cropFaces.empty())
+    return "--blur hides the faces that --crop-faces shows";
+  if (output.reportPictures && output.report.empty())
+    return "--report-pictures needs --report";
   if (!output.cropFaces.empty() &&
       isInput(utf8FromPath(pathFromUtf8(output.cropFaces) / pathFromUtf8(input).filename()), input))
     return "--crop-faces needs another folder than the input's: " + output.cropFaces;
@@ -273,10 +298,14 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
          "those of an earlier run")
       ->type_name("DIR")
       ->check(ownName);
-  app.add_option("--report", options.output.report,
-                 "HTML page with a timeline of the faces, a picture of each and the time per frame")
+  app.add_option(
+         "--report", options.output.report,
+         "HTML page with a timeline of the faces, a picture of each and the time per frame. "
+         "With --blur it lists the moments that are worth a look, and shows no face")
       ->type_name("FILE")
       ->check(ownName);
+  app.add_flag("--report-pictures", options.output.reportPictures,
+               "Show the faces that --blur hides in the report");
   app.add_option(
          "--serve", options.output.serve,
          "Show the frames with their faces in a browser, at http://ADDRESS:PORT/ and at the "
@@ -351,6 +380,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   }
   for (const std::string& text : regions)
     options.search.windows.regions.push_back(*parseRegion(text));
+  options.output.command = commandOf(arguments);
   options.search.budget = parseBudget(budgetText).value_or(0.0);
   if (const TimeSpan& when = options.output.hiding.when; when.from >= when.to)
     return badUsage("--to must be later than --from");

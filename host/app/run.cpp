@@ -276,6 +276,7 @@ class Run {
     return openOutputs({.options = options_.output,
                         .input = options_.input.path,
                         .format = format,
+                        .windows = options_.search.windows,
                         .results = results_.get()},
                        outputs_, error) ||
            fail(error);

@@ -126,7 +126,7 @@ class Application(ApplicationTest):
             --max-frames 0; --repeat 0; --output o.mp4 --annotate ./o.mp4;
             --output link.mp4 --annotate linked.mp4; --blur;
             --blur --every 2 --annotate b.png; --blur --crop-faces faces --annotate b.png;
-            --blur --report r.html --annotate b.png; --format blur-filter --every 2;
+            --report-pictures --annotate b.png; --format blur-filter --every 2;
             --crop-faces /dev/null/faces; --report r.html --output r.html;
             --report /nowhere/r.html; --serve [::1:80; --serve elsewhere.example:80;
             --serve 192.0.2.1:0; --annotate boxes.txt; --annotate clip.y4m; --output clip.y4m;

@@ -163,6 +163,41 @@ class Outputs(ApplicationTest):
         second = re.findall('class="bar" style="([^"]*)"', page)[1]
         self.assertEqual(second, "left:33.33%;width:44.44%")
 
+    def test_the_report_of_a_run_that_hides_tells_what_to_look_at_and_how_to_mend_it(self):
+        def moments(*options):
+            self.make(clip, "--blur", "--annotate", "h.mkv", "--report", "r.html", *options)
+            page = pathlib.Path(self.path("r.html")).read_text(encoding="utf-8")
+            found = re.findall("<li><b>(.*?)</b><span>(.*?)</span><code>(.*?)</code>", page)
+            return [(time, what.split(".")[0], mend) for time, what, mend in found], page
+
+        # Half a second each; the second face goes for one of them.
+        self.frames = [painted(faces) for faces in [*STORY[:6], {}, STORY[7]]]
+        clip = self.clip("F2:1")
+        told, page = moments()
+        self.assertEqual(told, [
+            ("0:00.5", "Face 1 appears in mid-picture", "--hide 13,10,44,60@0.0-0.5"),
+            ("0:01.5", "Face 2 appears in mid-picture", "--hide 90,22,60,60@0.5-1.5"),
+            ("0:02.0", "Face 1 is lost in mid-picture", "--hide 19,10,44,60@2.0-3.334"),
+            ("0:02.5", "Face 2 isn&#39;t found for 1", "--hide 90,22,62,60@2.5-3.5")])
+        self.assertEqual(("<img" in page, f"<pre>tavro-fd {clip} --blur" in page), (False, True))
+        # What mends a moment is taken, and then it isn't one any more.
+        rest, page = moments("--report-pictures", *told[1][2].split(), *told[3][2].split(),
+                             "--keep-face", 1)
+        self.assertEqual(rest, [])
+        self.assertEqual(page.count("<img"), 3)
+        self.assertIn("None is known", page)
+        rest, page = moments("--from", "2.2", "--report-pictures")
+        self.assertEqual(rest, [(told[2][0], told[2][1], "--hide 19,10,44,60@2.2-3.334"), told[3]])
+        self.assertEqual(page.count("<img"), 3 + 2)
+        # Two that meet; the other one is small for its picture.
+        self.frames[1:5] = [painted({1: (20, 20, 50, 60), 2: (44, 48, 53, 57)})] * 4
+        clip = self.clip("F2:1")
+        told, page = moments()
+        self.assertIn(("0:00.5", "Faces 1 and 2 meet", "--hide 12,10,49,60@0.5-2.001"), told)
+        self.assertIn(("0:00.5", "Face 2 has a side of 9 pixels, hardly more than what can be found",
+                       "--smallest-face 8"), told)
+        self.assertFalse([what for _, what, _ in moments("--smallest-face", 8)[0] if "side" in what])
+
 
 if __name__ == "__main__":
     main()

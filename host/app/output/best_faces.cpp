@@ -148,6 +148,8 @@ bool BestFaces::add(const I420Frame& picture, const FrameResult& result) {
     if (story.frames++ == 0)
       story.firstSeen = result.time;
     story.lastSeen = result.time;
+    if (!withPictures_)
+      continue;
     const double quality = faceQuality(picture, result.faces[i]);
     if (quality <= story.quality * clearlyBetter)
       continue;

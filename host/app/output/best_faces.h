@@ -22,14 +22,14 @@ struct FaceStory {
   int64_t frames = 0;  ///< analysed frames with the face
   double quality = 0.0;
   double bestTime = 0.0;
-  std::vector<uint8_t> jpeg;  ///< at the best frame
+  std::vector<uint8_t> jpeg;  ///< at the best frame; empty without pictures
 };
 
 class BestFaces {
  public:
   /// `largestSide` is that of the pictures, 0 for no limit; `colorMatrix` is that of VideoInput.
-  BestFaces(int32_t largestSide, int32_t colorMatrix)
-      : largestSide_(largestSide), colorMatrix_(colorMatrix) {}
+  BestFaces(int32_t largestSide, int32_t colorMatrix, bool withPictures = true)
+      : largestSide_(largestSide), colorMatrix_(colorMatrix), withPictures_(withPictures) {}
 
   /// False if a picture can't be made.
   bool add(const I420Frame& picture, const FrameResult& result);
@@ -39,6 +39,7 @@ class BestFaces {
  private:
   int32_t largestSide_;
   int32_t colorMatrix_;
+  bool withPictures_;
   std::map<int64_t, FaceStory> stories_;
 };
 

@@ -15,6 +15,7 @@
 #include "host/app/output/frame_sink.h"
 #include "host/app/search/frame_result.h"
 #include "host/core/i420_frame.h"
+#include "host/core/window_plan.h"
 #include "modules/face_detection/host_interface.h"
 
 namespace tavro::host {
@@ -25,9 +26,11 @@ struct OutputOptions {
   std::string format;    ///< of the results: a name of text_format.h; empty: the first
   std::string annotate;  ///< picture or video to write; empty: none
   HidingOptions hiding;
-  std::string cropFaces;  ///< folder for a picture of each face; empty: none
-  std::string report;     ///< HTML page to write; empty: none
-  std::string serve;      ///< where a browser can watch, a WebAddress; empty: nowhere
+  std::string command;          ///< all that was asked for, as a shell takes it
+  bool reportPictures = false;  ///< of faces that are hidden elsewhere
+  std::string cropFaces;        ///< folder for a picture of each face; empty: none
+  std::string report;           ///< HTML page to write; empty: none
+  std::string serve;            ///< where a browser can watch, a WebAddress; empty: nowhere
 };
 
 struct AnalysedFrame {
@@ -50,6 +53,7 @@ struct OutputRequest {
   const OutputOptions& options;
   const std::string& input;      ///< its name, for a title
   SinkFormat format;             ///< of the first picture
+  WindowWish windows = {};       ///< what the faces are looked for through
   std::FILE* results = nullptr;  ///< open stream for the results as text; null: none
 };
 

@@ -13,6 +13,7 @@
 #include "host/app/output/best_faces.h"
 #include "host/app/output/frame_output.h"
 #include "host/app/output/report_template.h"
+#include "host/app/output/review.h"
 #include "host/app/output/text_format.h"
 #include "host/app/platform/target_file.h"
 #include "host/app/search/statistics.h"
@@ -36,6 +37,8 @@ struct ReportData {
   std::vector<double> milliseconds;  ///< of each analysed frame
   std::map<int64_t, FaceStory> faces;
   std::map<int64_t, std::vector<Span>> presence;  ///< of each face, in the order of time
+  std::string command;                            ///< that hides the faces; empty: none does
+  std::vector<Moment> moments;                    ///< worth a look, where faces are hidden
 };
 
 /// Text as it stands in HTML, in attributes too.
@@ -120,14 +123,18 @@ std::string timeline(const ReportData& data) {
   return html;
 }
 
+std::string picture(const std::vector<uint8_t>& jpeg, const std::string& text) {
+  if (jpeg.empty())
+    return {};
+  return "<img alt=\"" + text + "\" src=\"data:image/jpeg;base64," + base64(jpeg) + "\">";
+}
+
 std::string cards(const ReportData& data) {
   std::string html;
   for (const auto& [number, story] : data.faces) {
     const std::string name = "Face " + std::to_string(number);
     html += "<li>";
-    if (!story.jpeg.empty())
-      html += "<img alt=\"" + name + " at " + clockTime(story.bestTime) +
-              "\" src=\"data:image/jpeg;base64," + base64(story.jpeg) + "\">";
+    html += picture(story.jpeg, name + " at " + clockTime(story.bestTime));
     html += "<b>" + name + "</b><span>" + clockTime(story.firstSeen) + " to " +
             clockTime(story.lastSeen) + ", " + counted(story.frames, "frame") + "</span></li>\n";
   }
@@ -143,6 +150,25 @@ std::string faceSections(const ReportData& data) {
          timeline(data) + "</div>\n<h2>The faces</h2>\n<ul>\n" + cards(data) +
          "</ul>\n<p>A face keeps its number as long as its rectangles overlap from frame to frame. "
          "If it leaves and comes back, it has a new one.</p>\n";
+}
+
+std::string momentSection(const ReportData& data) {
+  if (data.command.empty())
+    return {};
+  std::string html = "<h2>Moments worth a look</h2>\n";
+  if (data.moments.empty())
+    return html +
+           "<p>None is known. A face that is never found shows all the same: look through "
+           "the video.</p>\n";
+  html += "<p>Where a face shows, add the option below to the command, which was</p>\n<pre>" +
+          escapedForHtml(data.command) + "</pre>\n<ol>\n";
+  for (const Moment& moment : data.moments)
+    html += "<li><b>" + clockTime(moment.time) + "</b><span>" + escapedForHtml(moment.what) +
+            "</span><code>" + moment.mend + "</code>" +
+            picture(moment.jpeg, "The place at " + clockTime(moment.time)) + "</li>\n";
+  return html +
+         "</ol>\n<p>A face that is never found isn't in this list: look through the "
+         "video.</p>\n";
 }
 
 /// The longest and the median time of as many groups of frames as the drawing has columns for.
@@ -199,7 +225,7 @@ std::string reportPage(const ReportData& data) {
                        figure("Frames analysed", std::to_string(data.milliseconds.size())) +
                        figure("Time per frame", fixed(timing.median, 2) + " ms") +
                        figure("99 % of the frames within", fixed(timing.p99, 2) + " ms")},
-       {"faces", faceSections(data)},
+       {"faces", momentSection(data) + faceSections(data)},
        {"summary", "Median " + fixed(timing.median, 2) + ", 99th percentile " +
                        fixed(timing.p99, 2) + ", longest " + fixed(timing.maximum, 2) + "."},
        {"times", frameTimes(data, timing)}});
@@ -210,7 +236,14 @@ class Report final : public FrameOutput {
   Report(std::string path, TargetFile file, const OutputRequest& request)
       : path_(std::move(path)),
         file_(std::move(file)),
-        faces_(thumbnailSide, request.format.colorMatrix) {
+        hidesFaces_(request.options.hiding.isWanted),
+        faces_(thumbnailSide, request.format.colorMatrix, showsFaces(request.options)),
+        review_({.hiding = request.options.hiding,
+                 .smallestFace = smallestFace(request),
+                 .largestSide = showsFaces(request.options) ? thumbnailSide : 0,
+                 .colorMatrix = request.format.colorMatrix}) {
+    if (hidesFaces_)
+      data_.command = request.options.command;
     data_.input = request.input;
     data_.width = request.format.width;
     data_.height = request.format.height;
@@ -220,7 +253,8 @@ class Report final : public FrameOutput {
   bool take(const AnalysedFrame& frame, std::string& error) override {
     if (!frame.analysed)
       return true;
-    if (!faces_.add(frame.picture, frame.result)) {
+    if (!faces_.add(frame.picture, frame.result) ||
+        (hidesFaces_ && !review_.add(frame.picture, frame.result))) {
       error = path_ + ": a picture of a face can't be made";
       return false;
     }
@@ -239,6 +273,7 @@ class Report final : public FrameOutput {
   bool finish(double endTime, std::string& error) override {
     data_.endTime = endTime;
     data_.faces = faces_.stories();
+    data_.moments = review_.moments();
     const std::string page = reportPage(data_);
     if (file_.put(page.data(), page.size(), error) && file_.close(error))
       return true;
@@ -247,9 +282,22 @@ class Report final : public FrameOutput {
   }
 
  private:
+  /// A page about hidden faces shows them only if that is asked for.
+  static bool showsFaces(const OutputOptions& options) {
+    return !options.hiding.isWanted || options.reportPictures;
+  }
+
+  static int32_t smallestFace(const OutputRequest& request) {
+    if (request.windows.smallestFace == 0)
+      return 0;
+    return planWindows(request.format.width, request.format.height, request.windows).smallestFace;
+  }
+
   std::string path_;
   TargetFile file_;
+  bool hidesFaces_;
   BestFaces faces_;
+  Review review_;
   ReportData data_;
   double lastTime_ = 0.0;
 };

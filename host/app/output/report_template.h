@@ -26,6 +26,9 @@ ul { display: grid; grid-template-columns: repeat(auto-fill, minmax(10rem, 1fr))
 li { background: var(--card); border: 1px solid var(--line); border-radius: .5rem; padding: .75rem; }
 li img { display: block; width: 100%; aspect-ratio: 1; object-fit: contain; border-radius: .25rem; }
 li b { display: block; margin-top: .5rem; } li span { color: var(--dim); font-size: .9rem; }
+ol { padding: 0; list-style: none; } ol li { margin-bottom: .75rem; overflow: auto; }
+ol li b, ol li span { display: inline; margin-right: .5rem; }
+ol li img { width: 10rem; margin-top: .5rem; } code { display: block; } pre { white-space: pre-wrap; }
 p { color: var(--dim); }
 .chart { position: relative; margin: 0 2rem 2rem 4rem; font-size: .8rem; color: var(--dim); }
 .row { position: relative; height: 1.4rem; }
