@@ -28,8 +28,8 @@ extern "C" void* __wrap_malloc(size_t size);
 
 namespace {
 
-// While the layers run, a larger request fails, as on a machine that has no more: an input can't
-// ask for the whole memory or for hours of work.
+// While the layers run or a tensor is repacked, a larger request fails, as on a machine that has no
+// more: an input can't ask for the whole memory or for hours of work.
 constexpr size_t largestRequest = size_t{1} << 18;
 bool isScarce = false;
 
@@ -227,7 +227,9 @@ void changeTensor(Tensor& tensor, LentValues& values, ByteReader& in) {
       drawTensor(tensor, values, in);
       break;
     default:
+      isScarce = true;
       tensor.data(in.between(0, 6));
+      isScarce = false;
   }
 }
 

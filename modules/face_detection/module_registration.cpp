@@ -11,7 +11,7 @@
 namespace TavroRTC::FDModule {
 namespace {
 
-// The build gives it: moduleName, or squareModuleName for the module with the other weights.
+// The build defines it: moduleName, or squareModuleName for the module with the other weights.
 constexpr const char* ownName = TAVRO_MODULE_NAME;
 
 void unregisterAtExit() {

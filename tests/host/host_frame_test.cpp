@@ -301,7 +301,7 @@ TEST(FaceCover, KnowsEnoughAfterItsLookAheadAndForgetsTheRest) {
   for (int32_t i = 0; i < 3000; ++i) {
     const FaceRect face = faceAt(i);
     const bool isFound = random.chance(0.05);
-    // A track of its own for each appearance, as FaceNumbers has it; time stamps that begin anew.
+    // A track of its own for each appearance, as FaceNumbers has it; time stamps that start again.
     if (isFound && i - lastFound > rate)
       ++appearance;
     lastFound = isFound ? i : lastFound;
