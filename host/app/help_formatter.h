@@ -1,6 +1,7 @@
 #pragma once
 
-// HelpFormatter: the help of the applications, wrapped to the terminal's width.
+// What the applications tell about their command lines: HelpFormatter wraps the help to the
+// terminal's width, addManual makes a manual page and a completion of the same texts.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -50,7 +51,7 @@ class HelpFormatter final : public CLI::Formatter {
   }
   /// What has to be given with it is said in words, if at all.
   std::string make_option_opts(const CLI::Option* option) const override {
-    return (option->get_type_size() != 0 ? ' ' + option->get_type_name() : "") +
+    return (option->get_items_expected_max() > 0 ? ' ' + option->get_type_name() : "") +
            (option->get_required() ? " REQUIRED" : "");
   }
   std::string make_option_desc(const CLI::Option* option) const override {
@@ -60,5 +61,9 @@ class HelpFormatter final : public CLI::Formatter {
  private:
   size_t width_ = static_cast<size_t>(std::clamp(terminalColumns(), 48, 100));
 };
+
+/// Adds --manual and --bash-completion, which print a page for man and a script for bash instead
+/// of running the application. Packages have what they print; they aren't in the help.
+void addManual(CLI::App& app, const std::string& version);
 
 }  // namespace tavro::host

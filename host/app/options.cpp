@@ -269,6 +269,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   app.footer(std::string("Examples:\n") + help.examples + exitCodes + help.conversion +
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
+  addManual(app, std::string("tavro-fd ") + TAVRO_VERSION);
   app.add_option("INPUT", options.input.path, help.input)->required();
   app.add_option(
          "-o,--output", options.output.results,

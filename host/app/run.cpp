@@ -59,6 +59,8 @@ class Run {
     statistics_.seconds = secondsSince(start);
     progress_.erase();
     completed = closeOutputs() && completed;
+    if (!completed && isStopRequested() && error_.empty())
+      return exitStopped + stopSignal();
     if (!completed) {
       std::fprintf(stderr, "tavro-fd: %s\n", error_.c_str());
       return exitBadInput;
@@ -78,6 +80,8 @@ class Run {
   bool openInput() {
     std::string error;
     input_ = VideoInput::open(options_.input, error);
+    if (input_ == nullptr && isStopRequested())  // that is all that is wrong
+      return false;
     return input_ != nullptr || fail(options_.input.path + ": " + error);
   }
 

@@ -206,6 +206,7 @@ ParsedOptions parseOptions(int argumentCount, const char* const* arguments) {
   app.allow_windows_style_options(false);  // a slash begins a path
   app.footer(examples);
   app.set_version_flag("--version", std::string("tavro-image ") + TAVRO_VERSION);
+  addManual(app, std::string("tavro-image ") + TAVRO_VERSION);
   app.add_flag("--list", list, "Print the formats, filters and conversions");
   app.require_subcommand(0, 1);
 

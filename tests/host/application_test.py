@@ -2,6 +2,7 @@
 this holds with either of the media folders."""
 
 import os
+import re
 import subprocess
 
 from application import (MODULES, PROGRAM, ApplicationTest, fake_faces, main, noise, plain, raw_video,
@@ -174,6 +175,17 @@ class Application(ApplicationTest):
         for part in (b"--annotate", b"--every", b"Examples:", b"Exit codes:"):
             self.assertIn(part, asked.output)
         self.assertLessEqual(max(map(len, asked.output.splitlines())), 82)
+        options = set(re.findall(rb"^ +(?:-\w,)?(--[\w-]+)", asked.output, re.M))
+        manual = self.execute("--manual").output.replace(b"\\-", b"-")
+        self.assertEqual(set(re.findall(rb"\\fB(--[^\\]*)", manual)), options)
+        completion = self.execute("--bash-completion").output.decode()
+        for words, expected in ((["--hide-sh"], "--hide-shape"), (["--hide-shape", "e"], "ellipse"),
+                                (["--output", "--h"], "")) if not ON_WINDOWS else ():
+            typed = " ".join(["tavro-fd", *words])
+            completed = subprocess.run(
+                ["bash", "-c", f"{completion}\nCOMP_WORDS=({typed}) COMP_CWORD={len(words)}\n"
+                 "_tavro_fd; echo -n ${COMPREPLY[@]}"], check=True, stdout=subprocess.PIPE).stdout
+            self.assertEqual(completed.decode(), expected)
         version = self.execute("--version")
         self.assertEqual((version.code, version.output[:9]), (0, b"tavro-fd "))
 

@@ -4,10 +4,13 @@ damaged ones, the annotated ones that it writes, and devices."""
 import itertools
 import os
 import pathlib
+import re
 import select
 import shutil
+import signal
 import struct
 import subprocess
+import time
 import unittest
 
 from application import (MODULES, PLANES, PROGRAM, ApplicationTest, Frame, chroma_bytes, fake_faces,
@@ -68,7 +71,8 @@ class Formats(MediaTest):
                 self.assertEqual(result["width"], 48 if "turn" in name else 64)
                 self.expect_quarters(result, expected)
         moving = b"RIFF\x16\0\0\0WEBPVP8X\x0a\0\0\0\x02" + bytes(9)
-        self.refuse(self.detect(self.file("moving.webp", moving)), "animated WebP")
+        self.refuse(self.detect(self.file("moving.webp", moving)),
+                    "moving.webp: no frame could be decoded, FFmpeg reads no animated WebP")
 
     def test_other_samplings_and_depths_are_converted(self):
         luma = quarters(34, 26, LUMA).planes[0]
@@ -250,6 +254,15 @@ class Devices(ApplicationTest):
         for words, shown in (([], False), (["--format", "csv"], True)):
             self.assertEqual(b"0.04,32,18," in self.screen(report + words, True), shown)
             self.assertNotIn(b'"frame"', self.screen(report + words, True))
+
+    def test_one_that_is_stopped_before_it_begins_is_no_fault(self):
+        with subprocess.Popen([*PROGRAM, "-", "--module", MODULES], stdin=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True) as process:
+            status = pathlib.Path(f"/proc/{process.pid}/status")
+            while int(re.search(r"SigCgt:\s*(\w+)", status.read_text())[1], 16) & 2 == 0:
+                time.sleep(0.01)  # the signal would end it at once
+            process.send_signal(signal.SIGINT)
+            self.assertEqual((process.wait(30), process.stderr.read()), (128 + signal.SIGINT, ""))
 
     @unittest.skipUnless(HAS_FFMPEG, "there is no ffmpeg program")
     def test_a_live_one_is_not_studied_for_seconds(self):

@@ -34,7 +34,7 @@ DEBIAN_PACKAGES = {
                                            "TavroFdConfig.cmake", "copyright"]),
     "tavro-fd": (RUNTIME | {"libtavro-fd1", "libpng16-16", "libavcodec59", "libavdevice59",
                             "libavformat59", "libavutil57", "libmicrohttpd12", "libswscale6"},
-                 ["tavro-fd", "tavro-image", "copyright"]),
+                 ["tavro-fd", "tavro-image", "tavro-fd.1", "tavro-image.1", "copyright"]),
     "python3-tavrofd": (RUNTIME | {"libtavro-fd1", "python3", "python3-numpy"},
                         ["__init__.py", "_native.pyi", "py.typed", "copyright"]),
     "gstreamer1.0-tavro-fd": (RUNTIME | {"libtavro-fd1", "libglib2.0-0", "libgstreamer1.0-0",

@@ -33,6 +33,12 @@ class Runs(unittest.TestCase):
         self.assertEqual(self.start(name, *options), (0, ""))
         return torch.load(self.folder / name / trainer.CHECKPOINT)
 
+    def test_a_python_without_the_packages_is_told_so_in_one_line(self):
+        bare = subprocess.run([sys.executable, "-S", "-m", "training.train"], check=False,
+                              stderr=subprocess.PIPE, text=True)
+        self.assertEqual(bare.returncode, 2)
+        self.assertRegex(bare.stderr, r"\Atraining: .* has no .*torch.*\n\Z")
+
     def test_a_resumed_run_goes_on_as_if_nothing_had_happened(self):
         fresh = ("--batch", 4, "--processes", 1, "--samples", 60)
         start = self.folder / "weights.bin"

@@ -239,7 +239,7 @@ bool FfmpegInput::feedDecoder() {
   if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0)
     damage_.noteUnreadablePacket();
   if (stream_->codecpar->codec_id == AV_CODEC_ID_WEBP && isAnimatedWebp(*packet_))
-    damage_.noteMessage("FFmpeg reads no animated WebP");
+    damage_.noteUnsupported("FFmpeg reads no animated WebP");
   result = avcodec_send_packet(decoder_.get(), packet_.get());
   if (result < 0 && result != AVERROR(EAGAIN))
     damage_.noteUnreadablePacket();

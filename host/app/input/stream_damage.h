@@ -24,12 +24,18 @@ class StreamDamage {
       firstMessage_ = message;
   }
 
+  /// What explains all the rest.
+  void noteUnsupported(const std::string& message) { unsupported_ = message; }
+
   bool any() const {
-    return unreadablePackets_ != 0 || damagedFrames_ != 0 || cutOff_ || messages_ != 0;
+    return unreadablePackets_ != 0 || damagedFrames_ != 0 || cutOff_ || messages_ != 0 ||
+           !unsupported_.empty();
   }
 
   /// For example "the input is cut off, 2 packets unreadable (partial file)".
   std::string summary() const {
+    if (!unsupported_.empty())
+      return unsupported_;
     std::string text = cutOff_ ? "the input is cut off" : "the input is damaged";
     if (unreadablePackets_ != 0)
       text += ", " + counted(unreadablePackets_, "packet") + " unreadable";
@@ -46,6 +52,7 @@ class StreamDamage {
   int64_t messages_ = 0;
   bool cutOff_ = false;
   std::string firstMessage_;
+  std::string unsupported_;
 };
 
 }  // namespace tavro::host
