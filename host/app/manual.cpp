@@ -139,8 +139,11 @@ std::string valueCases(const CLI::App& app) {
     if (words.empty())
       others += (others.empty() ? "" : "|") + pattern;
     else
-      text += "    " + pattern + ") COMPREPLY=($(compgen -W '" + words +
-              "' -- \"$word\")); return ;;\n";
+      text.append("    ")
+          .append(pattern)
+          .append(") COMPREPLY=($(compgen -W '")
+          .append(words)
+          .append("' -- \"$word\")); return ;;\n");
   }
   return text + (others.empty() ? "" : "    " + others + ") return ;;\n");
 }

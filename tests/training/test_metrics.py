@@ -6,7 +6,7 @@ import unittest
 import numpy
 
 from synthetic import area, overlap, shared
-from training import metrics, steadiness
+from training import leaks, metrics, steadiness
 
 EVERYTHING = (0, metrics.LARGEST)
 
@@ -150,3 +150,28 @@ class Steady(unittest.TestCase):
         seen = steadiness.sightings(matches, boxes)
         self.assertTrue(numpy.allclose(seen.scores, [.7, .8, 0]))
         self.assertEqual(seen.boxes[0].tolist(), [10, 10, 30, 31])
+
+
+class Leaks(unittest.TestCase):
+    def test_a_face_leaks_if_a_tenth_of_what_is_in_view_shows(self):
+        image = numpy.full((200, 200, 3), 90, numpy.uint8)
+        image[60:140, 70:130] = 250  # the face's box
+        person = leaks.Person(image, numpy.float32([70, 60, 60, 80]), 80.0, 1, 0.0)
+        plain = numpy.full((20, leaks.HEIGHT, leaks.WIDTH, 3), 180, numpy.uint8)
+        video = leaks.Video(numpy.random.default_rng(1), [person], plain)
+        seen = sum(map(len, video.truths))
+        self.assertTrue(10 <= seen <= 19, seen)  # it comes in and leaves
+        for part, leaking in ((0.0, 100), (0.85, 100), (0.95, 0), (1.0, 0)):
+            count = leaks.Count()
+            for truths, frame in zip(video.truths, video.frames):
+                hidden = numpy.zeros((leaks.HEIGHT, leaks.WIDTH), bool)
+                for truth in truths:
+                    (x, y), (rows, columns) = truth.place, truth.mask.shape
+                    # What is in view of the face is where it was painted.
+                    self.assertGreater(frame[y:y + rows, x:x + columns][truth.mask].mean(), 240)
+                    order = numpy.argwhere(truth.mask) + [y, x]
+                    chosen = order[:round(part * len(order))]
+                    hidden[chosen[:, 0], chosen[:, 1]] = True
+                count.add(truths, frame, hidden)
+            self.assertEqual(count.all.sum(), seen)
+            self.assertEqual(float(count.row()[0]), leaking, part)

@@ -8,6 +8,7 @@
 #include "host/app/output/text_format.h"
 #include "host/app/platform/media.h"
 #include "host/core/face_cover.h"
+#include "host/core/face_overlap.h"
 #include "host/core/window_plan.h"
 
 namespace tavro::host {
@@ -17,8 +18,11 @@ namespace {
 using TavroRTC::FDModule::FaceRect;
 
 // How far a face may have been from where it is found first, or last, and when.
-constexpr double unseen = 1.0;        // seconds
-constexpr double memory = 1.0;        // seconds, as that of FaceNumbers
+constexpr double unseen = 1.0;  // seconds
+constexpr double memory = 1.0;  // seconds, as that of FaceNumbers
+// Where a face was meanwhile is no question after a shorter gap, if it has hardly moved.
+constexpr double shortGap = 0.2;
+constexpr double samePlace = 0.5;
 constexpr double nearlyUnseen = 1.4;  // times the smallest size that is found
 constexpr int32_t networkSide = 192;
 constexpr long long leastWish = 8;  // pixels
@@ -71,7 +75,8 @@ bool Review::see(const I420Frame& picture, int64_t number, const FaceRect& face,
   if (isHidden(number) && isNew && latest_.has_value() && isInMiddle(face))
     tellHide(time, faceName(number) + " appears in mid-picture. It may have shown before.",
              {face, {time - unseen, time}, encoded(cut)});
-  if (isHidden(number) && !isNew && known->second.time < *latest_)
+  if (isHidden(number) && !isNew && known->second.time < *latest_ &&
+      (time - known->second.time > shortGap || overlap(known->second.face, face) < samePlace))
     tellHide(
         known->second.time,
         faceName(number) + " isn't found for " + decimal(time - known->second.time, 2) +
