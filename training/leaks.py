@@ -41,6 +41,7 @@ MODES = {
     "one pass": ["--delay", "0", "-"],
     "two passes": [],
     "two passes, `--smallest-face 24`": ["--smallest-face", "24"],
+    "two passes, `--smallest-face 12`": ["--smallest-face", "12"],
 }
 
 Person = collections.namedtuple("Person", "image box height way phase")

@@ -147,7 +147,7 @@ void addHidingOptions(CLI::App& app, HidingOptions& options) {
             areaForm, parseTimedArea, [&](TimedArea area) { options.hide.push_back(area); })
       ->needs(blur);
   addParsed(app, "--keep", "X,Y,W,H[@FROM-TO]",
-            "With --blur, leave that area as it is, but for what --hide says; may be repeated",
+            "With --blur, leave that area as it is, except for what --hide names; may be repeated",
             areaForm, parseTimedArea, [&](TimedArea area) { options.keep.push_back(area); })
       ->needs(blur);
   addParsed(app, "--keep-face", "N",

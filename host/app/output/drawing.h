@@ -50,7 +50,7 @@ struct HidingOptions {
   double delay = 1.0;  ///< seconds that pictures wait for what follows, unless in a file
   TimeSpan when = {};  ///< nothing is hidden before and after
   std::vector<TimedArea> hide = {};     ///< without a margin, as rectangles
-  std::vector<TimedArea> keep = {};     ///< visible but for what `hide` has there
+  std::vector<TimedArea> keep = {};     ///< visible except for what `hide` names
   std::vector<int64_t> keepFaces = {};  ///< numbers of faces that stay visible
 };
 
