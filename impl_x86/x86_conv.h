@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/simd/windowed_layers.h"
+#include "engine/simd/layers.h"
 #include "impl_x86/twins.h"
 
 namespace TavroRTC::FDModule::x86 {

@@ -3,9 +3,7 @@
 
 #include "engine/layer.h"
 #include "engine/ref/reshape.h"
-#include "engine/simd/elementwise_layers.h"
-#include "engine/simd/gemm.h"
-#include "engine/simd/shape_layers.h"
+#include "engine/simd/layers.h"
 #include "impl_x86/x86_conv.h"
 #include "impl_x86/x86_run_env.h"
 

@@ -6,7 +6,6 @@
 #include <span>
 
 #include "engine/model/model_tables.h"
-#include "engine/model/weight_block.h"
 
 namespace {
 

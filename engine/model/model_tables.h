@@ -47,4 +47,11 @@ inline constexpr const char* modelInput = "input";
 inline constexpr const char* modelScores = "scores";
 inline constexpr const char* modelBoxes = "Reshape_0";
 
+/// Every tensor of weights.bin begins at a multiple of this, and so does the block itself.
+inline constexpr size_t weightAlignment = 128;
+inline constexpr size_t weightBlockSize = 391296;
+
 }  // namespace TavroRTC::FDModule
+
+/// The bytes of weights.bin, in read-only memory (weights.S).
+extern "C" const unsigned char tavroModelWeights[TavroRTC::FDModule::weightBlockSize];

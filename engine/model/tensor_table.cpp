@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "engine/model/model_tables.h"
-#include "engine/model/weight_block.h"
 #include "engine/weight_packing.h"
 
 namespace TavroRTC::FDModule {

@@ -1,4 +1,4 @@
-#include "engine/simd/elementwise_layers.h"
+#include "engine/simd/layers.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Two sets of kernels, one for processors with AVX and FMA. Neither uses wider vectors or fused
 // operations; they differ in how many sums run side by side, and so in the order of the terms.
 
-#include "engine/simd/gemm.h"
+#include "engine/simd/layers.h"
 
 #include "engine/cpu_info.h"
 #include "engine/run_env.h"

@@ -1,4 +1,4 @@
-#include "engine/simd/shape_layers.h"
+#include "engine/simd/layers.h"
 
 #include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"

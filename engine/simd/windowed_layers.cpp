@@ -1,4 +1,4 @@
-#include "engine/simd/windowed_layers.h"
+#include "engine/simd/layers.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,7 +9,6 @@
 #include "engine/simd/conv_kernels.h"
 #include "engine/simd/conv_selection.h"
 #include "engine/simd/conv_zones.h"
-#include "engine/simd/elementwise_layers.h"
 #include "engine/simd/vectors.h"
 #include "engine/weight_packing.h"
 

@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "engine/model/model_tables.h"
-#include "engine/model/weight_block.h"
 #include "modules/face_detection/impl.h"
 #include "tests/end_to_end/reference_network.h"
 #include "tests/support/captured_stdout.h"

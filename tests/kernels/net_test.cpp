@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "engine/core/windowed_layers.h"
-#include "engine/simd/elementwise_layers.h"
+#include "engine/simd/layers.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/captured_stdout.h"
 

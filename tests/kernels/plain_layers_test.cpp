@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/simd/elementwise_layers.h"
+#include "engine/simd/layers.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/random.h"

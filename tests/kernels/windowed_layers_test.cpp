@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/simd/windowed_layers.h"
+#include "engine/simd/layers.h"
 #include "engine/weight_packing.h"
 #include "tests/kernels/conv_reference.h"
 #include "tests/kernels/small_net.h"

@@ -5,7 +5,7 @@
 #include <new>
 #include <vector>
 
-#include "engine/model/weight_block.h"
+#include "engine/model/model_tables.h"
 #include "host/core/face_merging.h"
 #include "host/core/window_plan.h"
 #include "image/image_dispatch.h"
