@@ -90,7 +90,8 @@ struct Pane {
   bool isDue = false;              ///< in this frame
   bool accepted = true;            ///< the latest frame
   FaceRects faces;                 ///< of the latest frame, in the window's coordinates
-  double usualMilliseconds = 0.0;  ///< 0 until it has run
+  bool isPrepared = false;         ///< has run, which takes longer the first time
+  double usualMilliseconds = 0.0;  ///< 0 until it has run again
 };
 
 /// The part of a frame behind a window.
@@ -143,6 +144,7 @@ struct FrameSearch::State {
 
   void lookAt(const HostFrame& frame);
   void chooseDue();
+  double expectedMilliseconds(const Pane& pane) const;
   void searchWindow(const HostFrame& frame, size_t index);
   std::vector<Sighting> sightings() const;
   Status firstFailure() const;
@@ -190,28 +192,39 @@ void FrameSearch::State::lookAt(const HostFrame& frame) {
   nextTurn = 0;
 }
 
+/// A first run leaves no room for another window's turn.
+double FrameSearch::State::expectedMilliseconds(const Pane& pane) const {
+  if (!pane.isPrepared)
+    return options.budget;
+  return pane.usualMilliseconds > 0.0 ? pane.usualMilliseconds : panes.front().usualMilliseconds;
+}
+
 /// Without a budget, every window is due.
 void FrameSearch::State::chooseDue() {
-  double known = 0.0;
   double cost = 0.0;
-  size_t knownCount = 0;
+  double longest = 0.0;
+  const auto add = [&](const Pane& pane) {
+    const double expected = expectedMilliseconds(pane);
+    cost += expected;
+    longest = std::max(longest, expected);
+  };
   for (Pane& pane : panes) {
     pane.isDue = options.budget <= 0.0 || pane.isArea || !pane.faces.empty();
-    cost += pane.isDue ? pane.usualMilliseconds : 0.0;
-    known += pane.usualMilliseconds;
-    knownCount += pane.usualMilliseconds > 0.0 ? 1 : 0;
+    if (pane.isDue)
+      add(pane);
   }
   if (options.budget <= 0.0)
     return;
-  const double allowance = options.budget * static_cast<double>(pool->threads());
-  const double mean = knownCount > 0 ? known / static_cast<double>(knownCount) : allowance;
+  // The last window to begin may be the longest, and run alone.
+  const auto threads = static_cast<double>(pool->threads());
+  const auto fits = [&] { return cost + (threads - 1.0) * longest <= threads * options.budget; };
   bool hasTurn = false;
   for (size_t i = 0, index = nextTurn; i < panes.size(); ++i, index = (index + 1) % panes.size()) {
     Pane& pane = panes[index];
-    if (pane.isDue)
+    if (pane.isDue || !pane.instance.exists())
       continue;
-    cost += pane.usualMilliseconds > 0.0 ? pane.usualMilliseconds : mean;
-    if (hasTurn && cost > allowance)
+    add(pane);
+    if (hasTurn && !fits())
       return;
     hasTurn = true;
     pane.isDue = true;
@@ -237,6 +250,8 @@ void FrameSearch::State::searchWindow(const HostFrame& frame, size_t index) {
     pane.faces.clear();
   const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
   report.milliseconds = taken.count();
+  if (!std::exchange(pane.isPrepared, true))
+    return;
   const double part = pane.usualMilliseconds > 0.0 ? newestPart : 1.0;
   pane.usualMilliseconds += part * (report.milliseconds - pane.usualMilliseconds);
 }

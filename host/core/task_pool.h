@@ -5,9 +5,9 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <exception>
 #include <functional>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -15,14 +15,14 @@ namespace tavro::host {
 
 class TaskPool {
  public:
-  /// With `helpers` threads beside the caller, or fewer if the system has no more: only the time
-  /// depends on it.
+  /// With `helpers` threads beside the caller, or fewer if the system has no more or there is no
+  /// memory for them: only the time depends on it.
   explicit TaskPool(size_t helpers) {
     threads_.reserve(helpers);
     try {
       for (size_t i = 0; i < helpers; ++i)
         threads_.emplace_back([this] { help(); });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
     }
   }
   ~TaskPool() {

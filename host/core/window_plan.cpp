@@ -24,8 +24,8 @@ Layer layerOf(const Window& area, int64_t rows) {
   const int32_t shortEdge = std::min(area.width, area.height);
   const int32_t longEdge = std::max(area.width, area.height);
   const double exact = shortEdge / (1.0 + (1.0 - rowOverlap) * static_cast<double>(rows - 1));
-  const auto even = static_cast<int32_t>(2.0 * std::ceil(exact / 2.0));
-  const int32_t side = std::min(even, shortEdge - shortEdge % 2);
+  const double even = 2.0 * std::ceil(exact / 2.0);
+  const auto side = static_cast<int32_t>(std::min(even, 1.0 * (shortEdge - shortEdge % 2)));
   // Coordinates are made even, which may take two pixels from an overlap.
   const double coarser = rows == 1 ? static_cast<double>(longEdge) / seenPart + 2.0 : 0.0;
   const double overlap = std::clamp(coarser, columnOverlap * side, mostOverlap * side);
@@ -90,24 +90,30 @@ std::vector<Span> spread(int64_t count, int32_t length, int32_t side) {
   return spans;
 }
 
+/// Regions may overlap, and then share windows.
+void addOnce(const Window& window, std::vector<Window>& windows) {
+  if (std::ranges::find(windows, window) == windows.end())
+    windows.push_back(window);
+}
+
 void addLayer(const Window& area, const Layer& layer, std::vector<Window>& windows) {
   const bool isWide = area.width >= area.height;
   const auto columns = spread(isWide ? layer.columns : layer.rows, area.width, layer.side);
   const auto rows = spread(isWide ? layer.rows : layer.columns, area.height, layer.side);
   for (const Span& row : rows)
     for (const Span& column : columns)
-      windows.push_back({area.x + column.begin, area.y + row.begin, column.size, row.size});
+      addOnce({area.x + column.begin, area.y + row.begin, column.size, row.size}, windows);
 }
 
 /// Adds the windows of an area, of which the plan may have `most`. Returns the smallest face that
 /// they show everywhere.
 int32_t addWindows(const Window& area, int32_t smallestFace, int64_t most,
                    std::vector<Window>& windows) {
-  int64_t finestRows = wantedRows(area, smallestFace);
+  int64_t finestRows = std::min(wantedRows(area, smallestFace), most);  // a row has a window
   std::vector<Layer> layers = layersOf(area, finestRows);
   while (windowsIn(layers) > most)
     layers = layersOf(area, --finestRows);
-  windows.push_back(area);
+  addOnce(area, windows);
   for (const Layer& layer : layers)
     addLayer(area, layer, windows);
   const int32_t longest = layers.empty() ? std::max(area.width, area.height) : layers.back().side;
@@ -133,7 +139,7 @@ WindowPlan planWindows(int32_t width, int32_t height, const WindowWish& wish) {
   std::vector<Window> areas;
   for (const Window& region : wish.regions)
     if (touchesFrame(region, width, height))
-      areas.push_back(clipped(region, width, height));
+      addOnce(clipped(region, width, height), areas);
   WindowPlan plan;
   if (wish.regions.empty())
     areas = {{0, 0, width, height}};
@@ -141,9 +147,10 @@ WindowPlan planWindows(int32_t width, int32_t height, const WindowWish& wish) {
     // What an area leaves over is for those behind it, and each of them has its first window.
     const auto left = static_cast<int64_t>(areas.size() - i);
     const int64_t rest = wish.mostWindows - static_cast<int64_t>(plan.windows.size());
-    plan.areas.push_back(plan.windows.size());
     const int32_t reached =
         addWindows(areas[i], wish.smallestFace, std::max<int64_t>(rest / left, 1), plan.windows);
+    const auto area = std::ranges::find(plan.windows, areas[i]);
+    plan.areas.push_back(static_cast<size_t>(area - plan.windows.begin()));
     plan.smallestFace = std::max(plan.smallestFace, reached);
   }
   return plan;

@@ -61,6 +61,7 @@ TEST(WindowPlan, HasTheFewestLayersThatShowTheSmallestFace) {
       // The odd column and row belong to windows.
       {481, 271, 17, 64, "481x271 270x271 271x271", 17},
       {32768, 32768, 24, 64, "32768x32768 13108x13108*9 5958x5958*49", 373},
+      {INT32_MAX, INT32_MAX, 1, 4, "2147483647x2147483647", 134217728},
       {1, 1, 1, 64, "1x1", 1},
   };
   for (const auto& expected : cases) {
@@ -87,6 +88,12 @@ TEST(WindowPlan, LooksAtRegionsAlone) {
   EXPECT_EQ(plan.areas, (std::vector<size_t>{0, 5, 14}));
   for (size_t i = 5; i < 14; ++i)
     EXPECT_TRUE(plan.windows[i].x >= 700 && plan.windows[i].y >= 20);
+  // Twice the same region, and one that is a square of another.
+  const WindowPlan shared = planWindows(
+      640, 360,
+      {.smallestFace = 20, .regions = {{0, 0, 480, 240}, {0, 0, 480, 240}, {240, 0, 240, 240}}});
+  EXPECT_EQ(sizesOf(shared.windows), "480x240 240x240*3");
+  EXPECT_EQ(shared.areas, (std::vector<size_t>{0, 3}));
   EXPECT_TRUE(planWindows(64, 64, {.regions = {{64, 0, 2, 2}}}).windows.empty());
 }
 
