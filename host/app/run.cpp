@@ -276,7 +276,11 @@ class Run {
     const SinkFormat format = {.width = input_->picture().width(),
                                .height = input_->picture().height(),
                                .frameRate = input_->frameRate(),
-                               .colorMatrix = input_->colorMatrix()};
+                               .colorMatrix = input_->colorMatrix(),
+                               .tags = input_->tags(),
+                               .source = &options_.input,
+                               .mostFrames = options_.maxFrames,
+                               .hidesFaces = hidesFaces(options_)};
     return openOutputs({.options = options_.output,
                         .input = options_.input.path,
                         .format = format,

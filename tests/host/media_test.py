@@ -2,6 +2,7 @@
 damaged ones, the annotated ones that it writes, and devices."""
 
 import itertools
+import json
 import os
 import pathlib
 import re
@@ -164,6 +165,113 @@ class Formats(MediaTest):
         self.assertEqual(outcome.code, 2)
         self.assertIn("32768x2", outcome.errors)
         self.assertFalse(os.path.exists(self.path("boxes.mp4")))
+
+
+@unittest.skipUnless(HAS_FFMPEG, "there is no ffmpeg program")
+class OtherStreams(MediaTest):
+    """What goes along with the pictures that are drawn on."""
+
+    def clip(self, name, *options):
+        """Six seconds of pictures at uneven times, with sound, subtitles and a chapter."""
+        words = self.file("words.srt", b"1\n00:00:01,000 --> 00:00:02,500\nHello\n")
+        notes = self.file("notes", b";FFMETADATA1\ntitle=A walk\n[CHAPTER]\nTIMEBASE=1/1000\n"
+                                   b"START=1000\nEND=3000\ntitle=The gate\n")
+        ffmpeg("-f", "lavfi", "-i", "testsrc2=s=160x96:r=25:d=6,select='not(eq(mod(n,7),3))',"
+               "setsar=4/3", "-f", "lavfi", "-i", "sine=d=6.5", "-i", words, "-i", notes,
+               "-map", 0, "-map", 1, "-map", 2, "-map_metadata", 3, "-fps_mode", "vfr",
+               "-c:v", "libx264", "-pix_fmt", "yuv420p", "-colorspace", "bt709", "-color_trc",
+               "bt709", "-color_primaries", "bt709", "-metadata:s:a:0", "language=fra",
+               *options, self.path(name))
+        return self.path(name)
+
+    def probe(self, path):
+        return json.loads(subprocess.run(
+            ["ffprobe", "-v", "error", "-show_streams", "-show_chapters", "-show_format",
+             "-show_entries", "packet=stream_index,pts_time,data_hash", "-show_data_hash", "crc32",
+             "-of", "json", path], stdout=subprocess.PIPE, check=True).stdout)
+
+    def test_they_are_copied_with_their_times(self):
+        for kind, *options in (("mp4", "-c:s", "mov_text"), ("mkv", "-c:a", "flac", "-c:s", "srt"),
+                               ("mov", "-c:s", "mov_text")):
+            source = self.clip("clip." + kind, *options)
+            for words in ([], ["--blur"]):
+                with self.subTest(kind, words=words):
+                    target = self.path("shown." + kind)
+                    outcome = self.detect(source, "--annotate", target, *words)
+                    self.assertEqual(outcome.code, 0)
+                    self.assertNotIn("warning", outcome.errors)
+                    before, after = self.probe(source), self.probe(target)
+                    self.assertEqual(after["format"]["tags"]["title"], "A walk")
+                    self.assertEqual([chapter["tags"]["title"] for chapter in after["chapters"]],
+                                     ["The gate"])
+                    for name in ("codec_type", "sample_aspect_ratio", "color_space", "color_range",
+                                 "color_transfer", "color_primaries"):
+                        self.assertEqual([stream.get(name, "tv" if "range" in name else None)
+                                          for stream in after["streams"][:3]],
+                                         [stream.get(name, "tv" if "range" in name else None)
+                                          for stream in before["streams"][:3]], name)
+                    self.assertEqual(after["streams"][1]["tags"]["language"], "fra")
+                    for index in range(3):
+                        found = [[(float(packet["pts_time"]), index and packet["data_hash"])
+                                  for packet in probed["packets"]
+                                  if packet["stream_index"] == index]
+                                 for probed in (before, after)]
+                        if kind != "mkv":  # an empty one stands for the time without words
+                            found = [[packet for packet in packets if index < 2 or packet[0] == 1]
+                                     for packets in found]
+                        times = [sorted(packet[0] for packet in packets) for packets in found]
+                        self.assertEqual(len(times[0]), len(times[1]), index)
+                        for early, late in zip(*times):
+                            self.assertAlmostEqual(early, late, delta=0.0011)
+                        self.assertEqual(*([packet[1] for packet in packets]
+                                           for packets in found))
+
+    def test_what_a_container_refuses_is_named_and_hidden_faces_stay_hidden(self):
+        cover = self.file("cover.jpg", full_range_jpeg(quarters(64, 48, LUMA)))
+        ffmpeg("-i", self.clip("clip.mkv", "-c:s", "srt"), "-i", cover, "-map", 0, "-map", 1,
+               "-c", "copy", "-disposition:v:1", "attached_pic", self.path("cover.mkv"))
+        outcome = self.detect("cover.mkv", "--blur", "--annotate", "shown.mp4", "--max-frames", 25)
+        self.assertEqual(outcome.code, 0)
+        self.assertIn("stream 2 (subtitle, subrip) is left out: this container", outcome.errors)
+        self.assertIn("(video, mjpeg) is left out: it may show faces", outcome.errors)
+        after = self.probe(self.path("shown.mp4"))
+        self.assertEqual([stream["codec_type"] for stream in after["streams"][:2]],
+                         ["video", "audio"])
+        self.assertLess(float(after["format"]["duration"]), 1.4)  # of 6.5 seconds
+
+    def test_a_turned_video_stays_upright(self):
+        clip = self.clip("clip.mp4", "-c:s", "mov_text")
+        ffmpeg("-i", clip, "-c", "copy", "-map", 0, "-metadata:s:v:0", "rotate=90",
+               self.path("turned.mp4"))
+        self.detect("turned.mp4", "--annotate", "shown.mp4", module="refusing")
+        video = self.probe(self.path("shown.mp4"))["streams"][0]
+        self.assertEqual((video["width"], video["height"], video["sample_aspect_ratio"]),
+                         (96, 160, "3:4"))
+        self.assertNotIn("side_data_list", video)
+        before, after = (pictures_of(self.path(name)) for name in ("turned.mp4", "shown.mp4"))
+        self.assertEqual(len(before), len(after))
+        for x, y in ((10, 30), (80, 30), (10, 130), (80, 130)):
+            self.assertAlmostEqual(before[9].luma(x, y), after[9].luma(x, y), delta=12)
+
+    def test_a_killed_run_leaves_a_file_that_plays(self):
+        frames = self.file("clip.y4m", y4m([noise(self.random, 320, 192) for _ in range(20)]))
+        ffmpeg("-stream_loop", 200, "-i", frames, "-f", "lavfi", "-i", "sine=d=160", "-c:v",
+               "mpeg2video", "-q:v", 9, "-t", 160, self.path("long.mkv"))
+        for name in ("killed.mp4", "killed.mkv"):
+            with self.subTest(name), subprocess.Popen(
+                    [*PROGRAM, self.path("long.mkv"), "--annotate", self.path(name), "--module",
+                     MODULES], stdout=subprocess.DEVNULL) as process:
+                deadline = time.monotonic() + 100
+                while process.poll() is None and time.monotonic() < deadline and (
+                        not os.path.exists(self.path(name)) or
+                        os.path.getsize(self.path(name)) < 1 << 21):
+                    time.sleep(0.01)
+                process.kill()
+                self.assertLess(process.wait(), 0)
+                probed = self.probe(self.path(name))
+                for index in (0, 1):
+                    self.assertGreater(sum(packet["stream_index"] == index
+                                           for packet in probed["packets"]), 10)
 
 
 class Damage(MediaTest):

@@ -1,15 +1,14 @@
 extern "C" {
-#include <libavdevice/avdevice.h>
 #include <libavutil/display.h>
 #include <libavutil/pixdesc.h>
 }
 
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <string_view>
 
 #include "host/app/input/ffmpeg_conversion.h"
+#include "host/app/input/ffmpeg_demuxer.h"
 #include "host/app/input/video_input.h"
 #include "host/app/platform/ffmpeg.h"
 #include "host/app/platform/process.h"
@@ -19,30 +18,6 @@ namespace tavro::host {
 namespace {
 
 constexpr const char* y4mFormat = "yuv4mpegpipe";
-
-/// The device file if the path is a camera or a link to one, as in /dev/v4l/by-id; else empty.
-std::string cameraAt(const std::string& path) {
-  std::error_code failure;
-  std::string file = std::filesystem::canonical(path, failure).string();
-  return file.starts_with("/dev/video") ? file : std::string();
-}
-
-/// The name under which FFmpeg opens the input. A file may be called anything, so an existing one
-/// must not be read as PROTOCOL:REST.
-std::string ffmpegUrl(const std::string& path) {
-  if (path == "-")
-    return "pipe:0";
-  if (std::string camera = cameraAt(path); !camera.empty())
-    return camera;
-  std::error_code failure;
-  if (path.find(':') != std::string::npos && std::filesystem::exists(path, failure))
-    return "file:" + path;
-  return path;
-}
-
-int stopCheck(void* /*context*/) {
-  return isStopRequested() ? 1 : 0;
-}
 
 /// By the flag in its first chunk: the decoder says no more than that it finds no picture.
 bool isAnimatedWebp(const AVPacket& packet) {
@@ -58,24 +33,31 @@ bool isAnimatedWebp(const AVPacket& packet) {
 class FfmpegInput final : public VideoInput {
  public:
   FfmpegInput() = default;
-  ~FfmpegInput() override { avformat_close_input(&format_); }
+  ~FfmpegInput() override = default;
   FfmpegInput(const FfmpegInput&) = delete;
   FfmpegInput& operator=(const FfmpegInput&) = delete;
 
-  bool openFormat(const InputRequest& request, std::string& error);
+  bool openFormat(const InputRequest& request, std::string& error) {
+    demuxer_ = openDemuxer(request, true, error);
+    format_ = demuxer_.get();
+    return format_ != nullptr;
+  }
   bool openDecoder(std::string& error);
 
   bool read() override;
   int64_t expectedFrames() const override;
   int32_t colorMatrix() const override;
+  PictureTags tags() const override;
 
  private:
   Orientation streamOrientation() const;
+  Orientation frameOrientation() const;
   bool decodeFrame();
   bool feedDecoder();
   void checkForCutOff();
   bool takePicture();
 
+  DemuxerHandle demuxer_;
   AVFormatContext* format_ = nullptr;
   AVStream* stream_ = nullptr;
   CodecHandle decoder_;
@@ -86,55 +68,6 @@ class FfmpegInput final : public VideoInput {
   bool drained_ = false;
   int64_t lastPacketEnd_ = -1;
 };
-
-bool FfmpegInput::openFormat(const InputRequest& request, std::string& error) {
-  std::string formatName = request.format;
-  if (formatName.empty() && !cameraAt(request.path).empty())
-    formatName = "v4l2";
-  const AVInputFormat* inputFormat = nullptr;
-  if (!formatName.empty()) {
-    avdevice_register_all();
-    inputFormat = av_find_input_format(formatName.c_str());
-    if (inputFormat == nullptr) {
-      error = "FFmpeg knows no input format '" + formatName + "'";
-      return false;
-    }
-  }
-  OptionDictionary options;
-  std::error_code failure;
-  if (std::filesystem::exists(request.path, failure))
-    options.set("pattern_type",
-                "none");  // a picture's name is a name, whatever characters are in it
-  if (request.live) {  // FFmpeg looks at up to 5 s or 1 MiB of some streams to tell what they are
-    options.set("analyzeduration", "100000");
-    options.set("formatprobesize", "65536");
-  }
-  for (const auto& [key, value] : request.options)
-    options.set(key, value);
-
-  const int64_t errorsBefore = ffmpegErrorCount();
-  format_ = avformat_alloc_context();
-  if (format_ == nullptr) {
-    error = "out of memory";
-    return false;
-  }
-  format_->interrupt_callback = {.callback = &stopCheck, .opaque = nullptr};
-  int result = avformat_open_input(&format_, ffmpegUrl(request.path).c_str(), inputFormat,
-                                   options.address());
-  if (result >= 0)
-    result = avformat_find_stream_info(format_, nullptr);
-  if (result < 0) {
-    error = explainedError(result, errorsBefore);
-    return false;
-  }
-  for (const auto& [key, value] : request.options)
-    if (options.has(key.c_str())) {
-      error =
-          "input format '" + std::string(format_->iformat->name) + "' has no option '" + key + "'";
-      return false;
-    }
-  return true;
-}
 
 bool FfmpegInput::openDecoder(std::string& error) {
   const AVCodec* codec = nullptr;
@@ -185,6 +118,12 @@ Orientation FfmpegInput::streamOrientation() const {
 #endif
   return matrix != nullptr ? orientationOf(reinterpret_cast<const int32_t*>(matrix))
                            : Orientation{};
+}
+
+Orientation FfmpegInput::frameOrientation() const {
+  const AVFrameSideData* matrix = av_frame_get_side_data(frame_.get(), AV_FRAME_DATA_DISPLAYMATRIX);
+  return matrix != nullptr ? orientationOf(reinterpret_cast<const int32_t*>(matrix->data))
+                           : storedOrientation_;
 }
 
 bool FfmpegInput::read() {
@@ -271,13 +210,8 @@ void FfmpegInput::checkForCutOff() {
 bool FfmpegInput::takePicture() {
   if (frame_->decode_error_flags != 0 || (frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0)
     damage_.noteDamagedFrame();
-  const AVFrameSideData* ownMatrix =
-      av_frame_get_side_data(frame_.get(), AV_FRAME_DATA_DISPLAYMATRIX);
-  const Orientation orientation =
-      ownMatrix != nullptr ? orientationOf(reinterpret_cast<const int32_t*>(ownMatrix->data))
-                           : storedOrientation_;
   std::string error;
-  picture_ = converter_.convert(*frame_, orientation, error);
+  picture_ = converter_.convert(*frame_, frameOrientation(), error);
   ++index_;
   if (!picture_.has_value()) {
     damage_.noteDamagedFrame();
@@ -300,6 +234,18 @@ int32_t FfmpegInput::colorMatrix() const {
       av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame_->format));
   const bool wasRgb = descriptor != nullptr && (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
   return wasRgb ? AVCOL_SPC_SMPTE170M : frame_->colorspace;
+}
+
+PictureTags FfmpegInput::tags() const {
+  AVRational shape = av_guess_sample_aspect_ratio(format_, stream_, frame_.get());
+  if (shape.num > 0 && frameOrientation().transpose)
+    shape = av_inv_q(shape);
+  return {.primaries = frame_->color_primaries,
+          .transfer = frame_->color_trc,
+          .chromaLocation = frame_->chroma_location,
+          .pixelWidth = shape.num,
+          .pixelHeight = shape.den,
+          .clock = {stream_->time_base.den, stream_->time_base.num}};
 }
 
 int64_t FfmpegInput::expectedFrames() const {

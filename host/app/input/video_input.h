@@ -30,6 +30,17 @@ struct FrameRate {
   double perSecond() const { return static_cast<double>(numerator) / denominator; }
 };
 
+/// What a player has to know about the pictures besides their samples. Codes are those of ISO/IEC
+/// 23091-2; the zeros mean that it isn't known.
+struct PictureTags {
+  int32_t primaries = 2;
+  int32_t transfer = 2;
+  int32_t chromaLocation = 0;  ///< one more than the code
+  int32_t pixelWidth = 0;      ///< a pixel's shape: width to height, in the upright picture
+  int32_t pixelHeight = 1;
+  FrameRate clock = {60000, 1};  ///< every time stamp is a whole number of its ticks
+};
+
 class VideoInput {
  public:
   /// Null if the input can't be opened or holds no video that can be decoded, with the reason in
@@ -46,6 +57,9 @@ class VideoInput {
 
   /// Of the current picture: the matrix coefficients by the code of ISO/IEC 23091-2, 2 if unknown.
   virtual int32_t colorMatrix() const = 0;
+
+  /// Of the current picture.
+  virtual PictureTags tags() const { return {}; }
 
   /// The picture that read() has read; good until the next read().
   const I420Frame& picture() const { return *picture_; }

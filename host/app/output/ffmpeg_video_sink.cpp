@@ -1,24 +1,37 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <limits>
 #include <utility>
 
+#include "host/app/output/ffmpeg_stream_copy.h"
 #include "host/app/output/frame_sink.h"
 #include "host/app/platform/ffmpeg.h"
+#include "host/app/platform/process.h"
 
 namespace tavro::host {
 
 namespace {
 
-// Every usual frame rate fits, even 30000/1001 nearly, and the MPEG-4 encoder allows it.
-constexpr AVRational timeBase = {1, 60000};
+/// Ticks that hold every time stamp of the input, and others between, for stamps that have to be
+/// moved. The MPEG-4 encoder counts to 65535; 1/60000 fits every usual rate, 30000/1001 nearly.
+AVRational ticksFor(const FrameRate& clock, AVCodecID encoder) {
+  constexpr int64_t finest = 1000000;
+  const int64_t parts = std::max(int64_t{1}, 10000 * int64_t{clock.denominator} / clock.numerator);
+  if (encoder == AV_CODEC_ID_MPEG4 || clock.numerator * parts > finest * clock.denominator ||
+      clock.numerator * parts > std::numeric_limits<int>::max())
+    return {1, 60000};
+  return {clock.denominator, static_cast<int>(clock.numerator * parts)};
+}
 
 constexpr int evenCeiling(int size) {
   return size + size % 2;
 }
 
-/// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder. Frames of another size than the
-/// first are scaled to it, and odd sizes to the next even one, as the encoders want.
+/// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder, with the other streams of the
+/// input. Frames of another size than the first are scaled to it, and odd sizes to the next even
+/// one, as the encoders want. The file is written in fragments of a second or more: one that is cut
+/// short can be played up to there.
 class VideoSink final : public FrameSink {
  public:
   VideoSink() = default;
@@ -42,7 +55,7 @@ class VideoSink final : public FrameSink {
     if (!openEncoder(format, error) ||
         !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
       return false;
-    if (writeHeader(error))
+    if (writeHeader(format, error))
       return true;
     avio_closep(&muxer_->pb);
     std::error_code failure;
@@ -55,14 +68,22 @@ class VideoSink final : public FrameSink {
     if (!succeeded(av_frame_make_writable(frame_.get()), error) || !fit(frame, error))
       return false;
     // Strictly rising, whatever the input's time stamps do: the muxer takes nothing else.
-    lastTime_ = std::max(lastTime_ + 1, int64_t{std::llround(time * timeBase.den)});
+    const AVRational tick = encoder_->time_base;
+    lastTime_ = std::max(lastTime_ + 1, int64_t{std::llround(time * tick.den / tick.num)});
     frame_->pts = lastTime_;
+    ++frames_;
     return encode(frame_.get(), error);
   }
 
   bool finish(std::string& error) override {
-    return encode(nullptr, error) && succeeded(av_write_trailer(muxer_), error) &&
-           succeeded(avio_closep(&muxer_->pb), error);
+    // What is cut short ends with its last frame, but sound may go on longer than the video.
+    const bool isCutShort = isStopRequested() || (mostFrames_ != 0 && frames_ >= mostFrames_);
+    const double end = isCutShort ? seconds(lastTime_) + 1.0 / av_q2d(encoder_->framerate)
+                                  : std::numeric_limits<double>::infinity();
+    if (!encode(nullptr, error) || !copyUntil(end, error))
+      return false;
+    copy_.warnOfLosses();
+    return succeeded(av_write_trailer(muxer_), error) && succeeded(avio_closep(&muxer_->pb), error);
   }
 
  private:
@@ -86,7 +107,11 @@ class VideoSink final : public FrameSink {
     encoder_->pix_fmt = AV_PIX_FMT_YUV420P;
     encoder_->color_range = AVCOL_RANGE_MPEG;
     encoder_->colorspace = static_cast<AVColorSpace>(format.colorMatrix);
-    encoder_->time_base = timeBase;
+    encoder_->color_primaries = static_cast<AVColorPrimaries>(format.tags.primaries);
+    encoder_->color_trc = static_cast<AVColorTransferCharacteristic>(format.tags.transfer);
+    encoder_->chroma_sample_location = static_cast<AVChromaLocation>(format.tags.chromaLocation);
+    encoder_->sample_aspect_ratio = {format.tags.pixelWidth, format.tags.pixelHeight};
+    encoder_->time_base = ticksFor(format.tags.clock, codec->id);
     encoder_->framerate = {format.frameRate.numerator, format.frameRate.denominator};
     encoder_->thread_count = 1;  // keeps the detector's timings its own
     if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
@@ -107,18 +132,28 @@ class VideoSink final : public FrameSink {
     return succeeded(av_frame_get_buffer(frame_.get(), 0), error);
   }
 
-  bool writeHeader(std::string& error) {
+  bool writeHeader(const SinkFormat& format, std::string& error) {
     AVStream* stream = avformat_new_stream(muxer_, nullptr);
     if (stream == nullptr) {
       error = "out of memory";
       return false;
     }
-    OptionDictionary options;
-    options.set("movflags", "+faststart");  // plays while it is still being downloaded
-    stream->time_base = timeBase;
+    stream->time_base = encoder_->time_base;
     stream->avg_frame_rate = encoder_->framerate;
-    return succeeded(avcodec_parameters_from_context(stream->codecpar, encoder_.get()), error) &&
-           succeeded(avformat_write_header(muxer_, options.address()), error);
+    stream->sample_aspect_ratio = encoder_->sample_aspect_ratio;
+    if (!succeeded(avcodec_parameters_from_context(stream->codecpar, encoder_.get()), error))
+      return false;
+    mostFrames_ = format.mostFrames;
+    if (format.source != nullptr)
+      copy_.open(*format.source, format.hidesFaces, *muxer_);
+    OptionDictionary options;
+    // The header waits for the first fragment: only then the muxer knows all of the streams.
+    options.set("movflags", "+frag_keyframe+delay_moov+default_base_moof");
+    options.set("frag_duration", "1000000");
+    options.set("cluster_time_limit", "1000");
+    muxer_->flush_packets = 1;
+    muxer_->max_interleave_delta = 1000000;  // subtitles are rare, and the rest waits for them
+    return succeeded(avformat_write_header(muxer_, options.address()), error);
   }
 
   /// Brings the picture into the encoder's frame; a plain copy if the sizes agree.
@@ -143,11 +178,24 @@ class VideoSink final : public FrameSink {
         return true;
       if (!succeeded(result, error))
         return false;
+      if (!copyUntil(seconds(packet_->dts), error))
+        return false;
       packet_->stream_index = 0;
-      av_packet_rescale_ts(packet_.get(), timeBase, muxer_->streams[0]->time_base);
-      if (!succeeded(av_interleaved_write_frame(muxer_, packet_.get()), error))
+      av_packet_rescale_ts(packet_.get(), encoder_->time_base, muxer_->streams[0]->time_base);
+      const int written = av_interleaved_write_frame(muxer_, packet_.get());
+      av_packet_unref(packet_.get());
+      if (!succeeded(written, error))
         return false;
     }
+  }
+
+  double seconds(int64_t time) const {
+    return static_cast<double>(time) * av_q2d(encoder_->time_base);
+  }
+
+  bool copyUntil(double time, std::string& error) {
+    int failure = 0;
+    return copy_.writeUntil(time, *muxer_, failure) || succeeded(failure, error);
   }
 
   AVFormatContext* muxer_ = nullptr;
@@ -155,7 +203,10 @@ class VideoSink final : public FrameSink {
   FrameHandle frame_;
   PacketHandle packet_;
   ScalerHandle scaler_;
+  StreamCopy copy_;
   int64_t lastTime_ = -1;
+  int64_t frames_ = 0;
+  int64_t mostFrames_ = 0;
   int64_t errorsBefore_ = ffmpegErrorCount();
 };
 

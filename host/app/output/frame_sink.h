@@ -27,6 +27,10 @@ struct SinkFormat {
   int32_t height = 0;
   FrameRate frameRate = {};
   int32_t colorMatrix = 2;  ///< that of VideoInput
+  PictureTags tags = {};
+  const InputRequest* source = nullptr;  ///< whose other streams go along; null: none do
+  int64_t mostFrames = 0;                ///< of the source that are wanted; 0: all of them
+  bool hidesFaces = false;               ///< no other picture of the source may go along
 };
 
 /// True if the name ends in `extension`, in upper or lower case.

@@ -124,7 +124,9 @@ MediaHelp mediaHelp() {
       .inputOption = "Option of FFmpeg's demuxer, such as video_size=640x480; may be repeated",
       .annotate =
           "Video (.mp4, .mkv, .mov) or picture (.png, the first frame) to write with the "
-          "rectangles drawn",
+          "rectangles drawn. Sound, subtitles, chapters and titles of an input file are copied; "
+          "one "
+          "that the container can't hold is named in a warning",
       .examples = R"(  tavro-fd clip.mp4                              the rectangles of every frame
   tavro-fd photo.jpg --annotate boxes.png        a picture with the rectangles drawn
   tavro-fd clip.mp4 --annotate boxes.mp4 --stats --output faces.jsonl
