@@ -279,6 +279,7 @@ class Run {
                                .colorMatrix = input_->colorMatrix(),
                                .tags = input_->tags(),
                                .source = &options_.input,
+                               .otherStreams = input_->otherStreams(),
                                .mostFrames = options_.maxFrames,
                                .hidesFaces = hidesFaces(options_)};
     return openOutputs({.options = options_.output,

@@ -239,6 +239,18 @@ class OtherStreams(MediaTest):
                          ["video", "audio"])
         self.assertLess(float(after["format"]["duration"]), 1.4)  # of 6.5 seconds
 
+        # What the muxer takes by its kind but not at that rate, and what comes through a pipe.
+        self.clip("slow.mkv", "-c:a", "libmp3lame", "-ar", 8000, "-c:s", "srt")
+        outcome = self.detect("slow.mkv", "--annotate", "slow.mp4")
+        self.assertEqual(outcome.code, 0)
+        self.assertIn("stream 1 (audio, mp3) is left out: this container", outcome.errors)
+        kinds = [stream["codec_type"] for stream in self.probe(self.path("slow.mp4"))["streams"]]
+        self.assertEqual((kinds[0], kinds.count("video"), kinds.count("audio")), ("video", 1, 0))
+        with open(self.path("slow.mkv"), "rb") as piped:
+            outcome = self.detect("-", "--annotate", "piped.mp4", stdin=piped.read())
+        self.assertEqual(outcome.code, 0)
+        self.assertIn("only a file's are copied", outcome.errors)
+
     def test_a_turned_video_stays_upright(self):
         clip = self.clip("clip.mp4", "-c:s", "mov_text")
         ffmpeg("-i", clip, "-c", "copy", "-map", 0, "-metadata:s:v:0", "rotate=90",

@@ -61,6 +61,9 @@ class VideoInput {
   /// Of the current picture.
   virtual PictureTags tags() const { return {}; }
 
+  /// How many streams the input has besides the video.
+  virtual int32_t otherStreams() const { return 0; }
+
   /// The picture that read() has read; good until the next read().
   const I420Frame& picture() const { return *picture_; }
   int64_t index() const { return index_; }  ///< counts from 0

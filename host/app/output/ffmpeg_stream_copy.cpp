@@ -30,8 +30,7 @@ void copyChapters(const AVFormatContext& source, int64_t startMicroseconds,
                   AVFormatContext& target) {
   if (source.nb_chapters == 0)
     return;
-  target.chapters =
-      static_cast<AVChapter**>(av_calloc(source.nb_chapters, sizeof *target.chapters));
+  target.chapters = static_cast<AVChapter**>(av_calloc(source.nb_chapters, sizeof(void*)));
   for (unsigned i = 0; target.chapters != nullptr && i < source.nb_chapters; ++i) {
     auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
     if (chapter == nullptr)
@@ -61,21 +60,25 @@ uint32_t keptTag(const AVCodecParameters& codec, const AVOutputFormat& format) {
 
 }  // namespace
 
-void StreamCopy::open(const InputRequest& source, bool hidesFaces, AVFormatContext& target) {
+void StreamCopy::open(const SinkFormat& format, bool withStreams, AVFormatContext& target) {
+  const InputRequest& source = *format.source;
   source_ = source.path;
+  omissions_.clear();
   const std::string url = "file:";
   std::error_code ignored;
   const std::string file =
       source.path.starts_with(url) ? source.path.substr(url.size()) : source.path;
-  if (!std::filesystem::is_regular_file(pathFromUtf8(file), ignored))
+  if (!std::filesystem::is_regular_file(pathFromUtf8(file), ignored)) {
+    if (format.otherStreams > 0)
+      omissions_.emplace_back("sound and other streams are left out: only a file's are copied");
     return;
+  }
   std::string error;
   packet_.reset(av_packet_alloc());
   demuxer_ = openDemuxer(source, false, error);
   if (packet_ == nullptr || demuxer_ == nullptr) {
     demuxer_.reset();
-    std::fprintf(stderr, "tavro-fd: warning: %s: no sound can be copied: %s\n", source_.c_str(),
-                 error.c_str());
+    omissions_.push_back("no sound can be copied: " + (error.empty() ? "out of memory" : error));
     return;
   }
   const int64_t start = demuxer_->start_time != AV_NOPTS_VALUE ? demuxer_->start_time : 0;
@@ -83,15 +86,21 @@ void StreamCopy::open(const InputRequest& source, bool hidesFaces, AVFormatConte
   copyChapters(*demuxer_, start, target);
   const int shown = av_find_best_stream(demuxer_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
   bool copiesAny = false;
-  routes_.resize(demuxer_->nb_streams);
+  routes_.assign(demuxer_->nb_streams, {});
   for (unsigned i = 0; i < demuxer_->nb_streams; ++i) {
     AVStream& stream = *demuxer_->streams[i];
+    const char* obstacle = nullptr;
+    if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && format.hidesFaces)
+      obstacle = "it may show faces";
+    else if (!withStreams || avformat_query_codec(target.oformat, stream.codecpar->codec_id,
+                                                  FF_COMPLIANCE_NORMAL) != 1)
+      obstacle = "this container can't hold it";
     if (static_cast<int>(i) == shown) {
       copyEntries(&target.streams[0]->metadata, stream.metadata);
       target.streams[0]->disposition = stream.disposition;
     } else if (stream.codecpar->codec_id == AV_CODEC_ID_BIN_DATA && demuxer_->nb_chapters > 0) {
       // MP4 keeps the chapters' titles in a stream, and the muxer writes one itself.
-    } else if (addStream(stream, hidesFaces, target)) {
+    } else if (addStream(stream, obstacle, target)) {
       routes_[i].target = static_cast<int>(target.nb_streams) - 1;
       copiesAny = true;
       continue;
@@ -102,18 +111,13 @@ void StreamCopy::open(const InputRequest& source, bool hidesFaces, AVFormatConte
     demuxer_.reset();
 }
 
-bool StreamCopy::addStream(AVStream& stream, bool hidesFaces, AVFormatContext& target) {
+/// Null for `obstacle`: nothing stands against it.
+bool StreamCopy::addStream(AVStream& stream, const char* obstacle, AVFormatContext& target) {
   const AVCodecParameters& codec = *stream.codecpar;
-  const char* reason = nullptr;
-  if (codec.codec_type == AVMEDIA_TYPE_VIDEO && hidesFaces)
-    reason = "it may show faces";
-  else if (avformat_query_codec(target.oformat, codec.codec_id, FF_COMPLIANCE_NORMAL) != 1)
-    reason = "this container can't hold it";
-  AVStream* added = reason == nullptr ? avformat_new_stream(&target, nullptr) : nullptr;
+  AVStream* added = obstacle == nullptr ? avformat_new_stream(&target, nullptr) : nullptr;
   if (added == nullptr || avcodec_parameters_copy(added->codecpar, &codec) < 0) {
-    std::fprintf(stderr, "tavro-fd: warning: %s: %s is left out: %s\n", source_.c_str(),
-                 nameOf(static_cast<unsigned>(stream.index)).c_str(),
-                 reason != nullptr ? reason : "out of memory");
+    omissions_.push_back(nameOf(static_cast<unsigned>(stream.index)) +
+                         " is left out: " + (obstacle != nullptr ? obstacle : "out of memory"));
     return false;
   }
   added->codecpar->codec_tag = keptTag(codec, *target.oformat);
@@ -178,6 +182,11 @@ bool StreamCopy::write(AVFormatContext& target, int& failure) {
     return false;
   ++route.refused;
   return true;
+}
+
+void StreamCopy::warnOfOmissions() const {
+  for (const std::string& omission : omissions_)
+    std::fprintf(stderr, "tavro-fd: warning: %s: %s\n", source_.c_str(), omission.c_str());
 }
 
 void StreamCopy::warnOfLosses() const {

@@ -8,17 +8,23 @@
 #include <vector>
 
 #include "host/app/input/ffmpeg_demuxer.h"
-#include "host/app/input/video_input.h"
+#include "host/app/output/frame_sink.h"
 #include "host/app/platform/ffmpeg.h"
 
 namespace tavro::host {
 
 class StreamCopy {
  public:
-  /// Adds the streams of `source` to `target`, whose first stream is the video, before its header
-  /// is written. A stream that can't go along is named in a warning. With `hidesFaces` no other
-  /// video and no cover picture goes along. Nothing is copied from what isn't a file.
-  void open(const InputRequest& source, bool hidesFaces, AVFormatContext& target);
+  /// Adds the streams of the format's source to `target`, whose first stream is the video, before
+  /// its header is written. What can't go along is noted for warnOfOmissions(): no stream of what
+  /// isn't a file, where faces are hidden no other video and no cover picture, and without
+  /// `withStreams`, for a container that refuses the header because of them, no stream at all.
+  void open(const SinkFormat& format, bool withStreams, AVFormatContext& target);
+
+  bool hasStreams() const { return demuxer_ != nullptr; }
+
+  /// Names the streams that are left out.
+  void warnOfOmissions() const;
 
   /// Writes the packets that begin up to `seconds` from the start of the input. False if the file
   /// can't be written, with FFmpeg's code in `failure`.
@@ -34,7 +40,7 @@ class StreamCopy {
     int64_t latest = AV_NOPTS_VALUE;  ///< decoding time, in ticks of the stream written
   };
 
-  bool addStream(AVStream& stream, bool hidesFaces, AVFormatContext& target);
+  bool addStream(AVStream& stream, const char* obstacle, AVFormatContext& target);
   bool write(AVFormatContext& target, int& failure);
   double startTime() const;
   std::string nameOf(unsigned index) const;
@@ -44,6 +50,7 @@ class StreamCopy {
   bool hasPacket_ = false;
   std::vector<Route> routes_;  ///< by the index in the input
   std::string source_;
+  std::vector<std::string> omissions_;
 };
 
 }  // namespace tavro::host

@@ -55,9 +55,12 @@ class VideoSink final : public FrameSink {
     if (!openEncoder(format, error) ||
         !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
       return false;
-    if (writeHeader(format, error))
+    if (writeHeader(format, true, error))
       return true;
-    avio_closep(&muxer_->pb);
+    if (copy_.hasStreams() && reopen(path, error) && writeHeader(format, false, error))
+      return true;
+    if (muxer_ != nullptr)
+      avio_closep(&muxer_->pb);
     std::error_code failure;
     if (std::filesystem::is_regular_file(path, failure))
       std::filesystem::remove(path, failure);
@@ -132,7 +135,16 @@ class VideoSink final : public FrameSink {
     return succeeded(av_frame_get_buffer(frame_.get(), 0), error);
   }
 
-  bool writeHeader(const SinkFormat& format, std::string& error) {
+  /// Begins again with an empty container.
+  bool reopen(const std::string& path, std::string& error) {
+    avio_closep(&muxer_->pb);
+    avformat_free_context(std::exchange(muxer_, nullptr));
+    return succeeded(avformat_alloc_output_context2(&muxer_, nullptr, nullptr, path.c_str()),
+                     error) &&
+           succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error);
+  }
+
+  bool writeHeader(const SinkFormat& format, bool withStreams, std::string& error) {
     AVStream* stream = avformat_new_stream(muxer_, nullptr);
     if (stream == nullptr) {
       error = "out of memory";
@@ -145,7 +157,7 @@ class VideoSink final : public FrameSink {
       return false;
     mostFrames_ = format.mostFrames;
     if (format.source != nullptr)
-      copy_.open(*format.source, format.hidesFaces, *muxer_);
+      copy_.open(format, withStreams, *muxer_);
     OptionDictionary options;
     // The header waits for the first fragment: only then the muxer knows all of the streams.
     options.set("movflags", "+frag_keyframe+delay_moov+default_base_moof");
@@ -153,7 +165,10 @@ class VideoSink final : public FrameSink {
     options.set("cluster_time_limit", "1000");
     muxer_->flush_packets = 1;
     muxer_->max_interleave_delta = 1000000;  // subtitles are rare, and the rest waits for them
-    return succeeded(avformat_write_header(muxer_, options.address()), error);
+    if (!succeeded(avformat_write_header(muxer_, options.address()), error))
+      return false;
+    copy_.warnOfOmissions();
+    return true;
   }
 
   /// Brings the picture into the encoder's frame; a plain copy if the sizes agree.

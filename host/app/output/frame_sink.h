@@ -29,6 +29,7 @@ struct SinkFormat {
   int32_t colorMatrix = 2;  ///< that of VideoInput
   PictureTags tags = {};
   const InputRequest* source = nullptr;  ///< whose other streams go along; null: none do
+  int32_t otherStreams = 0;              ///< of the source, besides the video
   int64_t mostFrames = 0;                ///< of the source that are wanted; 0: all of them
   bool hidesFaces = false;               ///< no other picture of the source may go along
 };
