@@ -1,5 +1,3 @@
-#include "host/app/hiding_options.h"
-
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <limits>
@@ -7,6 +5,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "host/app/options.h"
 
 namespace tavro::host {
 

@@ -8,7 +8,6 @@
 #include <filesystem>
 
 #include "host/app/help_formatter.h"
-#include "host/app/hiding_options.h"
 #include "host/app/output/best_faces.h"
 #include "host/app/output/serve/web_address.h"
 #include "host/app/output/text_format.h"

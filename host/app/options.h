@@ -11,6 +11,10 @@
 #include "host/app/output/frame_output.h"
 #include "host/core/frame_search.h"
 
+namespace CLI {
+class App;
+}
+
 namespace tavro::host {
 
 inline constexpr int exitSuccess = 0;
@@ -38,5 +42,9 @@ struct ParsedOptions {
 /// Parses the arguments, which are in UTF-8. Help and version go to the standard output, bad usage
 /// to the standard error as one line.
 ParsedOptions parseOptions(const std::vector<std::string>& arguments);
+
+/// Adds what can be said about hiding to the command line: how, where, when and whom. Parsing it
+/// fills `options`, which must live until then.
+void addHidingOptions(CLI::App& app, HidingOptions& options);
 
 }  // namespace tavro::host

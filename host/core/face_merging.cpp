@@ -8,7 +8,7 @@
 #include <optional>
 #include <utility>
 
-#include "host/core/face_overlap.h"
+#include "host/core/face_rects.h"
 
 namespace tavro::host {
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-#include "host/core/face_overlap.h"
+#include "host/core/face_rects.h"
 
 namespace tavro::host {
 

@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/core/face_overlap.h"
+#include "host/core/face_rects.h"
 #include "host/core/i420_frame.h"
 #include "tests/support/captured_stdout.h"
 #include "tests/support/frames.h"

@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "host/core/face_numbers.h"
-#include "host/core/face_overlap.h"
+#include "host/core/face_rects.h"
 
 namespace tavro::jitter {
 

@@ -8,7 +8,7 @@
 #include "host/app/output/text_format.h"
 #include "host/app/platform/media.h"
 #include "host/core/face_cover.h"
-#include "host/core/face_overlap.h"
+#include "host/core/face_rects.h"
 #include "host/core/window_plan.h"
 
 namespace tavro::host {
