@@ -131,7 +131,7 @@ class Run {
         return false;
     detector_ = DetectorSession::open(options_.module, options_.search, error);
     // Each window has an instance, which would print what the first one has printed.
-    if (options_.search.windows.smallestFace > 0)
+    if (options_.search.windows.hasWindows())
       discardStandardOutput();
     return detector_ != nullptr || fail(error);
   }

@@ -61,6 +61,8 @@ class Instance {
   }
 
   bool exists() const { return wrapper_ != nullptr; }
+  /// It hasn't seen a frame since it was prepared.
+  bool isNew() const { return isNew_; }
 
   /// Prepares it, or has it forget the faces.
   bool init() {
@@ -79,7 +81,7 @@ class Instance {
  private:
   FDWrapper* wrapper_ = nullptr;
   bool isShown_ = false;
-  bool isNew_ = false;  ///< hasn't seen a frame since it was prepared
+  bool isNew_ = false;
 };
 
 /// A window with what it takes to search it.
@@ -276,16 +278,26 @@ Status FrameSearch::State::firstFailure() const {
 }
 
 Status FrameSearch::State::search(const HostFrame& frame, FaceRects& faces) {
+  // A part of a frame with rows that are too short would reach beyond its samples. Without windows,
+  // the module judges the frame.
+  const Window whole = {0, 0, frame.width(), frame.height()};
+  if (options.windows.hasWindows() && !partOf(frame, whole).has_value())
+    return {"the frame's planes don't suit its size"};
   if (reports.empty() || frame.width() != width || frame.height() != height)
     lookAt(frame);
   if (panes.empty())
     return {"no region lies in the frame"};
-  const bool isModulesOwn = panes.size() == 1 && isWhole(reports.front().window);
-  // A part of a frame with rows that are too short would reach beyond its samples.
-  if (!isModulesOwn && !partOf(frame, {0, 0, width, height}).has_value())
-    return {"the frame's planes don't suit its size"};
   chooseDue();
-  pool->run(panes.size(), [&](size_t index) { searchWindow(frame, index); });
+  pool->run(panes.size(), [&](size_t index) {
+    if (!panes[index].instance.isNew())
+      searchWindow(frame, index);
+  });
+  // What an instance prints about its first frame is diverted, which takes the lock of the standard
+  // output. The caller may hold it, and no other thread would get it then.
+  for (size_t i = 0; i < panes.size(); ++i)
+    if (panes[i].instance.isNew())
+      searchWindow(frame, i);
+  const bool isModulesOwn = panes.size() == 1 && isWhole(reports.front().window);
   const bool isDone =
       faces.assign(isModulesOwn ? panes.front().faces.view() : merger.update(sightings()));
   return isDone ? firstFailure() : Status{"out of memory"};

@@ -71,14 +71,15 @@ class FrameSearch {
 
   /// Finds the faces of the next frame, the oldest first. A failure names the first window whose
   /// instance couldn't be made or refused the frame; `faces` holds what the others have seen. It is
-  /// one, too, if no region lies in the frame. One call at a time.
+  /// one, too, if no region lies in the frame. Where windows or regions are wanted, a frame with
+  /// planes that don't suit its size fails before anything is made for it. One call at a time.
   TAVRO_HOST_API Status search(const TavroRTC::FDModule::HostFrame& frame, FaceRects& faces);
 
   /// Forgets the faces: the next frame is of another video, and all is as after open(). It fails if
   /// the first instance can't be made again.
   TAVRO_HOST_API Status restart();
 
-  /// The windows of the latest frame; empty before the first one.
+  /// The windows of the latest frame that was searched; empty before the first one.
   TAVRO_HOST_API std::span<const WindowReport> windows() const;
   /// The size from which faces are seen everywhere in the frame, as in WindowPlan.
   TAVRO_HOST_API int32_t smallestFace() const;

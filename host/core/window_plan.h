@@ -48,6 +48,9 @@ struct WindowWish {
   int32_t smallestFace = 0;  ///< pixels of the frame; 0: each region as one window, no squares
   int32_t mostWindows = 64;  ///< at least one; there is one for each region in any case
   std::vector<Window> regions = {};  ///< where to look; none: in the whole frame
+
+  /// False if the detector is to see the whole frame and nothing else.
+  bool hasWindows() const { return smallestFace > 0 || !regions.empty(); }
 };
 
 struct WindowPlan {

@@ -69,8 +69,8 @@ class Detector {
       throw py::value_error(wrong.error);
     py::gil_scoped_release released;
     host::SearchModules modules = {.whole = loadedModule(path)};
-    const bool hasWindows = smallestFace > 0 || !regions.empty();
-    if (const std::string square = hasWindows ? host::squareDetectorBeside(path) : "";
+    if (const std::string square =
+            options_.windows.hasWindows() ? host::squareDetectorBeside(path) : "";
         !square.empty())
       modules.square = loadedModule(square);
     host::Status status;

@@ -84,10 +84,13 @@ class Application(ApplicationTest):
                         "1000ms"), ("--smallest-face", 12, "--max-windows", 11, "--threads", 8)):
             results = self.succeed(12, clip, *options, module="painted")
             self.assertEqual([result["faces"] for result in results], windows)
-        results = self.succeed(12, "--roi", "90,30,300,60", "--roi", "400,0,80,270", clip,
-                               module="painted")
-        self.assertEqual([[face["left"] for face in result["faces"]] for result in results],
+        inside = self.detect("--roi", "90,30,300,60", "--roi", "400,0,80,270", clip,
+                             module="painted")
+        self.assertEqual([[face["left"] for face in result["faces"]]
+                          for result in inside.results()],
                          [[left] for left in range(100, 340, 20)])
+        for outcome in (told, inside):  # once, whatever the number of instances
+            self.assertEqual(outcome.errors.count("fake: prepared\n"), 1)
 
     def test_bad_usage_is_one_line_and_exit_code_2(self):
         clip = self.clip(2)

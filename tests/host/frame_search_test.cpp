@@ -98,6 +98,29 @@ TEST_F(FrameSearchTest, HandsOverEachPlaneFromTheWindowsFirstSample) {
   EXPECT_EQ(find(frame, "no region lies in the frame"), Faces());
 }
 
+/// The host's frame without its last plane.
+class PoorFrame final : public TavroRTC::FDModule::HostFrame {
+ public:
+  explicit PoorFrame(const I420Frame& frame) : frame_(frame) {}
+  const uint8_t* planeData(int32_t plane) const override {
+    return plane < 2 ? frame_.planeData(plane) : nullptr;
+  }
+  int32_t planeStride(int32_t plane) const override { return frame_.planeStride(plane); }
+  int32_t width() const override { return frame_.width(); }
+  int32_t height() const override { return frame_.height(); }
+
+ private:
+  const I420Frame& frame_;
+};
+
+TEST_F(FrameSearchTest, MakesNothingForAFrameThatLacksAPlane) {
+  open({.whole = load(FAKE_PAINTED_FILE)}, {.windows = {.smallestFace = 24}});
+  const I420Frame frame = test::plainFrame(640, 360, 16);
+  EXPECT_EQ(search_->search(PoorFrame(frame), faces_).error,
+            "the frame's planes don't suit its size");
+  EXPECT_TRUE(search_->windows().empty());
+}
+
 #ifdef __GLIBC__
 TEST_F(FrameSearchTest, LeavesTheStandardOutputToTheRestOfTheProgram) {
   const std::string module = load(FAKE_PAINTED_FILE);
@@ -116,7 +139,11 @@ TEST_F(FrameSearchTest, LeavesTheStandardOutputToTheRestOfTheProgram) {
   });
   for (int32_t i = 0; i < 20; ++i) {
     open({.whole = module}, {.windows = {.smallestFace = 12}, .threads = 3});
+    if (i % 2 == 0)
+      flockfile(stdout);
     find(test::plainFrame(640, 362, 16));
+    if (i % 2 == 0)
+      funlockfile(stdout);
   }
   isDone = true;
   program.join();

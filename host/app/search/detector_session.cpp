@@ -18,8 +18,7 @@ std::unique_ptr<DetectorSession> DetectorSession::open(const std::string& path,
   std::unique_ptr<DetectorSession> session(new DetectorSession);
   SearchModules& modules = session->modules_;
   Status status = loadModule(file, &modules.whole);
-  const bool hasWindows = options.windows.smallestFace > 0 || !options.windows.regions.empty();
-  if (const std::string square = hasWindows ? squareDetectorBeside(file) : "";
+  if (const std::string square = options.windows.hasWindows() ? squareDetectorBeside(file) : "";
       status.ok() && !square.empty())
     status = loadModule(square, &modules.square);
   if (status.ok())
