@@ -1,5 +1,6 @@
 // tavro-fd: finds the faces in a video and prints one JSON object per frame. options.h lists what
-// the user can ask for, and run.cpp takes each frame through the rooms:
+// the user can ask for, batch.cpp takes one input after the other, and run.cpp takes each frame
+// through the rooms:
 //
 //   input/      a file, stream or camera becomes upright I420 pictures
 //   search/     a picture goes to the detector module; rectangles and timings come back
@@ -13,6 +14,7 @@
 #include <exception>
 
 #include "host/app/options.h"
+#include "host/app/platform/media.h"
 #include "host/app/platform/process.h"
 #include "host/app/run.h"
 
@@ -23,7 +25,12 @@ int main(int argumentCount, char** arguments) {
     const ParsedOptions parsed = parseOptions(commandLine(argumentCount, arguments));
     if (parsed.exitCode.has_value())
       return *parsed.exitCode;
-    return run(parsed.options);
+    prepareMedia();
+    catchStopSignals();
+    if (!parsed.batch.folder.empty())
+      return runBatch(parsed.batch);
+    ProgressLine progress;
+    return run(parsed.options, progress);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "tavro-fd: %s\n", failure.what());
     return exitBadInput;

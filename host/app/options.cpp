@@ -32,7 +32,8 @@ constexpr const char* description =
 constexpr const char* exitCodes = R"(
 Exit codes:
   0  all frames were analysed
-  1  the input is damaged or cut off, or the detector refused a frame: the results are incomplete
+  1  the input is damaged or cut off, or the detector refused a frame: the results are incomplete;
+     with --output-dir, one of the inputs failed
   2  bad usage, an input that can't be read or an output that can't be written
   130, 143  stopped by Ctrl-C or SIGTERM: the files are complete up to there
 
@@ -86,17 +87,6 @@ bool isInput(const std::string& target, const std::string& input) {
   const std::string url = "file:";
   const std::string name = input.starts_with(url) ? input.substr(url.size()) : input;
   return sameFile(target, name) || isOfPattern(target, name);
-}
-
-/// A file in the folder that could be taken for one of this run's; empty if there is none.
-std::string earlierFacePicture(const std::string& folder) {
-  std::error_code failure;
-  if (!folder.empty())
-    for (const auto& file : std::filesystem::directory_iterator(pathFromUtf8(folder), failure))
-      if (std::string name = utf8FromPath(file.path());
-          isOfPattern(name, utf8FromPath(file.path().parent_path() / facePicturePattern)))
-        return name;
-  return {};
 }
 
 /// The numbers of frames and passes. The limit keeps their products within 64 bits.
@@ -165,10 +155,56 @@ std::string formatHelp() {
   return lines;
 }
 
-/// The arguments as a shell takes them.
-std::string commandOf(const std::vector<std::string>& arguments) {
+/// The line for a fault. Arguments left over come first: INPUT is often missing because of a
+/// mistyped option, or a file that is named like one.
+std::string faultOf(const CLI::App& app, const CLI::ParseError& fault) {
+  const std::vector<std::string> extra = app.remaining();
+  if (extra.empty())
+    return fault.what();
+  return (extra.front().starts_with('-') ? "unknown option " : "unexpected argument ") +
+         extra.front();
+}
+
+ParsedOptions badUsage(std::string message) {
+  std::replace(message.begin(), message.end(), '\n', ' ');
+  std::fprintf(stderr, "tavro-fd: %s (see tavro-fd --help)\n", message.c_str());
+  return {.options = {}, .batch = {}, .exitCode = exitBadInput};
+}
+
+/// The words that say again what was said, without what a batch's runs have of their own.
+std::vector<std::string> commonWords(const CLI::App& app) {
+  std::vector<std::string> words;
+  for (const CLI::Option* option : app.get_options()) {
+    const std::string name = option->get_name();
+    const bool isOwn = option->get_positional() || name == "--output-dir" || name == "--resume" ||
+                       name == "--output" || name == "--annotate" || name == "--report" ||
+                       name == "--crop-faces";
+    if (isOwn || option->count() == 0)
+      continue;
+    for (const std::string& value : option->results()) {
+      words.push_back(name);
+      if (option->get_items_expected_max() > 0)
+        words.push_back(value);
+    }
+  }
+  return words;
+}
+
+}  // namespace
+
+std::string earlierFacePicture(const std::string& folder) {
+  std::error_code failure;
+  if (!folder.empty())
+    for (const auto& file : std::filesystem::directory_iterator(pathFromUtf8(folder), failure))
+      if (std::string name = utf8FromPath(file.path());
+          isOfPattern(name, utf8FromPath(file.path().parent_path() / facePicturePattern)))
+        return name;
+  return {};
+}
+
+std::string commandOf(const std::vector<std::string>& words) {
   std::string command = "tavro-fd";
-  for (const std::string& argument : arguments) {
+  for (const std::string& argument : words) {
     const bool isPlain =
         !argument.empty() && std::ranges::all_of(argument, [](unsigned char letter) {
           return std::isalnum(letter) != 0 || letter > 127 ||
@@ -197,6 +233,8 @@ std::string contradiction(const Options& options) {
   if (options.repeat > 1 && input == "-")
     return "--repeat needs an input that can be opened again, not the standard input";
   std::error_code ignored;
+  if (std::filesystem::is_directory(pathFromUtf8(input), ignored))
+    return input + " is a folder, which needs --output-dir, and there must be a video in it";
   if (options.input.live && std::filesystem::is_regular_file(pathFromUtf8(input), ignored))
     return "--live is for what comes as it happens, not for a file: " + input;
   if (options.input.live && (options.every > 1 || output.format == "blur-filter"))
@@ -236,27 +274,10 @@ std::string contradiction(const Options& options) {
   return {};
 }
 
-/// The line for a fault. Arguments left over come first: INPUT is often missing because of a
-/// mistyped option, or a file that is named like one.
-std::string faultOf(const CLI::App& app, const CLI::ParseError& fault) {
-  const std::vector<std::string> extra = app.remaining();
-  if (extra.empty())
-    return fault.what();
-  return (extra.front().starts_with('-') ? "unknown option " : "unexpected argument ") +
-         extra.front();
-}
-
-ParsedOptions badUsage(std::string message) {
-  std::replace(message.begin(), message.end(), '\n', ' ');
-  std::fprintf(stderr, "tavro-fd: %s (see tavro-fd --help)\n", message.c_str());
-  return {.options = {}, .exitCode = exitBadInput};
-}
-
-}  // namespace
-
 ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   ParsedOptions parsed;
   Options& options = parsed.options;
+  Batch& batch = parsed.batch;
   std::vector<std::string> inputOptions;
   std::vector<std::string> regions;
   std::string budgetText;
@@ -269,7 +290,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
              "\nMessages go to the standard error.");
   app.set_version_flag("--version", std::string("tavro-fd ") + TAVRO_VERSION);
   addManual(app, std::string("tavro-fd ") + TAVRO_VERSION);
-  app.add_option("INPUT", options.input.path, help.input)->required();
+  app.add_option("INPUT", batch.inputs, help.input)->type_name("")->required();
   app.add_option(
          "-o,--output", options.output.results,
          "File for the results. Without it they go to the standard output, but to a terminal "
@@ -313,6 +334,19 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
          "can watch, with another address anybody who can reach it")
       ->type_name("[ADDRESS:]PORT")
       ->check(webAddress);
+  app.add_option(
+         "--output-dir", batch.folder,
+         "Folder for the files of several inputs. A folder among these stands for the videos in "
+         "and "
+         "below it. Names of files to write need {}, which stands for the input's name without its "
+         "ending, as in --annotate {}.mp4. The results go to {}.jsonl, or what --format says, if "
+         "no other file is asked for. A file has .part in its name until it is complete")
+      ->type_name("DIR")
+      ->check(ownName);
+  app.add_flag("--resume", batch.resumes,
+               "Leave out inputs whose files are in --output-dir already, complete and not older "
+               "than the input")
+      ->needs("--output-dir");
   app.add_option("--every", options.every, "Detect on every N-th frame only")
       ->type_name("N")
       ->check(wholeNumber());
@@ -380,13 +414,23 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
   }
   for (const std::string& text : regions)
     options.search.windows.regions.push_back(*parseRegion(text));
-  options.output.command = commandOf(arguments);
   options.search.budget = parseBudget(budgetText).value_or(0.0);
   if (const TimeSpan& when = options.output.hiding.when; when.from >= when.to)
     return badUsage("--to must be later than --from");
   if (options.output.results == "-")  // as for INPUT
     options.output.results.clear();
-  if (std::string fault = contradiction(options); !fault.empty())
+  std::string fault;
+  if (batch.folder.empty()) {
+    options.input.path = batch.inputs.front();
+    options.output.command = commandOf(arguments);
+    fault = batch.inputs.size() > 1
+                ? "unexpected argument " + batch.inputs[1] + ": several inputs need --output-dir"
+                : contradiction(options);
+  } else {
+    batch.words = commonWords(app);
+    fault = planBatch(options, batch);
+  }
+  if (!fault.empty())
     return badUsage(std::move(fault));
   return parsed;
 }

@@ -34,14 +34,39 @@ struct Options {
   bool stats = false;
 };
 
+/// Several inputs, whose results go to one folder.
+struct Batch {
+  std::vector<std::string> inputs;  ///< as they are named: files, folders of videos, URLs
+  std::string folder;               ///< for the results; empty: there is a single input
+  bool resumes = false;             ///< leaves out what is complete
+  std::vector<std::string> words;   ///< of the command line, but for what each run has of its own
+
+  std::vector<Options> runs;  ///< what is to be done, one for each input
+  int64_t alreadyComplete = 0;
+};
+
 struct ParsedOptions {
   Options options;
+  Batch batch;
   std::optional<int> exitCode;  ///< set if there is nothing to run: help, version or bad usage
 };
 
 /// Parses the arguments, which are in UTF-8. Help and version go to the standard output, bad usage
 /// to the standard error as one line.
 ParsedOptions parseOptions(const std::vector<std::string>& arguments);
+
+/// Fills `batch.runs`. In `common`, the names of files to write have {} for the input's name.
+/// Returns what is wrong, as contradiction() does.
+std::string planBatch(const Options& common, Batch& batch);
+
+/// What is wrong between two options of a run. Empty if nothing is.
+std::string contradiction(const Options& options);
+
+/// A file in the folder that could be taken for one of this run's; empty if there is none.
+std::string earlierFacePicture(const std::string& folder);
+
+/// The words of a command line as a shell takes them, behind the program's name.
+std::string commandOf(const std::vector<std::string>& words);
 
 /// Adds what can be said about hiding to the command line: how, where, when and whom. Parsing it
 /// fills `options`, which must live until then.

@@ -48,8 +48,11 @@ struct Finding {
 /// step that fails for good returns false, with a line for the user in `error_`.
 class Run {
  public:
-  explicit Run(const Options& options)
-      : options_(options), looksAhead_(canLookAhead(options)), hiding_(options.output.hiding) {}
+  Run(const Options& options, ProgressLine& progress)
+      : options_(options),
+        looksAhead_(canLookAhead(options)),
+        progress_(progress),
+        hiding_(options.output.hiding) {}
 
   int execute() {
     const auto start = Clock::now();
@@ -93,6 +96,8 @@ class Run {
         return fail(file + ": " + std::strerror(errno));
     }
     StreamHandle standardOutput = divertStandardOutput();
+    if (options_.output.isOneOfSeveral)
+      return true;
     if (results_ == nullptr)
       results_ = std::move(standardOutput);
     if (results_ == nullptr)
@@ -353,7 +358,7 @@ class Run {
   std::unique_ptr<VideoInput> input_;
   StreamHandle results_;
   LivePace pace_;
-  ProgressLine progress_;
+  ProgressLine& progress_;
   std::vector<std::unique_ptr<FrameOutput>> outputs_;
   FaceRects faces_;
   FaceNumbers numbers_;
@@ -376,10 +381,8 @@ class Run {
 
 }  // namespace
 
-int run(const Options& options) {
-  prepareMedia();
-  catchStopSignals();
-  return Run(options).execute();
+int run(const Options& options, ProgressLine& progress) {
+  return Run(options, progress).execute();
 }
 
 }  // namespace tavro::host

@@ -100,7 +100,14 @@ class Application(ApplicationTest):
         self.file("empty.y4m", b"YUV4MPEG2 W32 H18 F25:1\n")
         os.link(self.file("linked.mp4", b""), self.path("link.mp4"))
         told = {
-            "clip.y4m extra": "unexpected argument extra ",
+            "clip.y4m extra": "unexpected argument extra: several inputs need --output-dir ",
+            "--resume clip.y4m": "--resume requires --output-dir",
+            ".": ". is a folder, which needs --output-dir",
+            "--output-dir o - clip.y4m": "the standard input has no name",
+            "--output-dir o clip.y4m --report r.html": "--report needs {} for the input's name",
+            "--output-dir o clip.y4m --serve 8080": "--serve shows a single input",
+            "--output-dir . other.y4m clip.y4m -o {}.y4m": "would be overwritten: ",
+            "--output-dir o clip.y4m sub/clip.mp4": "clip.y4m and sub/clip.mp4 would both be written",
             "clip.y4m --every 0": "--every: must be a whole number from 1 to 1000000000, not 0 ",
             "clip.y4m --smallest-face 0": "--smallest-face: must be a whole number",
             "clip.y4m --budget 8s": "8ms, not 8s",
@@ -145,7 +152,7 @@ class Application(ApplicationTest):
                 *(([clip, *line.split()], "") for line in options.split(";")),
                 ([], ""), ([clip, "--crop-faces", ""], ""), ([clip, "--serve", "80 80"], ""),
                 (["-", "--repeat", "2"], ""), (["-"], ""),  # nothing comes in
-                (["missing.mp4"], ""), (["."], ""), ([""], ""), (["tone.wav"], ""),
+                (["missing.mp4"], ""), ([""], ""), (["tone.wav"], ""),
                 (["empty.y4m"], "")):
             with self.subTest(arguments):
                 # The module prints lines of its own: they must not hide the application's.
@@ -156,6 +163,49 @@ class Application(ApplicationTest):
                                        stdin=stdin, stderr=subprocess.DEVNULL, check=False)
             self.assertEqual(piped.returncode, 2)
         self.succeed(2, clip)  # an input that was named as an output is still there
+
+    def test_several_inputs_have_files_of_their_own_and_complete_ones_are_left_out(self):
+        clips = {name: y4m([noise(self.random, 32, 18) for _ in range(count)])
+                 for name, count in (("a", 3), ("sub/b", 2), ("cut", 2))}
+        out = self.folder / "clips" / "out"  # among the inputs, but not one of them
+        (self.folder / "clips" / "sub").mkdir(parents=True)
+        for name, stream in clips.items():
+            self.file(f"clips/{name}.y4m", stream[:-5 if name == "cut" else None])
+        for name in ("bad.y4m", ".a.y4m", "notes.txt"):
+            self.file("clips/" + name, b"no video")
+
+        def run(*arguments):
+            outcome = self.detect("--output-dir", out, "--report", "{}.html", "--format", "csv",
+                                  "clips", "clips/sub/../a.y4m", *arguments)
+            self.assertEqual(outcome.output, b"")
+            return outcome.code, outcome.errors.replace("\\", "/"), {
+                path.relative_to(out).as_posix(): path.stat().st_mtime_ns
+                for path in out.rglob("*") if path.is_file()}
+
+        code, errors, first = run("clips/missing.y4m")
+        self.assertEqual(code, 1)
+        for line in ("incomplete: clips/cut.y4m", "failed: clips/bad.y4m",
+                     "failed: clips/missing.y4m", "2 complete, 1 incomplete, 2 failed"):
+            self.assertIn(f"tavro-fd: {line}\n", errors)
+        self.assertEqual(set(first), {"a.csv", "a.html", "sub/b.csv", "sub/b.html",
+                                      "cut.part.csv", "cut.part.html"})
+        single = self.detect("clips/a.y4m", "--format", "csv").output
+        without_times = re.compile(rb",[^,\n]*$", re.M)
+        self.assertEqual(*(without_times.sub(b"", text)
+                           for text in ((out / "a.csv").read_bytes(), single)))
+
+        os.utime(out / "a.csv", ns=(1, 1))  # older than its input
+        self.file("clips/cut.y4m", clips["cut"])
+        os.remove(self.path("clips/bad.y4m"))
+        code, errors, again = run("--resume")
+        self.assertEqual(code, 0, errors)
+        self.assertIn("2 complete, 0 incomplete, 0 failed, 1 complete before\n", errors)
+        self.assertEqual(set(again), {name.replace(".part", "") for name in first})
+        self.assertEqual({name for name in again if again[name] == first.get(name)},
+                         {"sub/b.csv", "sub/b.html"})
+        only = self.detect("--output-dir", "only", "--report", "{}.html", "clips/a.y4m")
+        self.assertEqual((only.code, only.output, os.listdir(self.path("only"))),
+                         (0, b"", ["a.html"]))
 
     def test_bad_modules_are_one_line_and_exit_code_2(self):
         clip = self.clip(1)

@@ -22,9 +22,10 @@ namespace tavro::host {
 
 /// The outputs that the user asks for.
 struct OutputOptions {
-  std::string results;   ///< file for the results; empty: the standard output
-  std::string format;    ///< of the results: a name of text_format.h; empty: the first
-  std::string annotate;  ///< picture or video to write; empty: none
+  std::string results;          ///< file for the results; empty: the standard output
+  bool isOneOfSeveral = false;  ///< nothing goes to the standard output
+  std::string format;           ///< of the results: a name of text_format.h; empty: the first
+  std::string annotate;         ///< picture or video to write; empty: none
   HidingOptions hiding;
   std::string command;          ///< all that was asked for, as a shell takes it
   bool reportPictures = false;  ///< of faces that are hidden elsewhere

@@ -130,6 +130,7 @@ MediaHelp mediaHelp() {
       .examples = R"(  tavro-fd clip.mp4                              the rectangles of every frame
   tavro-fd photo.jpg --annotate boxes.png        a picture with the rectangles drawn
   tavro-fd clip.mp4 --annotate boxes.mp4 --stats --output faces.jsonl
+  tavro-fd --output-dir out --annotate {}.mp4 --resume clips photo.png
   tavro-fd /dev/video0 --every 3                 a camera, every third frame
   ffmpeg -i clip.mp4 -f yuv4mpegpipe - | tavro-fd -
 )",
@@ -139,6 +140,11 @@ MediaHelp mediaHelp() {
 
 std::vector<std::string> annotationExtensions() {
   return {".png", ".mp4", ".mkv", ".mov"};
+}
+
+std::vector<std::string> videoExtensions() {
+  return {".3gp", ".asf", ".avi", ".flv", ".m2ts", ".m4v", ".mkv",  ".mov", ".mp4", ".mpeg",
+          ".mpg", ".mts", ".mxf", ".ogv", ".ts",   ".vob", ".webm", ".wmv", ".y4m"};
 }
 
 void captureFfmpegLog() {

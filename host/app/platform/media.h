@@ -29,6 +29,9 @@ MediaHelp mediaHelp();
 /// The endings of names that --annotate takes.
 std::vector<std::string> annotationExtensions();
 
+/// The endings of names by which a video is known in a folder, in lower case.
+std::vector<std::string> videoExtensions();
+
 /// The bytes of a JPEG file; empty if it fails. `colorMatrix` is that of VideoInput.
 std::vector<uint8_t> encodeJpeg(const I420Frame& frame, int32_t colorMatrix);
 

@@ -73,6 +73,7 @@ MediaHelp mediaHelp() {
       .examples = R"(  tavro-fd clip.y4m                              the rectangles of every frame
   tavro-fd photo.png --annotate boxes.png        a picture with the rectangles drawn
   tavro-fd clip.y4m --annotate boxes.y4m --stats --output faces.jsonl
+  tavro-fd --output-dir out --annotate {}.y4m --resume clips photo.png
   tavro-fd clip.yuv --input-format rawvideo --input-option video_size=640x360
   ffmpeg -i clip.mp4 -pix_fmt yuv420p -f yuv4mpegpipe - | tavro-fd -
 )",
@@ -81,6 +82,10 @@ MediaHelp mediaHelp() {
 
 std::vector<std::string> annotationExtensions() {
   return {".png", ".y4m"};
+}
+
+std::vector<std::string> videoExtensions() {
+  return {".y4m"};
 }
 
 std::optional<I420Frame> decodePng(const std::vector<uint8_t>& file, std::string& error) {

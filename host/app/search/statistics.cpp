@@ -82,17 +82,25 @@ void ProgressLine::erase() {
   shown_ = false;
 }
 
+void ProgressLine::beginInput(size_t number, size_t count) {
+  input_ = std::to_string(number) + " of " + std::to_string(count) + " inputs";
+  update(0, 0);
+}
+
 void ProgressLine::update(int64_t done, int64_t total) {
-  if (!enabled_ || total <= 1)
+  if (!enabled_ || (total <= 1 && input_.empty()))
     return;
   const auto now = std::chrono::steady_clock::now();
   if (now < next_)
     return;
   next_ = now + interval;
   shown_ = true;
+  std::fprintf(stderr, "%stavro-fd: %s", eraseLine, input_.c_str());
+  if (total <= 1)
+    return;
   const double percent =
       std::min(100.0, 100.0 * static_cast<double>(done) / static_cast<double>(total));
-  std::fprintf(stderr, "%stavro-fd: %d %% (%lld of %lld frames)", eraseLine,
+  std::fprintf(stderr, "%s%d %% (%lld of %lld frames)", input_.empty() ? "" : ", ",
                static_cast<int>(percent), static_cast<long long>(done),
                static_cast<long long>(total));
 }

@@ -41,8 +41,8 @@ struct RunStatistics {
   std::vector<WindowTimes> windows_;
 };
 
-/// A line on the standard error that tells how far the run is: only on a terminal, and only if the
-/// length of the input is known.
+/// A line on the standard error that tells how far the program is: only on a terminal. Of a single
+/// input, its length must be known.
 class ProgressLine {
  public:
   ProgressLine();
@@ -52,12 +52,15 @@ class ProgressLine {
 
   /// For results that go to a terminal: the line would stand before each of them.
   void disable() { enabled_ = false; }
+  /// The next of several inputs, counted from 1.
+  void beginInput(size_t number, size_t count);
   /// `done` of `total` frames; 0 if the total is unknown.
   void update(int64_t done, int64_t total);
   /// Makes room for other lines.
   void erase();
 
  private:
+  std::string input_;  ///< which of several, such as "2 of 8 inputs"
   bool shown_ = false;
   bool enabled_;
   std::chrono::steady_clock::time_point next_;
