@@ -68,6 +68,7 @@ set(TAVRO_FLAGS_SSSE3 -mssse3)
 set(TAVRO_FLAGS_SSE41 -mssse3 -msse4.1)
 set(TAVRO_FLAGS_F16C -mf16c)
 set(TAVRO_FLAGS_AVX -mavx)
+set(TAVRO_FLAGS_AVX2 -mavx2)
 set(TAVRO_FLAGS_AVX_FMA -mavx -mfma)
 set(TAVRO_FLAGS_AVX512 -mfma -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vbmi2)
 

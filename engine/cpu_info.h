@@ -3,8 +3,8 @@
 // What the processor offers, read once from CPUID, and which registers the system saves. The layers
 // ask `runsAvxAndFma` on each forward pass to choose between the 256-bit and the 128-bit kernels
 // and `runsAvx512` for a kernel's twin, the number conversion asks `runsF16c`, the image code
-// `hasSsse3`. This is a library of its own, which needs nothing else of the engine, so that image
-// code can ask it, too.
+// `hasSsse3` and `runsAvx2`. This is a library of its own, which needs nothing else of the engine,
+// so that image code can ask it, too.
 
 #include <array>
 #include <cstdint>
@@ -38,6 +38,7 @@ struct CpuInfo {
   // What a path may be chosen by. A wide register that isn't saved can't be used: the first
   // instruction would stop the host. That is so where a hypervisor hides them from the system.
   bool runsAvxAndFma() const { return hasAvxAndFma() && savesVectors(); }
+  bool runsAvx2() const { return hasAvx() && hasAvx2() && savesVectors(); }
   /// The five sets of AVX-512 that the twins of 512 bits use. Processors that lower their clock for
   /// such code lack the last one.
   bool runsAvx512() const {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <limits>
 
-#include "image/plane_scaler.h"
+#include "image/scaler.h"
 
 namespace TavroRTC::FDModule {
 namespace {

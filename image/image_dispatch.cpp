@@ -5,8 +5,7 @@
 #include <iterator>
 
 #include "image/color_conversion.h"
-#include "image/packed_scaler.h"
-#include "image/plane_scaler.h"
+#include "image/scaler.h"
 #include "image/work_row.h"
 
 namespace TavroRTC::FDModule {

@@ -1,9 +1,8 @@
-#include "image/packed_scaler.h"
+#include "image/scaler.h"
 
 #include <cstddef>
 #include <limits>
 
-#include "image/plane_scaler.h"
 #include "image/row_kernels.h"
 #include "image/scale_passes.h"
 

@@ -1,4 +1,4 @@
-#include "image/plane_scaler.h"
+#include "image/scaler.h"
 
 #include <algorithm>
 #include <cstddef>

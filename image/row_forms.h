@@ -83,4 +83,14 @@ SplitChromaRow splitChromaRow;
 
 }  // namespace ssse3
 
+// Twins of block forms: the same bytes for the same blocks, in wider registers.
+namespace avx2 {
+
+YuvRow yuvRowFourBytes;
+YuvRow yuvRowOpaqueFirst;
+YuvRow yuvRowThreeBytes;
+PackedRow packedRowDropLast;
+
+}  // namespace avx2
+
 }  // namespace TavroRTC::FDModule

@@ -3,8 +3,9 @@
 // All work on samples happens in row kernels: functions that handle one row and keep nothing. Every
 // family of kernels has a plain form, sample by sample, and most have a block form on 128-bit
 // vectors. A chooser picks by the row's width: a whole number of blocks gets the block form, any
-// other width the block form with a tail (row_tails.h). To add a kernel, write its forms and add a
-// row to the tables of row_selection.cpp.
+// other width the block form with a tail (row_tails.h). Some block forms have a twin on 256-bit
+// vectors with the same bytes, which takes their place on a processor with AVX2. To add a kernel,
+// write its forms and add a row to the tables of row_selection.cpp.
 //
 // Kernels read and write the samples of their row and no others. A width below 1 does nothing.
 

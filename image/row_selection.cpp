@@ -18,11 +18,16 @@ struct Forms {
   int32_t block = 1;            // pixels that the block form does at a time
   Kernel* blockForm = nullptr;  // null where there is none: the plain form serves all widths
   Kernel* withTail = nullptr;
+  Kernel* twin = nullptr;  // of the block form, likewise
+  Kernel* twinWithTail = nullptr;
 
   Kernel* choose(int64_t width) const {
     if (blockForm == nullptr || !blockFormsRun())
       return plainForm;
-    return width % block == 0 ? blockForm : withTail;
+    const bool isWide = twin != nullptr && cpuInfo().runsAvx2();
+    if (width % block == 0)
+      return isWide ? twin : blockForm;
+    return isWide ? twinWithTail : withTail;
   }
 };
 
@@ -82,14 +87,19 @@ constexpr KernelRow<HalveCode, HalveRow> halveKernels[] = {
       halvePlainTail<ssse3::halveRowBox32, plain::halveRowBox32, ssse3::packed32Block, 4>}},
 };
 
-template <YuvRow* plainForm, YuvRow* blockForm, int32_t bytesPerPixel>
-constexpr Forms<YuvRow> yuvForms = {plainForm, ssse3::yuvBlock, blockForm,
-                                    yuvScratchTail<blockForm, ssse3::yuvBlock, bytesPerPixel>};
+template <YuvRow* plainForm, YuvRow* blockForm, YuvRow* twin, int32_t bytesPerPixel>
+constexpr Forms<YuvRow> yuvForms = {
+    plainForm, ssse3::yuvBlock,
+    blockForm, yuvScratchTail<blockForm, ssse3::yuvBlock, bytesPerPixel>,
+    twin,      yuvScratchTail<twin, ssse3::yuvBlock, bytesPerPixel>};
 
 constexpr KernelRow<PackMode, YuvRow> yuvKernels[] = {
-    {PackMode::fourBytes, yuvForms<plain::yuvRowFourBytes, ssse3::yuvRowFourBytes, 4>},
-    {PackMode::opaqueFirst, yuvForms<plain::yuvRowOpaqueFirst, ssse3::yuvRowOpaqueFirst, 4>},
-    {PackMode::threeBytes, yuvForms<plain::yuvRowThreeBytes, ssse3::yuvRowThreeBytes, 3>},
+    {PackMode::fourBytes,
+     yuvForms<plain::yuvRowFourBytes, ssse3::yuvRowFourBytes, avx2::yuvRowFourBytes, 4>},
+    {PackMode::opaqueFirst,
+     yuvForms<plain::yuvRowOpaqueFirst, ssse3::yuvRowOpaqueFirst, avx2::yuvRowOpaqueFirst, 4>},
+    {PackMode::threeBytes,
+     yuvForms<plain::yuvRowThreeBytes, ssse3::yuvRowThreeBytes, avx2::yuvRowThreeBytes, 3>},
 };
 
 template <PixelLayout layout, LumaRow* blockForm>
@@ -119,15 +129,17 @@ constexpr KernelRow<PixelLayout, ChromaRow> chromaKernels[] = {
 };
 
 template <PackedOp op, PackedRow* blockForm, int32_t srcBytes, int32_t dstBytes>
-constexpr KernelRow<PackedOp, PackedRow> packedRowOf = {
-    op,
-    {plain::packedRow<op>, colorBlock, blockForm,
-     packedScratchTail<blockForm, srcBytes, dstBytes>}};
+constexpr Forms<PackedRow> packedForms = {plain::packedRow<op>, colorBlock, blockForm,
+                                          packedScratchTail<blockForm, srcBytes, dstBytes>};
 
 constexpr KernelRow<PackedOp, PackedRow> packedKernels[] = {
-    packedRowOf<PackedOp::addOpaque, ssse3::packedRowAddOpaque, 3, 4>,
-    packedRowOf<PackedOp::dropLast, ssse3::packedRowDropLast, 4, 3>,
-    packedRowOf<PackedOp::addOpaqueSwapped, ssse3::packedRowAddOpaqueSwapped, 3, 4>,
+    {PackedOp::addOpaque, packedForms<PackedOp::addOpaque, ssse3::packedRowAddOpaque, 3, 4>},
+    {PackedOp::dropLast,
+     {plain::packedRow<PackedOp::dropLast>, colorBlock, ssse3::packedRowDropLast,
+      packedScratchTail<ssse3::packedRowDropLast, 4, 3>, avx2::packedRowDropLast,
+      packedScratchTail<avx2::packedRowDropLast, 4, 3>}},
+    {PackedOp::addOpaqueSwapped,
+     packedForms<PackedOp::addOpaqueSwapped, ssse3::packedRowAddOpaqueSwapped, 3, 4>},
 };
 
 constexpr Forms<MergeChromaRow> mergeForms = {plain::mergeChromaRow, colorBlock,

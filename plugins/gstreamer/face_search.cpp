@@ -6,7 +6,7 @@
 #include "host/core/frame_image.h"
 #include "host/core/module_host.h"
 #include "image/image_dispatch.h"
-#include "image/plane_scaler.h"
+#include "image/scaler.h"
 
 namespace tavro::gstreamer {
 

@@ -6,10 +6,11 @@ objects: the disassembly of compiled files. Each belongs to an instruction set, 
   baseline   no VEX-coded instruction: it must run on any x86-64 processor
   ssse3      likewise; it may use SSSE3
   f16c, avx  may use 256-bit registers, but nothing newer than AVX, FMA and F16C
+  avx2       may use AVX2, but nothing newer
   avx512     may use more, up to the sets of AVX-512 that a twin asks for
 
 In all but the baseline no symbol may be weak, or the linker could put a copy compiled for a newer
-processor where baseline code calls it. In the hot loops of the last two (innermost loops that multiply)
+processor where baseline code calls it. In the hot loops of the kinds avx and avx512 (innermost loops that multiply)
 no vector may travel over the stack.
 
 libraries: what they export, what the module needs, and how those that every host loads are hardened.
@@ -40,12 +41,15 @@ Instruction = namedtuple("Instruction", "address mnemonic operands")
 KINDS = (
     (re.compile(r"avx_\w+_(kernels|twins)|_64_asm"), "avx"),
     (re.compile(r"avx512_twins"), "avx512"),
+    (re.compile(r"avx2"), "avx2"),
     (re.compile(r"f16c"), "f16c"),
     (re.compile(r"ssse3"), "ssse3"),
 )
 MULTIPLY = re.compile(r"v?mulps|vfn?m(add|sub)")
 STACK_VECTOR = re.compile(r"[xyz]mm.*\(%rsp|\(%rsp.*[xyz]mm")
 JUMP = re.compile(r"^j\w+$|^loop")
+# Masks, 512 bits and the upper sixteen registers.
+AVX512 = re.compile(r"%zmm|%k[0-7]|%[xy]mm(1[6-9]|2\d|3[01])")
 # Of AVX2: integers in 256 bits, and the few new names and forms.
 NEWER = re.compile(r"%zmm|%k[0-7]|vpbroadcast|v(insert|extract)i128|vperm2i128|vperm[dq]\b|vpermp[sd]"
                    r"|vp?gather|vpmaskmov|vps[lr][la]v|vpblendd|^v?bmi|\b(sarx|shlx|shrx|rorx|mulx)\b")
@@ -124,6 +128,9 @@ def object_faults(path):
             if kind in ("baseline", "ssse3"):
                 if re.match(r"v(?!er[rw]$)", instruction.mnemonic):
                     note("needs AVX", instruction)
+            elif kind == "avx2":
+                if AVX512.search(instruction.operands):
+                    note("needs more than AVX2", instruction)
             elif kind != "avx512" and is_newer(instruction):
                 note("needs more than AVX and FMA", instruction)
         for instruction in spills(body) if kind in ("avx", "avx512") else ():
@@ -135,7 +142,7 @@ def inspect_objects(paths):
     count = Counter(kind_of(path) for path in paths)
     for path in paths:
         yield from (f"{path}: {fault}" for fault in object_faults(path))
-    yield from (f"no object of kind {kind}" for kind in ("avx", "ssse3", "f16c", "baseline")
+    yield from (f"no object of kind {kind}" for kind in ("avx", "avx2", "ssse3", "f16c", "baseline")
                 if not count[kind])
     print(", ".join(f"{number} {kind}" for kind, number in sorted(count.items())), "objects read")
 

@@ -107,7 +107,9 @@ TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
     // What is reported is what CPUID says.
     EXPECT_EQ(info.hasAvx(), (c.leaf1Ecx & avx) != 0);
     EXPECT_EQ(info.hasF16c(), (c.leaf1Ecx & f16c) != 0);
-    EXPECT_FALSE(info.hasAvx2() || info.hasAvx512F() || info.hasSsse3());
+    EXPECT_FALSE(info.hasAvx2() || info.hasAvx512F() || info.hasSsse3() || info.runsAvx2());
+    info.leaf7Ebx = 1U << 5;
+    EXPECT_EQ(info.runsAvx2(), c.runsAvxAndFma || c.runsF16c) << &c - cases;
   }
 }
 

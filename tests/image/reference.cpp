@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "engine/cpu_info.h"
 #include "image/row_kernels.h"
+#include "tests/support/processor.h"
 
 namespace tavro::test {
 namespace {
@@ -209,12 +211,23 @@ testing::AssertionResult holds(const TestPlane& dst, const Bytes& expected) {
 
 namespace {
 
+using TavroRTC::FDModule::CpuInfo;
+using TavroRTC::FDModule::cpuInfo;
 using TavroRTC::FDModule::ImageDesc;
 using TavroRTC::FDModule::ImageFormat;
 using TavroRTC::FDModule::setPlainRowsOnly;
 
-testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard guard,
-                                   bool plainOnly) {
+CpuInfo withoutAvx2() {
+  CpuInfo info = cpuInfo();
+  info.leaf7Ebx &= ~(1U << 5);
+  return info;
+}
+
+enum class Form { twin, block, plain };
+
+testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard guard, Form form) {
+  const bool plainOnly = form == Form::plain;
+  const Processor processor(form == Form::twin ? cpuInfo() : withoutAvx2());
   Planes src = makePlanes(c.src, random, guard);
   Planes dst = makePlanes(c.dst, random, guard);
   const Content content = drawContent(random, Content::alternating);
@@ -242,9 +255,11 @@ testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard gua
 
 testing::AssertionResult checkImage(const ImageCase& c, Random& random) {
   for (const Guard guard : {Guard::behind, Guard::inFront})
-    for (const bool plainOnly : {false, true})
-      if (testing::AssertionResult result = checkForm(c, random, guard, plainOnly); !result) {
-        result << ", plain " << plainOnly << ", planes";
+    for (const Form form : {Form::twin, Form::block, Form::plain}) {
+      if (form == Form::twin && !cpuInfo().runsAvx2())
+        continue;
+      if (testing::AssertionResult result = checkForm(c, random, guard, form); !result) {
+        result << ", form " << static_cast<int>(form) << ", planes";
         for (const Size& size : c.src)
           result << ' ' << size.width << 'x' << size.height;
         result << " to";
@@ -252,6 +267,7 @@ testing::AssertionResult checkImage(const ImageCase& c, Random& random) {
           result << ' ' << size.width << 'x' << size.height;
         return result;
       }
+    }
   return testing::AssertionSuccess();
 }
 

@@ -99,8 +99,8 @@ struct ImageCase {
   std::function<std::vector<Bytes>(const Planes& src, bool plainOnly)> expected;
 };
 
-/// Runs it in memory that ends at a guard page and in memory that follows one, by the block form
-/// and by the plain one, each time with content of its own.
+/// Runs it in memory that ends at a guard page and in memory that follows one, by the widest
+/// form, by the block form and by the plain one, each time with content of its own.
 testing::AssertionResult checkImage(const ImageCase& c, Random& random);
 
 /// Each plane has a gap of its own between its rows, or none: an image may go as one row only if

@@ -4,8 +4,7 @@
 
 #include <vector>
 
-#include "image/packed_scaler.h"
-#include "image/plane_scaler.h"
+#include "image/scaler.h"
 #include "tests/image/reference.h"
 #include "tests/support/random.h"
 
