@@ -87,7 +87,7 @@ def make_parser():
         help="go on from the run's checkpoint, with its options where none are given")
     add("--start", help="a weight block to start from (default: random weights)")
     add("--folded", action="store_true",
-        help="train what --start gives without batch normalisation")
+        help="train the weights of --start without batch normalisation")
     add("--samples", type=number(float, 1), default=2e6, help="samples in all (default: 2e6)")
     add("--hours", type=number(float, 1e-3),
         help="time in all, if it ends first; the learning rate falls in time for it")
