@@ -265,6 +265,15 @@ class OtherStreams(MediaTest):
         for x, y in ((10, 30), (80, 30), (10, 130), (80, 130)):
             self.assertAlmostEqual(before[9].luma(x, y), after[9].luma(x, y), delta=12)
 
+    def test_a_file_that_cannot_grow_ends_the_run(self):
+        clip = self.file("clip.y4m", y4m([noise(self.random, 320, 240) for _ in range(60)]))
+        limited = subprocess.run(  # in blocks of 512 bytes, and without the signal
+            ["sh", "-c", 'trap "" XFSZ; ulimit -f 100; exec "$@"', "-", *PROGRAM, clip, "--annotate",
+             "out.mp4", "--output", os.devnull, "--module", MODULES], cwd=self.folder, check=False,
+            stderr=subprocess.PIPE, timeout=60)
+        self.assertEqual(limited.returncode, 2)
+        self.assertIn(b"tavro-fd: out.mp4: File too large", limited.stderr)
+
     def test_a_killed_run_leaves_a_file_that_plays(self):
         frames = self.file("clip.y4m", y4m([noise(self.random, 320, 192) for _ in range(20)]))
         ffmpeg("-stream_loop", 200, "-i", frames, "-f", "lavfi", "-i", "sine=d=160", "-c:v",

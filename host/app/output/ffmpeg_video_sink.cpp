@@ -1,8 +1,13 @@
 #include <algorithm>
 #include <cmath>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <limits>
+#include <mutex>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "host/app/output/ffmpeg_stream_copy.h"
 #include "host/app/output/frame_sink.h"
@@ -31,11 +36,13 @@ constexpr int evenCeiling(int size) {
 /// An H.264 video, or MPEG-4 where FFmpeg has no H.264 encoder, with the other streams of the
 /// input. Frames of another size than the first are scaled to it, and odd sizes to the next even
 /// one, as the encoders want. The file is written in fragments of a second or more: one that is cut
-/// short can be played up to there.
+/// short can be played up to there. A thread of its own encodes, copies and writes; the caller only
+/// waits if that falls behind.
 class VideoSink final : public FrameSink {
  public:
   VideoSink() = default;
   ~VideoSink() override {
+    endThread();
     if (muxer_ != nullptr)
       avio_closep(&muxer_->pb);
     avformat_free_context(muxer_);
@@ -44,9 +51,10 @@ class VideoSink final : public FrameSink {
   VideoSink& operator=(const VideoSink&) = delete;
 
   bool open(const std::string& path, const SinkFormat& format, std::string& error) {
-    frame_.reset(av_frame_alloc());
+    const OutputLogScope scope;
+    errorsBefore_ = ffmpegErrorCount();
     packet_.reset(av_packet_alloc());
-    if (frame_ == nullptr || packet_ == nullptr ||
+    if (packet_ == nullptr ||
         avformat_alloc_output_context2(&muxer_, nullptr, nullptr, path.c_str()) < 0) {
       error = "out of memory";
       return false;
@@ -55,10 +63,11 @@ class VideoSink final : public FrameSink {
     if (!openEncoder(format, error) ||
         !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
       return false;
-    if (writeHeader(format, true, error))
+    if (writeHeader(format, true, error) ||
+        (copy_.hasStreams() && reopen(path, error) && writeHeader(format, false, error))) {
+      thread_ = std::thread([this] { encodeWaiting(); });
       return true;
-    if (copy_.hasStreams() && reopen(path, error) && writeHeader(format, false, error))
-      return true;
+    }
     if (muxer_ != nullptr)
       avio_closep(&muxer_->pb);
     std::error_code failure;
@@ -68,17 +77,28 @@ class VideoSink final : public FrameSink {
   }
 
   bool write(const I420Frame& frame, double time, std::string& error) override {
-    if (!succeeded(av_frame_make_writable(frame_.get()), error) || !fit(frame, error))
+    const OutputLogScope scope;
+    FrameHandle picture = nextFrame(error);
+    if (picture == nullptr || !fit(frame, *picture, error))
       return false;
     // Strictly rising, whatever the input's time stamps do: the muxer takes nothing else.
     const AVRational tick = encoder_->time_base;
     lastTime_ = std::max(lastTime_ + 1, int64_t{std::llround(time * tick.den / tick.num)});
-    frame_->pts = lastTime_;
+    picture->pts = lastTime_;
     ++frames_;
-    return encode(frame_.get(), error);
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(picture));
+    changed_.notify_all();
+    return true;
   }
 
   bool finish(std::string& error) override {
+    const OutputLogScope scope;
+    endThread();
+    if (failed_) {
+      error = failure_;
+      return false;
+    }
     // What is cut short ends with its last frame, but sound may go on longer than the video.
     const bool isCutShort = isStopRequested() || (mostFrames_ != 0 && frames_ >= mostFrames_);
     const double end = isCutShort ? seconds(lastTime_) + 1.0 / av_q2d(encoder_->framerate)
@@ -116,7 +136,8 @@ class VideoSink final : public FrameSink {
     encoder_->sample_aspect_ratio = {format.tags.pixelWidth, format.tags.pixelHeight};
     encoder_->time_base = ticksFor(format.tags.clock, codec->id);
     encoder_->framerate = {format.frameRate.numerator, format.frameRate.denominator};
-    encoder_->thread_count = 1;  // keeps the detector's timings its own
+    // What comes out depends on their number, so it is the same on every machine.
+    encoder_->thread_count = codec->id == AV_CODEC_ID_MPEG4 ? 1 : 4;
     if ((muxer_->oformat->flags & AVFMT_GLOBALHEADER) != 0)
       encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     OptionDictionary options;
@@ -127,12 +148,7 @@ class VideoSink final : public FrameSink {
       options.set("preset", "veryfast");
       options.set("crf", "18");
     }
-    if (!succeeded(avcodec_open2(encoder_.get(), codec, options.address()), error))
-      return false;
-    frame_->format = encoder_->pix_fmt;
-    frame_->width = encoder_->width;
-    frame_->height = encoder_->height;
-    return succeeded(av_frame_get_buffer(frame_.get(), 0), error);
+    return succeeded(avcodec_open2(encoder_.get(), codec, options.address()), error);
   }
 
   /// Begins again with an empty container.
@@ -171,16 +187,83 @@ class VideoSink final : public FrameSink {
     return true;
   }
 
+  /// A frame to be filled, once few enough wait for the encoder. Null if it fails, also if an
+  /// earlier one couldn't be written.
+  FrameHandle nextFrame(std::string& error) {
+    constexpr size_t mostWaiting = 4;
+    FrameHandle frame;
+    {
+      std::unique_lock lock(mutex_);
+      changed_.wait(lock, [this] { return failed_ || waiting_.size() < mostWaiting; });
+      if (failed_) {
+        error = failure_;
+        return nullptr;
+      }
+      if (!used_.empty()) {
+        frame = std::move(used_.back());
+        used_.pop_back();
+      }
+    }
+    int result = 0;
+    if (frame != nullptr) {
+      result = av_frame_make_writable(frame.get());  // the encoder may hold it yet
+    } else if (frame.reset(av_frame_alloc()); frame != nullptr) {
+      frame->format = encoder_->pix_fmt;
+      frame->width = encoder_->width;
+      frame->height = encoder_->height;
+      result = av_frame_get_buffer(frame.get(), 0);
+    } else {
+      result = AVERROR(ENOMEM);
+    }
+    return succeeded(result, error) ? std::move(frame) : nullptr;
+  }
+
   /// Brings the picture into the encoder's frame; a plain copy if the sizes agree.
-  bool fit(const I420Frame& picture, std::string& error) {
+  bool fit(const I420Frame& picture, AVFrame& frame, std::string& error) {
     scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width(), picture.height(),
-                                       AV_PIX_FMT_YUV420P, frame_->width, frame_->height,
+                                       AV_PIX_FMT_YUV420P, frame.width, frame.height,
                                        AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
     if (scaler_ == nullptr) {
       error = "out of memory";
       return false;
     }
-    return succeeded(scaleFrame(*scaler_, picture, *frame_), error);
+    return succeeded(scaleFrame(*scaler_, picture, frame), error);
+  }
+
+  /// What the thread does: encodes frames in their order until there will be no more, or one fails.
+  void encodeWaiting() {
+    const OutputLogScope scope;
+    std::unique_lock lock(mutex_);
+    while (true) {
+      changed_.wait(lock, [this] { return ends_ || !waiting_.empty(); });
+      if (waiting_.empty())
+        return;
+      FrameHandle frame = std::move(waiting_.front());
+      waiting_.pop_front();
+      changed_.notify_all();
+      lock.unlock();
+      std::string error;
+      const bool encoded = encode(frame.get(), error);
+      lock.lock();
+      if (!encoded) {
+        failed_ = true;
+        failure_ = std::move(error);
+        changed_.notify_all();
+        return;
+      }
+      used_.push_back(std::move(frame));
+    }
+  }
+
+  /// Once all that waits is encoded.
+  void endThread() {
+    {
+      const std::lock_guard lock(mutex_);
+      ends_ = true;
+    }
+    changed_.notify_all();
+    if (thread_.joinable())
+      thread_.join();
   }
 
   /// Encodes a frame, or what the encoder still holds if it is null, and writes what comes out.
@@ -213,16 +296,27 @@ class VideoSink final : public FrameSink {
     return copy_.writeUntil(time, *muxer_, failure) || succeeded(failure, error);
   }
 
+  // While the thread runs, these are its own.
   AVFormatContext* muxer_ = nullptr;
   CodecHandle encoder_;
-  FrameHandle frame_;
   PacketHandle packet_;
-  ScalerHandle scaler_;
   StreamCopy copy_;
+
+  // These are the caller's.
+  ScalerHandle scaler_;
   int64_t lastTime_ = -1;
   int64_t frames_ = 0;
   int64_t mostFrames_ = 0;
-  int64_t errorsBefore_ = ffmpegErrorCount();
+  int64_t errorsBefore_ = 0;
+
+  std::mutex mutex_;  ///< guards what follows, but for the thread
+  std::condition_variable changed_;
+  std::deque<FrameHandle> waiting_;  ///< for the encoder
+  std::vector<FrameHandle> used_;    ///< to be filled again
+  bool ends_ = false;
+  bool failed_ = false;
+  std::string failure_;
+  std::thread thread_;
 };
 
 }  // namespace

@@ -67,10 +67,24 @@ inline std::string ffmpegError(int code) {
 /// From here on nothing of FFmpeg's reaches the standard error.
 void captureFfmpegLog();
 
-/// Errors logged so far by any thread.
+/// While it lives, what the libraries log on this thread counts for the output, and otherwise for
+/// the input: encoder and decoder work at the same time, and errors of one mustn't be taken for the
+/// other's.
+class OutputLogScope {
+ public:
+  OutputLogScope();
+  ~OutputLogScope();
+  OutputLogScope(const OutputLogScope&) = delete;
+  OutputLogScope& operator=(const OutputLogScope&) = delete;
+
+ private:
+  bool before_;
+};
+
+/// Errors logged so far for the side that this thread is on.
 int64_t ffmpegErrorCount();
 
-/// The latest error logged, as one line; empty if there is none.
+/// The latest of these, as one line; empty if there is none.
 std::string latestFfmpegError();
 
 /// The text of FFmpeg's error code, with the latest error logged if there has been one since

@@ -17,14 +17,24 @@ namespace tavro::host {
 namespace {
 
 struct CapturedLog {
+  struct Side {
+    int64_t errors = 0;
+    std::string latest;
+  };
   std::mutex mutex;
-  int64_t errors = 0;
-  std::string latest;
+  Side input;
+  Side output;
 };
+
+thread_local bool isOutputThread = false;
 
 CapturedLog& capturedLog() {
   static CapturedLog log;
   return log;
+}
+
+CapturedLog::Side& sideOfThread() {
+  return isOutputThread ? capturedLog().output : capturedLog().input;
 }
 
 void capture(void* /*source*/, int level, const char* format, va_list arguments) {
@@ -35,10 +45,9 @@ void capture(void* /*source*/, int level, const char* format, va_list arguments)
   std::string line(text);
   while (!line.empty() && (line.back() == '\n' || line.back() == ' ' || line.back() == '.'))
     line.pop_back();
-  CapturedLog& log = capturedLog();
-  const std::lock_guard lock(log.mutex);
-  ++log.errors;
-  log.latest = std::move(line);
+  const std::lock_guard lock(capturedLog().mutex);
+  ++sideOfThread().errors;
+  sideOfThread().latest = std::move(line);
 }
 
 constexpr int wholeContrast = 1 << 16;
@@ -152,16 +161,20 @@ void captureFfmpegLog() {
   av_log_set_callback(&capture);
 }
 
+OutputLogScope::OutputLogScope() : before_(std::exchange(isOutputThread, true)) {}
+
+OutputLogScope::~OutputLogScope() {
+  isOutputThread = before_;
+}
+
 int64_t ffmpegErrorCount() {
-  CapturedLog& log = capturedLog();
-  const std::lock_guard lock(log.mutex);
-  return log.errors;
+  const std::lock_guard lock(capturedLog().mutex);
+  return sideOfThread().errors;
 }
 
 std::string latestFfmpegError() {
-  CapturedLog& log = capturedLog();
-  const std::lock_guard lock(log.mutex);
-  return log.latest;
+  const std::lock_guard lock(capturedLog().mutex);
+  return sideOfThread().latest;
 }
 
 std::string explainedError(int code, int64_t errorsBefore) {
