@@ -7,7 +7,7 @@ import numpy
 import torch
 
 import synthetic
-from training import camera, detector_input, faces, pastes, scenes, views
+from training import backs, camera, detector_input, faces, pastes, scenes, views
 from training.assignment import DOUBTFUL, FACE
 from training.contract import SIDE
 from training.picture_store import PictureStore, natural_width
@@ -185,6 +185,28 @@ class Scenes(unittest.TestCase):
     def each(boxes, kinds):
         rows = torch.arange(len(boxes)).repeat_interleave(boxes.shape[1])
         return rows.tolist(), boxes.flatten(0, 1), kinds.flatten().tolist()
+
+
+class BacksOfHeads(unittest.TestCase):
+    def test_faces_go_and_all_else_stays(self):
+        """A face is a grid of dark dots on skin: after it is covered, no dot is left in its middle."""
+        image = numpy.full((200, 200, 3), (110, 140, 200), numpy.uint8)
+        image[60:140:8, 60:140:8] = 0
+        folder, output = synthetic.new_folder(), synthetic.new_folder() / "backs"
+        face, small = (60, 60, 80, 80), (10, 10, 12, 12)
+        synthetic.write(folder, [(image, [face], [False]), (image, [face, small], [False, False]),
+                                 (image, [face], [True]), (image, [], [])])
+        status, text, _ = synthetic.call(backs.main, "--data", folder, "--output", output)
+        self.assertEqual((status, text), (0, f"{output}: 1 pictures\n"))
+        covered, = faces.load(output)
+        self.assertEqual((covered.name, len(covered.boxes)), ("back_00000.jpg", 0))
+        result = faces.read_image(covered).astype(int)
+        dots, skin = result[76:108:8, 84:116:8], result[80:112:8, 88:120:8]
+        self.assertLess(abs(dots.mean() - skin.mean()), 20)  # 150 before
+        change = numpy.abs(result - image).mean(2)
+        for part in numpy.s_[:20], numpy.s_[165:], numpy.s_[:, :40], numpy.s_[:, 160:]:
+            self.assertLess(change[part].mean(), 2)
+        self.assertEqual(synthetic.call(backs.main, "--data", folder, "--output", output)[0], 2)
 
 
 class Camera(unittest.TestCase):
