@@ -4,8 +4,9 @@
     python3 -m training.train --data faces/train --data backs --source-weight back=3 ...
 
 Of pictures with one to four labelled faces, all of them large enough, each face is covered with hair
-down to a nape: the outline of the head, ears, neck and shoulders stay, eyes, nose and mouth go. What
-is left teaches that a head is no face. The folder gets a list of boxes without a box; the names
+down to a nape: the outline of the head, ears, neck and shoulders stay, eyes, nose and mouth go. Of
+short hair, bare skin shows from the nape down to the collar. What is left teaches that a head is no
+face. The folder's list of boxes has the heads as lures; the names
 begin with back_.
 """
 
@@ -22,6 +23,7 @@ from training import faces
 SMALLEST_FACE = 22  # width, pixels of the picture
 MOST_FACES = 4
 TO_SKIN = 0.75  # what is brighter above a face than so much of its skin isn't hair
+SHORT_HAIRED = 0.6  # the share of heads whose hair ends well above the chin
 RECOLOURED = 0.25  # the share of heads that get another colour of hair
 USUAL_SKIN = 120
 HAIR_COLOURS = ((18, 16, 16), (25, 28, 38), (30, 42, 62), (45, 70, 100), (70, 70, 72),
@@ -32,9 +34,7 @@ JPEG_QUALITY = 95
 def hair_colour(image, box, choice):
     """The colour right above the face if that is darker than its skin, a usual one otherwise."""
     x, y, width, height = box
-    skin = image[int(y + 0.45 * height):int(y + 0.75 * height),
-                 int(x + 0.3 * width):int(x + 0.7 * width)]
-    skin = skin.mean() if skin.size else USUAL_SKIN  # a face that is cut off
+    skin = skin_colour(image, box).mean()
     above = image[max(0, int(y - 0.28 * height)):max(1, int(y - 0.08 * height)),
                   int(x + 0.25 * width):int(x + 0.75 * width)].reshape(-1, 3)
     found = numpy.median(above, 0) if len(above) > 4 and y > 0.2 * height else None
@@ -51,16 +51,56 @@ def noise(shape, sigma_x, sigma_y, generator):
     return values / (values.std() + 1e-6)
 
 
+def oval(middle, half, top, bottom, level):
+    """The outline of a head: round above the level of the ears, narrowing to the chin below it."""
+    upper = [(middle + half * numpy.cos(angle), level + (level - top) * numpy.sin(angle))
+             for angle in numpy.linspace(numpy.pi, 2 * numpy.pi, 24)]
+    lower = [(middle + half * numpy.cos(angle), level + (bottom - level) * numpy.sin(angle))
+             for angle in numpy.linspace(0, numpy.pi, 24)]
+    return upper + lower
+
+
+def painted(image, outline, blur, colour, light):
+    """The picture with a soft-edged shape of one colour, brighter and darker by place."""
+    mask = numpy.zeros(image.shape[:2], numpy.float32)
+    cv2.fillPoly(mask, [numpy.round(numpy.array(outline) * 16).astype(numpy.int32)], 1, shift=4)
+    mask = cv2.GaussianBlur(mask, (0, 0), blur)[..., None]
+    return image * (1 - mask) + numpy.clip(colour * light[..., None], 0, 255) * mask
+
+
+def skin_colour(image, box):
+    """The usual colour of the cheeks; of a face that is cut off, a usual one."""
+    x, y, width, height = box
+    cheeks = image[max(0, int(y + 0.45 * height)):int(y + 0.75 * height),
+                   max(0, int(x + 0.25 * width)):int(x + 0.75 * width)].reshape(-1, 3)
+    return numpy.median(cheeks, 0) if len(cheeks) else numpy.array((95.0, 120.0, 165.0))
+
+
 def cover(image, box, choice, generator):
     """The picture (floats) with hair over the face: round above, narrowing to the nape below."""
     x, y, width, height = box
     colour = hair_colour(image, box, choice)
+    skin = skin_colour(image, box)
     top = y - choice.uniform(0.12, 0.35) * height
-    bottom = y + choice.uniform(0.72, 1.05) * height
-    ears = y + choice.uniform(0.5, 0.65) * height
     middle = x + width / 2 + choice.uniform(-0.05, 0.05) * width
     half = width * choice.uniform(0.44, 0.56)
-    nape = half * choice.uniform(0.15, 0.75)
+    edge = max(0.6, width * 0.025)
+    rows, columns = numpy.mgrid[0:image.shape[0], 0:image.shape[1]]
+    across = ((columns - middle) / half) ** 2
+    if choice.random() < SHORT_HAIRED:
+        chin = y + choice.uniform(0.9, 1.1) * height
+        neck = half * choice.uniform(0.85, 1)
+        nape_light = choice.uniform(0.95, 1.15) - choice.uniform(0.05, 0.4) * across + \
+            0.04 * noise(image.shape[:2], max(1, width * 0.1), max(1, width * 0.1), generator)
+        image = painted(image, oval(middle, neck, y, chin, y + 0.6 * height), edge, skin,
+                        numpy.clip(nape_light, 0.4, 1.3))
+        ears = y + choice.uniform(0.2, 0.4) * height
+        bottom = y + choice.uniform(0.4, 0.72) * height
+        nape = half * choice.uniform(0.15, 0.95)
+    else:
+        ears = y + choice.uniform(0.5, 0.65) * height
+        bottom = y + choice.uniform(0.72, 1.05) * height
+        nape = half * choice.uniform(0.15, 0.75)
     below = bottom - ears
     outline = [(middle + half * numpy.cos(angle), ears + (ears - top) * numpy.sin(angle))
                for angle in numpy.linspace(numpy.pi, 2 * numpy.pi, 24)]
@@ -69,18 +109,11 @@ def cover(image, box, choice, generator):
                 (middle, bottom + choice.uniform(-0.02, 0.08) * height),
                 (middle - nape, bottom - 0.1 * below),
                 (middle - half * choice.uniform(0.8, 0.95), ears + 0.45 * below)]
-    mask = numpy.zeros(image.shape[:2], numpy.float32)
-    cv2.fillPoly(mask, [numpy.round(numpy.array(outline) * 16).astype(numpy.int32)], 1, shift=4)
-    mask = cv2.GaussianBlur(mask, (0, 0), max(0.6, width * 0.025))[..., None]
-
-    strands = noise(mask.shape[:2], max(0.5, width * 0.012), max(0.8, width * 0.06), generator)
-    locks = noise(mask.shape[:2], max(1, width * 0.2), max(1, width * 0.2), generator)
-    rows, columns = numpy.mgrid[0:mask.shape[0], 0:mask.shape[1]]
-    shade = 1.15 - 0.45 * (((columns - middle) / half) ** 2 +
-                           ((rows - (top + ears) / 2) / (bottom - top)) ** 2)
+    strands = noise(image.shape[:2], max(0.5, width * 0.012), max(0.8, width * 0.06), generator)
+    locks = noise(image.shape[:2], max(1, width * 0.2), max(1, width * 0.2), generator)
+    shade = 1.15 - 0.45 * (across + ((rows - (top + ears) / 2) / (bottom - top)) ** 2)
     light = shade + choice.uniform(0.05, 0.3) * strands + choice.uniform(0.02, 0.15) * locks
-    hair = colour * numpy.clip(light, 0.3, 2)[..., None]
-    return image * (1 - mask) + numpy.clip(hair, 0, 255) * mask
+    return painted(image, outline, edge, colour, numpy.clip(light, 0.3, 2))
 
 
 def is_fit(picture):
@@ -95,7 +128,7 @@ def make(pictures, count, output, seed):
     fit = [picture for picture in pictures if is_fit(picture)]
     choice.shuffle(fit)
     (output / "images").mkdir(parents=True)
-    names = []
+    names, lines = [], []
     for picture in fit[:count]:
         image = faces.read_image(picture).astype(numpy.float32)
         for box in picture.boxes:
@@ -104,8 +137,10 @@ def make(pictures, count, output, seed):
         encoded = cv2.imencode(".jpg", numpy.clip(image, 0, 255).astype(numpy.uint8),
                                (cv2.IMWRITE_JPEG_QUALITY, JPEG_QUALITY))[1]
         (output / "images" / names[-1]).write_bytes(encoded.tobytes())
-    (output / "boxes.txt").write_text("".join(f"{name}\n0\n" for name in sorted(names)),
-                                      encoding="utf-8")
+        lines += [names[-1], str(len(picture.boxes))]
+        lines += [" ".join(f"{value:g}" for value in box) + f" {faces.LURE}"
+                  for box in picture.boxes]
+    (output / "boxes.txt").write_text("\n".join(lines) + "\n", encoding="utf-8")
     return len(names)
 
 

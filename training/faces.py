@@ -2,7 +2,7 @@
 
 The folder holds `images/` and a box list: for each picture its name, the count of its boxes and a
 line for each, `x y w h` and flags. The list is `boxes.txt`, with one flag (1: doubtful, neither
-face nor background), or the set's own `wider_face_*_bbx_gt.txt`, whose six flags are blur,
+face nor background; 2: a lure, background that looks like a face), or the set's own `wider_face_*_bbx_gt.txt`, whose six flags are blur,
 expression, illumination, invalid, occlusion, pose: there `invalid` and the heaviest blur or
 occlusion make a face doubtful.
 
@@ -20,13 +20,14 @@ import pathlib
 import cv2
 import numpy
 
-Picture = collections.namedtuple("Picture", "name path boxes doubtful poses")
+Picture = collections.namedtuple("Picture", "name path boxes doubtful poses lures")
 Picture.__doc__ = """One picture: boxes n x 4 float32, x y w h in its pixels; doubtful n bool; poses
-n: UNKNOWN, FRONTAL, HALF_PROFILE or PROFILE."""
+n: UNKNOWN, FRONTAL, HALF_PROFILE or PROFILE; lures m x 4 float32, boxes of what is no face."""
 
 UNKNOWN, FRONTAL, HALF_PROFILE, PROFILE = range(4)
 HALF_TURNED, TURNED = 0.08, 0.16  # the nose's way off the middle of the eyes, in box widths
 NEAREST_EYES = 0.2  # of a face that isn't a profile, in box widths
+LURE = 2  # the flag
 HELD_BACK = 16  # one picture of so many
 
 
@@ -83,6 +84,10 @@ def load_landmarks(folder):
     return points
 
 
+def box_array(rows):
+    return numpy.array([row[:4] for row in rows], numpy.float32).reshape(-1, 4)
+
+
 def load(folder):
     """All pictures of the folder, or of the part of it, in the order of the list."""
     path, part = box_list(folder), split(folder)[1]
@@ -107,13 +112,15 @@ def load(folder):
                      for index, row in enumerate(rows)]
             poses = [value for value, row in zip(poses, rows) if row[2] > 0 and row[3] > 0]
             rows = [row for row in rows if row[2] > 0 and row[3] > 0]
+            lures = [row for row in rows if row[4:] == [LURE]]
+            poses = [value for value, row in zip(poses, rows) if row[4:] != [LURE]]
+            rows = [row for row in rows if row[4:] != [LURE]]
             if part and is_held_back(name) != (part == "val"):
                 continue
             pictures.append(Picture(
                 name, path.parent / "images" / name,
-                numpy.array([row[:4] for row in rows], numpy.float32).reshape(-1, 4),
-                numpy.array([is_doubtful(row[4:]) for row in rows], bool),
-                numpy.array(poses, int)))
+                box_array(rows), numpy.array([is_doubtful(row[4:]) for row in rows], bool),
+                numpy.array(poses, int), box_array(lures)))
     except (ValueError, IndexError):
         raise ValueError(f"{path}: not a box list near line {at + 1}") from None
     return pictures

@@ -63,7 +63,8 @@ class PictureStore:
     boxes    n x MOST_BOXES x 4: x1 y1 x2 y2 in pixels of the first level
     kinds    n x MOST_BOXES: as in `assignment`
     weights  n: how often a picture shall be drawn
-    faces    m x 2: row and box of every face; face_weights m: how often it shall be drawn
+    lures    n x MOST_BOXES: whether the box is a lure, whose kind is NOTHING
+    faces    m x 2: row and box of every face and lure; face_weights m: how often it shall be drawn
     """
 
     def __init__(self, folders, source_weights=None):
@@ -76,6 +77,7 @@ class PictureStore:
         self.boxes = torch.zeros(count, MOST_BOXES, 4)
         self.kinds = torch.zeros(count, MOST_BOXES, dtype=torch.long)
         self.poses = torch.zeros(count, MOST_BOXES, dtype=torch.long)
+        self.lures = torch.zeros(count, MOST_BOXES, dtype=torch.bool)
         self.is_dark = torch.zeros(count, dtype=torch.bool)
         with concurrent.futures.ThreadPoolExecutor() as pool:
             for _ in pool.map(self.put, range(count), pictures):
@@ -85,7 +87,9 @@ class PictureStore:
                                    for picture in pictures]))
 
     def put(self, row, picture):
-        image, boxes = fitted(faces.read_image(picture), picture.boxes)
+        both = numpy.concatenate([picture.boxes, picture.lures])
+        image, both = fitted(faces.read_image(picture), both)
+        boxes, lures = numpy.split(both, [len(picture.boxes)])
         self.sizes[row] = torch.tensor([image.shape[1], image.shape[0]])
         self.widths[row] = natural_width(image, boxes[~picture.doubtful])
         self.is_dark[row] = bool(image.mean() < DARKEST)
@@ -96,12 +100,18 @@ class PictureStore:
         self.kinds[row, :len(corners)] = torch.from_numpy(
             numpy.where(picture.doubtful[largest], DOUBTFUL, FACE))
         self.poses[row, :len(corners)] = torch.from_numpy(picture.poses[largest])
+        self.put_lures(row, len(corners), torch.from_numpy(lures[:MOST_BOXES - len(corners)]))
         levels = []
         for _ in range(LEVELS):
             planes = numpy.ascontiguousarray(image[:, :, ::-1].transpose(2, 0, 1))
             levels.append(torch.from_numpy(planes))
             image = halved(image)
         self.pixels[row] = levels
+
+    def put_lures(self, row, first, boxes):
+        last = first + len(boxes)
+        self.boxes[row, first:last] = torch.cat([boxes[:, :2], boxes[:, :2] + boxes[:, 2:]], 1)
+        self.lures[row, first:last] = True
 
     def balance(self, weights):
         """Settles how often pictures and faces are drawn.
@@ -118,7 +128,9 @@ class PictureStore:
         self.weights = weights
         if not weights.any():
             raise ValueError("no picture is ever drawn: all their sources' weights are 0")
-        self.faces = (is_face & (weights > 0)[:, None]).nonzero()
+        wanted = is_face | self.lures
+        count = wanted.sum(1)
+        self.faces = (wanted & (weights > 0)[:, None]).nonzero()
         row, box = self.faces.unbind(1)
         turned = self.poses[row, box] >= faces.HALF_PROFILE
         self.face_weights = (weights[row] / count[row].sqrt() *
