@@ -20,10 +20,11 @@ class BoxLists(unittest.TestCase):
         (self.folder / "images").mkdir()
 
     def test_both_forms_are_read(self):
-        (self.folder / "boxes.txt").write_text("a.jpg\n2\n1 2 3.5 4 0\n5 6 7 8 1\nb.jpg\n0\n")
+        (self.folder / "boxes.txt").write_text("a.jpg\n3\n9 9 4 5 2\n1 2 3.5 4 0\n5 6 7 8 1\nb.jpg\n0\n")
         first, second = faces.load(self.folder)
         self.assertEqual(first.boxes.tolist(), [[1, 2, 3.5, 4], [5, 6, 7, 8]])
         self.assertEqual(first.doubtful.tolist(), [False, True])
+        self.assertEqual(first.lures.tolist(), [[9, 9, 4, 5]])
         self.assertEqual((second.name, len(second.boxes)), ("b.jpg", 0))
 
         (self.folder / "boxes.txt").rename(self.folder / "wider_face_val_bbx_gt.txt")
@@ -102,14 +103,22 @@ class Scenes(unittest.TestCase):
             self.assertEqual((torch.maximum(stretch, 1 / stretch) > 1.2).any().item(), not natural)
 
     def test_wanted_sizes_come_evenly(self):
-        """Half of the logarithm's range holds about half of the faces that views were aimed at."""
-        inside = torch.zeros(600, dtype=torch.bool)
-        row, box, scale = views.choose_faces(self.store, Random("cpu", 4), torch.ones(600, 2),
-                                             inside, SIDE // 3, (20, 80))
-        sizes = (box[:, 2:] - box[:, :2]).prod(1).sqrt() * scale[:, 0]
-        self.assertGreater(sizes.min().item(), 18)
-        self.assertAlmostEqual((sizes < 40).float().mean().item(), 0.5, delta=0.15)
-        self.assertTrue((self.store.kinds[row] == FACE).any(1).all())
+        """Half of the logarithm's range holds about half of what views were aimed at, faces or
+        lures; of the lures nothing is left in a scene's boxes."""
+        folder = synthetic.new_folder() / "lures"
+        synthetic.write(folder, [(image, boxes, [faces.LURE] * len(boxes))
+                                 for image, boxes, _ in synthetic.squares(3, 24)])
+        lures = PictureStore([folder])
+        for store in self.store, lures:
+            inside = torch.zeros(600, dtype=torch.bool)
+            row, box, scale = views.choose_faces(store, Random("cpu", 4), torch.ones(600, 2),
+                                                 inside, SIDE // 3, (20, 80))
+            sizes = (box[:, 2:] - box[:, :2]).prod(1).sqrt() * scale[:, 0]
+            self.assertGreater(sizes.min().item(), 18)
+            self.assertAlmostEqual((sizes < 40).float().mean().item(), 0.5, delta=0.15)
+            self.assertTrue(((store.kinds == FACE) | store.lures)[row].any(1).all())
+        kinds = scenes.Scenes(lures, with_pastes=False).batch(Random("cpu", 5), 8)[2]
+        self.assertFalse(kinds.any())
 
     def test_every_seed_step_and_process_has_its_own(self):
         drawn = {}
@@ -200,6 +209,7 @@ class BacksOfHeads(unittest.TestCase):
         self.assertEqual((status, text), (0, f"{output}: 1 pictures\n"))
         covered, = faces.load(output)
         self.assertEqual((covered.name, len(covered.boxes)), ("back_00000.jpg", 0))
+        self.assertEqual(covered.lures.tolist(), [list(face)])
         result = faces.read_image(covered).astype(int)
         dots, skin = result[76:108:8, 84:116:8], result[80:112:8, 88:120:8]
         self.assertLess(abs(dots.mean() - skin.mean()), 20)  # 150 before
