@@ -157,7 +157,7 @@ def scenes(count):
     for number, (image, boxes, doubtful) in enumerate(synthetic.squares(9, count)):
         yield conditions.from_picture(faces.Picture(
             str(number), None, numpy.float32(boxes).reshape(-1, 4), numpy.array(doubtful, bool),
-            numpy.zeros(len(boxes), int)), image)
+            numpy.zeros(len(boxes), int), numpy.zeros((0, 4), numpy.float32)), image)
 
 
 class Aspects(unittest.TestCase):
