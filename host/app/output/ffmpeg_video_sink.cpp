@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <limits>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -63,11 +64,10 @@ class VideoSink final : public FrameSink {
     if (!openEncoder(format, error) ||
         !succeeded(avio_open(&muxer_->pb, path.c_str(), AVIO_FLAG_WRITE), error))
       return false;
-    if (writeHeader(format, true, error) ||
-        (copy_.hasStreams() && reopen(path, error) && writeHeader(format, false, error))) {
-      thread_ = std::thread([this] { encodeWaiting(); });
+    if ((writeHeader(format, true, error) ||
+         (copy_.hasStreams() && reopen(path, error) && writeHeader(format, false, error))) &&
+        startThread(error))
       return true;
-    }
     if (muxer_ != nullptr)
       avio_closep(&muxer_->pb);
     std::error_code failure;
@@ -253,6 +253,15 @@ class VideoSink final : public FrameSink {
       }
       used_.push_back(std::move(frame));
     }
+  }
+
+  bool startThread(std::string& error) {
+    try {
+      thread_ = std::thread([this] { encodeWaiting(); });
+    } catch (const std::system_error&) {
+      error = "the system has no thread left for the encoder";
+    }
+    return thread_.joinable();
   }
 
   /// Once all that waits is encoded.
