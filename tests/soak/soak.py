@@ -5,8 +5,8 @@ Looks whether the process grows or slows down, and prints the curve of both.
     soak.py MODULE PICTURE [FRAMES]      one million frames by default: about an hour
 
 PICTURE is I420 of 160x120 pixels with one face. PYTHONPATH names the folder of the package tavrofd.
-Resident memory of its own must not rise any more after the first 10,000 frames, and the fastest frame of one fixed
-size must stay as fast.
+Resident memory of its own must not rise any more after the first 10,000 frames, and the fastest frame
+of one fixed size must stay as fast.
 """
 
 import pathlib
