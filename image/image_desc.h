@@ -4,9 +4,9 @@
 //
 // A caller describes its planes in an ImageDesc and calls one of the dispatchers of
 // image_dispatch.h. They look the format or the operation up in a table and hand plain pointers,
-// strides and sizes to a scaler (scaler.h) or a converter (color_conversion.h). Those walk the rows,
-// the scalers with what they share in scale_passes.h; the samples of a row are the work of a row
-// kernel, a function pointer that is taken from the choosers of row_kernels.h once per plane. A
+// strides and sizes to a scaler (scaler.h) or a converter (color_conversion.h). Those walk the
+// rows, the scalers with what they share in scale_passes.h; the samples of a row are the work of a
+// row kernel, a function pointer that is taken from the choosers of row_kernels.h once per plane. A
 // kernel family has a readable plain form (*_plain.cpp), mostly a block form in SSSE3 (*_ssse3.cpp)
 // and sometimes a twin of it in AVX2 (*_avx2.cpp), with the same bytes. row_tails.h finishes the
 // rows that are not a whole number of blocks.
