@@ -1,6 +1,6 @@
-// Twins of the block forms in color_row_kernels_ssse3.cpp that are often bound by their stores, in
-// AVX2: twice as many pixels a step and the same bytes. A twin takes the same blocks; what its
-// wider steps leave over is left to the block form. Compiled with its own instruction set; all that
+// Twins of block forms in color_row_kernels_ssse3.cpp, in AVX2: twice as many pixels a step and the
+// same bytes. A twin takes the same blocks; what its wider steps leave over is left to the block
+// form. Compiled with its own instruction set; all that
 // isn't a kernel is internal.
 
 #include <immintrin.h>
@@ -75,6 +75,10 @@ Pixels joinBytes(__m256i byte0, __m256i byte1, __m256i byte2, __m256i byte3) {
   return {_mm256_unpacklo_epi16(bytes01, bytes23), _mm256_unpackhi_epi16(bytes01, bytes23)};
 }
 
+__m256i opaque() {
+  return _mm256_set1_epi16(255);
+}
+
 void storeFourBytes(uint8_t* dst, const Pixels& pixels) {
   store32(dst, pixels.eight[0]);
   store32(dst + 32, pixels.eight[1]);
@@ -93,41 +97,42 @@ void storeThreeBytes(uint8_t* dst, const Pixels& pixels) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 32), _mm256_castsi256_si128(second));
 }
 
+// `store` writes sixteen pixels.
+template <YuvRow* blockForm, int32_t bytesPerPixel, typename Store>
+void convertRow(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                const YuvTable& constants, int32_t width, Store store) {
+  const int32_t wide = wideWidth(width);
+  for (int32_t i = 0; i < wide; i += pixelStep)
+    store(dst + ptrdiff_t{bytesPerPixel} * i,
+          convertPixels(y + i, u + i / 2, v + i / 2, constants));
+  blockForm(y + wide, u + wide / 2, v + wide / 2, dst + ptrdiff_t{bytesPerPixel} * wide, constants,
+            width - wide);
+}
+
 }  // namespace
 
 void yuvRowFourBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                      const YuvTable& constants, int32_t width) {
-  const int32_t wide = wideWidth(width);
-  const __m256i opaque = _mm256_set1_epi16(255);
-  for (int32_t i = 0; i < wide; i += pixelStep) {
-    const auto [first, second, third] = convertPixels(y + i, u + i / 2, v + i / 2, constants);
-    storeFourBytes(dst + ptrdiff_t{4} * i, joinBytes(first, second, third, opaque));
-  }
-  ssse3::yuvRowFourBytes(y + wide, u + wide / 2, v + wide / 2, dst + ptrdiff_t{4} * wide, constants,
-                         width - wide);
+  convertRow<ssse3::yuvRowFourBytes, 4>(
+      y, u, v, dst, constants, width, [](uint8_t* to, const Colours& colours) {
+        storeFourBytes(to, joinBytes(colours.first, colours.second, colours.third, opaque()));
+      });
 }
 
 void yuvRowOpaqueFirst(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                        const YuvTable& constants, int32_t width) {
-  const int32_t wide = wideWidth(width);
-  const __m256i opaque = _mm256_set1_epi16(255);
-  for (int32_t i = 0; i < wide; i += pixelStep) {
-    const auto [first, second, third] = convertPixels(y + i, u + i / 2, v + i / 2, constants);
-    storeFourBytes(dst + ptrdiff_t{4} * i, joinBytes(opaque, first, second, third));
-  }
-  ssse3::yuvRowOpaqueFirst(y + wide, u + wide / 2, v + wide / 2, dst + ptrdiff_t{4} * wide,
-                           constants, width - wide);
+  convertRow<ssse3::yuvRowOpaqueFirst, 4>(
+      y, u, v, dst, constants, width, [](uint8_t* to, const Colours& colours) {
+        storeFourBytes(to, joinBytes(opaque(), colours.first, colours.second, colours.third));
+      });
 }
 
 void yuvRowThreeBytes(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                       const YuvTable& constants, int32_t width) {
-  const int32_t wide = wideWidth(width);
-  for (int32_t i = 0; i < wide; i += pixelStep) {
-    const auto [first, second, third] = convertPixels(y + i, u + i / 2, v + i / 2, constants);
-    storeThreeBytes(dst + ptrdiff_t{3} * i, joinBytes(first, second, third, third));
-  }
-  ssse3::yuvRowThreeBytes(y + wide, u + wide / 2, v + wide / 2, dst + ptrdiff_t{3} * wide,
-                          constants, width - wide);
+  convertRow<ssse3::yuvRowThreeBytes, 3>(
+      y, u, v, dst, constants, width, [](uint8_t* to, const Colours& colours) {
+        storeThreeBytes(to, joinBytes(colours.first, colours.second, colours.third, colours.third));
+      });
 }
 
 void packedRowDropLast(const uint8_t* src, uint8_t* dst, int32_t width) {

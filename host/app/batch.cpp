@@ -2,7 +2,6 @@
 // checked before anything is written, so that a wrong name doesn't come to light hours later.
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -21,22 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The names that a run writes.
-constexpr std::pair<const char*, std::string OutputOptions::*> targets[] = {
-    {"--output", &OutputOptions::results},
-    {"--annotate", &OutputOptions::annotate},
-    {"--report", &OutputOptions::report},
-    {"--crop-faces", &OutputOptions::cropFaces}};
-
 struct Source {
   std::string input;
   std::string name;  ///< what stands for it in the names of files
 };
-
-fs::path canonical(const std::string& name) {
-  std::error_code failure;
-  return fs::weakly_canonical(fs::absolute(pathFromUtf8(name), failure), failure);
-}
 
 bool isVideo(const fs::path& file) {
   const std::vector<std::string> known = videoExtensions();
@@ -57,7 +44,7 @@ std::vector<Source> videosIn(const std::string& folder, const fs::path& excluded
     const bool isHidden = utf8FromPath(path.filename()).starts_with('.');
     std::error_code ignored;
     if (entry->is_directory(ignored)) {
-      if (isHidden || canonical(utf8FromPath(path)) == excluded)
+      if (isHidden || placeOf(utf8FromPath(path)) == excluded)
         entry.disable_recursion_pending();
     } else if (!isHidden && isVideo(path)) {
       videos.push_back(
@@ -88,10 +75,10 @@ std::vector<Source> sourcesOf(const Batch& batch) {
     std::error_code ignored;
     std::vector<Source> found = {{input, nameOf(input)}};
     if (fs::is_directory(pathFromUtf8(input), ignored))
-      if (auto videos = videosIn(input, canonical(batch.folder)); !videos.empty())
+      if (auto videos = videosIn(input, placeOf(batch.folder)); !videos.empty())
         found = std::move(videos);
     for (Source& source : found)
-      if (known.insert(canonical(source.input)).second)
+      if (known.insert(placeOf(source.input)).second)
         sources.push_back(std::move(source));
   }
   return sources;
@@ -114,7 +101,7 @@ fs::path unfinished(const fs::path& target) {
 bool isComplete(const Options& options) {
   std::error_code noTime;
   const auto changed = fs::last_write_time(pathFromUtf8(options.input.path), noTime);
-  return std::ranges::all_of(targets, [&](const auto& target) {
+  return std::ranges::all_of(writtenNames, [&](const auto& target) {
     const std::string& name = options.output.*target.second;
     std::error_code missing;
     const auto written =
@@ -125,7 +112,7 @@ bool isComplete(const Options& options) {
 
 /// The same run, writing to names that tell that it isn't complete. Makes their folders.
 Options withUnfinishedNames(Options options) {
-  for (const auto& [option, target] : targets) {
+  for (const auto& [option, target] : writtenNames) {
     std::string& name = options.output.*target;
     if (name.empty())
       continue;
@@ -144,7 +131,7 @@ Options withUnfinishedNames(Options options) {
 
 /// Gives the files of a complete run their names. False if that fails, with a line for the user.
 bool renameFinished(const Options& options) {
-  for (const auto& [option, target] : targets) {
+  for (const auto& [option, target] : writtenNames) {
     const std::string& name = options.output.*target;
     std::error_code failure;
     const fs::path path = pathFromUtf8(name);
@@ -168,7 +155,7 @@ std::string planBatch(const Options& common, Batch& batch) {
     return "--serve shows a single input, without --output-dir";
   if (output.results.empty() && (!output.format.empty() || !writesOrShows(output)))
     output.results = resultsEnding(output.format);
-  for (const auto& [option, target] : targets)
+  for (const auto& [option, target] : writtenNames)
     if (const std::string& name = output.*target;
         !name.empty() && name.find("{}") == std::string::npos)
       return std::string(option) + " needs {} for the input's name, with --output-dir: " + name;
@@ -177,23 +164,23 @@ std::string planBatch(const Options& common, Batch& batch) {
   std::map<fs::path, std::string> inputs;  // by what is written
   std::map<fs::path, std::string> sourcesAt;
   for (const Source& source : sources)
-    sourcesAt.emplace(canonical(source.input), source.input);
+    sourcesAt.emplace(placeOf(source.input), source.input);
   for (const Source& source : sources) {
     if (source.input == "-")
       return "the standard input has no name for its results: it can't be one of several inputs";
     Options options = pattern;
     options.input.path = source.input;
     std::vector<std::string> words = batch.words;
-    for (const auto& [option, target] : targets) {
+    for (const auto& [option, target] : writtenNames) {
       std::string& name = options.output.*target;
       if (name.empty())
         continue;
       for (size_t at = 0; (at = name.find("{}", at)) != std::string::npos; at += source.name.size())
         name.replace(at, 2, source.name);
       name = utf8FromPath(pathFromUtf8(batch.folder) / pathFromUtf8(name));
-      if (const auto [other, isNew] = inputs.emplace(canonical(name), source.input); !isNew)
+      if (const auto [other, isNew] = inputs.emplace(placeOf(name), source.input); !isNew)
         return other->second + " and " + source.input + " would both be written to " + name;
-      if (sourcesAt.contains(canonical(name)))
+      if (sourcesAt.contains(placeOf(name)))
         return "an input would be overwritten: " + name;
       words.insert(words.end(), {option, name});
     }

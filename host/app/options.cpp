@@ -50,12 +50,8 @@ std::optional<std::pair<std::string, std::string>> keyAndValue(const std::string
 /// Whether two names lead to the same file, which needn't exist yet.
 bool sameFile(const std::string& first, const std::string& second) {
   std::error_code failure;
-  const auto place = [&failure](const std::filesystem::path& name) {
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, failure), failure);
-  };
-  const std::filesystem::path one = pathFromUtf8(first);
-  const std::filesystem::path other = pathFromUtf8(second);
-  return std::filesystem::equivalent(one, other, failure) || place(one) == place(other);
+  return std::filesystem::equivalent(pathFromUtf8(first), pathFromUtf8(second), failure) ||
+         placeOf(first) == placeOf(second);
 }
 
 /// Whether the name stands for one of the files of a pattern such as frame_%03d.png.
@@ -176,9 +172,9 @@ std::vector<std::string> commonWords(const CLI::App& app) {
   std::vector<std::string> words;
   for (const CLI::Option* option : app.get_options()) {
     const std::string name = option->get_name();
-    const bool isOwn = option->get_positional() || name == "--output-dir" || name == "--resume" ||
-                       name == "--output" || name == "--annotate" || name == "--report" ||
-                       name == "--crop-faces";
+    const bool isOwn =
+        option->get_positional() || name == "--output-dir" || name == "--resume" ||
+        std::ranges::any_of(writtenNames, [&](const auto& own) { return name == own.first; });
     if (isOwn || option->count() == 0)
       continue;
     for (const std::string& value : option->results()) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/app/input/video_input.h"
@@ -21,6 +22,13 @@ inline constexpr int exitSuccess = 0;
 inline constexpr int exitIncomplete = 1;  ///< results were written, but not for all of the input
 inline constexpr int exitBadInput = 2;    ///< bad usage, unreadable input or unwritable output
 inline constexpr int exitStopped = 128;  ///< and the signal's number: the files are complete so far
+
+/// The options that name what a run writes.
+inline constexpr std::pair<const char*, std::string OutputOptions::*> writtenNames[] = {
+    {"--output", &OutputOptions::results},
+    {"--annotate", &OutputOptions::annotate},
+    {"--report", &OutputOptions::report},
+    {"--crop-faces", &OutputOptions::cropFaces}};
 
 struct Options {
   InputRequest input;

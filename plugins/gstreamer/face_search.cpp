@@ -100,7 +100,7 @@ std::unique_ptr<FaceSearch> FaceSearch::open(const std::string& module,
   host::SearchModules names;
   if (!acquire(module, names.whole))
     return nullptr;
-  if (options.windows.smallestFace > 0 || !options.windows.regions.empty()) {
+  if (options.windows.hasWindows()) {
     const auto whole = host::findModule(names.whole);
     const std::string square =
         whole.has_value() ? host::squareDetectorBeside(whole->path) : std::string();

@@ -302,9 +302,7 @@ bool FfmpegInput::takePicture() {
     return false;
   }
   if (frame_->best_effort_timestamp != AV_NOPTS_VALUE) {
-    const double start = format_->start_time != AV_NOPTS_VALUE
-                             ? static_cast<double>(format_->start_time) / AV_TIME_BASE
-                             : 0.0;
+    const double start = static_cast<double>(startOf(*format_)) / AV_TIME_BASE;
     time_ = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream_->time_base) - start;
   } else {
     time_ = static_cast<double>(index_) / frameRate_.perSecond();

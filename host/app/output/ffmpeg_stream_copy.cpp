@@ -26,8 +26,7 @@ void copyEntries(AVDictionary** target, const AVDictionary* source) {
 }
 
 /// As far as there is memory.
-void copyChapters(const AVFormatContext& source, int64_t startMicroseconds,
-                  AVFormatContext& target) {
+void copyChapters(const AVFormatContext& source, AVFormatContext& target) {
   if (source.nb_chapters == 0)
     return;
   target.chapters = static_cast<AVChapter**>(av_calloc(source.nb_chapters, sizeof(void*)));
@@ -37,7 +36,7 @@ void copyChapters(const AVFormatContext& source, int64_t startMicroseconds,
       return;
     const AVChapter& original = *source.chapters[i];
     const int64_t start =
-        av_rescale_q(startMicroseconds, AVRational{1, AV_TIME_BASE}, original.time_base);
+        av_rescale_q(startOf(source), AVRational{1, AV_TIME_BASE}, original.time_base);
     chapter->id = original.id;
     chapter->time_base = original.time_base;
     chapter->start = original.start - start;
@@ -81,9 +80,8 @@ void StreamCopy::open(const SinkFormat& format, bool withStreams, AVFormatContex
     omissions_.push_back("no sound can be copied: " + (error.empty() ? "out of memory" : error));
     return;
   }
-  const int64_t start = demuxer_->start_time != AV_NOPTS_VALUE ? demuxer_->start_time : 0;
   copyEntries(&target.metadata, demuxer_->metadata);
-  copyChapters(*demuxer_, start, target);
+  copyChapters(*demuxer_, target);
   const int shown = av_find_best_stream(demuxer_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
   bool copiesAny = false;
   routes_.assign(demuxer_->nb_streams, {});
@@ -140,8 +138,9 @@ bool StreamCopy::writeUntil(double seconds, AVFormatContext& target, int& failur
     if (index < routes_.size() && routes_[index].target >= 0) {
       const int64_t time = packet_->dts != AV_NOPTS_VALUE ? packet_->dts : packet_->pts;
       const AVRational tick = demuxer_->streams[index]->time_base;
-      if (time != AV_NOPTS_VALUE &&
-          static_cast<double>(time) * av_q2d(tick) - startTime() > seconds)
+      if (time != AV_NOPTS_VALUE && static_cast<double>(time) * av_q2d(tick) -
+                                            static_cast<double>(startOf(*demuxer_)) / AV_TIME_BASE >
+                                        seconds)
         return true;
       if (!write(target, failure))
         return false;
@@ -157,9 +156,7 @@ bool StreamCopy::write(AVFormatContext& target, int& failure) {
   Route& route = routes_[static_cast<size_t>(packet_->stream_index)];
   const AVRational from = demuxer_->streams[packet_->stream_index]->time_base;
   const AVRational to = target.streams[route.target]->time_base;
-  const int64_t start =
-      av_rescale_q(demuxer_->start_time != AV_NOPTS_VALUE ? demuxer_->start_time : 0,
-                   AVRational{1, AV_TIME_BASE}, from);
+  const int64_t start = av_rescale_q(startOf(*demuxer_), AVRational{1, AV_TIME_BASE}, from);
   if (packet_->pts != AV_NOPTS_VALUE)
     packet_->pts -= start;
   if (packet_->dts != AV_NOPTS_VALUE)
@@ -194,12 +191,6 @@ void StreamCopy::warnOfLosses() const {
     if (routes_[i].refused != 0)
       std::fprintf(stderr, "tavro-fd: warning: %s: %lld packets of stream %u couldn't be copied\n",
                    source_.c_str(), static_cast<long long>(routes_[i].refused), i);
-}
-
-double StreamCopy::startTime() const {
-  return demuxer_->start_time != AV_NOPTS_VALUE
-             ? static_cast<double>(demuxer_->start_time) / AV_TIME_BASE
-             : 0.0;
 }
 
 /// Such as "stream 2 (subtitle, subrip)".

@@ -42,7 +42,6 @@ class StreamCopy {
 
   bool addStream(AVStream& stream, const char* obstacle, AVFormatContext& target);
   bool write(AVFormatContext& target, int& failure);
-  double startTime() const;
   std::string nameOf(unsigned index) const;
 
   DemuxerHandle demuxer_;
