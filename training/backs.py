@@ -6,8 +6,7 @@
 Of pictures with one to four labelled faces, all of them large enough, each face is covered with hair
 down to a nape: the outline of the head, ears, neck and shoulders stay, eyes, nose and mouth go. Of
 short hair, bare skin shows from the nape down to the collar. What is left teaches that a head is no
-face. The folder's list of boxes has the heads as lures; the names
-begin with back_.
+face. The folder's list of boxes has the heads as lures; the names begin with back_.
 """
 
 import argparse
@@ -25,16 +24,17 @@ MOST_FACES = 4
 TO_SKIN = 0.75  # what is brighter above a face than so much of its skin isn't hair
 SHORT_HAIRED = 0.6  # the share of heads whose hair ends well above the chin
 RECOLOURED = 0.25  # the share of heads that get another colour of hair
-USUAL_SKIN = 120
+USUAL_SKIN = 120  # mean of its colours
+USUAL_SKIN_COLOUR = (95, 120, 165)  # B, G, R
 HAIR_COLOURS = ((18, 16, 16), (25, 28, 38), (30, 42, 62), (45, 70, 100), (70, 70, 72),
                 (12, 12, 14))  # B, G, R in daylight
 JPEG_QUALITY = 95
 
 
-def hair_colour(image, box, choice):
+def hair_colour(image, box, skin, choice):
     """The colour right above the face if that is darker than its skin, a usual one otherwise."""
     x, y, width, height = box
-    skin = skin_colour(image, box).mean()
+    skin = skin.mean()
     above = image[max(0, int(y - 0.28 * height)):max(1, int(y - 0.08 * height)),
                   int(x + 0.25 * width):int(x + 0.75 * width)].reshape(-1, 3)
     found = numpy.median(above, 0) if len(above) > 4 and y > 0.2 * height else None
@@ -51,13 +51,10 @@ def noise(shape, sigma_x, sigma_y, generator):
     return values / (values.std() + 1e-6)
 
 
-def oval(middle, half, top, bottom, level):
-    """The outline of a head: round above the level of the ears, narrowing to the chin below it."""
-    upper = [(middle + half * numpy.cos(angle), level + (level - top) * numpy.sin(angle))
-             for angle in numpy.linspace(numpy.pi, 2 * numpy.pi, 24)]
-    lower = [(middle + half * numpy.cos(angle), level + (bottom - level) * numpy.sin(angle))
-             for angle in numpy.linspace(0, numpy.pi, 24)]
-    return upper + lower
+def arc(middle, half, level, reach, begin):
+    """Half an ellipse, from the angle `begin` on: pi goes over the level, 0 goes below it."""
+    return [(middle + half * numpy.cos(angle), level + reach * numpy.sin(angle))
+            for angle in numpy.linspace(begin, begin + numpy.pi, 24)]
 
 
 def painted(image, outline, blur, colour, light):
@@ -73,14 +70,14 @@ def skin_colour(image, box):
     x, y, width, height = box
     cheeks = image[max(0, int(y + 0.45 * height)):int(y + 0.75 * height),
                    max(0, int(x + 0.25 * width)):int(x + 0.75 * width)].reshape(-1, 3)
-    return numpy.median(cheeks, 0) if len(cheeks) else numpy.array((95.0, 120.0, 165.0))
+    return numpy.median(cheeks, 0) if len(cheeks) else numpy.array(USUAL_SKIN_COLOUR)
 
 
 def cover(image, box, choice, generator):
     """The picture (floats) with hair over the face: round above, narrowing to the nape below."""
     x, y, width, height = box
-    colour = hair_colour(image, box, choice)
     skin = skin_colour(image, box)
+    colour = hair_colour(image, box, skin, choice)
     top = y - choice.uniform(0.12, 0.35) * height
     middle = x + width / 2 + choice.uniform(-0.05, 0.05) * width
     half = width * choice.uniform(0.44, 0.56)
@@ -92,8 +89,10 @@ def cover(image, box, choice, generator):
         neck = half * choice.uniform(0.85, 1)
         nape_light = choice.uniform(0.95, 1.15) - choice.uniform(0.05, 0.4) * across + \
             0.04 * noise(image.shape[:2], max(1, width * 0.1), max(1, width * 0.1), generator)
-        image = painted(image, oval(middle, neck, y, chin, y + 0.6 * height), edge, skin,
-                        numpy.clip(nape_light, 0.4, 1.3))
+        level = y + 0.6 * height
+        skull = arc(middle, neck, level, level - y, numpy.pi) + \
+            arc(middle, neck, level, chin - level, 0)
+        image = painted(image, skull, edge, skin, numpy.clip(nape_light, 0.4, 1.3))
         ears = y + choice.uniform(0.2, 0.4) * height
         bottom = y + choice.uniform(0.4, 0.72) * height
         nape = half * choice.uniform(0.15, 0.95)
@@ -102,8 +101,7 @@ def cover(image, box, choice, generator):
         bottom = y + choice.uniform(0.72, 1.05) * height
         nape = half * choice.uniform(0.15, 0.75)
     below = bottom - ears
-    outline = [(middle + half * numpy.cos(angle), ears + (ears - top) * numpy.sin(angle))
-               for angle in numpy.linspace(numpy.pi, 2 * numpy.pi, 24)]
+    outline = arc(middle, half, ears, ears - top, numpy.pi)
     outline += [(middle + half * choice.uniform(0.8, 0.95), ears + 0.45 * below),
                 (middle + nape, bottom - 0.1 * below),
                 (middle, bottom + choice.uniform(-0.02, 0.08) * height),

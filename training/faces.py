@@ -2,9 +2,9 @@
 
 The folder holds `images/` and a box list: for each picture its name, the count of its boxes and a
 line for each, `x y w h` and flags. The list is `boxes.txt`, with one flag (1: doubtful, neither
-face nor background; 2: a lure, background that looks like a face), or the set's own `wider_face_*_bbx_gt.txt`, whose six flags are blur,
-expression, illumination, invalid, occlusion, pose: there `invalid` and the heaviest blur or
-occlusion make a face doubtful.
+face nor background; 2: a lure, background that looks like a face), or the set's own
+`wider_face_*_bbx_gt.txt`, whose six flags are blur, expression, illumination, invalid, occlusion,
+pose: there `invalid` and the heaviest blur or occlusion make a face doubtful.
 
 `landmarks.txt` beside the list, if it is there, has a line `name index x1 y1 ... x5 y5 score` for
 boxes whose eyes, nose and corners of the mouth are known. They tell how far a face is turned.
@@ -110,17 +110,16 @@ def load(folder):
             poses = [pose(landmarks[name, index], row[2])
                      if (name, index) in landmarks and row[2] > 0 else UNKNOWN
                      for index, row in enumerate(rows)]
-            poses = [value for value, row in zip(poses, rows) if row[2] > 0 and row[3] > 0]
-            rows = [row for row in rows if row[2] > 0 and row[3] > 0]
-            lures = [row for row in rows if row[4:] == [LURE]]
-            poses = [value for value, row in zip(poses, rows) if row[4:] != [LURE]]
-            rows = [row for row in rows if row[4:] != [LURE]]
+            sized = [(row, value) for row, value in zip(rows, poses) if row[2] > 0 and row[3] > 0]
+            lures = [row for row, _ in sized if row[4:] == [LURE]]
+            found = [(row, value) for row, value in sized if row[4:] != [LURE]]
             if part and is_held_back(name) != (part == "val"):
                 continue
             pictures.append(Picture(
                 name, path.parent / "images" / name,
-                box_array(rows), numpy.array([is_doubtful(row[4:]) for row in rows], bool),
-                numpy.array(poses, int), box_array(lures)))
+                box_array(row for row, _ in found),
+                numpy.array([is_doubtful(row[4:]) for row, _ in found], bool),
+                numpy.array([value for _, value in found], int), box_array(lures)))
     except (ValueError, IndexError):
         raise ValueError(f"{path}: not a box list near line {at + 1}") from None
     return pictures

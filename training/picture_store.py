@@ -94,24 +94,20 @@ class PictureStore:
         self.widths[row] = natural_width(image, boxes[~picture.doubtful])
         self.is_dark[row] = bool(image.mean() < DARKEST)
         largest = numpy.argsort(-boxes[:, 2] * boxes[:, 3], kind="stable")[:MOST_BOXES]
-        corners = torch.from_numpy(boxes[largest])
+        count = len(largest)
+        corners = torch.from_numpy(numpy.concatenate([boxes[largest], lures])[:MOST_BOXES])
         self.boxes[row, :len(corners)] = torch.cat(
             [corners[:, :2], corners[:, :2] + corners[:, 2:]], 1)
-        self.kinds[row, :len(corners)] = torch.from_numpy(
+        self.kinds[row, :count] = torch.from_numpy(
             numpy.where(picture.doubtful[largest], DOUBTFUL, FACE))
-        self.poses[row, :len(corners)] = torch.from_numpy(picture.poses[largest])
-        self.put_lures(row, len(corners), torch.from_numpy(lures[:MOST_BOXES - len(corners)]))
+        self.poses[row, :count] = torch.from_numpy(picture.poses[largest])
+        self.lures[row, count:len(corners)] = True
         levels = []
         for _ in range(LEVELS):
             planes = numpy.ascontiguousarray(image[:, :, ::-1].transpose(2, 0, 1))
             levels.append(torch.from_numpy(planes))
             image = halved(image)
         self.pixels[row] = levels
-
-    def put_lures(self, row, first, boxes):
-        last = first + len(boxes)
-        self.boxes[row, first:last] = torch.cat([boxes[:, :2], boxes[:, :2] + boxes[:, 2:]], 1)
-        self.lures[row, first:last] = True
 
     def balance(self, weights):
         """Settles how often pictures and faces are drawn.
