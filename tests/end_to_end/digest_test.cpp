@@ -85,7 +85,7 @@ void expectDigest(const std::string& name, const std::string& digest, bool isRen
   EXPECT_EQ(digests[name], digest) << name << " in " << path;
 }
 
-TEST(Digests, networkInput) {
+TEST(Digests, NetworkInput) {
   std::vector<uint8_t> planar(planarInputSize), packed(packedInputSize), all;
   for (const I420Frame& frame : makeSequence()) {
     ASSERT_TRUE(prepareNetworkInput(viewOf(frame), planar.data(), packed.data()));
@@ -94,7 +94,7 @@ TEST(Digests, networkInput) {
   expectDigest("network-input", digestOf(all));
 }
 
-TEST(Digests, rectangles) {
+TEST(Digests, Rectangles) {
   const bool isRenewed = std::getenv("TAVRO_RENEW_DIGESTS") != nullptr;
   const std::vector<I420Frame> frames = makeSequence();
   for (const int32_t twinBits : {512, 256, 0})  // twins change nothing but time

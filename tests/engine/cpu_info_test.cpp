@@ -45,7 +45,7 @@ uint64_t fakeSavedStates() {
   return 0x1234567890;
 }
 
-TEST(CpuInfo, readsOnlyTheLeavesThatExist) {
+TEST(CpuInfo, ReadsOnlyTheLeavesThatExist) {
   const FakeProcessor processors[] = {
       {0, 0x80000000, "GenuineIntel", "unread"},
       {1, 0x80000001, "AuthenticAMD", "unread"},
@@ -82,7 +82,7 @@ constexpr uint32_t avx = 1U << 28;
 constexpr uint32_t f16c = 1U << 29;
 
 // A path needs the processor's instructions and a system that saves their registers.
-TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
+TEST(CpuInfo, PathsNeedTheirInstructionsAndSavedRegisters) {
   const struct {
     uint32_t leaf1Ecx;
     uint64_t savedStates;
@@ -114,7 +114,7 @@ TEST(CpuInfo, pathsNeedTheirInstructionsAndSavedRegisters) {
 }
 
 // Twins of 512 bits need every one of their sets and saved states.
-TEST(CpuInfo, runsAvx512OnlyWithAllOfIt) {
+TEST(CpuInfo, RunsAvx512OnlyWithAllOfIt) {
   const auto info = [](uint32_t missingEbx, uint32_t missingEcx, uint64_t missingStates) {
     CpuInfo all;
     all.leaf1Ecx = avx | fma | CpuInfo::systemSaves;
@@ -131,7 +131,7 @@ TEST(CpuInfo, runsAvx512OnlyWithAllOfIt) {
     EXPECT_FALSE(info(0, 0, 1U << bit).runsAvx512()) << bit;
 }
 
-TEST(CpuInfo, agreesWithTheCompilersRuntime) {
+TEST(CpuInfo, AgreesWithTheCompilersRuntime) {
   __builtin_cpu_init();
   const CpuInfo* forced = overrideCpuInfo(nullptr);
   const CpuInfo& info = cpuInfo();

@@ -96,14 +96,14 @@ void checkEveryHalf(bool byInstruction) {
   }
 }
 
-TEST(HalfConversion, matchesArithmeticOnEveryHalf) {
+TEST(HalfConversion, MatchesArithmeticOnEveryHalf) {
   if (cpuInfo().runsF16c())
     checkEveryHalf(true);
   const Processor plain(CpuInfo{});
   checkEveryHalf(false);
 }
 
-TEST(HalfConversion, onlyWholeGroupsAreRounded) {
+TEST(HalfConversion, OnlyWholeGroupsAreRounded) {
   const int64_t groupSize = cpuInfo().runsF16c() ? 8 : 1 << 20;
   for (int64_t count = 0; count <= 40; ++count) {
     SCOPED_TRACE(count);
@@ -123,7 +123,7 @@ TEST(HalfConversion, onlyWholeGroupsAreRounded) {
   }
 }
 
-TEST(ByteConversion, rowsOfEveryWidth) {
+TEST(ByteConversion, RowsOfEveryWidth) {
   TracedRandom random;
   const float scales[] = {0.00392156886F, 1.0F, random.real(-2, 2)};
   for (int32_t width = 0; width <= 70; ++width) {
@@ -154,7 +154,7 @@ TEST(ByteConversion, rowsOfEveryWidth) {
   }
 }
 
-TEST(Conversion, negativeCountsConvertNothing) {
+TEST(Conversion, NegativeCountsConvertNothing) {
   float untouched = 7;
   uint16_t half = 0x3C00;
   const uint8_t byte = 1;

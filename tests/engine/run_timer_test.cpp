@@ -17,7 +17,7 @@ using tavro::test::CapturedStdout;
 
 constexpr int64_t twoSeconds = 2000000000;
 
-TEST(RunTimer, reportsTheWholeTimeOrStatisticsOnClosing) {
+TEST(RunTimer, ReportsTheWholeTimeOrStatisticsOnClosing) {
   CapturedStdout output;
   {
     RunTimer whole("Warmup", true, true);
@@ -39,7 +39,7 @@ TEST(RunTimer, reportsTheWholeTimeOrStatisticsOnClosing) {
       << text;
 }
 
-TEST(RunTimer, printsAlignedStepsAndCountsThem) {
+TEST(RunTimer, PrintsAlignedStepsAndCountsThem) {
   CapturedStdout output;
   std::cout.setf(std::ios::right | std::ios::showpoint);
   const auto flags = std::cout.flags();
@@ -64,7 +64,7 @@ TEST(RunTimer, printsAlignedStepsAndCountsThem) {
       << text;
 }
 
-TEST(Clock, countsNanosecondsWithoutOverflow) {
+TEST(Clock, CountsNanosecondsWithoutOverflow) {
   constexpr int64_t tenMegahertz = 10000000;
   constexpr int64_t thirtyYears = 946080000;
   static_assert(ticksToNanoseconds(thirtyYears * tenMegahertz + 3, tenMegahertz) ==

@@ -32,7 +32,7 @@ auto stateOf(const Tensor& t) {
   return std::tuple(t.n, t.h, t.w, t.c, t.elementCount, t.layout, t.floatData, t.floatBorrowed);
 }
 
-TEST(AlignedMemory, isAlignedAndHasSpareBytes) {
+TEST(AlignedMemory, IsAlignedAndHasSpareBytes) {
   for (const size_t size : {0U, 1U, 63U, 64U, 65U, 100000U}) {
     void* buffer = alignedAlloc(size);
     ASSERT_NE(buffer, nullptr);
@@ -44,7 +44,7 @@ TEST(AlignedMemory, isAlignedAndHasSpareBytes) {
   EXPECT_EQ(allocateAligned<float>(std::numeric_limits<size_t>::max() / 2), nullptr);
 }
 
-TEST(Tensor, countIsTheProductUnlessItIsGiven) {
+TEST(Tensor, CountIsTheProductUnlessItIsGiven) {
   const std::pair<TensorExtents, uint64_t> cases[] = {{{0, 0, 0, 0}, 0},
                                                       {{2, 3, 4, 5}, 120},
                                                       {{-2, 3, 4, 5}, static_cast<uint64_t>(-120)},
@@ -59,7 +59,7 @@ TEST(Tensor, countIsTheProductUnlessItIsGiven) {
   EXPECT_EQ(tensor.count(), 9U);
 }
 
-TEST(Tensor, allocatesOnceAndOnRequest) {
+TEST(Tensor, AllocatesOnceAndOnRequest) {
   for (const int32_t order : {layout::channelsLast, layout::block8}) {
     Tensor tensor;
     setExtents(tensor, {1, 2, 3, 4});
@@ -72,7 +72,7 @@ TEST(Tensor, allocatesOnceAndOnRequest) {
   }
 }
 
-TEST(Tensor, repacksABorrowedWeightIntoItsOwnBuffer) {
+TEST(Tensor, RepacksABorrowedWeightIntoItsOwnBuffer) {
   GuardedBuffer<float> table(60);
   std::iota(table.begin(), table.end(), 1.0F);
   const std::vector<float> before(table.begin(), table.end());
@@ -107,7 +107,7 @@ TEST(Tensor, repacksABorrowedWeightIntoItsOwnBuffer) {
   EXPECT_NE(bias.data(layout::channelsFirst), nullptr) << "a plain order can be left again";
 }
 
-TEST(Tensor, refusesWhatItCannotPackAndStaysAsItWas) {
+TEST(Tensor, RefusesWhatItCannotPackAndStaysAsItWas) {
   GuardedBuffer<float> table(8);
   std::fill(table.begin(), table.end(), 1.0F);
   const struct {
@@ -142,7 +142,7 @@ TEST(Tensor, refusesWhatItCannotPackAndStaysAsItWas) {
   }
 }
 
-TEST(Tensor, ownsOrBorrowsEachStorage) {
+TEST(Tensor, OwnsOrBorrowsEachStorage) {
   float floats[4] = {1, 2, 3, 4};
   uint8_t bytes[4] = {};
   Tensor tensor;
@@ -165,7 +165,7 @@ TEST(Tensor, ownsOrBorrowsEachStorage) {
   tensor.halfData = static_cast<uint16_t*>(alignedAlloc(4));
 }
 
-TEST(Tensor, convertsItsHalvesAndItsFloatsOnEveryCall) {
+TEST(Tensor, ConvertsItsHalvesAndItsFloatsOnEveryCall) {
   Tensor tensor;
   setExtents(tensor, {1, 1, 1, 10});
   tensor.halfToFloat();
@@ -197,7 +197,7 @@ TEST(Tensor, convertsItsHalvesAndItsFloatsOnEveryCall) {
   }
 }
 
-TEST(Tensor, copiesShapeAndValues) {
+TEST(Tensor, CopiesShapeAndValues) {
   GuardedBuffer<float> table(10);
   std::iota(table.begin(), table.end(), 1.0F);
   Tensor source;
@@ -230,7 +230,7 @@ TEST(Tensor, copiesShapeAndValues) {
   std::memset(large.data(layout::block8), 0, 100 * sizeof(float));
 }
 
-TEST(Tensor, shapeThatOutgrowsItsStorageIsRefused) {
+TEST(Tensor, ShapeThatOutgrowsItsStorageIsRefused) {
   float lent[10] = {};
   for (float* storage : {lent, static_cast<float*>(nullptr)}) {  // or its own
     Tensor tensor;

@@ -104,7 +104,7 @@ void checkPacking(const TensorExtents& e, int32_t sourceCode, int32_t code, Guar
         << "position " << i;
 }
 
-TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
+TEST(WeightPacking, EveryPositionOfEveryLayoutHoldsItsElement) {
   TracedRandom random;
   for (int32_t n = 1; n <= 40; ++n)
     for (const int32_t group : {1, 1, 4, 8}) {
@@ -117,7 +117,7 @@ TEST(WeightPacking, everyPositionOfEveryLayoutHoldsItsElement) {
     }
 }
 
-TEST(WeightPacking, impossibleSizesAreRefused) {
+TEST(WeightPacking, ImpossibleSizesAreRefused) {
   constexpr int32_t largest = std::numeric_limits<int32_t>::max();
   EXPECT_EQ(packedElementCount({-1, 1, 1, 1}, 4), std::nullopt);
   EXPECT_EQ(packedElementCount({1, -1, -1, 1}, 0), std::nullopt);

@@ -204,7 +204,7 @@ ImageCase caseOf(const Operation& operation, Size size) {
 
 class ColorConversion : public testing::TestWithParam<Operation> {};
 
-TEST_P(ColorConversion, matchesTheFormulas) {
+TEST_P(ColorConversion, MatchesTheFormulas) {
   EXPECT_TRUE(sweep(70 * 9, [](Random& random, int32_t i) {
     return checkImage(caseOf(GetParam(), {i / 9 + 1, i % 9 + 1}), random);
   }));
@@ -213,7 +213,7 @@ TEST_P(ColorConversion, matchesTheFormulas) {
   }));
 }
 
-TEST_P(ColorConversion, refusesWithoutWriting) {
+TEST_P(ColorConversion, RefusesWithoutWriting) {
   const Operation& operation = GetParam();
   const Size size = {20, 6};
   TracedRandom random;
@@ -242,7 +242,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, ColorConversion, testing::ValuesIn(operatio
                          });
 
 // All 2^24 colours, by both forms.
-TEST(YuvToPacked, everyColourByBothForms) {
+TEST(YuvToPacked, EveryColourByBothForms) {
   uint8_t y[256], u[128], v[128], expected[768], actual[768];
   for (int32_t i = 0; i < 256; ++i)
     y[i] = static_cast<uint8_t>(i);

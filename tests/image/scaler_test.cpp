@@ -53,7 +53,7 @@ testing::AssertionResult checkScaling(const Sizes& sizes, int32_t bytesPerPixel,
 // By bytes a pixel.
 class Scaler : public testing::TestWithParam<int32_t> {};
 
-TEST_P(Scaler, everyCaseAtEveryWidth) {
+TEST_P(Scaler, EveryCaseAtEveryWidth) {
   const int32_t largest = GetParam() == 1 ? 200 : 70;
   EXPECT_TRUE(sweep(largest, [](Random& random, int32_t i) -> testing::AssertionResult {
     const int32_t width = i + 1;
@@ -83,7 +83,7 @@ TEST_P(Scaler, everyCaseAtEveryWidth) {
   }));
 }
 
-TEST_P(Scaler, randomSizes) {
+TEST_P(Scaler, RandomSizes) {
   EXPECT_TRUE(sweep(caseCount(300), [](Random& random, int32_t i) {
     const auto size = [&](int32_t largest) { return random.between(1, i % 3 == 0 ? 5 : largest); };
     return checkScaling({size(70), size(60), size(70), size(60)}, GetParam(), random);
@@ -105,7 +105,7 @@ const Sizes extremePackedImages[] = {{1, 1, 2, 2},         {1, 1, 9, 3},        
                                      {32767, 2, 3, 1},     {3, 32767, 2, 1},    {32767, 1, 1, 2},
                                      {32767, 2, 32766, 2}, {300, 200, 192, 192}};
 
-TEST(ScalerSizes, extremes) {
+TEST(ScalerSizes, Extremes) {
   TracedRandom random;
   for (const Sizes& sizes : extremePlanes)
     EXPECT_TRUE(checkScaling(sizes, 1, random));

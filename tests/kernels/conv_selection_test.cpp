@@ -67,7 +67,7 @@ const ModelRow modelRows[] = {
 };
 
 // The weights' layout after a run shows that forward took the kernel, too.
-TEST(ConvSelection, modelTakesTheseKernels) {
+TEST(ConvSelection, ModelTakesTheseKernels) {
   for (const bool avxAndFma : availableProcessors()) {
     const Processor processor(avxAndFma);
     SmallNet small;
@@ -101,7 +101,7 @@ TEST(ConvSelection, modelTakesTheseKernels) {
 
 // --- Any sizes ---
 
-TEST(ConvSelection, takesKernelsThatServeAndEveryOneSometimes) {
+TEST(ConvSelection, TakesKernelsThatServeAndEveryOneSometimes) {
   TracedRandom random;
   const uint8_t picture = 0;
   std::set<const ConvKernel*> taken;

@@ -178,7 +178,7 @@ testing::AssertionResult sweepKernel(const SweptKernel& swept, ConvRun* run, int
 
 class ConvSweep : public testing::TestWithParam<SweptKernel> {};
 
-TEST_P(ConvSweep, matchesTheStatedOrder) {
+TEST_P(ConvSweep, MatchesTheStatedOrder) {
   if (GetParam().needs == Needs::avxAndFma && !cpuInfo().runsAvxAndFma())
     GTEST_SKIP() << "needs AVX and FMA";
   EXPECT_TRUE(sweepKernel(GetParam(), GetParam().kernel->run, caseCount(200)));
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(AllKernels, ConvSweep, testing::ValuesIn(sweptKernels()
 class TwinSweep : public testing::TestWithParam<x86::Twin> {};
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(TwinSweep);
 
-TEST_P(TwinSweep, computesWhatItsKernelDoes) {
+TEST_P(TwinSweep, ComputesWhatItsKernelDoes) {
   const x86::Twin& twin = GetParam();
   if (!twin.isAvailable())
     GTEST_SKIP() << "needs a processor with registers of " << twin.bits << " bits";

@@ -30,7 +30,7 @@ Layer* makeNothing(const LayerRow& /*row*/, TensorMap& /*tensors*/, TensorMap& /
   return nullptr;
 }
 
-TEST(Registry, reportsDuplicatesAndTypesThatNobodyMakes) {
+TEST(Registry, ReportsDuplicatesAndTypesThatNobodyMakes) {
   TensorMap tensors;
   TensorMap weights;
   const LayerRow sigmoid = RowOf{.type = "Sigmoid", .io = {"x", "y"}}.row();
@@ -52,7 +52,7 @@ TEST(Registry, reportsDuplicatesAndTypesThatNobodyMakes) {
 
 // --- From rows to a graph ---
 
-TEST(Graph, connectsLayersAndTensors) {
+TEST(Graph, ConnectsLayersAndTensors) {
   SmallNet small;
   const Layer* first = small.addLayer({.type = "Conv", .io = {"x", "a"}});
   const Layer* relu = small.addLayer({.type = "Relu", .io = {"a", "a"}, .ints = {1}});
@@ -77,7 +77,7 @@ TEST(Graph, connectsLayersAndTensors) {
   EXPECT_TRUE(tensor("x")->name == "x" && first->name == "a" && first->type == "Conv");
 }
 
-TEST(Graph, weightsEndAtTheFirstNameThatIsNotThere) {
+TEST(Graph, WeightsEndAtTheFirstNameThatIsNotThere) {
   SmallNet small;
   const Tensor* weight = &small.addConstant("w", {1, 1, 1, 1}, {1});
   const Tensor* bias = &small.addConstant("b", {1, 1, 1, 1}, {1});
@@ -110,7 +110,7 @@ struct SumNet : SmallNet {
   bool rewrite() { return net.env->rewriteGraph(&net); }
 };
 
-TEST(Rewrite, activationBecomesPartOfTheLayerBefore) {
+TEST(Rewrite, ActivationBecomesPartOfTheLayerBefore) {
   SumNet small({-1, 2});
   Layer* relu = small.addLayer({.type = "Relu", .io = {"sum", "y"}, .ints = {1}});
   EXPECT_TRUE(small.rewrite());
@@ -132,7 +132,7 @@ TEST(Rewrite, activationBecomesPartOfTheLayerBefore) {
 }
 
 // And a reshape's output, which is its input's memory.
-TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
+TEST(Rewrite, LeavesAloneWhatOthersReadAndWhatIsNoActivation) {
   SumNet small({-1, 2});
   const RowOf rows[] = {{.type = "Relu", .io = {"sum", "y"}, .ints = {1}},
                         {.type = "Softmax", .io = {"sum", "p"}},
@@ -154,7 +154,7 @@ TEST(Rewrite, leavesAloneWhatOthersReadAndWhatIsNoActivation) {
 }
 
 // Whether the first is merged (kinds 2 and 6) or not, works in place from the start or becomes so.
-TEST(Rewrite, chainedActivationsAllTakeEffect) {
+TEST(Rewrite, ChainedActivationsAllTakeEffect) {
   constexpr float half = 0.5F;
   const std::pair<int32_t, Values> kinds[] = {
       {2, {0, half}}, {4, {std::tanh(-4.0F), std::tanh(2.0F)}}, {6, {-4 * half, 2}}};
@@ -189,7 +189,7 @@ class CountingEnv : public QuietEnv {
   std::string& calls_;
 };
 
-TEST(NetPass, callsTheEnvironmentAtItsStations) {
+TEST(NetPass, CallsTheEnvironmentAtItsStations) {
   std::string calls;
   auto* env = new CountingEnv(calls);
   Net net(env);
@@ -213,7 +213,7 @@ TEST(NetPass, callsTheEnvironmentAtItsStations) {
   EXPECT_TRUE(net.clear() && net.layers.empty() && net.tensors.empty() && net.weights.empty());
 }
 
-TEST(NetPass, warmsUpOnceAndGoesOnAfterAFailure) {
+TEST(NetPass, WarmsUpOnceAndGoesOnAfterAFailure) {
   SmallNet small;
   small.addInput("x", {1, 1, 1, 4}, {-1, 1, 2, 3});
   small.addLayer({.type = "Reshape", .io = {"x", "r"}, .ints = {-1, -1, 1, 1}});  // can't be
@@ -235,7 +235,7 @@ TEST(NetPass, warmsUpOnceAndGoesOnAfterAFailure) {
 
 // --- Diagnostics ---
 
-TEST(Diagnostics, timesLayersUnderTheirLabels) {
+TEST(Diagnostics, TimesLayersUnderTheirLabels) {
   SmallNet small;
   const Extents image = {1, 192, 192, 3};
   small.addPicture("picture", image, std::vector<uint8_t>(image.count(), 1));
@@ -266,7 +266,7 @@ TEST(Diagnostics, timesLayersUnderTheirLabels) {
   }
 }
 
-TEST(Diagnostics, printsRangesAndValues) {
+TEST(Diagnostics, PrintsRangesAndValues) {
   SmallNet small;
   small.addInput("x", {1, 2, 2, 2}, {1, -5, 2, -6, 3, -7, 4.5F, -8});
   const Layer* sum = small.addLayer({.type = "Add", .io = {"x", "x", "sum"}});

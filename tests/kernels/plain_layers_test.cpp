@@ -54,7 +54,7 @@ float activate(int32_t kind, float x, float slope) {
   }
 }
 
-TEST(Activation, everyKindInPlaceAndOutOfPlace) {
+TEST(Activation, EveryKindInPlaceAndOutOfPlace) {
   TracedRandom random;
   for (int i = 0; i < 240; ++i) {
     constexpr int32_t kinds[] = {0, 1, 2, 3, 4, 5, 6, 7, -1, 100};
@@ -88,7 +88,7 @@ TEST(Activation, everyKindInPlaceAndOutOfPlace) {
   }
 }
 
-TEST(Activation, missingSlopesWriteNothing) {
+TEST(Activation, MissingSlopesWriteNothing) {
   const std::vector<float> before = {7, 8, 9};
   SmallNet small;
   small.addInput("x", {1, 1, 1, 3}, {-1, -2, -3});
@@ -120,7 +120,7 @@ const std::pair<Extents, Extents> broadcasts[] = {
     {{3, 2, 2, 3}, {3, 2, 2, 3}},                                  // three images of one shape
 };
 
-TEST(BinaryOp, repeatsTheSmallerShapeAndMergesActivations) {
+TEST(BinaryOp, RepeatsTheSmallerShapeAndMergesActivations) {
   TracedRandom random;
   for (const auto& [shapeA, shapeB] : broadcasts)
     for (int i = 0; i < 10; ++i) {
@@ -157,7 +157,7 @@ TEST(BinaryOp, repeatsTheSmallerShapeAndMergesActivations) {
     }
 }
 
-TEST(BinaryOp, typeMulMultipliesAndConstantsAreOperands) {
+TEST(BinaryOp, TypeMulMultipliesAndConstantsAreOperands) {
   SmallNet small;
   small.addInput("x", {1, 1, 1, 2}, {3, 5});
   small.addConstant("k", {1, 1, 1, 2}, {10, 100});
@@ -172,7 +172,7 @@ TEST(BinaryOp, typeMulMultipliesAndConstantsAreOperands) {
 
 // For more than three channels nothing is subtracted from inputs below 0, so that these keep away
 // from where exp underflows.
-TEST(Softmax, computesProbabilities) {
+TEST(Softmax, ComputesProbabilities) {
   TracedRandom random;
   for (const int32_t channels : {1, 2, 3, 4, 5, 17})
     for (const auto& [low, high] : {std::pair{-8.0F, 8.0F},
@@ -206,7 +206,7 @@ TEST(Softmax, computesProbabilities) {
 
 // --- Concat ---
 
-TEST(Concat, interleavesThePixelsOfItsInputs) {
+TEST(Concat, InterleavesThePixelsOfItsInputs) {
   constexpr const char* names[] = {"a", "b", "c", "d"};
   for (const std::vector<int32_t>& channels :
        {std::vector{3, 5}, {4, 8}, {1}, {2, 7, 9}, {1, 1, 16, 6}}) {
@@ -234,7 +234,7 @@ TEST(Concat, interleavesThePixelsOfItsInputs) {
 
 // --- Reshape ---
 
-TEST(Reshape, lendsItsInputUnderAnotherShape) {
+TEST(Reshape, LendsItsInputUnderAnotherShape) {
   const struct {
     Extents input;
     std::vector<int32_t> target;
@@ -265,7 +265,7 @@ TEST(Reshape, lendsItsInputUnderAnotherShape) {
 
 // The output has been packed before: 16 blocks' lanes for 10 values. What it counts and how much
 // memory it has follow from its input from then on, in floats and in halves.
-TEST(Reshape, forgetsWhatItsOutputHeldBefore) {
+TEST(Reshape, ForgetsWhatItsOutputHeldBefore) {
   SmallNet small;
   Tensor& x = small.addInput("x", {1, 1, 1, 4}, {1, 2, 3, 4});
   std::vector<uint16_t> halves(4, 0x3C00);
@@ -302,7 +302,7 @@ float dotInOrder(const float* a, const float* b, int32_t count, float bias, bool
   return bias;
 }
 
-TEST(Gemm, multipliesMatrixAndVectorInTheStatedOrder) {
+TEST(Gemm, MultipliesMatrixAndVectorInTheStatedOrder) {
   TracedRandom random;
   for (int i = 0; i < caseCount(600); ++i) {
     const bool isRow = random.chance(0.5);

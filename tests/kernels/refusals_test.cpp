@@ -159,7 +159,7 @@ const Case refusedCases[] = {
     {"probabilities without an output", withOutput(softmax(), {"x"})},
 };
 
-TEST(Refusals, rowsThatDoNotFitTheirTensors) {
+TEST(Refusals, RowsThatDoNotFitTheirTensors) {
   for (const Case& c : rightCases) {
     SmallNet small;
     build(small, c);
@@ -176,7 +176,7 @@ TEST(Refusals, rowsThatDoNotFitTheirTensors) {
 // A tensor that is one smaller or larger than the shapes were inferred for has too few values or
 // would leave some out. But an activation takes what there is, a sum repeats the smaller operand,
 // and a reshape shapes its output.
-TEST(Refusals, shapesThatChangeBetweenFrames) {
+TEST(Refusals, ShapesThatChangeBetweenFrames) {
   for (const Case& c : rightCases)
     for (const char* name : {"x", "z", "y"}) {
       SmallNet small;

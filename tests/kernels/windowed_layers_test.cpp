@@ -104,7 +104,7 @@ std::vector<float> convolve(const LayerCase& c) {
   return convolveInOrder(p, operands, [](const ConvProblem&, int32_t) { return SumRule{}; });
 }
 
-TEST(ConvLayer, computesOrRefusesAnyGeometry) {
+TEST(ConvLayer, ComputesOrRefusesAnyGeometry) {
   TracedRandom random;
   for (int i = 0; i < caseCount(600); ++i) {
     const LayerCase c = drawCase(random);
@@ -128,7 +128,7 @@ TEST(ConvLayer, computesOrRefusesAnyGeometry) {
 }
 
 // Whatever allocation fails in the first pass, the next one computes with the kernel of before.
-TEST(ConvLayer, keepsItsKernelIfMemoryIsShortOnce) {
+TEST(ConvLayer, KeepsItsKernelIfMemoryIsShortOnce) {
   TracedRandom random;
   const Extents image = {1, 16, 16, 3};
   const std::vector<float> weights = drawFloats(16 * 27, random);
@@ -196,7 +196,7 @@ float reduceWindow(const ConvProblem& p, bool isMean, const std::vector<float>& 
   return isMean ? sum * (1.0F / static_cast<float>(count)) : largest;
 }
 
-TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
+TEST(Pooling, ReducesTheWindowsThatLieInTheImage) {
   TracedRandom random;
   for (int i = 0; i < caseCount(600); ++i) {
     ConvProblem p = drawGeometry(random);
@@ -225,7 +225,7 @@ TEST(Pooling, reducesTheWindowsThatLieInTheImage) {
   }
 }
 
-TEST(Pooling, globalMeanCoversTheImage) {
+TEST(Pooling, GlobalMeanCoversTheImage) {
   SmallNet small;
   const Extents image = {1, 5, 7, 3};
   std::vector<float> input(image.count());
