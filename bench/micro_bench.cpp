@@ -94,7 +94,7 @@ void countBytes(benchmark::State& state, int32_t bytes) {
 
 void copyRow(benchmark::State& state) {
   Rows rows;
-  CopyRow* const kernel = chooseCopyRow(rowWidth);
+  CopyKernel* const kernel = chooseCopyRow(rowWidth);
   for (auto _ : state)
     kernel(rows.source.data(), rows.destination.data(), rowWidth);
   countBytes(state, rowWidth);
@@ -103,7 +103,7 @@ BENCHMARK(copyRow);
 
 void interpolateRows(benchmark::State& state) {
   Rows rows;
-  InterpolateRows* const kernel = chooseInterpolateRows(rowWidth, 1);
+  InterpolateKernel* const kernel = chooseInterpolateRows(rowWidth, 1);
   for (auto _ : state)
     kernel(rows.destination.data(), rows.source.data(), rowWidth, rowWidth,
            static_cast<int32_t>(state.range(0)));
@@ -114,7 +114,7 @@ BENCHMARK(interpolateRows)->ArgName("fraction")->Arg(0)->Arg(128)->Arg(77);
 void filterColumns(benchmark::State& state) {
   Rows rows;
   constexpr int32_t dstWidth = 192;
-  ColumnsRow* const kernel = chooseColumns(dstWidth, 1);
+  ColumnsKernel* const kernel = chooseColumns(dstWidth, 1);
   for (auto _ : state)
     kernel(rows.destination.data(), rows.source.data(), dstWidth, 0,
            (rowWidth - 1) * 65536 / dstWidth);
@@ -124,7 +124,7 @@ BENCHMARK(filterColumns);
 
 void halveRow(benchmark::State& state) {
   Rows rows;
-  HalveRow* const kernel = chooseHalveRow(rowWidth / 2, 1, ScaleFilter::Bilinear);
+  HalveKernel* const kernel = chooseHalveRow(rowWidth / 2, 1, ScaleFilter::Bilinear);
   for (auto _ : state)
     kernel(rows.source.data(), rowWidth, rows.destination.data(), rowWidth / 2);
   countBytes(state, rowWidth / 2);
@@ -133,7 +133,7 @@ BENCHMARK(halveRow);
 
 void convertRow(benchmark::State& state) {
   Rows rows;
-  YuvRow* const kernel = chooseYuvRow(rowWidth, PackMode::threeBytes);
+  YuvKernel* const kernel = chooseYuvRow(rowWidth, PackMode::threeBytes);
   const uint8_t* chroma = rows.source.data() + rowWidth;
   for (auto _ : state)
     kernel(rows.source.data(), chroma, chroma + rowWidth, rows.destination.data(), YuvTableBgr,

@@ -74,7 +74,7 @@ int32_t convertI420ToPacked(const uint8_t* srcY, int32_t strideY, const uint8_t*
                             int32_t strideU, const uint8_t* srcV, int32_t strideV, uint8_t* dst,
                             int32_t dstStride, const YuvTable& constants, int32_t width,
                             int32_t height, PackMode packMode) {
-  YuvRow* convertRow = chooseYuvRow(width, packMode);
+  YuvKernel* convertRow = chooseYuvRow(width, packMode);
   if (srcY == nullptr || srcU == nullptr || srcV == nullptr || dst == nullptr || width < 1 ||
       height < 1 || convertRow == nullptr)
     return -1;
@@ -85,7 +85,7 @@ int32_t convertI420ToPacked(const uint8_t* srcY, int32_t strideY, const uint8_t*
 }
 
 int32_t convertToLuma(const uint8_t* src, int32_t srcStride, uint8_t* dstY, int32_t dstStrideY,
-                      int32_t width, int32_t height, LumaRow* convertRow) {
+                      int32_t width, int32_t height, LumaKernel* convertRow) {
   if (src == nullptr || dstY == nullptr || convertRow == nullptr || width < 1 || height < 1)
     return -1;
   for (ptrdiff_t y = 0; y < height; ++y)
@@ -98,8 +98,8 @@ int32_t convertToLuma(const uint8_t* src, int32_t srcStride, uint8_t* dstY, int3
 int32_t convertToI420(const uint8_t* src, int32_t srcStride, uint8_t* dstY, int32_t dstStrideY,
                       uint8_t* dstU, int32_t dstStrideU, uint8_t* dstV, int32_t dstStrideV,
                       int32_t width, int32_t height, const PixelLayout& layout) {
-  LumaRow* lumaRow = chooseLumaRow(width, layout);
-  ChromaRow* chromaRow = chooseChromaRow(width, layout);
+  LumaKernel* lumaRow = chooseLumaRow(width, layout);
+  ChromaKernel* chromaRow = chooseChromaRow(width, layout);
   if (src == nullptr || dstY == nullptr || dstU == nullptr || dstV == nullptr || width < 1 ||
       height < 1 || lumaRow == nullptr || chromaRow == nullptr)
     return -1;
@@ -122,7 +122,7 @@ int32_t convertPacked(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32
   const int64_t srcBytes = op == PackedOp::dropLast ? 4 : 3;
   const int64_t dstBytes = op == PackedOp::dropLast ? 3 : 4;
   const RowRun run(width, height, srcStride == width * srcBytes && dstStride == width * dstBytes);
-  PackedRow* convertRow = choosePackedRow(run.width, op);
+  PackedKernel* convertRow = choosePackedRow(run.width, op);
   if (convertRow == nullptr)
     return -1;
   for (ptrdiff_t y = 0; y < run.rows; ++y)
@@ -142,7 +142,7 @@ int32_t convertI420ToNv(const uint8_t* srcY, int32_t srcStrideY, const uint8_t* 
   const RowRun run(halfWidth, chromaSize(height),
                    srcStrideU == halfWidth && srcStrideV == halfWidth &&
                        dstStrideChroma == int64_t{2} * halfWidth);
-  MergeChromaRow* mergeRow = chooseMergeChromaRow(run.width);
+  MergeChromaKernel* mergeRow = chooseMergeChromaRow(run.width);
   for (ptrdiff_t y = 0; y < run.rows; ++y)
     mergeRow(srcU + y * srcStrideU, srcV + y * srcStrideV, dstChroma + y * dstStrideChroma,
              run.width);
@@ -161,7 +161,7 @@ int32_t convertNvToI420(const uint8_t* srcY, int32_t srcStrideY, const uint8_t* 
   const RowRun run(halfWidth, chromaSize(height),
                    srcStrideChroma == int64_t{2} * halfWidth && dstStrideU == halfWidth &&
                        dstStrideV == halfWidth);
-  SplitChromaRow* splitRow = chooseSplitChromaRow(run.width);
+  SplitChromaKernel* splitRow = chooseSplitChromaRow(run.width);
   for (ptrdiff_t y = 0; y < run.rows; ++y)
     splitRow(srcChroma + y * srcStrideChroma, dstU + y * dstStrideU, dstV + y * dstStrideV,
              run.width);

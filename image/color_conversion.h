@@ -19,7 +19,7 @@ int32_t convertI420ToPacked(const uint8_t* srcY, int32_t strideY, const uint8_t*
 
 /// Packed pixels to luma: each row goes through `convertRow`.
 int32_t convertToLuma(const uint8_t* src, int32_t srcStride, uint8_t* dstY, int32_t dstStrideY,
-                      int32_t width, int32_t height, LumaRow* convertRow);
+                      int32_t width, int32_t height, LumaKernel* convertRow);
 
 /// Packed pixels to 4:2:0.
 int32_t convertToI420(const uint8_t* src, int32_t srcStride, uint8_t* dstY, int32_t dstStrideY,

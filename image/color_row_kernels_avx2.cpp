@@ -98,7 +98,7 @@ void storeThreeBytes(uint8_t* dst, const Pixels& pixels) {
 }
 
 // `store` writes sixteen pixels.
-template <YuvRow* blockForm, int32_t bytesPerPixel, typename Store>
+template <YuvKernel* blockForm, int32_t bytesPerPixel, typename Store>
 void convertRow(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                 const YuvTable& constants, int32_t width, Store store) {
   const int32_t wide = wideWidth(width);

@@ -122,20 +122,20 @@ void splitChromaRow(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t
   }
 }
 
-template LumaRow lumaRow<rgb24>;
-template LumaRow lumaRow<bgr24>;
-template LumaRow lumaRow<rgba32>;
-template LumaRow lumaRow<bgra32>;
-template LumaRow lumaRow<argb32>;
-template LumaRow lumaRow<abgr32>;
-template ChromaRow chromaRow<rgb24>;
-template ChromaRow chromaRow<bgr24>;
-template ChromaRow chromaRow<rgba32>;
-template ChromaRow chromaRow<bgra32>;
-template ChromaRow chromaRow<argb32>;
-template ChromaRow chromaRow<abgr32>;
-template PackedRow packedRow<PackedOp::addOpaque>;
-template PackedRow packedRow<PackedOp::dropLast>;
-template PackedRow packedRow<PackedOp::addOpaqueSwapped>;
+template LumaKernel lumaRow<rgb24>;
+template LumaKernel lumaRow<bgr24>;
+template LumaKernel lumaRow<rgba32>;
+template LumaKernel lumaRow<bgra32>;
+template LumaKernel lumaRow<argb32>;
+template LumaKernel lumaRow<abgr32>;
+template ChromaKernel chromaRow<rgb24>;
+template ChromaKernel chromaRow<bgr24>;
+template ChromaKernel chromaRow<rgba32>;
+template ChromaKernel chromaRow<bgra32>;
+template ChromaKernel chromaRow<argb32>;
+template ChromaKernel chromaRow<abgr32>;
+template PackedKernel packedRow<PackedOp::addOpaque>;
+template PackedKernel packedRow<PackedOp::dropLast>;
+template PackedKernel packedRow<PackedOp::addOpaqueSwapped>;
 
 }  // namespace TavroRTC::FDModule::plain

@@ -48,7 +48,7 @@ Way chooseWay(const Slopes& slopes, bool sameHeight, ScaleFilter& filter) {
 // the second one, which point sampling keeps: the row starts at its first pixel either way.
 void halve(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
            int32_t bytesPerPixel, ScaleFilter filter) {
-  HalveRow* halveRow = chooseHalveRow(dst.width, bytesPerPixel, filter);
+  HalveKernel* halveRow = chooseHalveRow(dst.width, bytesPerPixel, filter);
   // A single row, stretched in steps of 0, is its own lower neighbour.
   const ptrdiff_t toBelow = src.height > 1 ? src.stride : 0;
   int64_t y = slopes.y;

@@ -17,7 +17,7 @@ bool isHalf(const SourceRows& src, const TargetRows& dst) {
 }
 
 void halve(const SourceRows& src, const TargetRows& dst, ScaleFilter filter) {
-  HalveRow* halveRow = chooseHalveRow(dst.width, 1, filter);
+  HalveKernel* halveRow = chooseHalveRow(dst.width, 1, filter);
   // Point sampling keeps the odd rows, as it does the odd columns.
   const int32_t firstRow = filter == ScaleFilter::Nearest ? 1 : 0;
   for (int32_t y = 0; y < dst.height; ++y)
@@ -107,7 +107,7 @@ void copyPlane(const uint8_t* src, int32_t srcStride, uint8_t* dst, int32_t dstS
     widthBytes *= height;
     height = 1;
   }
-  CopyRow* copyRow = chooseCopyRow(widthBytes);
+  CopyKernel* copyRow = chooseCopyRow(widthBytes);
   for (ptrdiff_t y = 0; y < height; ++y)
     copyRow(src + y * srcStride, dst + y * dstStride, widthBytes);
 }
@@ -118,7 +118,7 @@ void scaleVertical(int32_t srcHeight, int32_t dstWidth, int32_t dstHeight, int32
   // Just below the last row, so that there always is a row below.
   const int64_t maxY = srcHeight > 1 ? (srcHeight - 1) * one - 1 : 0;
   const uint8_t* firstColumn = src + sampleIndex(x) * bytesPerPixel;
-  InterpolateRows* interpolateRows = chooseInterpolateRows(dstWidth, bytesPerPixel);
+  InterpolateKernel* interpolateRows = chooseInterpolateRows(dstWidth, bytesPerPixel);
   int64_t position = y;
   for (ptrdiff_t i = 0; i < dstHeight; ++i, position += dy) {
     // The step of a single row stretched to two is -1.

@@ -12,31 +12,31 @@ bool blockFormsRun();
 
 namespace plain {
 
-CopyRow copyRow;
-InterpolateRows interpolateRows;
-ColumnsRow filterColumns;
-HalveRow halveRowPoint;
-HalveRow halveRowLinear;
-HalveRow halveRowBox;
-ColumnsRow filterColumns24;
-ColumnsRow filterColumns32;
-HalveRow halveRowPoint24;
-HalveRow halveRowPoint32;
-HalveRow halveRowLinear24;
-HalveRow halveRowLinear32;
-HalveRow halveRowBox24;
-HalveRow halveRowBox32;
-YuvRow yuvRowFourBytes;
-YuvRow yuvRowOpaqueFirst;
-YuvRow yuvRowThreeBytes;
+CopyKernel copyRow;
+InterpolateKernel interpolateRows;
+ColumnsKernel filterColumns;
+HalveKernel halveRowPoint;
+HalveKernel halveRowLinear;
+HalveKernel halveRowBox;
+ColumnsKernel filterColumns24;
+ColumnsKernel filterColumns32;
+HalveKernel halveRowPoint24;
+HalveKernel halveRowPoint32;
+HalveKernel halveRowLinear24;
+HalveKernel halveRowLinear32;
+HalveKernel halveRowBox24;
+HalveKernel halveRowBox32;
+YuvKernel yuvRowFourBytes;
+YuvKernel yuvRowOpaqueFirst;
+YuvKernel yuvRowThreeBytes;
 template <PixelLayout layout>
-LumaRow lumaRow;
+LumaKernel lumaRow;
 template <PixelLayout layout>
-ChromaRow chromaRow;
+ChromaKernel chromaRow;
 template <PackedOp op>
-PackedRow packedRow;
-MergeChromaRow mergeChromaRow;
-SplitChromaRow splitChromaRow;
+PackedKernel packedRow;
+MergeChromaKernel mergeChromaRow;
+SplitChromaKernel splitChromaRow;
 
 }  // namespace plain
 
@@ -50,46 +50,46 @@ inline constexpr int32_t packed32Block = 4;
 inline constexpr int32_t yuvBlock = 8;
 inline constexpr int32_t colorBlock = 16;
 
-InterpolateRows interpolateRows;
-ColumnsRow filterColumns;
-HalveRow halveRowPoint;
-HalveRow halveRowBox;
-BlendColumnsRow blendColumns;
-ColumnsRow filterColumns24;  // takes any width: it finishes the row itself
-ColumnsRow filterColumns32;
-HalveRow halveRowBox24;
-HalveRow halveRowBox32;
-YuvRow yuvRowFourBytes;
-YuvRow yuvRowOpaqueFirst;
-YuvRow yuvRowThreeBytes;
-LumaRow fineLumaRowRgb24;
-LumaRow lumaRowRgb24;
-LumaRow lumaRowBgr24;
-LumaRow lumaRowRgba32;
-LumaRow lumaRowBgra32;
-LumaRow lumaRowArgb32;
-LumaRow lumaRowAbgr32;
-ChromaRow chromaRowRgb24;
-ChromaRow chromaRowBgr24;
-ChromaRow chromaRowRgba32;
-ChromaRow chromaRowBgra32;
-ChromaRow chromaRowArgb32;
-ChromaRow chromaRowAbgr32;
-PackedRow packedRowAddOpaque;
-PackedRow packedRowDropLast;
-PackedRow packedRowAddOpaqueSwapped;
-MergeChromaRow mergeChromaRow;
-SplitChromaRow splitChromaRow;
+InterpolateKernel interpolateRows;
+ColumnsKernel filterColumns;
+HalveKernel halveRowPoint;
+HalveKernel halveRowBox;
+BlendColumnsKernel blendColumns;
+ColumnsKernel filterColumns24;  // takes any width: it finishes the row itself
+ColumnsKernel filterColumns32;
+HalveKernel halveRowBox24;
+HalveKernel halveRowBox32;
+YuvKernel yuvRowFourBytes;
+YuvKernel yuvRowOpaqueFirst;
+YuvKernel yuvRowThreeBytes;
+LumaKernel fineLumaRowRgb24;
+LumaKernel lumaRowRgb24;
+LumaKernel lumaRowBgr24;
+LumaKernel lumaRowRgba32;
+LumaKernel lumaRowBgra32;
+LumaKernel lumaRowArgb32;
+LumaKernel lumaRowAbgr32;
+ChromaKernel chromaRowRgb24;
+ChromaKernel chromaRowBgr24;
+ChromaKernel chromaRowRgba32;
+ChromaKernel chromaRowBgra32;
+ChromaKernel chromaRowArgb32;
+ChromaKernel chromaRowAbgr32;
+PackedKernel packedRowAddOpaque;
+PackedKernel packedRowDropLast;
+PackedKernel packedRowAddOpaqueSwapped;
+MergeChromaKernel mergeChromaRow;
+SplitChromaKernel splitChromaRow;
 
 }  // namespace ssse3
 
 // Twins of block forms: the same bytes for the same blocks, in wider registers.
 namespace avx2 {
 
-YuvRow yuvRowFourBytes;
-YuvRow yuvRowOpaqueFirst;
-YuvRow yuvRowThreeBytes;
-PackedRow packedRowDropLast;
+YuvKernel yuvRowFourBytes;
+YuvKernel yuvRowOpaqueFirst;
+YuvKernel yuvRowThreeBytes;
+PackedKernel packedRowDropLast;
 
 }  // namespace avx2
 

@@ -20,14 +20,14 @@ namespace TavroRTC::FDModule {
 
 /// Rows must not overlap. The C library copies in blocks of its own, as wide as the processor has
 /// them, so that there is one form only.
-using CopyRow = void(const uint8_t* src, uint8_t* dst, int32_t bytes);
+using CopyKernel = void(const uint8_t* src, uint8_t* dst, int32_t bytes);
 
 /// With a from the row at `src` and b from the one at src + srcStride:
 ///   fraction 0         a, and the second row is not touched
 ///   fraction 128       (a + b + 1) >> 1
 ///   fraction 1 to 255  (a * (256 - fraction) + b * fraction + 128) >> 8
-using InterpolateRows = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
-                             int32_t fraction);
+using InterpolateKernel = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
+                               int32_t fraction);
 
 /// The columns at the 16.16 positions x, x + dx, ... of `src`. With a the sample at a position and
 /// b the next one, which is read always:
@@ -42,20 +42,21 @@ using InterpolateRows = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStri
 ///   3 bytes, block form   (a * (64 - f) + b * f + 32) >> 6, f the upper 6 bits; for the last two
 ///                         pixels of an even width and the last one of an odd width
 ///                         a + (((b - a) * f + 64) >> 7), f the upper 7 bits
-using ColumnsRow = void(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);
+using ColumnsKernel = void(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x,
+                           int32_t dx);
 
 /// interpolateRows and filterColumns in one, in block form, for columns so far apart that most of
 /// an interpolated row would never be read: it blends just the samples that the columns take. The
 /// bytes are those of the two passes.
-using BlendColumnsRow = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride,
-                             int32_t fraction, int32_t dstWidth, int32_t x, int32_t dx);
+using BlendColumnsKernel = void(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride,
+                                int32_t fraction, int32_t dstWidth, int32_t x, int32_t dx);
 
 /// Two samples to one, by ScaleFilter:
 ///   Nearest   the second of the two
 ///   Linear    (a + b + 1) >> 1
 ///   Bilinear  (a + b + c + d + 2) >> 2, with c and d from the row at src + srcStride. The block
 ///             form for packed pixels takes rounded means of a, c and of b, d, and of these again
-using HalveRow = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth);
+using HalveKernel = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth);
 
 // ---- Colours: BT.601 in limited range
 
@@ -79,7 +80,7 @@ inline constexpr PixelLayout abgr32 = {4, 3, 2, 1};
 /// One luma sample a pixel. The coefficients have 7 bits in the block form, 8 in the plain one:
 ///   block  ((33 R + 65 G + 13 B) >> 7) + 16
 ///   plain  (66 R + 129 G + 25 B + 0x1080) >> 8
-using LumaRow = void(const uint8_t* src, uint8_t* dstY, int32_t width);
+using LumaKernel = void(const uint8_t* src, uint8_t* dstY, int32_t width);
 
 /// One U and one V sample for two by two pixels, the second row `srcStride` bytes further on; an
 /// odd width's last column counts twice. With the mean of each colour over the pixels:
@@ -87,8 +88,8 @@ using LumaRow = void(const uint8_t* src, uint8_t* dstY, int32_t width);
 ///          U ((112 B - 74 G - 38 R) >> 8) + 128, V ((112 R - 94 G - 18 B) >> 8) + 128
 ///   plain  mean: sum / 4, of an odd last column sum / 2
 ///          (... + 0x8080) >> 8 instead
-using ChromaRow = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
-                       int32_t width);
+using ChromaKernel = void(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
+                          int32_t width);
 
 /// The constants of the conversion from YUV, in the form that vector kernels load: each value
 /// repeated over a register and more.
@@ -120,8 +121,8 @@ enum class PackMode : int32_t {
 };
 
 /// Packed pixels from a row of luma and half as many samples of chroma.
-using YuvRow = void(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
-                    const YuvTable& constants, int32_t width);
+using YuvKernel = void(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
+                       const YuvTable& constants, int32_t width);
 
 // ---- Layouts
 
@@ -133,33 +134,33 @@ enum class PackedOp : int32_t {
 };
 
 /// Packed pixels to packed pixels, by PackedOp.
-using PackedRow = void(const uint8_t* src, uint8_t* dst, int32_t width);
+using PackedKernel = void(const uint8_t* src, uint8_t* dst, int32_t width);
 
 /// first[0], second[0], first[1], second[1], ... from `width` samples of each.
-using MergeChromaRow = void(const uint8_t* first, const uint8_t* second, uint8_t* dst,
-                            int32_t width);
+using MergeChromaKernel = void(const uint8_t* first, const uint8_t* second, uint8_t* dst,
+                               int32_t width);
 /// The reverse, to `width` samples of each.
-using SplitChromaRow = void(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width);
+using SplitChromaKernel = void(const uint8_t* src, uint8_t* first, uint8_t* second, int32_t width);
 
 // ---- Choosers
 
 /// Widths are those of the destination, in pixels if not named otherwise. Null for a pixel size,
 /// filter, layout, operation or pack mode that has no kernel.
-CopyRow* chooseCopyRow(int32_t bytes);
-InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel);
-ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
+CopyKernel* chooseCopyRow(int32_t bytes);
+InterpolateKernel* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel);
+ColumnsKernel* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel);
 /// Also null for a width that isn't a whole number of blocks.
-BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel);
-HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
-YuvRow* chooseYuvRow(int32_t width, PackMode packMode);
-LumaRow* chooseLumaRow(int32_t width, const PixelLayout& layout);
-ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout);
-PackedRow* choosePackedRow(int32_t width, PackedOp op);
-MergeChromaRow* chooseMergeChromaRow(int32_t width);
-SplitChromaRow* chooseSplitChromaRow(int32_t width);
+BlendColumnsKernel* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel);
+HalveKernel* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter);
+YuvKernel* chooseYuvRow(int32_t width, PackMode packMode);
+LumaKernel* chooseLumaRow(int32_t width, const PixelLayout& layout);
+ChromaKernel* chooseChromaRow(int32_t width, const PixelLayout& layout);
+PackedKernel* choosePackedRow(int32_t width, PackedOp op);
+MergeChromaKernel* chooseMergeChromaRow(int32_t width);
+SplitChromaKernel* chooseSplitChromaRow(int32_t width);
 
 /// Luma of rgb24 with 8 bits in both forms, which therefore agree.
-LumaRow* chooseFineLumaRow(int32_t width);
+LumaKernel* chooseFineLumaRow(int32_t width);
 
 /// Kernels without a block form, and so without a chooser; the numbers are bits per pixel.
 void sampleColumns(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx);

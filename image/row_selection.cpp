@@ -45,12 +45,12 @@ Kernel* choose(const KernelRow<Code, Kernel> (&table)[count], const Code& code, 
   return nullptr;
 }
 
-constexpr Forms<InterpolateRows> interpolateForms = {
+constexpr Forms<InterpolateKernel> interpolateForms = {
     plain::interpolateRows, ssse3::interpolateBlock, ssse3::interpolateRows,
     interpolateScratchTail<ssse3::interpolateRows, ssse3::interpolateBlock>};
 
 // By bytes per pixel.
-constexpr KernelRow<int32_t, ColumnsRow> filterColumnsKernels[] = {
+constexpr KernelRow<int32_t, ColumnsKernel> filterColumnsKernels[] = {
     {1,
      {plain::filterColumns, ssse3::columnsBlock, ssse3::filterColumns,
       columnsPlainTail<ssse3::filterColumns, plain::filterColumns, ssse3::columnsBlock>}},
@@ -67,7 +67,7 @@ struct HalveCode {
   friend constexpr bool operator==(const HalveCode&, const HalveCode&) = default;
 };
 
-constexpr KernelRow<HalveCode, HalveRow> halveKernels[] = {
+constexpr KernelRow<HalveCode, HalveKernel> halveKernels[] = {
     {{ScaleFilter::Nearest, 1},
      {plain::halveRowPoint, ssse3::halveBlock, ssse3::halveRowPoint,
       halvePlainTail<ssse3::halveRowPoint, plain::halveRowPoint, ssse3::halveBlock>}},
@@ -87,13 +87,13 @@ constexpr KernelRow<HalveCode, HalveRow> halveKernels[] = {
       halvePlainTail<ssse3::halveRowBox32, plain::halveRowBox32, ssse3::packed32Block, 4>}},
 };
 
-template <YuvRow* plainForm, YuvRow* blockForm, YuvRow* twin, int32_t bytesPerPixel>
-constexpr Forms<YuvRow> yuvForms = {
+template <YuvKernel* plainForm, YuvKernel* blockForm, YuvKernel* twin, int32_t bytesPerPixel>
+constexpr Forms<YuvKernel> yuvForms = {
     plainForm, ssse3::yuvBlock,
     blockForm, yuvScratchTail<blockForm, ssse3::yuvBlock, bytesPerPixel>,
     twin,      yuvScratchTail<twin, ssse3::yuvBlock, bytesPerPixel>};
 
-constexpr KernelRow<PackMode, YuvRow> yuvKernels[] = {
+constexpr KernelRow<PackMode, YuvKernel> yuvKernels[] = {
     {PackMode::fourBytes,
      yuvForms<plain::yuvRowFourBytes, ssse3::yuvRowFourBytes, avx2::yuvRowFourBytes, 4>},
     {PackMode::opaqueFirst,
@@ -102,37 +102,37 @@ constexpr KernelRow<PackMode, YuvRow> yuvKernels[] = {
      yuvForms<plain::yuvRowThreeBytes, ssse3::yuvRowThreeBytes, avx2::yuvRowThreeBytes, 3>},
 };
 
-template <PixelLayout layout, LumaRow* blockForm>
-constexpr KernelRow<PixelLayout, LumaRow> lumaRowOf = {
+template <PixelLayout layout, LumaKernel* blockForm>
+constexpr KernelRow<PixelLayout, LumaKernel> lumaRowOf = {
     layout,
     {plain::lumaRow<layout>, colorBlock, blockForm,
      lumaScratchTail<blockForm, layout.bytesPerPixel>}};
 
-constexpr KernelRow<PixelLayout, LumaRow> lumaKernels[] = {
+constexpr KernelRow<PixelLayout, LumaKernel> lumaKernels[] = {
     lumaRowOf<rgb24, ssse3::lumaRowRgb24>,   lumaRowOf<bgr24, ssse3::lumaRowBgr24>,
     lumaRowOf<rgba32, ssse3::lumaRowRgba32>, lumaRowOf<bgra32, ssse3::lumaRowBgra32>,
     lumaRowOf<argb32, ssse3::lumaRowArgb32>, lumaRowOf<abgr32, ssse3::lumaRowAbgr32>,
 };
 
-constexpr Forms<LumaRow> fineLumaForms = lumaRowOf<rgb24, ssse3::fineLumaRowRgb24>.forms;
+constexpr Forms<LumaKernel> fineLumaForms = lumaRowOf<rgb24, ssse3::fineLumaRowRgb24>.forms;
 
-template <PixelLayout layout, ChromaRow* blockForm>
-constexpr KernelRow<PixelLayout, ChromaRow> chromaRowOf = {
+template <PixelLayout layout, ChromaKernel* blockForm>
+constexpr KernelRow<PixelLayout, ChromaKernel> chromaRowOf = {
     layout,
     {plain::chromaRow<layout>, colorBlock, blockForm,
      chromaScratchTail<blockForm, layout.bytesPerPixel>}};
 
-constexpr KernelRow<PixelLayout, ChromaRow> chromaKernels[] = {
+constexpr KernelRow<PixelLayout, ChromaKernel> chromaKernels[] = {
     chromaRowOf<rgb24, ssse3::chromaRowRgb24>,   chromaRowOf<bgr24, ssse3::chromaRowBgr24>,
     chromaRowOf<rgba32, ssse3::chromaRowRgba32>, chromaRowOf<bgra32, ssse3::chromaRowBgra32>,
     chromaRowOf<argb32, ssse3::chromaRowArgb32>, chromaRowOf<abgr32, ssse3::chromaRowAbgr32>,
 };
 
-template <PackedOp op, PackedRow* blockForm, int32_t srcBytes, int32_t dstBytes>
-constexpr Forms<PackedRow> packedForms = {plain::packedRow<op>, colorBlock, blockForm,
-                                          packedScratchTail<blockForm, srcBytes, dstBytes>};
+template <PackedOp op, PackedKernel* blockForm, int32_t srcBytes, int32_t dstBytes>
+constexpr Forms<PackedKernel> packedForms = {plain::packedRow<op>, colorBlock, blockForm,
+                                             packedScratchTail<blockForm, srcBytes, dstBytes>};
 
-constexpr KernelRow<PackedOp, PackedRow> packedKernels[] = {
+constexpr KernelRow<PackedOp, PackedKernel> packedKernels[] = {
     {PackedOp::addOpaque, packedForms<PackedOp::addOpaque, ssse3::packedRowAddOpaque, 3, 4>},
     {PackedOp::dropLast,
      {plain::packedRow<PackedOp::dropLast>, colorBlock, ssse3::packedRowDropLast,
@@ -142,10 +142,10 @@ constexpr KernelRow<PackedOp, PackedRow> packedKernels[] = {
      packedForms<PackedOp::addOpaqueSwapped, ssse3::packedRowAddOpaqueSwapped, 3, 4>},
 };
 
-constexpr Forms<MergeChromaRow> mergeForms = {plain::mergeChromaRow, colorBlock,
-                                              ssse3::mergeChromaRow, mergeScratchTail};
-constexpr Forms<SplitChromaRow> splitForms = {plain::splitChromaRow, colorBlock,
-                                              ssse3::splitChromaRow, splitScratchTail};
+constexpr Forms<MergeChromaKernel> mergeForms = {plain::mergeChromaRow, colorBlock,
+                                                 ssse3::mergeChromaRow, mergeScratchTail};
+constexpr Forms<SplitChromaKernel> splitForms = {plain::splitChromaRow, colorBlock,
+                                                 ssse3::splitChromaRow, splitScratchTail};
 
 }  // namespace
 
@@ -153,52 +153,52 @@ bool blockFormsRun() {
   return plainRowsOnly.load(std::memory_order_relaxed) == 0 && cpuInfo().hasSsse3();
 }
 
-CopyRow* chooseCopyRow(int32_t /*bytes*/) {
+CopyKernel* chooseCopyRow(int32_t /*bytes*/) {
   return plain::copyRow;
 }
 
-InterpolateRows* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel) {
+InterpolateKernel* chooseInterpolateRows(int32_t width, int32_t bytesPerPixel) {
   return interpolateForms.choose(int64_t{width} * bytesPerPixel);
 }
 
-ColumnsRow* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel) {
+ColumnsKernel* chooseColumns(int32_t dstWidth, int32_t bytesPerPixel) {
   return choose(filterColumnsKernels, bytesPerPixel, dstWidth);
 }
 
-BlendColumnsRow* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel) {
+BlendColumnsKernel* chooseBlendColumns(int32_t dstWidth, int32_t bytesPerPixel) {
   const bool isThere = bytesPerPixel == 1 && dstWidth % ssse3::columnsBlock == 0 && blockFormsRun();
   return isThere ? ssse3::blendColumns : nullptr;
 }
 
-HalveRow* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter) {
+HalveKernel* chooseHalveRow(int32_t dstWidth, int32_t bytesPerPixel, ScaleFilter filter) {
   return choose(halveKernels, {filter, bytesPerPixel}, dstWidth);
 }
 
-YuvRow* chooseYuvRow(int32_t width, PackMode packMode) {
+YuvKernel* chooseYuvRow(int32_t width, PackMode packMode) {
   return choose(yuvKernels, packMode, width);
 }
 
-LumaRow* chooseLumaRow(int32_t width, const PixelLayout& layout) {
+LumaKernel* chooseLumaRow(int32_t width, const PixelLayout& layout) {
   return choose(lumaKernels, layout, width);
 }
 
-LumaRow* chooseFineLumaRow(int32_t width) {
+LumaKernel* chooseFineLumaRow(int32_t width) {
   return fineLumaForms.choose(width);
 }
 
-ChromaRow* chooseChromaRow(int32_t width, const PixelLayout& layout) {
+ChromaKernel* chooseChromaRow(int32_t width, const PixelLayout& layout) {
   return choose(chromaKernels, layout, width);
 }
 
-PackedRow* choosePackedRow(int32_t width, PackedOp op) {
+PackedKernel* choosePackedRow(int32_t width, PackedOp op) {
   return choose(packedKernels, op, width);
 }
 
-MergeChromaRow* chooseMergeChromaRow(int32_t width) {
+MergeChromaKernel* chooseMergeChromaRow(int32_t width) {
   return mergeForms.choose(width);
 }
 
-SplitChromaRow* chooseSplitChromaRow(int32_t width) {
+SplitChromaKernel* chooseSplitChromaRow(int32_t width) {
   return splitForms.choose(width);
 }
 

@@ -44,7 +44,8 @@ class ScratchBlock {
   alignas(16) uint8_t bytes_[size] = {};
 };
 
-template <ColumnsRow* blockForm, ColumnsRow* plainForm, int32_t block, int32_t bytesPerPixel = 1>
+template <ColumnsKernel* blockForm, ColumnsKernel* plainForm, int32_t block,
+          int32_t bytesPerPixel = 1>
 void columnsPlainTail(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_t x, int32_t dx) {
   const RowSplit<block> split(dstWidth);
   blockForm(dst, src, split.whole, x, dx);
@@ -52,7 +53,7 @@ void columnsPlainTail(uint8_t* dst, const uint8_t* src, int32_t dstWidth, int32_
   plainForm(dst + ptrdiff_t{split.whole} * bytesPerPixel, src, split.rest, tailX, dx);
 }
 
-template <HalveRow* blockForm, HalveRow* plainForm, int32_t block, int32_t bytesPerPixel = 1>
+template <HalveKernel* blockForm, HalveKernel* plainForm, int32_t block, int32_t bytesPerPixel = 1>
 void halvePlainTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32_t dstWidth) {
   const RowSplit<block> split(dstWidth);
   blockForm(src, srcStride, dst, split.whole);
@@ -60,7 +61,7 @@ void halvePlainTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, int32
   plainForm(src + 2 * wholeBytes, srcStride, dst + wholeBytes, split.rest);
 }
 
-template <InterpolateRows* blockForm, int32_t block>
+template <InterpolateKernel* blockForm, int32_t block>
 void interpolateScratchTail(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStride, int32_t bytes,
                             int32_t fraction) {
   const RowSplit<block> split(bytes);
@@ -75,7 +76,7 @@ void interpolateScratchTail(uint8_t* dst, const uint8_t* src, ptrdiff_t srcStrid
   output.copyTo(dst + split.whole, split.rest);
 }
 
-template <YuvRow* blockForm, int32_t block, int32_t bytesPerPixel>
+template <YuvKernel* blockForm, int32_t block, int32_t bytesPerPixel>
 void yuvScratchTail(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                     const YuvTable& constants, int32_t width) {
   const RowSplit<block> split(width);
@@ -93,7 +94,7 @@ void yuvScratchTail(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_
 
 using ssse3::colorBlock;
 
-template <LumaRow* blockForm, int32_t bytesPerPixel>
+template <LumaKernel* blockForm, int32_t bytesPerPixel>
 void lumaScratchTail(const uint8_t* src, uint8_t* dstY, int32_t width) {
   const RowSplit<colorBlock> split(width);
   blockForm(src, dstY, split.whole);
@@ -106,7 +107,7 @@ void lumaScratchTail(const uint8_t* src, uint8_t* dstY, int32_t width) {
 
 // An odd width's last pixel stands in the scratch twice, so that the last average sees two equal
 // columns.
-template <ChromaRow* blockForm, int32_t bytesPerPixel>
+template <ChromaKernel* blockForm, int32_t bytesPerPixel>
 void chromaScratchTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, uint8_t* dstV,
                        int32_t width) {
   constexpr int32_t blockBytes = colorBlock * bytesPerPixel;
@@ -130,7 +131,7 @@ void chromaScratchTail(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dstU, u
   outputV.copyTo(dstV + split.whole / 2, (split.rest + 1) / 2);
 }
 
-template <PackedRow* blockForm, int32_t srcBytes, int32_t dstBytes>
+template <PackedKernel* blockForm, int32_t srcBytes, int32_t dstBytes>
 void packedScratchTail(const uint8_t* src, uint8_t* dst, int32_t width) {
   const RowSplit<colorBlock> split(width);
   blockForm(src, dst, split.whole);

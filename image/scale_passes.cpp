@@ -67,7 +67,7 @@ class ColumnFilter {
     return samples;
   }
 
-  ColumnsRow* kernel_;
+  ColumnsKernel* kernel_;
   int32_t srcBytes_, dstWidth_;
   int32_t x_, dx_;
   int32_t bytesPerPixel_;
@@ -133,7 +133,7 @@ void computeScaleSlopes(int32_t srcWidth, int32_t srcHeight, int32_t dstWidth, i
 }
 
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
-                  ColumnsRow* columns) {
+                  ColumnsKernel* columns) {
   int64_t y = slopes.y;
   for (int32_t row = 0; row < dst.height; ++row, y += slopes.dy)
     columns(dst.row(row), src.row(sampleIndex(y)), dst.width, slopes.x, slopes.dx);
@@ -149,7 +149,7 @@ bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
                        bytesPerPixel);
   const ptrdiff_t firstByte = ptrdiff_t{span.first} * bytesPerPixel;
   if (blendsRows && !columns.leavesRow() && slopes.dx >= farApart) {
-    if (BlendColumnsRow* blendColumns = chooseBlendColumns(dst.width, bytesPerPixel)) {
+    if (BlendColumnsKernel* blendColumns = chooseBlendColumns(dst.width, bytesPerPixel)) {
       int64_t y = slopes.y;
       for (int32_t i = 0; i < dst.height; ++i, y += slopes.dy) {
         if (i + 1 < dst.height)
@@ -165,7 +165,7 @@ bool reduce(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
   if (!columns.prepare() || (blendsRows && !work.allocate(spanBytes)))
     return false;
 
-  InterpolateRows* interpolateRows = chooseInterpolateRows(span.width, bytesPerPixel);
+  InterpolateKernel* interpolateRows = chooseInterpolateRows(span.width, bytesPerPixel);
   // Starting inside the first step, the positions stay above the last row, or on it where rows are
   // not blended: there always is a row below.
   int64_t y = slopes.y;
@@ -196,7 +196,7 @@ bool enlarge(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
   const auto filterRow = [&](uint8_t* target, int64_t y) {
     columns.run(target, src.row(std::min<int64_t>(y, src.height - 1)));
   };
-  InterpolateRows* interpolateRows = chooseInterpolateRows(dst.width, bytesPerPixel);
+  InterpolateKernel* interpolateRows = chooseInterpolateRows(dst.width, bytesPerPixel);
   int64_t y = slopes.y;
   int64_t upperY = sampleIndex(y);
   uint8_t* upper = ring.samples();

@@ -68,7 +68,7 @@ struct Slopes {
 
 /// Point sampling of rows; `columns` takes what it needs of each.
 void samplePoints(const SourceRows& src, const TargetRows& dst, const Slopes& slopes,
-                  ColumnsRow* columns);
+                  ColumnsKernel* columns);
 
 /// For destinations that are not higher than the source: rows first, columns second. `Linear` takes
 /// the rows as they are. False if there is no memory for a work row; nothing is written then.
