@@ -38,6 +38,7 @@ void runLayer(benchmark::State& state, Network& network, Path path, Layer* layer
   const PathGuard guard(path);
   for (auto _ : state)
     benchmark::DoNotOptimize(layer->forward(network.net().env));
+  state.SetLabel(layer->describeKernel(*network.net().env));
   if (layer->cost != 0)
     countOperations(state, static_cast<double>(layer->cost));
 }

@@ -44,6 +44,8 @@ class Layer {
   virtual bool reshape(core::RunEnv* env) = 0;
   /// The parameters in short, for the labels of diagnostics.
   virtual std::string describe() const { return {}; }
+  /// The kernel that forward runs at the present sizes; empty if there is no choice of kernels.
+  virtual std::string describeKernel(const core::RunEnv& /*env*/) const { return {}; }
   /// Waits for the work that forward has queued, in an environment that queues.
   virtual void sync() {}
   /// One-time preparation after the graph is complete.

@@ -21,7 +21,7 @@
 namespace TavroRTC::FDModule {
 
 /// What a layer's label in the diagnostics is made of.
-enum LabelPart : uint32_t { labelName = 1, labelType = 2, labelParameters = 4 };
+enum LabelPart : uint32_t { labelName = 1, labelType = 2, labelParameters = 4, labelKernel = 8 };
 
 class Net {
  public:

@@ -34,6 +34,9 @@ std::string Net::label(const Layer& layer) const {
     text.append(":").append(layer.type);
   if ((labelParts & labelParameters) != 0)
     text.append("_").append(layer.describe());
+  if ((labelParts & labelKernel) != 0)
+    if (const std::string kernel = layer.describeKernel(*env); !kernel.empty())
+      text.append("_").append(kernel);
   return text;
 }
 

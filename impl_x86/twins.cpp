@@ -13,6 +13,13 @@ bool mayRun(const Twin& twin) {
   return twin.bits <= mostBits.load(std::memory_order_relaxed) && twin.isAvailable();
 }
 
+const Twin* widestTwin(const ConvKernel& kernel) {
+  for (const Twin& twin : twins())
+    if (twin.kernel == &kernel && mayRun(twin))
+      return &twin;
+  return nullptr;
+}
+
 }  // namespace
 
 #ifndef TAVRO_TWINS
@@ -22,10 +29,16 @@ std::span<const Twin> twins() {
 #endif
 
 ConvRun* widestRun(const ConvKernel& kernel) {
-  for (const Twin& twin : twins())
-    if (twin.kernel == &kernel && mayRun(twin))
-      return twin.run;
-  return kernel.run;
+  const Twin* twin = widestTwin(kernel);
+  return twin != nullptr ? twin->run : kernel.run;
+}
+
+std::string nameOfRun(const ConvKernel* kernel) {
+  if (kernel == nullptr)
+    return {};
+  const Twin* twin = widestTwin(*kernel);
+  return kernel->name +
+         (twin != nullptr ? " on " + std::to_string(twin->bits) + " bits" : std::string());
 }
 
 int32_t registerBits() {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "engine/conv_problem.h"
 
@@ -40,6 +41,10 @@ std::span<const Twin> twins();
 
 /// What to run for a kernel: its widest twin that is available, or the kernel itself.
 ConvRun* widestRun(const ConvKernel& kernel);
+
+/// What widestRun chooses, in words: "conv1x1_32x3", or "conv1x1_32x3 on 512 bits" for a twin.
+/// Empty for null.
+std::string nameOfRun(const ConvKernel* kernel);
 
 /// The widest registers that any kernel or twin uses on this processor: 512, 256 or 128.
 int32_t registerBits();

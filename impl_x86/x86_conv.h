@@ -18,6 +18,9 @@ class Conv : public simd::Conv {
   bool forward(core::RunEnv* env) override {
     return simd::forwardConv(*this, selectConvKernel, *env, widestRun);
   }
+  std::string describeKernel(const core::RunEnv& env) const override {
+    return nameOfRun(simd::kernelOf(*this, selectConvKernel, env));
+  }
 };
 
 class DepthwiseConv : public simd::DepthwiseConv {
@@ -27,6 +30,9 @@ class DepthwiseConv : public simd::DepthwiseConv {
 
   bool forward(core::RunEnv* env) override {
     return simd::forwardConv(*this, selectDepthwiseKernel, *env, widestRun);
+  }
+  std::string describeKernel(const core::RunEnv& env) const override {
+    return nameOfRun(simd::kernelOf(*this, selectDepthwiseKernel, env));
   }
 };
 

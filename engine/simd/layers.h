@@ -24,6 +24,10 @@ inline ConvRun* runItself(const ConvKernel& kernel) {
   return kernel.run;
 }
 
+/// The kernel that `select` names for a layer; null if the tensors don't fit or there is none.
+const ConvKernel* kernelOf(const core::Conv& layer, KernelSelection select,
+                           const core::RunEnv& env);
+
 /// Computes a convolution with the kernel that `select` names: takes the activation that it merges,
 /// asks the tensors for their data in the layouts that it wants, which packs the weights on the
 /// first frame, and runs it. False if the tensors don't fit, if data or memory is missing, or if

@@ -29,7 +29,8 @@ bool takeInput(Tensor& input, ConvInput reads, ConvProblem& problem) {
   return problem.input != nullptr || problem.bytes != nullptr;
 }
 
-bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvRun* run, ConvProblem problem) {
+bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvRun* run) {
+  ConvProblem problem = layer.problem();
   problem.activation = takeFusedActivation(layer, kernel.fuses);
   if (!takeInput(*layer.inputs[0], kernel.reads, problem))
     return false;
@@ -69,15 +70,20 @@ bool runKernel(core::Conv& layer, const ConvKernel& kernel, ConvRun* run, ConvPr
 
 }  // namespace
 
-bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env,
-                 RunChoice choose) {
+const ConvKernel* kernelOf(const core::Conv& layer, KernelSelection select,
+                           const core::RunEnv& env) {
   if (!layer.fitsTensors())
-    return false;
+    return nullptr;
   ConvProblem problem = layer.problem();
   const Tensor& input = *layer.inputs[0];
   problem.bytes = input.byteStorageFits() ? input.byteData : nullptr;
-  const ConvKernel* kernel = select(problem, env);
-  return kernel != nullptr && runKernel(layer, *kernel, choose(*kernel), problem);
+  return select(problem, env);
+}
+
+bool forwardConv(core::Conv& layer, KernelSelection select, const core::RunEnv& env,
+                 RunChoice choose) {
+  const ConvKernel* kernel = kernelOf(layer, select, env);
+  return kernel != nullptr && runKernel(layer, *kernel, choose(*kernel));
 }
 
 bool Conv::forward(core::RunEnv* env) {

@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "engine/core/windowed_layers.h"
+#include "engine/cpu_info.h"
 #include "engine/simd/layers.h"
+#include "impl_x86/twins.h"
 #include "tests/kernels/small_net.h"
 #include "tests/support/captured_stdout.h"
 
@@ -248,11 +250,15 @@ TEST(Diagnostics, TimesLayersUnderTheirLabels) {
   ASSERT_TRUE(small.reshape());
   EXPECT_EQ(small.net.layers[0]->cost, 7'962'624U);
   small.net.timeLayers = true;
+  const std::string kernel = !cpuInfo().runsAvxAndFma()   ? "convSse3x3s2c3_4x4"
+                             : x86::registerBits() == 512 ? "conv3x3bytes_16x4 on 512 bits"
+                                                          : "conv3x3bytes_16x4";
   const struct {
     uint32_t parts;
     std::string labels[2];
   } cases[] = {{7, {"235:Conv_3x3_s2x2_16x96x96x3", "p:Softmax_"}},
                {1, {"235", "p"}},
+               {9, {"235_" + kernel, "p"}},
                {0, {"Net run", "Net run"}}};
   for (const auto& c : cases) {
     small.net.labelParts = c.parts;
