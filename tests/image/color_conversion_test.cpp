@@ -13,6 +13,7 @@
 #include "image/image_dispatch.h"
 #include "image/row_kernels.h"
 #include "tests/image/reference.h"
+#include "tests/support/processor.h"
 #include "tests/support/random.h"
 
 namespace TavroRTC::FDModule {
@@ -240,6 +241,19 @@ INSTANTIATE_TEST_SUITE_P(Operations, ColorConversion, testing::ValuesIn(operatio
                          [](const testing::TestParamInfo<Operation>& instance) {
                            return std::to_string(static_cast<int32_t>(instance.param.op));
                          });
+
+// The sweeps leave out what can't run here; this says so.
+TEST(WidestForms, runWhereThereIsAvx2) {
+  if (!cpuInfo().runsAvx2())
+    GTEST_SKIP() << "without AVX2 the sweeps run no form of 256 bits";
+  const auto yuv = [] { return chooseYuvRow(256, PackMode::threeBytes); };
+  const auto packed = [] { return choosePackedRow(256, PackedOp::dropLast); };
+  YuvRow* const widestYuv = yuv();
+  PackedRow* const widestPacked = packed();
+  const Processor processor(withoutAvx2());
+  EXPECT_NE(yuv(), widestYuv);
+  EXPECT_NE(packed(), widestPacked);
+}
 
 // All 2^24 colours, by both forms.
 TEST(YuvToPacked, EveryColourByBothForms) {

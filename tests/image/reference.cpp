@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "engine/cpu_info.h"
 #include "image/row_kernels.h"
 #include "tests/support/processor.h"
 
@@ -217,12 +216,6 @@ using TavroRTC::FDModule::ImageDesc;
 using TavroRTC::FDModule::ImageFormat;
 using TavroRTC::FDModule::setPlainRowsOnly;
 
-CpuInfo withoutAvx2() {
-  CpuInfo info = cpuInfo();
-  info.leaf7Ebx &= ~(1U << 5);
-  return info;
-}
-
 enum class Form { twin, block, plain };
 
 testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard guard, Form form) {
@@ -252,6 +245,12 @@ testing::AssertionResult checkForm(const ImageCase& c, Random& random, Guard gua
 }
 
 }  // namespace
+
+CpuInfo withoutAvx2() {
+  CpuInfo info = cpuInfo();
+  info.leaf7Ebx &= ~(1U << 5);
+  return info;
+}
 
 testing::AssertionResult checkImage(const ImageCase& c, Random& random) {
   for (const Guard guard : {Guard::behind, Guard::inFront})

@@ -11,6 +11,7 @@
 #include <functional>
 #include <vector>
 
+#include "engine/cpu_info.h"
 #include "image/image_desc.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
@@ -98,6 +99,9 @@ struct ImageCase {
   /// The samples of each plane, by the block form or the plain one.
   std::function<std::vector<Bytes>(const Planes& src, bool plainOnly)> expected;
 };
+
+/// This processor, but without AVX2, which the widest forms need.
+TavroRTC::FDModule::CpuInfo withoutAvx2();
 
 /// Runs it in memory that ends at a guard page and in memory that follows one, by the widest
 /// form, by the block form and by the plain one, each time with content of its own.
