@@ -248,8 +248,8 @@ TEST(WidestForms, runWhereThereIsAvx2) {
     GTEST_SKIP() << "without AVX2 the sweeps run no form of 256 bits";
   const auto yuv = [] { return chooseYuvRow(256, PackMode::threeBytes); };
   const auto packed = [] { return choosePackedRow(256, PackedOp::dropLast); };
-  YuvRow* const widestYuv = yuv();
-  PackedRow* const widestPacked = packed();
+  YuvKernel* const widestYuv = yuv();
+  PackedKernel* const widestPacked = packed();
   const Processor processor(withoutAvx2());
   EXPECT_NE(yuv(), widestYuv);
   EXPECT_NE(packed(), widestPacked);
