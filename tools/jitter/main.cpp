@@ -21,17 +21,21 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/app/input/stream_damage.h"
 #include "host/app/input/video_input.h"
 #include "host/app/platform/media.h"
 #include "host/app/platform/process.h"
+#include "host/app/search/detector_session.h"
 #include "host/core/utf8_path.h"
-#include "tools/jitter/face_recorder.h"
+#include "modules/face_detection/face_tracker.h"
+#include "modules/face_detection/frame_analysis.h"
 #include "tools/jitter/moving_picture.h"
 #include "tools/jitter/steadiness.h"
 
@@ -39,6 +43,7 @@ namespace {
 
 using namespace tavro;
 using namespace tavro::jitter;
+namespace fd = TavroRTC::FDModule;
 
 struct Arguments {
   std::string input;
@@ -78,6 +83,74 @@ std::optional<Arguments> parse(const std::vector<std::string>& words, int& exitC
     return std::nullopt;
   }
 }
+
+// --- The faces of a clip ---
+
+/// The faces of each frame so far, found in one way.
+struct Record {
+  const char* way;
+  std::vector<Sighting> sightings = {};
+};
+
+/// Finds them in each frame by itself, lets the tracker make them steady, and on demand also looks
+/// through windows of the frame.
+class FaceRecorder {
+ public:
+  /// With a smallest face, the frames are also searched as tavro-fd --smallest-face does. Null if
+  /// it fails.
+  static std::unique_ptr<FaceRecorder> make(int32_t smallestFace, std::string& error);
+
+  /// The next frame of the clip. False if the detector refuses it.
+  bool record(const host::I420Frame& frame, double time);
+
+  /// Those of single frames first, then the tracked ones, then those through windows, if any.
+  const std::vector<Record>& records() const { return records_; }
+
+ private:
+  FaceRecorder() = default;
+
+  fd::FrameAnalysis analysis_;
+  std::vector<fd::FaceTrack> tracks_;
+  std::unique_ptr<host::DetectorSession> windows_;
+  host::FaceRects faces_;
+  std::vector<Record> records_ = {{"raw"}, {"tracked"}};
+};
+
+std::unique_ptr<FaceRecorder> FaceRecorder::make(int32_t smallestFace, std::string& error) {
+  std::unique_ptr<FaceRecorder> made(new FaceRecorder);
+  if (!made->analysis_.init()) {
+    error = "the network can't be built";
+    return nullptr;
+  }
+  if (smallestFace == 0)
+    return made;
+  made->windows_ =
+      host::DetectorSession::open("", {.windows = {.smallestFace = smallestFace}}, error);
+  made->records_.push_back({"windows"});
+  return made->windows_ != nullptr ? std::move(made) : nullptr;
+}
+
+bool FaceRecorder::record(const host::I420Frame& frame, double time) {
+  const auto boxes = analysis_.findBoxes(fd::viewOf(frame), fd::defaultThreshold);
+  if (!boxes.has_value())
+    return false;
+  std::vector<FaceRect> faces = fd::truncated(*boxes);
+  records_[0].sightings.push_back({.time = time, .faces = faces});
+  fd::updateTracks(faces, tracks_);
+  faces.clear();
+  for (const fd::FaceTrack& track : tracks_)
+    faces.push_back(track.faceRect());
+  records_[1].sightings.push_back({.time = time, .faces = std::move(faces)});
+  if (windows_ == nullptr)
+    return true;
+  if (!windows_->search().search(frame, faces_).ok())
+    return false;
+  const auto seen = faces_.view();
+  records_[2].sightings.push_back({.time = time, .faces = {seen.begin(), seen.end()}});
+  return true;
+}
+
+// --- What is printed and written ---
 
 /// One of the figures for each way.
 template <typename Figures, typename Number>
