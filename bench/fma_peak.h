@@ -20,8 +20,8 @@ inline constexpr double fmaOperationsPerCycle = 2.0 * 8 * 2;
 /// that the compiler can't leave the work out.
 float fmaSteps(int64_t steps);
 
-/// The same on 512-bit registers, for processors with AVX-512: twice the operations a step. None of
-/// our kernels uses them, but peers do.
+/// The same on 512-bit registers, for processors with AVX-512, which some peers and our twins use:
+/// twice the operations a step.
 float fmaSteps512(int64_t steps);
 
 }  // namespace tavro::bench

@@ -59,8 +59,8 @@ class Layer {
   std::string name = "Unknown";
   std::vector<Tensor*> inputs;
   std::vector<Tensor*> outputs;
-  float rangeMin = std::numeric_limits<float>::max();
-  float rangeMax = std::numeric_limits<float>::min();
+  float rangeMin = std::numeric_limits<float>::max();  ///< of the output, if tracked
+  float rangeMax = std::numeric_limits<float>::min();  ///< meant: the smallest positive number
 
  protected:
   explicit Layer(const LayerRow& row) : type(row.type), name(row.name) {}

