@@ -3,9 +3,9 @@
 // the committed corpus as an ordinary test. Memory that the layers may touch is allocated to the
 // byte, so that the address sanitizer sees any touch beyond it.
 //
-// Rows of a layer table with any type, parameters and tensor names, over tensors of any shape that
-// have exactly the values of their shape, or none, or a shape that has outgrown them; then the
-// tensors are lent other values, reshaped or repacked, and a second generation of rows works on
+// Rows of a layer table with any type, parameters and tensor names work on tensors of any shape.
+// A tensor has exactly the values of its shape, or none, or a shape that has outgrown them. Then
+// the tensors are lent other values, reshaped or repacked, and a second generation of rows works on
 // what the first has left. A layer computes or refuses; it never touches anything else.
 
 #include <algorithm>

@@ -7,9 +7,9 @@
 // the plane's rows: a filter that looks past the edge sees the edge sample again.
 //
 // The bytes of a packed pixel, three or four, are channels that don't mix. There are the same six
-// ways, but the steps of the two directions choose among them: an image whose sides both shrink by
-// odd whole numbers has a pixel in the middle of every box and is point sampled, and halved columns
-// go with any even number of rows. Reduction and enlargement are those of planes.
+// ways, but the steps of the two directions choose among them. An image whose sides both shrink by
+// odd whole numbers has a pixel in the middle of every box and is point sampled. Halved columns go
+// with any even number of rows. Reduction and enlargement are those of planes.
 //
 // Sizes count samples or pixels, strides bytes. Source and destination must not overlap.
 

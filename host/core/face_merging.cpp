@@ -185,7 +185,7 @@ void FaceMerger::followFaces(std::vector<Sighting>& sightings) const {
 }
 
 /// The known face that each group is: the one that its best sighting follows, else one that another
-/// follows, else the one that was shown there. Nothing for a new face.
+/// follows, else the one that was shown there. Sighting::nothing for a new face.
 std::vector<size_t> FaceMerger::findOwners(const Groups& groups,
                                            std::span<const Sighting> sightings) const {
   std::vector<size_t> owners(groups.size(), Sighting::nothing);

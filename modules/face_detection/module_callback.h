@@ -7,9 +7,10 @@
 namespace TavroRTC::FDModule {
 
 /// The callback that the module registers (ModuleCallback in host_interface.h): `command` points to
-/// a ModuleCommand, the first argument is ignored. 0, also if there was no memory for an instance
-/// and the host finds a null pointer in its place; -1, with nothing done, for an unknown code,
-/// without a command or without a place for the instance, and after refuseCommands().
+/// a ModuleCommand, the first argument is ignored. Returns 0, even if there is no memory for an
+/// instance: the host then finds a null pointer in its place. Returns -1, with nothing done, if the
+/// code is unknown, if the command or the place for the instance is missing, and after
+/// refuseCommands().
 int32_t moduleCallback(void* context, void* command) noexcept;
 
 /// Makes moduleCallback answer -1 from now on. A module that the host wouldn't register is loaded
