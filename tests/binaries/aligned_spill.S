@@ -1,5 +1,5 @@
-/* What the inspection of the module must find: a vector that is moved to the stack as if the stack
-   were aligned to 32 bytes. The system's compiler has learnt to avoid it, others haven't. */
+/* What the inspection of the module must find: vectors that are moved to the stack as if the stack
+   were aligned to 32 or 64 bytes. The system's compiler has learnt to avoid it, others haven't. */
 
 	.text
 	.globl acrossACall
@@ -9,5 +9,6 @@ acrossACall:
 	vmovaps %ymm0, 32(%rsp)
 	call acrossACall
 	vmovaps 32(%rsp), %ymm0
+	vmovdqa64 (%rsp), %zmm0
 	addq $72, %rsp
 	ret

@@ -10,14 +10,14 @@ objects: the disassembly of compiled files. Each belongs to an instruction set, 
   avx512     may use more, up to the sets of AVX-512 that a twin asks for
 
 In all but the baseline no symbol may be weak, or the linker could put a copy compiled for a newer
-processor where baseline code calls it. In the hot loops of the kinds avx and avx512 (innermost loops that multiply)
-no vector may travel over the stack.
+processor where baseline code calls it. In the hot loops of the kinds avx and avx512 (innermost loops
+that multiply) no vector may travel over the stack.
 
 libraries: what they export, what the module needs, and how those that every host loads are hardened.
 
-dll: what the module's DLL asks of the system and shows, and that no 256-bit move demands an address
-that is a multiple of 32, since the system aligns the stack to 16 bytes and the compiler doesn't align it
-further.
+dll: what the module's DLL asks of the system and shows, and that no move of 256 or 512 bits demands an
+address that is a multiple of its size, since the system aligns the stack to 16 bytes and the compiler
+doesn't align it further.
 
 usage: inspect_binaries.py objects OBJECT...
        inspect_binaries.py libraries [--fortified] NAME=FILE...
@@ -233,8 +233,8 @@ CORE_FUNCTIONS = {"qosl_so_register", "qosl_module_register", "qosl_module_unreg
 SYSTEM_LIBRARIES = {"kernel32.dll", "msvcrt.dll"}
 # Of the moves that demand an aligned address, those that the compiler makes on its own. A buffer in
 # memory isn't moved with them either: nothing tells its address from one on the stack.
-ALIGNED_MOVE = re.compile(r"\tvmov(aps|apd|dqa)\s.*%ymm.*\(|\tvmov(aps|apd|dqa)\s.*\(.*%ymm")
-VECTOR_ON_STACK = re.compile(r"\tvmov\w+\s.*%ymm\d+,.*\(%r(sp|bp)|\tvmov\w+\s.*\(%r(sp|bp).*%ymm")
+ALIGNED_MOVE = re.compile(r"\tvmov(?:aps|apd|dqa|dqa32|dqa64)\s(?:.*%[yz]mm.*\(|.*\(.*%[yz]mm)")
+VECTOR_ON_STACK = re.compile(r"\tvmov\w+\s(?:.*%[yz]mm\d+,.*\(%r[sb]p|.*\(%r[sb]p.*%[yz]mm)")
 
 
 def inspect_dll(arguments):
@@ -253,11 +253,11 @@ def inspect_dll(arguments):
         yield f"exports {int(exports[1], 16)} symbols"
     code = run(objdump, "-d", "--no-show-raw-insn", module).splitlines()
     on_stack = sum(1 for line in code if VECTOR_ON_STACK.search(line))
-    yield from ("moves 256 bits to an aligned address: " + line.strip()
+    yield from ("moves a wide vector to an aligned address: " + line.strip()
                 for line in code if ALIGNED_MOVE.search(line))
     if on_stack == 0:
-        yield "moves no 256 bits to the stack at all: the disassembly isn't what it should be"
-    print(f"{on_stack} moves of 256 bits to and from the stack")
+        yield "moves no wide vector to the stack at all: the disassembly isn't what it should be"
+    print(f"{on_stack} moves of wide vectors to and from the stack")
 
 
 INSPECTIONS = {"objects": inspect_objects, "libraries": inspect_libraries, "dll": inspect_dll}
