@@ -93,8 +93,7 @@ struct ConvKernel {
   int32_t weightLayout;
   ActivationKinds fuses;
   ConvInput reads;
-  /// True if the kernel is right for these sizes; the selection passes over a kernel
-  /// that doesn't serve.
+  /// True if the kernel is right for these sizes; the selection passes over one that doesn't serve.
   bool (*serves)(const ConvProblem& problem);
   ConvRun* run;
 };

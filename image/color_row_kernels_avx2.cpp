@@ -1,7 +1,6 @@
 // Twins of block forms in color_row_kernels_ssse3.cpp, in AVX2: twice as many pixels a step and the
 // same bytes. A twin takes the same blocks; what its wider steps leave over is left to the block
-// form. Compiled with its own instruction set; all that
-// isn't a kernel is internal.
+// form. Compiled with its own instruction set; all that isn't a kernel is internal.
 
 #include <immintrin.h>
 
