@@ -2,8 +2,6 @@
 // six faces; whole frames as the host hands them to an instance, beside OpenCV on the same network
 // and on two cores at once; and the start of a host, each time in a fresh process.
 
-#include <time.h>
-
 #include <array>
 #include <barrier>
 #include <map>
@@ -78,12 +76,6 @@ struct Rate {
     return {byClock + other.byClock, byProcessor + other.byProcessor};
   }
 };
-
-double processorTime() {
-  timespec time = {};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
-}
 
 /// Lets an instance run on a core for a window of time.
 Rate runWindow(Instance& instance, int core) {
@@ -208,14 +200,14 @@ void measureStart(Report& report, const ReportOptions& options) {
   };
   addRow("module load and FDWrapper::init", starts);
   addRow("of it the load", values["load"]);
-  addRow("first frame, 1280x720", values["firstFrame"]);
-  addRow("later frame, 1280x720", values["laterFrame"]);
+  addRow("first frame, 1280x720, processor time", values["firstFrame"]);
+  addRow("later frame, 1280x720, processor time", values["laterFrame"]);
 
   const auto median = [&](const char* name) { return summarize(values[name]).median; };
   const double instance = median("secondInstanceBytes") / mebibyte;
   report.quantities.push_back(
-      {"heap of the first instance, after a frame", median("instanceBytes") / mebibyte, "MiB"});
-  report.quantities.push_back({"heap of another instance, after a frame", instance, "MiB"});
+      {"memory of the first instance, after a frame", median("instanceBytes") / mebibyte, "MiB"});
+  report.quantities.push_back({"memory of another instance, after a frame", instance, "MiB"});
   report.quantities.push_back({"resident memory of module, instance and frames",
                                median("residentBytes") / mebibyte, "MiB"});
   report.quantities.push_back({"page faults in the first frame", median("firstFrameFaults"), ""});

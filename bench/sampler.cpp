@@ -1,6 +1,7 @@
 #include "bench/sampler.h"
 
 #include <sched.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -87,6 +88,12 @@ std::vector<int> usableCores() {
 double now() {
   const auto time = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration<double, std::nano>(time).count();
+}
+
+double processorTime() {
+  timespec time = {};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
 }  // namespace tavro::bench

@@ -49,5 +49,7 @@ std::vector<int> usableCores();
 
 /// Nanoseconds on a steady clock.
 double now();
+/// Nanoseconds that the thread has had of the processor. What other programs take isn't counted.
+double processorTime();
 
 }  // namespace tavro::bench
