@@ -50,6 +50,7 @@ if(TAVRO_SANITIZE)
     -fsanitize=${TAVRO_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all
     -fno-omit-frame-pointer)
   target_link_options(tavro_options INTERFACE -fsanitize=${TAVRO_SANITIZE})
+  target_compile_definitions(tavro_options INTERFACE TAVRO_SANITIZED)
   if(TAVRO_SANITIZE MATCHES "thread")
     target_sources(tavro_options INTERFACE
       $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>:${PROJECT_SOURCE_DIR}/tests/support/library_atexit.cpp>)

@@ -3,6 +3,12 @@
 #include <cstdint>
 #include <cstdlib>
 
+#if defined(__linux__) && !defined(TAVRO_SANITIZED)
+#include <sys/mman.h>
+
+#include <new>
+#endif
+
 namespace TavroRTC::FDModule {
 namespace {
 
@@ -31,5 +37,43 @@ void alignedFree(void* address) noexcept {
   if (address != nullptr)
     std::free(static_cast<void**>(address)[-1]);
 }
+
+#if defined(__linux__) && !defined(TAVRO_SANITIZED)
+
+std::shared_ptr<std::byte> reserveMemory(size_t size) noexcept {
+  constexpr size_t page = 4096;
+  constexpr size_t largePage = size_t{2} << 20;
+  if (size < largePage || size > SIZE_MAX / 2)
+    return nullptr;
+  // The last large page is taken whole where little of it stays idle.
+  const size_t idle = -size % largePage;
+  const size_t wanted = size + (idle < largePage / 4 ? idle : -size % page);
+  // A large page starts at a multiple of its size: more is mapped than wanted, and cut off again.
+  void* mapped =
+      mmap(nullptr, wanted + largePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED)
+    return nullptr;
+  const size_t before = -reinterpret_cast<uintptr_t>(mapped) % largePage;
+  auto* start = static_cast<std::byte*>(mapped) + before;
+  if (before != 0)
+    munmap(mapped, before);
+  if (before != largePage)
+    munmap(start + wanted, largePage - before);
+  madvise(start, wanted, MADV_HUGEPAGE);  // no failure: the pages are small then
+  try {
+    return {start, [wanted](std::byte* block) { munmap(block, wanted); }};
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+#else
+
+// Sanitizers watch what malloc returns, each block by itself.
+std::shared_ptr<std::byte> reserveMemory(size_t /*size*/) noexcept {
+  return nullptr;
+}
+
+#endif
 
 }  // namespace TavroRTC::FDModule

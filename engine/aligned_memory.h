@@ -18,6 +18,17 @@ void* alignedAlloc(size_t size) noexcept;
 /// Frees what alignedAlloc returned; null is allowed.
 void alignedFree(void* address) noexcept;
 
+/// The size up to which a buffer and its spare bytes are rounded where buffers lie side by side.
+constexpr size_t alignedSize(size_t size) {
+  return (size + spareBytes + bufferAlignment - 1) / bufferAlignment * bufferAlignment;
+}
+
+/// One block of memory for many buffers, on pages of 2 MiB as far as it fills them and the system
+/// has them: it takes three faults to touch 6 MiB instead of 1536. Aligned like a buffer, filled
+/// with zeros, freed with its last owner. Null if there is no memory, if the block wouldn't fill a
+/// large page, and wherever there is no such call.
+std::shared_ptr<std::byte> reserveMemory(size_t size) noexcept;
+
 struct AlignedDeleter {
   void operator()(void* address) const noexcept { alignedFree(address); }
 };

@@ -38,6 +38,8 @@ class Layer {
 
   /// True if an output value depends on the input values of its own pixel alone.
   virtual bool isPointwise() const { return false; }
+  /// True if the outputs are the inputs' memory under another shape.
+  virtual bool lendsInputs() const { return false; }
   /// Computes the outputs. False if it can't, with the outputs as they were.
   virtual bool forward(core::RunEnv* env) = 0;
   /// Sets the output's shape from the inputs' shapes. False if they don't fit the parameters.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/aligned_memory.h"
 #include "engine/run_timer.h"
 #include "engine/weight_packing.h"
 
@@ -99,6 +100,30 @@ void Net::convertConstants() {
   }
 }
 
+// All activations lie in one block, in the order in which they are written: the first frame touches
+// all of it, and the system has large pages for large blocks only. Without the block each
+// activation takes memory of its own when a layer first asks for it.
+void Net::reserveActivations() {
+  const auto forEach = [this](auto&& use) {
+    for (const Layer* layer : layers)
+      for (Tensor* output : layer->outputs)
+        if (output->producer == layer && output->floatData == nullptr && !layer->lendsInputs() &&
+            packedElementCount({output->n, output->h, output->w, output->c},
+                               layout::channelsLast) == output->count())
+          use(*output, alignedSize(output->count() * sizeof(float)));
+  };
+  size_t size = 0;
+  forEach([&size](const Tensor&, size_t bytes) { size += bytes; });
+  const std::shared_ptr<std::byte> block = reserveMemory(size);
+  if (block == nullptr)
+    return;
+  std::byte* next = block.get();
+  forEach([&](Tensor& output, size_t bytes) {
+    output.settle(reinterpret_cast<float*>(next), block);
+    next += bytes;
+  });
+}
+
 bool Net::warmup() {
   if (warmedUp)
     return true;
@@ -111,6 +136,8 @@ bool Net::warmup() {
     shaped &= layer->reshape(env);
     totalCost += layer->cost;
   }
+  if (shaped)
+    reserveActivations();
   env->endWarmup();
   env->afterWarmup(this);
   warmedUp = true;

@@ -69,6 +69,7 @@ class Net {
 
  private:
   void convertConstants();
+  void reserveActivations();
   std::string label(const Layer& layer) const;
   void reportRange(Layer& layer, const std::string& layerLabel) const;
   void dump(Layer& layer, const std::string& layerLabel) const;

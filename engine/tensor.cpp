@@ -200,6 +200,14 @@ void Tensor::borrow(uint8_t* address) {
   borrow(byteData, byteBorrowed, byteNote_, address);
 }
 
+void Tensor::settle(float* address, const std::shared_ptr<void>& block) {
+  if (floatData != nullptr)
+    return;
+  floatData = address;
+  floatBorrowed = false;
+  floatNote_ = {address, count(), {block, address}};
+}
+
 bool Tensor::share(Tensor& lender) {
   if (!keep(lender.floatData, lender.floatBorrowed, lender.floatNote_.keeper) ||
       !keep(lender.halfData, lender.halfBorrowed, lender.halfNote_.keeper))

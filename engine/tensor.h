@@ -65,6 +65,10 @@ class Tensor {
   void borrow(uint16_t* address);
   void borrow(uint8_t* address);
 
+  /// Makes a part of a block of memory the float storage, where there is none yet: alignedSize of
+  /// its bytes from `address` on. The block is freed when no storage in it is used any more.
+  void settle(float* address, const std::shared_ptr<void>& block);
+
   /// Borrows the float and half storages of another tensor. Their memory is freed when neither of
   /// the two uses it any more. False, with nothing changed, if there is no memory.
   bool share(Tensor& lender);

@@ -4,7 +4,6 @@
 #include <array>
 #include <string_view>
 
-#include "engine/core/shape_layers.h"
 #include "engine/cpu_info.h"
 #include "engine/log.h"
 #include "engine/net.h"
@@ -32,7 +31,7 @@ void workInPlace(Layer& layer) {
     return;
   Layer& before = *input->producer;
   // A reshape's output is its input's memory, which others may read.
-  if (dynamic_cast<const core::Reshape*>(&before) != nullptr)
+  if (before.lendsInputs())
     return;
   std::ranges::replace(before.outputs, input, output);
   output->producer = &before;

@@ -19,6 +19,7 @@ class Concat : public virtual Layer {
 /// Changes the shape of a tensor without moving its data: the output borrows the input's buffers.
 class Reshape : public virtual Layer {
  public:
+  bool lendsInputs() const override { return true; }
   bool forward(RunEnv* env) override;
   bool reshape(RunEnv* env) override;
 

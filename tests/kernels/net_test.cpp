@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/aligned_memory.h"
 #include "engine/core/windowed_layers.h"
 #include "engine/cpu_info.h"
 #include "engine/simd/layers.h"
@@ -233,6 +234,38 @@ TEST(NetPass, WarmsUpOnceAndGoesOnAfterAFailure) {
   const Tensor& constant = small.net.weights["halves"];
   ASSERT_NE(constant.floatData, nullptr);
   EXPECT_TRUE(constant.floatData[0] == 1 && constant.floatData[1] == -2);
+}
+
+// Whether or not the system has such a block, what is computed is the same.
+TEST(NetPass, KeepsLargeActivationsInOneBlock) {
+  SmallNet small;
+  const Extents extents = {1, 500, 501, 3};
+  small.addInput("x", extents, Values(extents.count(), 1.5F));
+  small.addLayer({.type = "Add", .io = {"x", "x", "sum"}});
+  small.addLayer({.type = "Reshape", .io = {"sum", "flat"}, .ints = {1, 1, 1, -1}});
+  small.addLayer({.type = "Add", .io = {"flat", "flat", "twice"}});
+  {
+    const CapturedStdout quiet;
+    ASSERT_TRUE(small.net.warmup());
+  }
+  Tensor& sum = small.net.tensors["sum"];
+  Tensor& twice = small.net.tensors["twice"];
+  if (sum.floatData != nullptr) {
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(sum.floatData) % bufferAlignment, 0U);
+    EXPECT_EQ(
+        reinterpret_cast<std::byte*>(twice.floatData),
+        reinterpret_cast<std::byte*>(sum.floatData) + alignedSize(sum.count() * sizeof(float)));
+    EXPECT_EQ(small.net.tensors["flat"].floatData, nullptr);
+  }
+  const float* const place = twice.floatData;
+  ASSERT_TRUE(small.run());
+  EXPECT_TRUE(place == nullptr || twice.floatData == place);
+  EXPECT_EQ(small.values("twice"), Values(extents.count(), 6));
+  EXPECT_EQ(small.values("flat"), Values(extents.count(), 3));
+  EXPECT_FALSE(sum.floatBorrowed);
+  // The block outlives the first tensors that leave it.
+  small.net.tensors.erase("sum");
+  EXPECT_EQ(small.values("flat"), Values(extents.count(), 3));
 }
 
 // --- Diagnostics ---
