@@ -2,6 +2,7 @@
 // and the scaling of packed pixels, beside OpenCV's and swscale's nearest equivalents. Those
 // compute with other rounding; OpenCV's gray isn't limited-range luma.
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -152,6 +153,29 @@ void measureTask(Report& report, const ReportOptions& options, const std::string
   report.rows.push_back(std::move(row));
 }
 
+/// How the operation that does worst compares with its fastest peer.
+void addFormatsTarget(Report& report) {
+  Target worst = {.name = "", .value = 0, .goal = Goal::atMost, .limit = 1, .unit = "x"};
+  int slower = 0;
+  for (const Row& row : report.rows) {
+    if (row.group != "formats" || row.peers.empty())
+      continue;
+    const double fastest = std::ranges::min(row.peers, {}, [](const PeerTime& peer) {
+                             return peer.timing.median;
+                           }).timing.median;
+    const double ratio = row.timing.median / fastest;
+    slower += ratio > worst.limit ? 1 : 0;
+    if (ratio > worst.value) {
+      worst.value = ratio;
+      worst.name =
+          "every conversion and packed scale against its fastest peer, at worst " + row.name;
+    }
+  }
+  report.quantities.push_back(
+      {"conversions and packed scales slower than a peer", static_cast<double>(slower), ""});
+  report.targets.push_back(worst);
+}
+
 }  // namespace
 
 void measureImage(Report& report, const ReportOptions& options) {
@@ -181,6 +205,7 @@ void measureFormats(Report& report, const ReportOptions& options) {
       measureTask(report, options, name, scale, openCvScale(bytesPerPixel, formatsSize, to),
                   swscaleScale(bytesPerPixel, formatsSize, to));
     }
+  addFormatsTarget(report);
 }
 
 }  // namespace tavro::bench

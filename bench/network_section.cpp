@@ -159,23 +159,30 @@ class NetworkSection {
 
     const std::vector<Timing> timings = takeTurns(contenders, options_.rounds(usualRounds));
     wideTiming_ = timings[wide];
+    twins256Timing_ = timings[twins256];
+    withoutTwinsTiming_ = timings[bare];
     narrowTiming_ = timings[narrow];
-    for (const auto& [name, at] :
-         {std::pair("with 256-bit twins only", twins256), std::pair("without twins", bare)})
-      report_.quantities.push_back({std::string("Net::run against itself ") + name,
-                                    timings[wide].median / timings[at].median, "x"});
     report_.quantities.push_back({"registers of the network's kernels",
                                   static_cast<double>(TavroRTC::FDModule::x86::registerBits()),
                                   "bits"});
+    // Its library asks for AVX-512 F and the saved registers, and for AVX2 and FMA below that.
+    if (!peers_.empty() && peers_.front()->name().starts_with("ONNX Runtime"))
+      report_.quantities.push_back({"registers of ONNX Runtime's kernels, by what it asks for",
+                                    peak512                                            ? 512.0
+                                    : cpuInfo().hasAvx2() && cpuInfo().runsAvxAndFma() ? 256.0
+                                                                                       : 128.0,
+                                    "bits"});
     for (size_t i = 0; i < peers.size(); ++i)
       peerTimes_.push_back({peers_[i]->name(), timings[peers[i]]});
     if (idle)
       report_.quantities.push_back(
           {"ONNX Runtime, a call without work", timings[*idle].median / 1e3, "us"});
     const double operations = fmaOperationsPerStep * static_cast<double>(peakSteps);
-    if (peak512)
-      report_.quantities.push_back({"FMA peak with 512-bit registers, which ONNX Runtime uses",
-                                    2 * operations / timings[*peak512].median, "GFLOP/s"});
+    if (peak512) {
+      report_.peak512Gflops = 2 * operations / timings[*peak512].median;
+      report_.quantities.push_back(
+          {"FMA peak with 512-bit registers", report_.peak512Gflops, "GFLOP/s"});
+    }
     if (peak) {
       report_.peakGflops = operations / timings[*peak].median;
       report_.bestPeakGflops = operations / timings[*peak].fastest;
@@ -209,21 +216,30 @@ class NetworkSection {
       addLayerPeers(layer.name, row);
       report_.rows.push_back(std::move(row));
     }
-    report_.rows.push_back({.group = "network",
-                            .name = "Net::run",
-                            .detail = "",
-                            .timing = wideTiming_,
-                            .operations = totalOperations(),
-                            .bytes = bytes,
-                            .cycles = cycles,
-                            .boundByArithmetic = true,
-                            .peers = peerTimes_});
-    report_.rows.push_back({.group = "network",
-                            .name = "Net::run without AVX and FMA",
-                            .detail = "",
-                            .timing = narrowTiming_,
-                            .operations = totalOperations(),
-                            .peers = {{"with AVX and FMA", wideTiming_}}});
+    report_.rows.push_back(
+        {.group = "network",
+         .name = "Net::run",
+         .detail = std::to_string(TavroRTC::FDModule::x86::registerBits()) + " bits",
+         .timing = wideTiming_,
+         .operations = totalOperations(),
+         .bytes = bytes,
+         .cycles = cycles,
+         .boundByArithmetic = true,
+         .peers = peerTimes_});
+    const auto addPath = [&](const char* name, const Timing& timing) {
+      std::vector<PeerTime> beside = peerTimes_;
+      beside.insert(beside.begin(), {"Net::run", wideTiming_});
+      report_.rows.push_back({.group = "network",
+                              .name = name,
+                              .detail = "",
+                              .timing = timing,
+                              .operations = totalOperations(),
+                              .peers = std::move(beside)});
+    };
+    if (TavroRTC::FDModule::x86::registerBits() == 512)
+      addPath("Net::run, twins of 256 bits only", twins256Timing_);
+    addPath("Net::run without twins", withoutTwinsTiming_);
+    addPath("Net::run without AVX and FMA, 128 bits", narrowTiming_);
     report_.quantities.push_back(
         {"sum of the layers' times", wideClock_.sumOfMedians() / wideTiming_.median, "x Net::run"});
   }
@@ -245,12 +261,16 @@ class NetworkSection {
     for (const PeerTime& peer : peerTimes_)
       if (peer.name.starts_with("ONNX Runtime"))
         report_.targets.push_back({"Net::run against ONNX Runtime",
-                                   wideTiming_.median / peer.timing.median, Goal::atMost, 0.75,
-                                   "x"});
-    if (report_.peakGflops > 0)
+                                   wideTiming_.median / peer.timing.median, Goal::atMost,
+                                   report_.has512BitUnits() ? 0.75 : 0.8, "x"});
+    if (report_.has512BitUnits())
+      report_.targets.push_back({"Net::run, share of the 512-bit FMA peak",
+                                 totalOperations() / wideTiming_.median / report_.peak512Gflops,
+                                 Goal::atLeast, 0.72, ""});
+    else if (report_.peakGflops > 0)
       report_.targets.push_back({"Net::run, share of the FMA peak",
                                  report_.shareOfPeak(totalOperations(), wideTiming_), Goal::atLeast,
-                                 0.82, ""});
+                                 0.85, ""});
     report_.targets.push_back({"the path without AVX and FMA against the wide one",
                                narrowTiming_.median / wideTiming_.median, Goal::atMost, 2.4, "x"});
   }
@@ -267,6 +287,8 @@ class NetworkSection {
   std::vector<std::unique_ptr<NetworkPeer>> peers_;
   std::unique_ptr<NetworkPeer> idle_;
   Timing wideTiming_;
+  Timing twins256Timing_;
+  Timing withoutTwinsTiming_;
   Timing narrowTiming_;
   std::vector<PeerTime> peerTimes_;
   volatile float sink_ = 0;

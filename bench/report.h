@@ -61,6 +61,7 @@ struct Check {
 struct Report {
   double peakGflops = 0;  ///< measured, median; 0 on a processor without AVX and FMA
   double bestPeakGflops = 0;
+  double peak512Gflops = 0;  ///< with 512-bit registers; 0 without AVX-512
   std::vector<Row> rows;
   std::vector<Quantity> quantities;
   std::vector<Target> targets;
@@ -69,6 +70,8 @@ struct Report {
 
   /// Cycles a nanosecond, from the measured peak.
   double gigahertz() const;
+  /// True if 512-bit operations run whole and not in two halves.
+  bool has512BitUnits() const { return peak512Gflops > 1.5 * peakGflops; }
   /// Gigaflops as a share of the peak.
   double shareOfPeak(double operations, const Timing& timing) const;
 };
